@@ -1,0 +1,21 @@
+# What every target of this project is built with, and no target of a user's: warnings as errors
+# where the developer asked for them, and sanitizers.
+function(tevalon_target target)
+    set_target_properties(${target} PROPERTIES
+        C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF
+        CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
+    if(TEVALON_BASE_STRICT)
+        target_compile_options(${target} PRIVATE
+            -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wundef -Werror
+            $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+            $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety -Wctad-maybe-unsupported>)
+    endif()
+    if(TEVALON_BASE_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=${TEVALON_BASE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        # Instrumented, the standard library's regular expressions draw false alarms from GCC 12.
+        target_compile_options(${target} PRIVATE
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+        target_link_options(${target} PRIVATE -fsanitize=${TEVALON_BASE_SANITIZE})
+    endif()
+endfunction()

@@ -1,0 +1,88 @@
+#include "application_manager.h"
+
+#include "patience.h"
+
+namespace tv_browser {
+
+ApplicationManager::ApplicationManager(Timeline& timeline)
+    : Module(ModuleId::ApplicationManager, timeline) {
+    onRequest<PageRequest>(EventType::LaunchApp,
+                           [this](const PageRequest& request) { return launch(request); });
+    onRequest<AppRequest>(EventType::ShowApp,
+                          [this](const AppRequest& request) { return show(request.app); });
+    onRequest<AppRequest>(EventType::HideApp,
+                          [this](const AppRequest& request) { return hide(request.app); });
+    onRequest<AppRequest>(EventType::StopApp,
+                          [this](const AppRequest& request) { return stopApp(request.app); });
+    // Applications belong to their channel.
+    onNotice<ChannelNotice>(ModuleId::HbbtvController, EventType::Channel,
+                            [this](const ChannelNotice&) { stopAll(); });
+}
+
+Reply ApplicationManager::launch(const PageRequest& request) {
+    if (m_running.count(request.app) != 0) return Reply::AlreadyRunning;
+    const Reply loaded =
+        ask(ModuleId::BrowserEngine,
+            std::make_unique<PageRequest>(EventType::LoadPage, "load", request.app, request.file),
+            kPatienceWithEngine);
+    if (loaded == Reply::TimedOut) {
+        // It may still load the page some time, and nobody will want it then.
+        tell(ModuleId::BrowserEngine,
+             std::make_unique<AppRequest>(EventType::DropPage, "drop", request.app));
+    }
+    if (loaded != Reply::Ok) return passedUp(loaded);
+    m_running.insert(request.app);
+    tellState(request.app, AppState::Hidden);
+    return Reply::Ok;
+}
+
+Reply ApplicationManager::show(const std::string& app) {
+    if (m_running.count(app) == 0) return Reply::NotRunning;
+    if (m_visible == app) return Reply::Ok;
+    const Reply shown = askEngine(EventType::ShowPage, "show", app);
+    if (shown != Reply::Ok) return passedUp(shown);
+    if (!m_visible.empty()) tellState(m_visible, AppState::Hidden);
+    m_visible = app;
+    tellState(app, AppState::Visible);
+    return Reply::Ok;
+}
+
+Reply ApplicationManager::hide(const std::string& app) {
+    if (m_running.count(app) == 0) return Reply::NotRunning;
+    if (m_visible != app) return Reply::Ok;
+    const Reply hidden = askEngine(EventType::HidePage, "hide", app);
+    if (hidden != Reply::Ok) return passedUp(hidden);
+    m_visible.clear();
+    tellState(app, AppState::Hidden);
+    return Reply::Ok;
+}
+
+Reply ApplicationManager::stopApp(const std::string& app) {
+    if (m_running.count(app) == 0) return Reply::NotRunning;
+    // Whatever the engine replies, the application is over: the engine drops the page as soon
+    // as it gets to it.
+    const Reply dropped = askEngine(EventType::DropPage, "drop", app);
+    m_running.erase(app);
+    if (m_visible == app) m_visible.clear();
+    tellState(app, AppState::Stopped);
+    return passedUp(dropped);
+}
+
+void ApplicationManager::stopAll() {
+    while (!m_running.empty()) {
+        const std::string app = *m_running.begin();
+        (void)stopApp(app);  // It is over in any case.
+    }
+}
+
+Reply ApplicationManager::askEngine(EventType type, const std::string& verb,
+                                    const std::string& app) {
+    return ask(ModuleId::BrowserEngine, std::make_unique<AppRequest>(type, verb, app),
+               kPatienceWithEngine);
+}
+
+void ApplicationManager::tellState(const std::string& app, AppState state) {
+    tell(ModuleId::Everybody, std::make_unique<AppNotice>(app, state));
+}
+
+}  // namespace tv_browser

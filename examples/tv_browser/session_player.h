@@ -1,0 +1,54 @@
+// session_player.h: does what a session orders.
+
+#ifndef TV_BROWSER_SESSION_PLAYER_H
+#define TV_BROWSER_SESSION_PLAYER_H
+
+#include "module.h"
+#include "session_command.h"
+
+namespace tv_browser {
+
+/// Speaks for the people outside the set: the viewer, who tunes, presses keys, shows and
+/// hides; the broadcaster, who signals applications to start and stop; and the session, who
+/// sets the stage for both.
+///
+/// Belongs to one thread.
+class SessionPlayer {
+public:
+    /// @param timeline       Must outlive the player.
+    /// @param inputDisabled  Whether keys get nowhere.
+    SessionPlayer(Timeline& timeline, bool inputDisabled);
+
+    /// Blocks until @p command is done.
+    void play(const Command& command);
+
+    /// Whether the session has quit.
+    bool finished() const { return m_finished; }
+
+    /// Has every module finish what it does, in the order in which they can be stopped.
+    void prepareTurnOff();
+
+private:
+    void perform(const command::Tune& tune);
+    void perform(const command::Key& key);
+    void perform(const command::Launch& launch);
+    void perform(const command::Show& show);
+    void perform(const command::Hide& hide);
+    void perform(const command::Stop& stop);
+    void perform(const command::Slow& slow);
+    void perform(const command::Say& say);
+    void perform(const command::Wait& wait);
+    void perform(const command::Quit& quit);
+
+    Timeline& m_timeline;
+    const bool m_inputDisabled;
+    // None of them is ever started: they have no mailbox.
+    Module m_session;
+    Module m_viewer;
+    Module m_broadcaster;
+    bool m_finished = false;
+};
+
+}  // namespace tv_browser
+
+#endif  // TV_BROWSER_SESSION_PLAYER_H

@@ -1,0 +1,64 @@
+// timeline.h: the story of a session as it happens.
+
+#ifndef TV_BROWSER_TIMELINE_H
+#define TV_BROWSER_TIMELINE_H
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "base/synchronization/mutex.h"
+#include "events.h"
+
+namespace tv_browser {
+
+/// What kind of thing happened: the sign in front of it.
+enum class Sign {
+    Does,     ///< A module does something.
+    Asks,     ///< It sends a request, and waits for the reply.
+    Tells,    ///< It sends a notice, and goes on.
+    Replied,  ///< It got the reply.
+    GaveUp,   ///< It got no reply in time, or got one too late.
+};
+
+/// Writes one line for each thing that happens, at once and whole, with the seconds since the
+/// timeline was made.
+///
+/// Thread-safety: any thread may call any method. Lines stand in the order of their times.
+class Timeline {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// @param p_output  Where the lines go. Not owned; must outlive the timeline.
+    explicit Timeline(std::FILE* p_output) : m_output(p_output) {}
+
+    /// Writes the title and explains the signs.
+    ///
+    /// @param title  One line, without its end.
+    void begin(const std::string& title) TEVALON_EXCLUDES(m_mutex);
+
+    void add(ModuleId module, Sign sign, const std::string& text) TEVALON_EXCLUDES(m_mutex);
+
+    /// @param duration  Of the request that ended; shown in milliseconds behind the text.
+    void add(ModuleId module, Sign sign, const std::string& text, Clock::duration duration)
+        TEVALON_EXCLUDES(m_mutex);
+
+    /// Starts a chapter.
+    void chapter(const std::string& text) TEVALON_EXCLUDES(m_mutex);
+
+    /// Whether every line could be written.
+    bool complete() TEVALON_EXCLUDES(m_mutex);
+
+private:
+    void write(const std::string& line) TEVALON_REQUIRES(m_mutex);
+    std::string time() const;
+
+    std::FILE* const m_output;
+    const Clock::time_point m_start = Clock::now();
+    tevalon::base::Mutex m_mutex;  // Leaf: nothing else is locked under it.
+    bool m_complete TEVALON_GUARDED_BY(m_mutex) = true;
+};
+
+}  // namespace tv_browser
+
+#endif  // TV_BROWSER_TIMELINE_H

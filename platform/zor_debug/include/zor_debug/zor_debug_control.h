@@ -1,0 +1,78 @@
+/* zor_debug_control.h: what only the substitute debug library can do: be told at run time
+ * what to show and where, and hand the output to a test.
+ *
+ * The same settings come from the environment, read once at the first use of the library:
+ *
+ *   ZOR_DEBUG         levels, see zorDebugSetLevels()
+ *   ZOR_DEBUG_FILE    destination, see zorDebugSetFile()
+ *   ZOR_DEBUG_PREFIX  what stands before each line, see zorDebugSetPrefix()
+ *
+ * A variable that makes no sense is reported once and taken as unset.
+ *
+ * Thread safety: any function, from any thread, at any time. None changes errno. */
+
+#ifndef ZOR_DEBUG_ZOR_DEBUG_CONTROL_H
+#define ZOR_DEBUG_ZOR_DEBUG_CONTROL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "zor_debug/zor_debug.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Sets which levels are on, for every module.
+ *
+ *  @param p_text  Items separated by commas: LEVEL for all modules or MODULE=LEVEL for one. A
+ *                 level is off, error, warn, info, debug or a number from 0 (off) to 65535; a
+ *                 module is a number. Numbers are decimal, or hexadecimal behind 0x. Up to 64
+ *                 modules; of several items for the same, the last holds. Null or "": error.
+ *                 Not kept.
+ *  @return 0, or -1 when the text makes no sense; then nothing is changed or reported. */
+ZOR_DEBUG_EXPORT int zorDebugSetLevels(const char* p_text);
+
+/** The highest level that is on for @p module; 0 when none is. */
+ZOR_DEBUG_EXPORT uint16_t zorDebugGetLevel(uint16_t module);
+
+/** Sets where the output goes.
+ *
+ *  @param p_path  A file to append to, made if need be; each %p in it becomes the process id,
+ *                 in a forked child the child's. Null or "": standard error. Not kept.
+ *  @return 0, or -1 when the file cannot be opened; then nothing is changed or reported. */
+ZOR_DEBUG_EXPORT int zorDebugSetFile(const char* p_path);
+
+/** Sets what stands at the beginning of each output line.
+ *
+ *  @param p_text  "time" (monotonic seconds), "thread" (its id and name) or both, separated
+ *                 by a comma; shown in this order. Null or "": nothing. Not kept.
+ *  @return 0, or -1 when the text makes no sense; then nothing is changed or reported. */
+ZOR_DEBUG_EXPORT int zorDebugSetPrefix(const char* p_text);
+
+/** Receives one call's text in place of the output.
+ *
+ *  @param p_record  The record that the calling thread last had checked and found on; all
+ *                   zero when there is none. Valid during the call.
+ *  @param p_text    The formatted text as it stands, with a zero behind it. Valid during the
+ *                   call.
+ *  @param length    Of the text, in bytes.
+ *
+ *  Runs on the thread that wrote, several at once if several write. What it writes itself goes
+ *  to the output. It must not throw. */
+typedef void (*ZorDebugCapture)(void* p_context, const DebugLevelRecord* p_record,
+                                const char* p_text, size_t length);
+
+/** Hands all text of the process to @p capture from now on; replaces an earlier one, as
+ *  zorDebugRemoveCapture() does. @p p_context is passed through, not owned. */
+ZOR_DEBUG_EXPORT void zorDebugInstallCapture(ZorDebugCapture capture, void* p_context);
+
+/** Sends the text to the output again. Returns when no other thread is in the capture, nor
+ *  will enter it. Callable from the capture itself. */
+ZOR_DEBUG_EXPORT void zorDebugRemoveCapture(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZOR_DEBUG_ZOR_DEBUG_CONTROL_H */

@@ -1,0 +1,164 @@
+#include "destination.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace zor_debug {
+namespace {
+
+// Keeps the SIGPIPE that a write may raise from reaching the process, and leaves one that was
+// pending already, or blocked, as it was.
+class PipeSignalGuard {
+public:
+    PipeSignalGuard() {
+        sigset_t pending;
+        m_wasPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        (void)pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+    }
+    ~PipeSignalGuard() {
+        const timespec noWait = {};
+        while (!m_wasPending && sigtimedwait(&m_pipe, nullptr, &noWait) == -1 && errno == EINTR) {
+        }
+        (void)pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+
+    PipeSignalGuard(const PipeSignalGuard&) = delete;
+    PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
+
+private:
+    sigset_t m_pipe;
+    sigset_t m_before;
+    bool m_wasPending;
+};
+
+void waitUntilWritable(int descriptor) {
+    pollfd wanted = {descriptor, POLLOUT, 0};
+    (void)poll(&wanted, 1, -1);  // Interrupted or not, the write that follows finds out.
+}
+
+void writeAll(int descriptor, const char* p_text, std::size_t length) {
+    while (length > 0) {
+        const ssize_t written = ::write(descriptor, p_text, length);
+        if (written >= 0) {
+            p_text += written;
+            length -= static_cast<std::size_t>(written);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            waitUntilWritable(descriptor);
+        } else if (errno != EINTR) {
+            return;  // A full disk or a closed descriptor: there is nobody to tell.
+        }
+    }
+}
+
+// Replaces each %p by the process id. False when the result is too long.
+bool expandPath(const char* p_pattern, char* p_path, std::size_t capacity) {
+    std::size_t length = 0;
+    for (const char* p_next = p_pattern; *p_next != '\0'; ++p_next) {
+        char piece[16] = {*p_next, '\0'};
+        if (p_next[0] == '%' && p_next[1] == 'p') {
+            std::snprintf(piece, sizeof(piece), "%ld", static_cast<long>(getpid()));
+            ++p_next;
+        }
+        const std::size_t pieceLength = std::strlen(piece);
+        if (length + pieceLength >= capacity) return false;
+        std::memcpy(p_path + length, piece, pieceLength + 1);
+        length += pieceLength;
+    }
+    return true;
+}
+
+// A descriptor above the standard three: with standard error closed, other people's error
+// messages must not end up in our file.
+int moveAboveStandard(int descriptor) {
+    if (descriptor > STDERR_FILENO) return descriptor;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    (void)close(descriptor);
+    errno = error;
+    return moved;
+}
+
+// Opened without waiting: a pipe that nobody reads is an error, not a hang.
+int openToAppend(const char* p_path) {
+    const int opened =
+        open(p_path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0644);
+    if (opened < 0) return -1;
+    const int descriptor = moveAboveStandard(opened);
+    if (descriptor < 0) return -1;
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags >= 0) (void)fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
+    return descriptor;
+}
+
+bool isSet(const char* p_variable) {
+    const char* p_value = std::getenv(p_variable);
+    return p_value != nullptr && *p_value != '\0';
+}
+
+bool wantsColours(int descriptor) {
+    if (isatty(descriptor) != 1 || isSet("NO_COLOR")) return false;
+    const char* p_terminal = std::getenv("TERM");
+    return p_terminal == nullptr || std::strcmp(p_terminal, "dumb") != 0;
+}
+
+bool isPipeOrSocket(int descriptor) {
+    struct stat status = {};
+    if (fstat(descriptor, &status) != 0) return false;
+    return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+}
+
+}  // namespace
+
+void Destination::useStandardError() {
+    m_pathPattern[0] = '\0';
+    turnTo(STDERR_FILENO);
+}
+
+bool Destination::useFile(const char* p_path) {
+    char path[kMaxPath];
+    const std::size_t length = std::strlen(p_path);
+    if (length >= kMaxPath || !expandPath(p_path, path, sizeof(path))) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    const int descriptor = openToAppend(path);
+    if (descriptor < 0) return false;
+    if (p_path != m_pathPattern) std::memcpy(m_pathPattern, p_path, length + 1);
+    turnTo(descriptor);
+    return true;
+}
+
+void Destination::followFork() {
+    if (std::strstr(m_pathPattern, "%p") == nullptr) return;
+    // Failing that, the child goes on in its parent's file, which is better than nowhere.
+    (void)useFile(m_pathPattern);
+}
+
+void Destination::turnTo(int descriptor) {
+    if (m_descriptor > STDERR_FILENO) (void)close(m_descriptor);
+    m_descriptor = descriptor;
+    m_isColourful = wantsColours(descriptor);
+    m_mayBreak = isPipeOrSocket(descriptor);
+}
+
+void Destination::write(const char* p_text, std::size_t length) {
+    if (!m_mayBreak) {
+        writeAll(m_descriptor, p_text, length);
+        return;
+    }
+    const PipeSignalGuard guard;
+    writeAll(m_descriptor, p_text, length);
+}
+
+}  // namespace zor_debug

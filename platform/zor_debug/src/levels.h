@@ -1,0 +1,69 @@
+// levels.h: which levels are on, for all modules and for single ones.
+
+#ifndef ZOR_DEBUG_SRC_LEVELS_H
+#define ZOR_DEBUG_SRC_LEVELS_H
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "zor_debug/zor_debug.h"
+
+namespace zor_debug {
+
+inline constexpr std::uint16_t kLevelOff = 0;
+inline constexpr std::uint16_t kLevelError = 1000;
+inline constexpr std::uint16_t kLevelWarn = 3000;
+inline constexpr std::uint16_t kLevelInfo = 4000;
+inline constexpr std::uint16_t kLevelDebug = 5000;
+
+struct ModuleLevel {
+    std::uint16_t module;
+    std::uint16_t level;
+};
+
+/// The levels that are on: up to and including common, or the module's own entry.
+struct LevelSettings {
+    static constexpr std::size_t kMaxModules = 64;
+
+    std::uint16_t common = kLevelError;
+    std::array<ModuleLevel, kMaxModules> modules = {};
+    std::size_t moduleCount = 0;
+
+    /// False when there is no room for another module.
+    bool set(std::uint16_t module, std::uint16_t level);
+};
+
+/// Reads "warn,0x5f=debug". On failure @p p_settings is unchanged and @p p_bad is the item
+/// that was not understood. An empty text gives the default.
+bool parseLevels(std::string_view text, LevelSettings* p_settings, std::string_view* p_bad);
+
+/// Puts @p settings into force. One thread at a time.
+void applyLevels(const LevelSettings& settings);
+
+/// The highest level that is on for @p module. Any thread.
+std::uint16_t levelOf(std::uint16_t module);
+
+/// For each group of modules with the same low byte, how many levels, counted from the top,
+/// are off for all of them. Zero, as at the start, tells nothing.
+inline std::array<std::atomic<std::uint16_t>, 256> g_silentLevels = {};
+
+/// False when the record's level is certainly off. One load and one comparison: this is what
+/// every log statement that is off costs. Relaxed: a thread that sees a change of levels late
+/// writes or leaves out a line that it might as well have written before the change.
+inline bool mayBeOn(const DebugLevelRecord& record) {
+    const std::uint32_t silent =
+        g_silentLevels[record.module & 0xFFU].load(std::memory_order_relaxed);
+    return record.level + silent <= UINT16_MAX;
+}
+
+/// The exact answer, once the settings are in force. Level 0 does not exist and is never on.
+inline bool isOn(const DebugLevelRecord& record) {
+    return record.level != 0 && record.level <= levelOf(record.module);
+}
+
+}  // namespace zor_debug
+
+#endif  // ZOR_DEBUG_SRC_LEVELS_H

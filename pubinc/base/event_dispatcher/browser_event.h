@@ -1,0 +1,78 @@
+// browser_event.h: the message that travels between modules, and its reply.
+
+#ifndef BASE_EVENT_DISPATCHER_BROWSER_EVENT_H
+#define BASE_EVENT_DISPATCHER_BROWSER_EVENT_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "base/event_dispatcher/event_param.h"
+#include "base/export.h"
+
+namespace tevalon::base::event_dispatcher {
+
+/// What a handler replies. Any value; two have a meaning of their own.
+using EventResult = std::int32_t;
+
+inline constexpr EventResult kEventResultNone = -1;    ///< No reply yet, or never armed.
+inline constexpr EventResult kEventResultTimeout = 1;  ///< No reply in time.
+
+/// The module id that stands for any module: as the source of a handler, and as the target of
+/// a send.
+inline constexpr std::int32_t kAnyModule = INT32_MIN;
+
+/// A message with an owned payload and room for one reply. Always held by
+/// std::shared_ptr<BrowserEvent>: sender, queue and handler each keep it alive.
+///
+/// Lifecycle: created; armed for a reply by initWaitResultCv(); answered by replyResult();
+/// armed again if it is to be sent again.
+///
+/// Thread-safety: srcModule, eventType and param must not change once the event is sent.
+/// replyResult() and waitForResult() may be called from any thread. initWaitResultCv() must
+/// have returned before another thread sees the event.
+class TEVALON_BASE_EXPORT BrowserEvent {
+public:
+    /// @param param  Owned from here on; deleted with the event. May be null.
+    BrowserEvent(std::int32_t srcModule, std::int32_t eventType, EventParam* param);
+    ~BrowserEvent();
+
+    BrowserEvent(const BrowserEvent&) = delete;
+    BrowserEvent& operator=(const BrowserEvent&) = delete;
+
+    /// Makes the event ready to be waited for, and forgets an earlier reply. Returns 0. Out of
+    /// memory it leaves the event unarmed, which waitForResult() reports.
+    std::int32_t initWaitResultCv();
+
+    /// Stores the reply, over an earlier one, and wakes all who wait for it. On an event that
+    /// was never armed it only stores. Throws std::system_error when the lock cannot be taken.
+    void replyResult(EventResult reply);
+
+    /// Blocks until there is a reply and returns it, or kEventResultTimeout.
+    ///
+    /// @param timeout  In milliseconds on the monotonic clock; -1 waits without limit, other
+    ///                 negative values have passed already.
+    ///
+    /// On an event that was never armed it writes an error line and returns kEventResultNone
+    /// at once. Throws std::system_error when the lock cannot be taken.
+    std::int32_t waitForResult(std::int32_t timeout);
+
+    std::int32_t srcModule;  ///< The module whose hub made the event.
+    std::int32_t eventType;
+    EventParam* param;                      ///< Owned; may be null.
+    std::mutex* waitResultMtx;              ///< Owned; null until armed.
+    std::condition_variable* waitResultCv;  ///< Owned; null until armed.
+    // Atomic for the event that was never armed: the handlers of several hubs may then reply
+    // to it at once without a lock.
+    std::atomic<bool> replied;        ///< Whether result is a reply.
+    std::atomic<EventResult> result;  ///< The reply; kEventResultNone until there is one.
+
+private:
+    EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
+    EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock, std::int32_t timeoutMs);
+};
+
+}  // namespace tevalon::base::event_dispatcher
+
+#endif  // BASE_EVENT_DISPATCHER_BROWSER_EVENT_H

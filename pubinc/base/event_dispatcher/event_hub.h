@@ -1,0 +1,90 @@
+// event_hub.h: a module's mailbox, and the thread that empties it.
+
+#ifndef BASE_EVENT_DISPATCHER_EVENT_HUB_H
+#define BASE_EVENT_DISPATCHER_EVENT_HUB_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "base/event_dispatcher/browser_event.h"
+#include "base/export.h"
+
+namespace tevalon::base::event_dispatcher {
+
+class EventHubImpl;
+
+/// One module's end of the event traffic: it makes and sends the module's events, and runs the
+/// module's handlers, one at a time and in order of arrival, on a thread of its own.
+///
+///     EventHub hub(kMyModule);
+///     hub.registerHandler(kKeyPressed, [](std::shared_ptr<BrowserEvent> event) {
+///         event->replyResult(0);
+///     });
+///     evtdispch_register_hub(&hub);
+///     ...
+///     evtdispch_unregister_hub(&hub);
+///
+/// Lifecycle: construct, register handlers (the first starts the thread), register the hub
+/// with the dispatcher; unregister it, which stops the thread, before it is destroyed. Events
+/// that still wait then are destroyed with the hub, unhandled, unless a later registerHandler()
+/// starts a new thread.
+///
+/// Thread-safety: any thread may call any method but the destructor. Handlers run without a
+/// lock held and may send, also synchronously to other hubs, and register further handlers. A
+/// handler must not send synchronously to its own hub, unregister its own hub, or throw.
+///
+/// A hub whose implementation could not be allocated says so in an error line at each use and
+/// answers -1.
+class TEVALON_BASE_EXPORT EventHub {
+public:
+    using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
+
+    /// Starts no thread.
+    explicit EventHub(std::int32_t moduleId);
+    /// Stops the thread after the handler in hand. Does not unregister the hub.
+    ~EventHub();
+
+    EventHub(const EventHub&) = delete;
+    EventHub& operator=(const EventHub&) = delete;
+
+    std::int32_t moduleId() const;
+
+    /// Registers @p handler for events of @p eventType from any module. Returns 0; 1 when a
+    /// registered handler takes these events already; 2 when @p handler is empty; -1 without
+    /// an implementation. Handlers are never removed. If the thread cannot be created the
+    /// handler is registered all the same, and the next registration tries again.
+    std::int32_t registerHandler(std::int32_t eventType, Handler handler);
+
+    /// The same for events from @p srcModule only. A handler for any module that was
+    /// registered before takes them already; one registered later takes the rest.
+    std::int32_t registerHandler(std::int32_t srcModule, std::int32_t eventType, Handler handler);
+
+    /// Returns a new event from this module, without payload.
+    std::shared_ptr<BrowserEvent> createEvent(std::int32_t eventType) const;
+
+    /// Sends without waiting. Returns what evtdispch_send_event() returns.
+    std::int32_t sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target);
+
+    /// Sends and blocks until a handler replies. Returns the reply; 1 when none came in
+    /// time; -1 when the event could not be sent or armed.
+    ///
+    /// @param timeout  In milliseconds; -1 waits without limit.
+    std::int32_t sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                               std::int32_t timeout);
+
+    /// For the dispatcher: queues @p event. Returns 0, or -1 when no handler takes it.
+    std::int32_t receiveEvent(std::shared_ptr<BrowserEvent> event);
+    /// For the dispatcher: the hub has joined its list.
+    void onHubRegistered();
+    /// For the dispatcher: the hub has left its list. Stops the thread and waits for it.
+    void onHubUnregistered();
+
+private:
+    std::shared_ptr<EventHubImpl> m_impl;  // Null only if it could not be allocated.
+    std::int32_t m_moduleId;
+};
+
+}  // namespace tevalon::base::event_dispatcher
+
+#endif  // BASE_EVENT_DISPATCHER_EVENT_HUB_H

@@ -1,0 +1,150 @@
+#include "base/utils/command_line.h"
+
+#include <getopt.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/logging/blog.h"
+
+namespace tevalon::base::utils {
+namespace {
+
+constexpr int kEndOfOptions = -1;
+
+// What the erased option looked like on the command line, as far as this is known: once any
+// long option but the first has been seen, every option counts as typed in its long form.
+std::string tokenOf(char letter, const std::string& longName, int longIndex) {
+    return longIndex < 1 ? std::string("-") + letter : "--" + longName;
+}
+
+// Empties the first argument that holds the token anywhere, so that a later parser of the same
+// vector does not meet the option again. Searching for a part of the text, not for the whole,
+// is what the programs have come to rely on.
+void clear_option(int argc, char** argv, const std::string& token) {
+    for (int i = 0; i < argc; ++i) {
+        if (argv[i] == nullptr || std::strstr(argv[i], token.c_str()) == nullptr) continue;
+        if (optarg != nullptr) optarg[0] = '\0';
+        argv[i][0] = '\0';
+        BLOG(kLogDebug, "clear  %s done\n", token.c_str());
+        return;
+    }
+}
+
+}  // namespace
+
+CommandLine::CommandLine(int argc, char** argv, std::string const& usageText,
+                         std::string const& extraText, bool addDefaults)
+    : m_argc(argc), m_argv(argv), m_usageText(usageText), m_extraText(extraText) {
+    if (addDefaults) AddDefaultOptions();
+}
+
+CommandLine::CommandLine(const CommandLine&) = default;
+CommandLine& CommandLine::operator=(const CommandLine&) = default;
+CommandLine::~CommandLine() = default;
+
+void CommandLine::AddOption(char const* longName, char shortName, bool hasLongName,
+                            std::string const& description, bool hasArgument,
+                            std::vector<char const*> const& aliases) {
+    if (longName == nullptr) return;
+    const auto taken = m_shortToLong.find(shortName);
+    if (taken != m_shortToLong.end()) {
+        BLOG(kLogError, "Command line argument -%c is already used for --%s\n", shortName,
+             taken->second.c_str());
+    }
+    m_shortToLong[shortName] = longName;
+
+    m_optString += shortName;
+    if (hasArgument) m_optString += ':';
+
+    if (hasLongName) {
+        m_longOptions.push_back({longName, hasArgument, nullptr, shortName});
+        for (char const* alias : aliases) {
+            // A null name would end the parser's table here.
+            if (alias == nullptr) continue;
+            m_longOptions.push_back({alias, hasArgument, nullptr, shortName});
+        }
+    }
+    appendHelpLine(longName, shortName, hasLongName, description, hasArgument, aliases);
+}
+
+void CommandLine::AddOption(char const* longName, char shortName, bool hasLongName,
+                            std::string const& description, bool hasArgument, char const* alias) {
+    std::vector<char const*> aliases;
+    if (alias != nullptr) aliases.push_back(alias);
+    AddOption(longName, shortName, hasLongName, description, hasArgument, aliases);
+}
+
+void CommandLine::AddDefaultOptions() {
+    const auto add = [this](char const* longName, char shortName, bool hasArgument,
+                            char const* description) {
+        AddOption(longName, shortName, true, description, hasArgument, nullptr);
+    };
+    add("help", 'h', false, "Prints this message");
+    add("url", 'u', true, "Specify the URL");
+    add("sw", 's', false, "Use software backend");
+    add("hw-dfb", 'd', false, "Use DirectFB backend");
+    add("hw-gles", 'g', false, "Use OpenGL ES 2.0 backend");
+    add("quit-on-render-crash", '%', false, "Quit integration on renderer crash");
+    add("disable-input", '#', false,
+        "Disable input passing of keyboard and mouse input to browser. Useful to avoid "
+        "accidental breakage of test runs with input meant for the neighbouring device.");
+}
+
+void CommandLine::Parse() {
+    if (m_parsed) return;
+    m_longOptions.push_back({nullptr, 0, nullptr, 0});
+    opterr = 0;
+    // Zero, not one: the C library then forgets the place of whoever parsed before.
+    optind = 0;
+    int longIndex = 0;  // Written by the parser for a long option only, and never reset.
+    while (m_argv != nullptr) {
+        const int letter =
+            getopt_long(m_argc, m_argv, m_optString.c_str(), m_longOptions.data(), &longIndex);
+        if (letter == kEndOfOptions) break;
+        if (letter != 0) takeOption(static_cast<char>(letter), longIndex);
+    }
+    finishParsing();
+}
+
+void CommandLine::takeOption(char letter, int longIndex) {
+    const auto declared = m_shortToLong.find(letter);
+    if (declared == m_shortToLong.end()) return;
+    m_values[declared->second] = optarg != nullptr ? optarg : "";
+    clear_option(m_argc, m_argv, tokenOf(letter, declared->second, longIndex));
+}
+
+void CommandLine::finishParsing() {
+    m_parsed = true;
+    if (!HasOption("help")) return;
+    std::fprintf(stderr, "%s%s", m_usageText.c_str(), m_helpText.c_str());
+    std::exit(0);
+}
+
+bool CommandLine::HasOption(std::string const& longName) const {
+    return m_values.count(longName) != 0;
+}
+
+std::string CommandLine::GetOptionValue(std::string const& longName) const {
+    const auto value = m_values.find(longName);
+    return value != m_values.end() ? value->second : std::string();
+}
+
+void CommandLine::appendHelpLine(char const* longName, char shortName, bool hasLongName,
+                                 std::string const& description, bool hasArgument,
+                                 std::vector<char const*> const& aliases) {
+    const char* placeholder = hasArgument ? "#" : "";
+    m_helpText.append("-").append(1, shortName).append(placeholder);
+    if (hasLongName) {
+        const char* longPlaceholder = hasArgument ? "=#" : "";
+        m_helpText.append(" or --").append(longName).append(longPlaceholder);
+        for (char const* alias : aliases) {
+            if (alias == nullptr) continue;
+            m_helpText.append(" or --").append(alias).append(longPlaceholder);
+        }
+    }
+    m_helpText.append("\n\t\t\t").append(description).append("\n");
+}
+
+}  // namespace tevalon::base::utils

@@ -1,0 +1,115 @@
+#define BLOG_TAG "EventDispatcher"
+
+#include "base/event_dispatcher/event_dispatcher.h"
+
+#include <algorithm>
+#include <list>
+#include <mutex>
+#include <utility>
+
+#include "base/event_dispatcher/event_hub.h"
+#include "base/logging/blog.h"
+#include "base/singleton.h"
+
+namespace tevalon::base::event_dispatcher {
+
+// The registered hubs in order of registration. Lock order: this lock, then a hub's handler
+// lock, then, that one released, the hub's queue lock.
+class EventDispatcher::HubList {
+public:
+    bool add(EventHub* p_hub) {
+        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        if (find(p_hub) != m_hubs.end()) return false;
+        m_hubs.push_back(p_hub);
+        return true;
+    }
+
+    bool remove(EventHub* p_hub) {
+        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        const auto listed = find(p_hub);
+        if (listed == m_hubs.end()) return false;
+        m_hubs.erase(listed);
+        return true;
+    }
+
+    std::int32_t deliver(const std::shared_ptr<BrowserEvent>& event, std::int32_t target) {
+        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        std::int32_t result = -1;
+        for (EventHub* p_hub : m_hubs) {
+            if (target != kAnyModule && target != p_hub->moduleId()) continue;
+            result = p_hub->receiveEvent(event);
+        }
+        return result;
+    }
+
+private:
+    std::list<EventHub*>::iterator find(EventHub* p_hub) {
+        return std::find(m_hubs.begin(), m_hubs.end(), p_hub);
+    }
+
+    std::mutex m_hubsMtx;         // Guards m_hubs, over a whole delivery.
+    std::list<EventHub*> m_hubs;  // Not owned.
+};
+
+EventDispatcher::EventDispatcher() : m_hubs(std::make_unique<HubList>()) {
+    BLOG(kLogAlways, "Create EventDispatcher.\n");
+}
+
+EventDispatcher::~EventDispatcher() = default;
+
+EventDispatcher* EventDispatcher::GetInstance() {
+    return Singleton<EventDispatcher, DefaultSingletonTraits<EventDispatcher>,
+                     EventDispatcher>::GetInstance();
+}
+
+EventDispatcher* EventDispatcher::getInstance() {
+    return GetInstance();
+}
+
+std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
+    if (p_hub == nullptr) {
+        BLOG(kLogError, "p_hub is NULL.\n");
+        return 2;
+    }
+    BLOG(kLogInfo, "Register hub:%p for moudle:%d.\n", static_cast<void*>(p_hub),
+         p_hub->moduleId());
+    if (!m_hubs->add(p_hub)) {
+        BLOG(kLogError, "EventHub:%p already exists.\n", static_cast<void*>(p_hub));
+        return 1;
+    }
+    p_hub->onHubRegistered();
+    return 0;
+}
+
+std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
+    if (p_hub == nullptr) {
+        BLOG(kLogError, "p_hub is NULL.\n");
+        return 2;
+    }
+    BLOG(kLogInfo, "UnRegister hub:%p from module:%d.\n", static_cast<void*>(p_hub),
+         p_hub->moduleId());
+    if (m_hubs->remove(p_hub)) p_hub->onHubUnregistered();
+    return 0;
+}
+
+std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
+    if (event == nullptr) {
+        BLOG(kLogError, "event is NULL.\n");
+        return 2;
+    }
+    return m_hubs->deliver(event, target);
+}
+
+std::int32_t evtdispch_register_hub(EventHub* p_hub) {
+    return EventDispatcher::getInstance()->registerHub(p_hub);
+}
+
+std::int32_t evtdispch_unregister_hub(EventHub* p_hub) {
+    return EventDispatcher::getInstance()->unregisterHub(p_hub);
+}
+
+std::int32_t evtdispch_send_event(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
+    return EventDispatcher::getInstance()->send(std::move(event), target);
+}
+
+}  // namespace tevalon::base::event_dispatcher

@@ -1,0 +1,229 @@
+#define BLOG_TAG "EventDispatcher"
+
+#include "base/event_dispatcher/event_hub.h"
+
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "base/event_dispatcher/event_dispatcher.h"
+#include "base/logging/blog.h"
+#include "event_dispatcher/event_hub_impl.h"
+#include "thread_name.h"
+
+namespace tevalon::base::event_dispatcher {
+
+// ---- EventHub ----
+
+EventHub::EventHub(std::int32_t moduleId) : m_moduleId(moduleId) {
+    try {
+        m_impl = std::make_shared<EventHubImpl>(moduleId);
+    } catch (const std::bad_alloc&) {
+        BLOG(kLogError, "Fail to create EventHubImpl.\n");
+    }
+}
+
+EventHub::~EventHub() = default;
+
+std::int32_t EventHub::moduleId() const {
+    return m_moduleId;
+}
+
+std::int32_t EventHub::registerHandler(std::int32_t eventType, Handler handler) {
+    if (m_impl == nullptr) {
+        BLOG(kLogError, "m_impl is NULL.\n");
+        return -1;
+    }
+    return m_impl->registerHandler(eventType, std::move(handler));
+}
+
+std::int32_t EventHub::registerHandler(std::int32_t srcModule, std::int32_t eventType,
+                                       Handler handler) {
+    if (m_impl == nullptr) {
+        BLOG(kLogError, "m_impl is NULL.\n");
+        return -1;
+    }
+    return m_impl->registerHandler(srcModule, eventType, std::move(handler));
+}
+
+std::shared_ptr<BrowserEvent> EventHub::createEvent(std::int32_t eventType) const {
+    return std::make_shared<BrowserEvent>(m_moduleId, eventType, nullptr);
+}
+
+std::int32_t EventHub::sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
+    return evtdispch_send_event(std::move(event), target);
+}
+
+std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                                     std::int32_t timeout) {
+    // A null event is left to the dispatcher, which reports it.
+    if (event != nullptr && event->initWaitResultCv() != 0) {
+        BLOG(kLogError, "Fail to initialize event's codition_variable.\n");
+        return -1;
+    }
+    if (evtdispch_send_event(event, target) != 0) {
+        BLOG(kLogError, "Fail to send event.\n");
+        return -1;
+    }
+    return event->waitForResult(timeout);
+}
+
+std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
+    if (m_impl == nullptr) {
+        BLOG(kLogError, "m_impl is NULL.\n");
+        return -1;
+    }
+    return m_impl->receiveEvent(std::move(event));
+}
+
+void EventHub::onHubRegistered() {}
+
+void EventHub::onHubUnregistered() {
+    if (m_impl == nullptr) {
+        BLOG(kLogError, "m_impl is NULL.\n");
+        return;
+    }
+    m_impl->onUnregistered();
+}
+
+// ---- EventHubImpl ----
+
+EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
+
+EventHubImpl::~EventHubImpl() {
+    onUnregistered();
+}
+
+std::int32_t EventHubImpl::registerHandler(std::int32_t eventType, Handler handler) {
+    return registerHandler(kAnyModule, eventType, std::move(handler));
+}
+
+std::int32_t EventHubImpl::registerHandler(std::int32_t srcModule, std::int32_t eventType,
+                                           Handler handler) {
+    if (!handler) {
+        BLOG(kLogError, "handler is NULL.\n");
+        return 2;
+    }
+    if (!ensureThread()) BLOG(kLogError, "Fail to create EventHandlerThread.\n");
+    if (!addUnlessExists({srcModule, eventType, std::move(handler)})) {
+        BLOG(kLogError, "Event handler already exists.\n\n");
+        return 1;
+    }
+    return 0;
+}
+
+bool EventHubImpl::ensureThread() {
+    const std::lock_guard<std::mutex> lock(m_threadMtx);
+    if (m_thread != nullptr) return true;
+    m_exit = false;
+    try {
+        m_thread = std::make_shared<std::thread>(handleEventTask, this);
+    } catch (const std::exception&) {
+        return false;  // No thread, or no memory for one.
+    }
+    return true;
+}
+
+bool EventHubImpl::hasThread() {
+    const std::lock_guard<std::mutex> lock(m_threadMtx);
+    return m_thread != nullptr;
+}
+
+bool EventHubImpl::addUnlessExists(InnerHandler_t record) {
+    const std::lock_guard<std::mutex> lock(m_handlerMtx);
+    if (findHandler(record.srcModule, record.eventType) != nullptr) return false;
+    m_handlers.push_back(std::move(record));
+    return true;
+}
+
+bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
+    const std::lock_guard<std::mutex> lock(m_handlerMtx);
+    return findHandler(key.srcModule, key.eventType) != nullptr;
+}
+
+const EventHubImpl::InnerHandler_t* EventHubImpl::findHandler(std::int32_t srcModule,
+                                                              std::int32_t eventType) const {
+    for (const InnerHandler_t& stored : m_handlers) {
+        if (stored.eventType != eventType) continue;
+        if (stored.srcModule == kAnyModule || stored.srcModule == srcModule) return &stored;
+    }
+    return nullptr;
+}
+
+std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent> event) {
+    if (event == nullptr) return -1;
+    if (!handlerExists({event->srcModule, event->eventType, nullptr})) return -1;
+    const std::lock_guard<std::mutex> lock(m_queueMtx);
+    m_eventQueue.push_back(std::move(event));
+    m_queueCv.notify_all();
+    return 0;
+}
+
+void EventHubImpl::handleEventTask(EventHubImpl* self) {
+    if (self == nullptr) {
+        BLOG(kLogError, "Param is NULL.\n");
+        return;
+    }
+    nameThisThread("Evt:%d", self->m_moduleId);
+    std::shared_ptr<BrowserEvent> event;
+    while (self->takeEvent(&event)) {
+        if (event != nullptr) self->handle(std::move(event));
+    }
+}
+
+bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
+    std::unique_lock<std::mutex> lock(m_queueMtx);
+    m_queueCv.wait(lock, [this] { return m_exit || !m_eventQueue.empty(); });
+    if (m_exit) return false;
+    *p_event = std::move(m_eventQueue.front());
+    m_eventQueue.pop_front();
+    return true;
+}
+
+void EventHubImpl::handle(std::shared_ptr<BrowserEvent> event) {
+    Handler handler;
+    {
+        const std::lock_guard<std::mutex> lock(m_handlerMtx);
+        const InnerHandler_t* found = findHandler(event->srcModule, event->eventType);
+        if (found == nullptr) return;
+        // Copied: the list may grow, and move, while the handler runs.
+        handler = found->handler;
+    }
+    handler(std::move(event));
+}
+
+void EventHubImpl::onUnregistered() {
+    const std::lock_guard<std::mutex> teardown(m_teardownMtx);
+    if (!hasThread()) {
+        BLOG(kLogInfo, "Didn't create thread, so need not destroy thread.\n");
+        BLOG(kLogAlways, "Exit onUnregistered.\n");
+        return;
+    }
+    BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
+    requestExit();
+    joinThread();
+    BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+}
+
+void EventHubImpl::requestExit() {
+    m_exit = true;
+    // Under the lock: a thread that has found the queue empty must not miss the wake-up. It
+    // waits for the flag as well as for events, so none has to be made up, and allocated, here.
+    const std::lock_guard<std::mutex> lock(m_queueMtx);
+    m_queueCv.notify_all();
+}
+
+void EventHubImpl::joinThread() {
+    std::shared_ptr<std::thread> thread;
+    {
+        const std::lock_guard<std::mutex> lock(m_threadMtx);
+        thread = m_thread;
+    }
+    // Unlocked, and m_thread still set: a handler in hand may register another handler, which
+    // must neither wait for this join nor start a second thread.
+    if (thread->joinable()) thread->join();
+    const std::lock_guard<std::mutex> lock(m_threadMtx);
+    m_thread.reset();
+}
+
+}  // namespace tevalon::base::event_dispatcher

@@ -1,0 +1,77 @@
+// event_hub_impl.h: the queue, the handlers and the thread behind an EventHub.
+
+#ifndef SRC_EVENT_DISPATCHER_EVENT_HUB_IMPL_H
+#define SRC_EVENT_DISPATCHER_EVENT_HUB_IMPL_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "base/event_dispatcher/browser_event.h"
+
+namespace tevalon::base::event_dispatcher {
+
+/// Thread-safety: any thread may call anything but the destructor; see EventHub.
+///
+/// The locks are leaves, except that m_teardownMtx is held over a whole teardown and the
+/// others are taken below it. None is held while a handler runs or a line is logged, but for
+/// m_teardownMtx, which nothing but a teardown ever takes.
+class EventHubImpl {
+public:
+    using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
+
+    struct InnerHandler_t {
+        std::int32_t srcModule;
+        std::int32_t eventType;
+        Handler handler;  // Empty in a key that is only looked up.
+    };
+
+    /// @param moduleId  Names the handler thread.
+    explicit EventHubImpl(std::int32_t moduleId);
+    ~EventHubImpl();
+
+    EventHubImpl(const EventHubImpl&) = delete;
+    EventHubImpl& operator=(const EventHubImpl&) = delete;
+
+    std::int32_t registerHandler(std::int32_t eventType, Handler handler);
+    std::int32_t registerHandler(std::int32_t srcModule, std::int32_t eventType, Handler handler);
+    bool handlerExists(const InnerHandler_t& key);
+    std::int32_t receiveEvent(std::shared_ptr<BrowserEvent> event);
+    void onUnregistered();
+
+    /// The body of the handler thread.
+    static void handleEventTask(EventHubImpl* self);
+
+private:
+    bool ensureThread();
+    bool hasThread();
+    bool addUnlessExists(InnerHandler_t record);
+    /// The first handler for the pair in order of registration, or null.
+    const InnerHandler_t* findHandler(std::int32_t srcModule, std::int32_t eventType) const;
+    /// Blocks for the next event; false when the thread is to end.
+    bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
+    void handle(std::shared_ptr<BrowserEvent> event);
+    void requestExit();
+    void joinThread();
+
+    std::mutex m_threadMtx;                 // Guards m_thread.
+    std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
+    std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
+    std::mutex m_queueMtx;                  // Guards m_eventQueue.
+    std::condition_variable m_queueCv;      // Signalled when the queue grows or m_exit is set.
+    std::deque<std::shared_ptr<BrowserEvent>> m_eventQueue;  // Oldest first.
+    std::mutex m_handlerMtx;                                 // Guards m_handlers.
+    std::vector<InnerHandler_t> m_handlers;                  // In order of registration.
+    std::mutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
+    const std::int32_t m_moduleId;
+};
+
+}  // namespace tevalon::base::event_dispatcher
+
+#endif  // SRC_EVENT_DISPATCHER_EVENT_HUB_IMPL_H

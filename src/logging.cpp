@@ -1,0 +1,149 @@
+#include "base/logging.h"
+
+#include <time.h>
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+using tevalon::base::DebugLevelRecord;
+using tevalon::base::isLogOn;
+using tevalon::base::kBlogModule;
+using tevalon::base::kLogDebug;
+
+constexpr std::array<std::uint16_t, 5> kLevels = {
+    tevalon::base::kLogAlways, tevalon::base::kLogError, tevalon::base::kLogWarn,
+    tevalon::base::kLogInfo, tevalon::base::kLogDebug};
+
+constexpr int kBytesPerDumpLine = 16;
+
+const char* orEmpty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+// Only the nanoseconds field, not the whole time: enough to tell dumps and runs apart.
+bool readMonotonicNanoseconds(std::uint32_t* p_nanoseconds) {
+    timespec now = {};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
+    *p_nanoseconds = static_cast<std::uint32_t>(now.tv_nsec);
+    return true;
+}
+
+void printLog(int levelIndex, const char* tag, const char* file, int line, const char* function,
+              const char* format, va_list args) __attribute__((format(printf, 6, 0)));
+
+void printLog(int levelIndex, const char* tag, const char* file, int line, const char* function,
+              const char* format, va_list args) {
+    if (format == nullptr) return;
+    if (levelIndex < 0 || levelIndex >= static_cast<int>(kLevels.size())) return;
+
+    DebugLevelRecord record = {kLevels[static_cast<std::size_t>(levelIndex)], kBlogModule, 0, 0};
+    // Each piece asks anew: the level may be switched while the line is being written.
+    if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) {
+        zorDebugOutput0("[%s]%s:%d:%s:", orEmpty(tag), blog_base_name(orEmpty(file)), line,
+                        orEmpty(function));
+    }
+    if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) zorDebugOutputV(format, args);
+    if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) zorDebugOutput0("\n");
+}
+
+void writeDumpLine(std::uint32_t dumpId, const char* text) {
+    print_browser_log(4, nullptr, nullptr, 0, nullptr, "DUMPMEM(%08Xd):, %s", dumpId, text);
+}
+
+void writeDumpBytes(std::uint32_t dumpId, const unsigned char* data, int count) {
+    std::array<char, 52> line = {};
+    char* p_end = line.data();
+    for (int i = 0; i < count; ++i) p_end += std::sprintf(p_end, "%02X ", data[i]);
+    writeDumpLine(dumpId, line.data());
+}
+
+}  // namespace
+
+const char* blog_base_name(const char* path) {
+    const char* lastSlash = std::strrchr(path, '/');
+    return lastSlash != nullptr ? lastSlash + 1 : path;
+}
+
+void print_browser_log(int levelIndex, const char* tag, const char* file, int line,
+                       const char* function, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    printLog(levelIndex, tag, file, line, function, format, args);
+    va_end(args);
+}
+
+void print_hbbtv_controller_log(int levelIndex, const char* tag, const char* file, int line,
+                                const char* function, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    printLog(levelIndex, tag, file, line, function, format, args);
+    va_end(args);
+}
+
+void dump_memory(const char* title, const unsigned char* data, int length) {
+    std::uint32_t dumpId = 0;
+    (void)readMonotonicNanoseconds(&dumpId);  // Without a clock all dumps are dump 0.
+
+    writeDumpLine(dumpId, title != nullptr ? title : "(null)");
+    if (data == nullptr) return;
+    for (int offset = 0; offset < length;) {
+        const int left = length - offset;
+        const int count = left < kBytesPerDumpLine ? left : kBytesPerDumpLine;
+        if (isLogOn(kLogDebug)) writeDumpBytes(dumpId, data + offset, count);
+        offset += count;
+    }
+}
+
+std::string dbg_location(const char* file, int line, const char* function) {
+    std::string location;
+    if (file == nullptr) return location;
+    location.append(file).append(":").append(std::to_string(line)).append(":");
+    if (function == nullptr) return location;
+    location.append(function).append("():");
+    return location;
+}
+
+namespace tevalon::base {
+
+std::uint32_t bootID() {
+    constexpr std::uint32_t kWithoutClock = 0x1234;
+    // Relaxed: the value stands for itself, nothing else is published with it.
+    static std::atomic<std::uint32_t> s_bootId{0};
+
+    std::uint32_t bootId = s_bootId.load(std::memory_order_relaxed);
+    if (bootId != 0) return bootId;
+    if (!readMonotonicNanoseconds(&bootId)) bootId = kWithoutClock;
+    s_bootId.store(bootId, std::memory_order_relaxed);
+    return bootId;
+}
+
+FunctionTracer::FunctionTracer(const char* function, const char* file, int line)
+    : m_function(function), m_file(file), m_line(line) {
+    if (!isLogOn(kLogDebug)) return;
+    zorDebugOutput0("TRACE -> [%s(IN)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
+}
+
+FunctionTracer::~FunctionTracer() {
+    if (!isLogOn(kLogDebug)) return;
+    zorDebugOutput0("TRACE <- [%s(OUT)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
+}
+
+namespace internal {
+
+void ScopeTrace::writeIn() const {
+    zorDebugOutput0("[TRACE -> %s(IN)] %s:%d:%s() \n", m_function, blog_base_name(m_file), m_line,
+                    m_function);
+}
+
+void ScopeTrace::writeOut() const {
+    zorDebugOutput0("[TRACE <- %s(OUT)] %s:%d:%s() \n", m_function, blog_base_name(m_file), m_line,
+                    m_function);
+}
+
+}  // namespace internal
+}  // namespace tevalon::base

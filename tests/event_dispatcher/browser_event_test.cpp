@@ -1,0 +1,568 @@
+#include "base/event_dispatcher/browser_event.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <system_error>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "event_dispatcher/event_fixtures.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::event_dispatcher;
+using test::Call;
+using test::LogCapture;
+using test::LogEntry;
+using test::When;
+
+using SteadyClock = std::chrono::steady_clock;
+using ClockWait = int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+
+LogEntry eventCppLine(std::uint16_t level, const std::string& function,
+                      const std::string& message) {
+    return eventLine(level, "event.cpp", function, message);
+}
+
+const LogEntry kNotArmed =
+    eventCppLine(kLogError, "waitForResult", "waitResultMtx or waitResultCv is NULL.\n");
+
+/// Progress at the debug level is not looked at.
+class BrowserEventTest : public testing::Test {
+protected:
+    LogCapture m_log{kLogInfo};
+    BrowserEvent m_event{3, 5, nullptr};
+};
+
+// Construction and destruction.
+
+TEST_F(BrowserEventTest, HoldsWhatItWasMadeOf) {
+    std::atomic<int> deletions{0};
+    auto* const p_param = new CountedParam(&deletions);
+
+    const BrowserEvent event(3, -5, p_param);
+
+    EXPECT_EQ(event.srcModule, 3);
+    EXPECT_EQ(event.eventType, -5);
+    EXPECT_EQ(event.param, p_param);
+    EXPECT_EQ(event.waitResultMtx, nullptr);
+    EXPECT_EQ(event.waitResultCv, nullptr);
+    EXPECT_FALSE(event.replied);
+    EXPECT_EQ(event.result, kEventResultNone);
+}
+
+TEST_F(BrowserEventTest, AllocatesNothingWhenItIsMade) {
+    test::CountCalls allocations(Call::New);
+
+    const BrowserEvent event(1, 2, nullptr);
+
+    EXPECT_EQ(allocations.seen(), 0);
+}
+
+TEST_F(BrowserEventTest, DeletesItsPayloadOnceThroughTheDerivedDestructor) {
+    std::atomic<int> deletions{0};
+
+    { const BrowserEvent event(1, 2, new CountedParam(&deletions)); }
+
+    EXPECT_EQ(deletions, 1);
+}
+
+TEST_F(BrowserEventTest, DeletesItsPayloadWithTheLastReference) {
+    std::atomic<int> deletions{0};
+    auto first = std::make_shared<BrowserEvent>(1, 2, new CountedParam(&deletions));
+    auto second = first;
+
+    first.reset();
+    const int whileHeld = deletions;
+    second.reset();
+
+    EXPECT_EQ(whileHeld, 0);
+    EXPECT_EQ(deletions, 1);
+}
+
+TEST_F(BrowserEventTest, FreesWhatItWasArmedWith) {
+    std::atomic<int> deletions{0};
+    test::CountCalls mutexes(Call::PthreadCondDestroy);
+
+    {
+        BrowserEvent event(1, 2, new CountedParam(&deletions));
+        event.initWaitResultCv();
+    }
+
+    EXPECT_EQ(deletions, 1);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, IsAPlainClassThatIsNotCopied) {
+    EXPECT_FALSE(std::is_polymorphic<BrowserEvent>::value);
+    EXPECT_FALSE(std::is_copy_constructible<BrowserEvent>::value);
+    EXPECT_FALSE(std::is_copy_assignable<BrowserEvent>::value);
+}
+
+TEST_F(BrowserEventTest, HasItsFieldsInOrder) {
+    const auto at = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
+
+    EXPECT_EQ(at(m_event.srcModule), at(m_event));
+    EXPECT_LT(at(m_event.srcModule), at(m_event.eventType));
+    EXPECT_LT(at(m_event.eventType), at(m_event.param));
+    EXPECT_LT(at(m_event.param), at(m_event.waitResultMtx));
+    EXPECT_LT(at(m_event.waitResultMtx), at(m_event.waitResultCv));
+    EXPECT_LT(at(m_event.waitResultCv), at(m_event.replied));
+    EXPECT_LT(at(m_event.replied), at(m_event.result));
+    EXPECT_EQ(sizeof m_event.replied, 1U);
+    EXPECT_EQ(sizeof m_event.result, 4U);
+}
+
+TEST(EventParamTest, IsAPolymorphicBaseWithoutData) {
+    EXPECT_TRUE(std::has_virtual_destructor<EventParam>::value);
+    EXPECT_EQ(sizeof(EventParam), sizeof(void*));
+}
+
+class Volume : public EventParam {
+public:
+    std::int32_t intValue() override { return 40; }
+};
+
+TEST(EventParamTest, HasTheIntegerZeroUnlessADerivedOneSaysOtherwise) {
+    EventParam base;
+    const std::unique_ptr<EventParam> p_derived = std::make_unique<Volume>();
+
+    EXPECT_EQ(base.intValue(), 0);
+    EXPECT_EQ(p_derived->intValue(), 40);
+}
+
+TEST(EventParamTest, HasItsVirtualOperationsInOrder) {
+    const std::unique_ptr<EventParam> p_param = std::make_unique<Volume>();
+    std::int32_t (*slots[3])(EventParam*) = {};
+    const void* p_table = nullptr;
+    std::memcpy(&p_table, static_cast<const void*>(p_param.get()), sizeof p_table);
+    std::memcpy(slots, p_table, sizeof slots);
+
+    // Behind the two destructors, where binary clients call it.
+    EXPECT_EQ(slots[2](p_param.get()), 40);
+}
+
+TEST(EventResultTest, IsASignedWordWithTwoFixedValues) {
+    EXPECT_EQ(sizeof(EventResult), 4U);
+    EXPECT_EQ(static_cast<std::int32_t>(kEventResultNone), -1);
+    EXPECT_EQ(static_cast<std::int32_t>(kEventResultTimeout), 1);
+    EXPECT_EQ(kAnyModule, INT_MIN);
+}
+
+// Arming.
+
+TEST_F(BrowserEventTest, ArmingMakesTheWaitObjects) {
+    const std::int32_t status = m_event.initWaitResultCv();
+
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(m_event.waitResultMtx, nullptr);
+    EXPECT_NE(m_event.waitResultCv, nullptr);
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, ArmingAgainKeepsTheWaitObjectsAndForgetsTheReply) {
+    m_event.initWaitResultCv();
+    const std::mutex* const p_mutex = m_event.waitResultMtx;
+    const std::condition_variable* const p_condition = m_event.waitResultCv;
+    m_event.replyResult(7);
+
+    const std::int32_t status = m_event.initWaitResultCv();
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(m_event.waitResultMtx, p_mutex);
+    EXPECT_EQ(m_event.waitResultCv, p_condition);
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_event.waitForResult(0), kEventResultTimeout);
+    const std::vector<LogEntry> expected = {
+        eventCppLine(kLogInfo, "initWaitResultCv", "Already initialized.\n")};
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
+}
+
+TEST_F(BrowserEventTest, ArmingForgetsAReplyGivenBefore) {
+    m_event.replyResult(7);
+
+    m_event.initWaitResultCv();
+
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_event.waitForResult(0), kEventResultTimeout);
+}
+
+TEST_F(BrowserEventTest, ArmingWithAMutexAloneMakesBothAfresh) {
+    const auto p_mutex = std::make_unique<std::mutex>();
+    m_event.waitResultMtx = p_mutex.get();
+
+    EXPECT_EQ(m_event.initWaitResultCv(), 0);
+
+    EXPECT_NE(m_event.waitResultMtx, p_mutex.get());
+    EXPECT_NE(m_event.waitResultMtx, nullptr);
+    EXPECT_NE(m_event.waitResultCv, nullptr);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, ArmingWithAConditionVariableAloneMakesBothAfresh) {
+    const auto p_condition = std::make_unique<std::condition_variable>();
+    m_event.waitResultCv = p_condition.get();
+
+    EXPECT_EQ(m_event.initWaitResultCv(), 0);
+
+    EXPECT_NE(m_event.waitResultCv, p_condition.get());
+    EXPECT_NE(m_event.waitResultCv, nullptr);
+    EXPECT_NE(m_event.waitResultMtx, nullptr);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, ArmingOutOfMemoryLeavesItUnarmedAndMayBeTriedAgain) {
+    long failures = 0;
+    for (int n = 1;; ++n) {
+        BrowserEvent event(3, 5, nullptr);
+        std::int32_t status = -1;
+        long hits = 0;
+        {
+            test::FailCall fail(Call::New, 0, When().nth(n));
+            EXPECT_NO_THROW(status = event.initWaitResultCv());
+            hits = fail.hits();
+        }
+        EXPECT_EQ(status, 0);
+        if (hits == 0) break;
+        ++failures;
+        EXPECT_EQ(event.waitResultMtx, nullptr);
+        EXPECT_EQ(event.waitResultCv, nullptr);
+        EXPECT_EQ(event.waitForResult(0), kEventResultNone);
+
+        EXPECT_EQ(event.initWaitResultCv(), 0);
+        EXPECT_EQ(event.waitForResult(0), kEventResultTimeout);
+    }
+    EXPECT_GT(failures, 0);
+}
+
+// Replying.
+
+TEST_F(BrowserEventTest, AReplyIsStored) {
+    m_event.initWaitResultCv();
+
+    m_event.replyResult(7);
+
+    EXPECT_TRUE(m_event.replied);
+    EXPECT_EQ(m_event.result, 7);
+}
+
+TEST_F(BrowserEventTest, AReplyToAnUnarmedEventIsJustStored) {
+    test::CountCalls notified(Call::PthreadCondBroadcast, When().everyTime());
+
+    m_event.replyResult(7);
+
+    EXPECT_TRUE(m_event.replied);
+    EXPECT_EQ(m_event.result, 7);
+    EXPECT_EQ(notified.seen(), 0);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, ASecondReplyReplacesTheFirst) {
+    m_event.initWaitResultCv();
+    m_event.replyResult(7);
+
+    m_event.replyResult(8);
+
+    EXPECT_EQ(m_event.result, 8);
+    EXPECT_EQ(m_event.waitForResult(0), 8);
+}
+
+TEST_F(BrowserEventTest, AReplyPassesAnyValueThrough) {
+    for (const EventResult reply : {0, 2, -2, INT_MAX, INT_MIN}) {
+        m_event.initWaitResultCv();
+        m_event.replyResult(reply);
+
+        EXPECT_EQ(m_event.waitForResult(1000), reply);
+    }
+}
+
+TEST_F(BrowserEventTest, AReplyOfOneOrMinusOneLooksLikeATimeoutOrAnUnarmedEvent) {
+    m_event.initWaitResultCv();
+
+    m_event.replyResult(1);
+    EXPECT_EQ(m_event.waitForResult(-1), kEventResultTimeout);
+    m_event.replyResult(-1);
+    EXPECT_EQ(m_event.waitForResult(-1), kEventResultNone);
+
+    EXPECT_TRUE(m_event.replied);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, AReplyWakesAllWhoWait) {
+    m_event.initWaitResultCv();
+    constexpr int kWaiters = 3;
+    // The hooks run before the wait, with the event's lock held: a reply comes after the wait.
+    test::Countdown waiting(kWaiters);
+    test::RunAtCall untimed(
+        Call::PthreadCondWait, [&] { waiting.arrive(); },
+        When().on(m_event.waitResultCv->native_handle()).anyThread().everyTime());
+    test::RunAtCall timed(
+        Call::PthreadCondClockwait, [&] { waiting.arrive(); },
+        When().on(m_event.waitResultCv->native_handle()).anyThread().everyTime());
+    std::int32_t results[kWaiters] = {};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&, i] { results[i] = m_event.waitForResult(i == 0 ? 60000 : -1); });
+    }
+
+    EXPECT_TRUE(waiting.wait());
+    m_event.replyResult(7);
+    for (std::thread& waiter : waiters) waiter.join();
+
+    for (const std::int32_t result : results) EXPECT_EQ(result, 7);
+}
+
+// Waiting.
+
+TEST_F(BrowserEventTest, WaitingOnAnUnarmedEventIsReportedAndReturnsAtOnce) {
+    m_event.replyResult(7);
+
+    const std::int32_t unlimited = m_event.waitForResult(-1);
+    const std::int32_t limited = m_event.waitForResult(1000);
+
+    EXPECT_EQ(unlimited, kEventResultNone);
+    EXPECT_EQ(limited, kEventResultNone);
+    const std::vector<LogEntry> expected = {kNotArmed, kNotArmed};
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
+}
+
+TEST_F(BrowserEventTest, WaitingOnAHalfArmedEventIsReported) {
+    std::mutex mutex;
+    std::condition_variable condition;
+
+    m_event.waitResultMtx = &mutex;
+    const std::int32_t withMutex = m_event.waitForResult(-1);
+    m_event.waitResultMtx = nullptr;
+    m_event.waitResultCv = &condition;
+    const std::int32_t withCondition = m_event.waitForResult(-1);
+    m_event.waitResultCv = nullptr;
+
+    EXPECT_EQ(withMutex, kEventResultNone);
+    EXPECT_EQ(withCondition, kEventResultNone);
+    const std::vector<LogEntry> expected = {kNotArmed, kNotArmed};
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
+}
+
+TEST_F(BrowserEventTest, AnEarlierReplyEndsAnyWaitAtOnce) {
+    m_event.initWaitResultCv();
+    m_event.replyResult(7);
+    test::CountCalls waits(Call::PthreadCondWait, When().everyTime());
+
+    EXPECT_EQ(m_event.waitForResult(100), 7);
+    EXPECT_EQ(m_event.waitForResult(-1), 7);
+    EXPECT_EQ(m_event.waitForResult(0), 7);
+    EXPECT_EQ(m_event.waitForResult(-5), 7);
+    EXPECT_EQ(waits.seen(), 0);
+}
+
+TEST_F(BrowserEventTest, ATimeoutThatHasPassedReturnsAtOnce) {
+    m_event.initWaitResultCv();
+
+    EXPECT_EQ(m_event.waitForResult(0), kEventResultTimeout);
+    EXPECT_EQ(m_event.waitForResult(-5), kEventResultTimeout);
+    EXPECT_EQ(m_event.waitForResult(-2), kEventResultTimeout);
+    EXPECT_EQ(m_event.waitForResult(INT_MIN), kEventResultTimeout);
+
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_event.result, kEventResultNone);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(BrowserEventTest, ATimeoutDoesNotPassEarly) {
+    m_event.initWaitResultCv();
+    const SteadyClock::time_point start = SteadyClock::now();
+
+    const std::int32_t result = m_event.waitForResult(50);
+
+    EXPECT_EQ(result, kEventResultTimeout);
+    EXPECT_GE(SteadyClock::now() - start, std::chrono::milliseconds(50));
+}
+
+TEST_F(BrowserEventTest, ALateReplyIsStoredForTheNextWait) {
+    m_event.initWaitResultCv();
+    ASSERT_EQ(m_event.waitForResult(1), kEventResultTimeout);
+
+    m_event.replyResult(7);
+
+    EXPECT_TRUE(m_event.replied);
+    EXPECT_EQ(m_event.waitForResult(0), 7);
+}
+
+TEST_F(BrowserEventTest, AnUnlimitedWaitEndsWithTheReplyOnly) {
+    m_event.initWaitResultCv();
+    constexpr long kWakeUps = 5;
+    // Five waits return without a reply; it comes when the sixth begins.
+    test::FailCall wakeUps(Call::PthreadCondWait, 0, When().times(kWakeUps));
+    test::Event sixth;
+    test::RunAtCall atSixth(
+        Call::PthreadCondWait, [&] { sixth.set(); }, When().nth(kWakeUps + 1));
+    std::thread replier([&] {
+        (void)sixth.wait();
+        m_event.replyResult(7);
+    });
+
+    const std::int32_t result = m_event.waitForResult(-1);
+    replier.join();
+
+    EXPECT_EQ(result, 7);
+    EXPECT_EQ(wakeUps.hits(), kWakeUps);
+}
+
+TEST_F(BrowserEventTest, AnUnlimitedWaitReadsNoClock) {
+    m_event.initWaitResultCv();
+    test::ReplaceCall<int(pthread_cond_t*, pthread_mutex_t*)> wait(
+        Call::PthreadCondWait, [&](pthread_cond_t*, pthread_mutex_t*) {
+            m_event.replied = true;
+            m_event.result = 7;
+            return 0;
+        });
+    test::CountCalls clock(Call::ClockGettime, When().everyTime());
+    test::CountCalls timedWaits(Call::PthreadCondClockwait, When().everyTime());
+
+    const std::int32_t result = m_event.waitForResult(-1);
+
+    EXPECT_EQ(result, 7);
+    EXPECT_EQ(clock.seen(), 0);
+    EXPECT_EQ(timedWaits.seen(), 0);
+}
+
+TEST_F(BrowserEventTest, ALimitedWaitGoesOnAfterWakeUpsWithoutAReply) {
+    m_event.initWaitResultCv();
+    constexpr long kWakeUps = 5;
+    test::FailCall wakeUps(Call::PthreadCondClockwait, 0, When().times(kWakeUps));
+    test::Event sixth;
+    test::RunAtCall atSixth(
+        Call::PthreadCondClockwait, [&] { sixth.set(); }, When().nth(kWakeUps + 1));
+    std::thread replier([&] {
+        (void)sixth.wait();
+        m_event.replyResult(7);
+    });
+
+    const std::int32_t result = m_event.waitForResult(60000);
+    replier.join();
+
+    EXPECT_EQ(result, 7);
+    EXPECT_EQ(wakeUps.hits(), kWakeUps);
+}
+
+std::chrono::nanoseconds toDuration(const timespec& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+TEST_F(BrowserEventTest, ALimitedWaitHasItsDeadlineOnTheMonotonicClock) {
+    m_event.initWaitResultCv();
+    for (const std::int32_t timeout : {1, 3000, 5000000, INT_MAX}) {
+        m_event.replied = false;
+        clockid_t usedClock = -1;
+        timespec deadline = {};
+        test::ReplaceCall<ClockWait> wait(
+            Call::PthreadCondClockwait,
+            [&](pthread_cond_t*, pthread_mutex_t*, clockid_t clock, const timespec* p_deadline) {
+                usedClock = clock;
+                deadline = *p_deadline;
+                m_event.replied = true;
+                m_event.result = 7;
+                return 0;
+            });
+        timespec before = {};
+        timespec after = {};
+
+        clock_gettime(CLOCK_MONOTONIC, &before);
+        const std::int32_t result = m_event.waitForResult(timeout);
+        clock_gettime(CLOCK_MONOTONIC, &after);
+
+        EXPECT_EQ(result, 7);
+        EXPECT_EQ(usedClock, CLOCK_MONOTONIC);
+        EXPECT_GE(toDuration(deadline), toDuration(before) + std::chrono::milliseconds(timeout));
+        EXPECT_LE(toDuration(deadline), toDuration(after) + std::chrono::milliseconds(timeout));
+    }
+}
+
+TEST_F(BrowserEventTest, AReplyThatComesAsTheDeadlinePassesCounts) {
+    m_event.initWaitResultCv();
+    test::ReplaceCall<ClockWait> wait(
+        Call::PthreadCondClockwait, [&](pthread_cond_t*, pthread_mutex_t* p_mutex, clockid_t clock,
+                                        const timespec* p_deadline) {
+            pthread_mutex_unlock(p_mutex);
+            clock_nanosleep(clock, TIMER_ABSTIME, p_deadline, nullptr);
+            m_event.replyResult(7);
+            pthread_mutex_lock(p_mutex);
+            return ETIMEDOUT;
+        });
+
+    const std::int32_t result = m_event.waitForResult(1);
+
+    EXPECT_EQ(result, 7);
+    EXPECT_EQ(wait.hits(), 1);
+}
+
+TEST_F(BrowserEventTest, AReplyFromAnotherThreadEndsALimitedWait) {
+    m_event.initWaitResultCv();
+    test::Event waiting;
+    test::RunAtCall atWait(Call::PthreadCondClockwait, [&] { waiting.set(); });
+    std::thread replier([&] {
+        (void)waiting.wait();
+        m_event.replyResult(7);
+    });
+
+    const std::int32_t result = m_event.waitForResult(60000);
+    replier.join();
+
+    EXPECT_EQ(result, 7);
+}
+
+TEST_F(BrowserEventTest, ReleasesItsLockAfterEachWayOfReturning) {
+    m_event.initWaitResultCv();
+
+    (void)m_event.waitForResult(0);
+    EXPECT_TRUE(m_event.waitResultMtx->try_lock());
+    m_event.waitResultMtx->unlock();
+    m_event.replyResult(7);
+    EXPECT_TRUE(m_event.waitResultMtx->try_lock());
+    m_event.waitResultMtx->unlock();
+    (void)m_event.waitForResult(-1);
+    EXPECT_TRUE(m_event.waitResultMtx->try_lock());
+    m_event.waitResultMtx->unlock();
+}
+
+TEST_F(BrowserEventTest, ALockThatFailsReachesTheCaller) {
+    m_event.initWaitResultCv();
+    test::FailCall fail(Call::PthreadMutexLock, EINVAL,
+                        When().on(m_event.waitResultMtx->native_handle()).times(3));
+
+    EXPECT_THROW(m_event.replyResult(7), std::system_error);
+    EXPECT_THROW(m_event.waitForResult(0), std::system_error);
+    EXPECT_THROW(m_event.waitForResult(-1), std::system_error);
+
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_event.waitForResult(0), kEventResultTimeout);
+}
+
+TEST_F(BrowserEventTest, RepliesThatRaceWithTimeoutsAreSeenWholeOrNotAtAll) {
+    constexpr int kRounds = 300;
+    int odd = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        BrowserEvent event(1, 2, nullptr);
+        event.initWaitResultCv();
+        std::thread replier([&] { event.replyResult(7); });
+
+        const std::int32_t result = event.waitForResult(round % 2);
+        replier.join();
+
+        if (result != 7 && result != kEventResultTimeout) ++odd;
+        if (event.waitForResult(0) != 7) ++odd;
+    }
+    EXPECT_EQ(odd, 0);
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+#include "event_dispatcher/event_hub_impl.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "event_dispatcher/event_fixtures.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::event_dispatcher;
+using test::LogCapture;
+using test::LogEntry;
+
+void ignore(std::shared_ptr<BrowserEvent>) {}
+
+EventHubImpl::InnerHandler_t key(std::int32_t source, std::int32_t type) {
+    return {source, type, nullptr};
+}
+
+class EventHubImplTest : public testing::Test {
+protected:
+    LogCapture m_log{kLogInfo};
+};
+
+TEST_F(EventHubImplTest, AThreadWithoutAHubReportsItAndEnds) {
+    EventHubImpl::handleEventTask(nullptr);
+
+    const std::vector<LogEntry> expected = {
+        hubLine(kLogError, "handleEventTask", "Param is NULL.\n")};
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
+}
+
+TEST_F(EventHubImplTest, AHandlerExistsForItsTypeFromItsModule) {
+    EventHubImpl impl(7);
+    impl.registerHandler(3, 5, ignore);
+
+    EXPECT_TRUE(impl.handlerExists(key(3, 5)));
+    EXPECT_FALSE(impl.handlerExists(key(4, 5)));
+    EXPECT_FALSE(impl.handlerExists(key(3, 6)));
+    // Any module is a wildcard in a handler, not in what is looked up.
+    EXPECT_FALSE(impl.handlerExists(key(kAnyModule, 5)));
+}
+
+TEST_F(EventHubImplTest, AHandlerForAnyModuleExistsForAllOfItsType) {
+    EventHubImpl impl(7);
+    impl.registerHandler(5, ignore);
+
+    EXPECT_TRUE(impl.handlerExists(key(3, 5)));
+    EXPECT_TRUE(impl.handlerExists(key(kAnyModule, 5)));
+    EXPECT_FALSE(impl.handlerExists(key(3, 6)));
+}
+
+TEST_F(EventHubImplTest, HasNoHandlerAtFirst) {
+    EventHubImpl impl(7);
+
+    EXPECT_FALSE(impl.handlerExists(key(3, 5)));
+    EXPECT_FALSE(impl.handlerExists(key(kAnyModule, kAnyModule)));
+}
+
+}  // namespace

@@ -1,0 +1,289 @@
+// Stopping a hub's thread: by unregistering the hub, or by destroying it.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "base/event_dispatcher/event_hub.h"
+#include "event_dispatcher/event_fixtures.h"
+#include "support/threads.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::event_dispatcher;
+using test::Call;
+using test::LogCapture;
+using test::LogEntry;
+using test::When;
+
+constexpr std::int32_t kType = 5;
+constexpr std::int32_t kBlocking = 6;
+
+void ignore(std::shared_ptr<BrowserEvent>) {}
+
+class EventHubTeardownTest : public testing::Test {
+protected:
+    EventHubTeardownTest() : m_hub(std::make_unique<EventHub>(7)) {}
+
+    std::shared_ptr<BrowserEvent> countedEvent(std::int32_t type = kType) {
+        return std::make_shared<BrowserEvent>(3, type, new CountedParam(&m_deletions));
+    }
+
+    /// Leaves a handler running, which ends when m_release is set.
+    void blockTheThread() {
+        m_hub->registerHandler(kBlocking, [this](std::shared_ptr<BrowserEvent> event) {
+            m_entered.set();
+            (void)m_release.wait();
+            m_inbox.take(std::move(event));
+        });
+        m_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kBlocking, nullptr));
+        ASSERT_TRUE(m_entered.wait());
+    }
+
+    /// Runs @p teardown on another thread, and lets the blocked handler go once it has told the
+    /// thread to end and begun to join it.
+    template <typename Teardown>
+    void tearDownWhileBlocked(Teardown teardown) {
+        test::Event joining;
+        test::RunAtCall atJoin(
+            Call::PthreadJoin, [&] { joining.set(); }, When().anyThread());
+        std::thread tearing(teardown);
+        EXPECT_TRUE(joining.wait());
+        EXPECT_TRUE(m_inbox.events().empty());
+        m_release.set();
+        tearing.join();
+    }
+
+    std::atomic<int> m_deletions{0};
+    test::Event m_entered;
+    test::Event m_release;
+    Inbox m_inbox;
+    LogCapture m_log{kLogInfo};
+    std::unique_ptr<EventHub> m_hub;
+};
+
+TEST_F(EventHubTeardownTest, WithoutAHandlerThereIsNothingToStop) {
+    m_hub->onHubUnregistered();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLines());
+}
+
+TEST_F(EventHubTeardownTest, StopsAThreadThatWaits) {
+    m_hub->registerHandler(kType, ignore);
+    test::CountCalls joins(Call::PthreadJoin);
+
+    m_hub->onHubUnregistered();
+
+    EXPECT_EQ(joins.seen(), 1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubTeardownTest, ASecondOneFindsNoThread) {
+    m_hub->registerHandler(kType, ignore);
+    m_hub->onHubUnregistered();
+    m_log.clear();
+
+    m_hub->onHubUnregistered();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLines());
+}
+
+TEST_F(EventHubTeardownTest, DestructionStopsTheThread) {
+    m_hub->registerHandler(kType, ignore);
+
+    m_hub.reset();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubTeardownTest, DestructionOfAHubWithoutAThreadSaysSo) {
+    m_hub.reset();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLines());
+}
+
+TEST_F(EventHubTeardownTest, DestructionDoesNotUnregister) {
+    EventDispatcher dispatcher;
+    alignas(EventHub) unsigned char memory[sizeof(EventHub)];
+    auto* const p_first = new (memory) EventHub(7);
+    dispatcher.registerHub(p_first);
+
+    p_first->~EventHub();
+
+    // The address is still listed, so that another hub there counts as registered already.
+    auto* const p_second = new (memory) EventHub(7);
+    EXPECT_EQ(dispatcher.registerHub(p_second), 1);
+    dispatcher.unregisterHub(p_second);
+    p_second->~EventHub();
+}
+
+TEST_F(EventHubTeardownTest, TheEventInHandIsFinishedAndTheRestStaysUnhandled) {
+    blockTheThread();
+    m_hub->registerHandler(kType, m_inbox.handler());
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(m_hub->receiveEvent(countedEvent()), 0);
+
+    tearDownWhileBlocked([&] { m_hub->onHubUnregistered(); });
+
+    ASSERT_EQ(m_inbox.events().size(), 1U);
+    EXPECT_EQ(m_inbox.events()[0]->eventType, kBlocking);
+    EXPECT_EQ(m_deletions, 0);
+    m_hub.reset();
+    EXPECT_EQ(m_deletions, 3);
+    EXPECT_EQ(m_inbox.events().size(), 1U);
+}
+
+TEST_F(EventHubTeardownTest, DestructionDropsTheQueuedEventsUnhandled) {
+    blockTheThread();
+    m_hub->registerHandler(kType, m_inbox.handler());
+    for (int i = 0; i < 3; ++i) m_hub->receiveEvent(countedEvent());
+
+    tearDownWhileBlocked([&] { m_hub.reset(); });
+
+    EXPECT_EQ(m_inbox.events().size(), 1U);
+    EXPECT_EQ(m_deletions, 3);
+}
+
+TEST_F(EventHubTeardownTest, WaitsForTheHandlerInHandWithNothingQueued) {
+    blockTheThread();
+
+    tearDownWhileBlocked([&] { m_hub->onHubUnregistered(); });
+
+    EXPECT_EQ(m_inbox.events().size(), 1U);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubTeardownTest, EventsAreStillQueuedAfterwards) {
+    m_hub->registerHandler(kType, m_inbox.handler());
+    m_hub->onHubUnregistered();
+
+    EXPECT_EQ(m_hub->receiveEvent(countedEvent()), 0);
+
+    m_hub.reset();
+    EXPECT_EQ(m_deletions, 1);
+    EXPECT_TRUE(m_inbox.events().empty());
+}
+
+TEST_F(EventHubTeardownTest, AFurtherHandlerStartsAFreshThread) {
+    m_hub->registerHandler(kType, m_inbox.handler());
+    m_hub->onHubUnregistered();
+    m_log.clear();
+    test::CountCalls threads(Call::PthreadCreate);
+
+    EXPECT_EQ(m_hub->registerHandler(kType + 10, ignore), 0);
+
+    EXPECT_EQ(threads.seen(), 1);
+    EXPECT_EQ(m_hub->receiveEvent(countedEvent()), 0);
+    EXPECT_TRUE(m_inbox.waitFor(1));
+    m_hub->onHubUnregistered();
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubTeardownTest, AFreshThreadHandlesWhatWasLeftQueued) {
+    blockTheThread();
+    m_hub->registerHandler(kType, m_inbox.handler());
+    const auto left = countedEvent();
+    m_hub->receiveEvent(left);
+    tearDownWhileBlocked([&] { m_hub->onHubUnregistered(); });
+
+    m_hub->registerHandler(kType + 10, ignore);
+
+    ASSERT_TRUE(m_inbox.waitFor(2));
+    EXPECT_EQ(m_inbox.events()[1], left);
+}
+
+TEST_F(EventHubTeardownTest, MayBeRepeatedAnyNumberOfTimes) {
+    m_hub->registerHandler(kType, m_inbox.handler());
+    for (std::int32_t round = 1; round <= 50; ++round) {
+        m_hub->onHubUnregistered();
+        m_hub->registerHandler(kType + round, ignore);
+        m_hub->receiveEvent(countedEvent());
+        ASSERT_TRUE(m_inbox.waitFor(static_cast<std::size_t>(round)));
+    }
+}
+
+TEST_F(EventHubTeardownTest, AnotherHubsHandlerMayDoIt) {
+    test::Event done;
+    EventHub other(8);
+    m_hub->registerHandler(kType, ignore);
+    other.registerHandler(kType, [&](std::shared_ptr<BrowserEvent>) {
+        m_hub->onHubUnregistered();
+        done.set();
+    });
+
+    other.receiveEvent(std::make_shared<BrowserEvent>(3, kType, nullptr));
+
+    EXPECT_TRUE(done.wait());
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubTeardownTest, TwoAtOnceStopTheThreadOnce) {
+    for (std::int32_t round = 0; round < 100; ++round) {
+        m_hub->registerHandler(round, ignore);
+        test::runAtOnce(2, [&](int) { m_hub->onHubUnregistered(); });
+    }
+    m_log.clear();
+
+    m_hub->onHubUnregistered();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLines());
+}
+
+// The thread has found the queue empty and is about to wait; whoever stops it must not have its
+// wake-up pass unheard. Both sides are held at that very point.
+TEST_F(EventHubTeardownTest, ReachesAThreadThatIsJustAboutToWait) {
+    test::Event aboutToWait;
+    test::Event go;
+    test::Event stopped;
+    test::RunAtCall atWait(
+        Call::PthreadCondWait,
+        [&] {
+            aboutToWait.set();
+            (void)go.wait();
+        },
+        When().anyThread());
+    m_hub->registerHandler(kType, ignore);
+    ASSERT_TRUE(aboutToWait.wait());
+
+    std::thread stopping([&] {
+        // Either it is held up by the lock that the waiting thread has, or it has woken already.
+        test::ReplaceCall<int(pthread_mutex_t*)> lock(Call::PthreadMutexLock,
+                                                      [&](pthread_mutex_t* p_mutex) {
+                                                          if (pthread_mutex_trylock(p_mutex) == 0)
+                                                              return 0;
+                                                          go.set();
+                                                          return pthread_mutex_lock(p_mutex);
+                                                      });
+        test::ReplaceCall<int(pthread_cond_t*)> notify(
+            Call::PthreadCondBroadcast, [&](pthread_cond_t* p_condition) {
+                const int result = pthread_cond_broadcast(p_condition);
+                go.set();
+                return result;
+            });
+        m_hub->onHubUnregistered();
+        stopped.set();
+    });
+
+    EXPECT_TRUE(stopped.wait());
+    stopping.join();
+}
+
+TEST_F(EventHubTeardownTest, StopsManyShortLivedHubs) {
+    constexpr int kThreads = 2;
+    constexpr int kHubs = 150;
+    test::runAtOnce(kThreads, [&](int) {
+        for (int i = 0; i < kHubs; ++i) {
+            EventHub hub(9);
+            hub.registerHandler(kType, ignore);
+            for (int events = 0; events < i % 3; ++events) hub.receiveEvent(countedEvent());
+            if (i % 2 == 0) hub.onHubUnregistered();
+        }
+    });
+
+    EXPECT_EQ(m_deletions, kThreads * kHubs);
+}
+
+}  // namespace

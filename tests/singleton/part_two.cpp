@@ -1,0 +1,9 @@
+#include "singleton/parts.h"
+
+void* sharedServiceOfPartTwo() {
+    return parts::SharedService::GetInstance();
+}
+
+void* partsServiceOfPartTwo() {
+    return parts::PartsService::GetInstance();
+}

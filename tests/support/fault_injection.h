@@ -1,0 +1,219 @@
+// fault_injection.h: makes calls into the system and the C library fail, or do something else,
+// in this very process: calls of the test, of the library under test, of libstdc++ alike.
+//
+// The test executable defines the functions under their own names and passes each call on to
+// the next definition, unless one of the objects below, while it lives, says otherwise:
+//
+//     test::FailCall fail(test::Call::PthreadCreate, EAGAIN);
+//     EXPECT_EQ(hub.registerHandler(kType, handler), 0);
+//     EXPECT_EQ(fail.hits(), 1);
+//
+// Without further words it is the calling thread's first such call that is meant; test::When
+// says more. To add a function: one enumerator here, one line in fault_injection.cpp.
+
+#ifndef TESTS_SUPPORT_FAULT_INJECTION_H
+#define TESTS_SUPPORT_FAULT_INJECTION_H
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+namespace test {
+
+/// The functions that can be interfered with.
+enum class Call {
+    PthreadMutexInit,
+    PthreadMutexDestroy,
+    PthreadMutexLock,
+    PthreadMutexUnlock,
+    PthreadCondInit,
+    PthreadCondDestroy,
+    PthreadCondWait,
+    PthreadCondClockwait,
+    PthreadCondSignal,
+    PthreadCondBroadcast,
+    PthreadCreate,
+    PthreadJoin,
+    PthreadCondTimedwait,
+    ClockGettime,
+    SchedYield,
+    Nanosleep,
+    Usleep,
+    Pipe2,
+    Select,
+    Read,
+    Write,
+    ZorDebugCheckLevel,  ///< zorDebugCheckLevelGetFrameAndChunk
+    New,                 ///< Every form of operator new; failing, it throws or returns null.
+    Malloc,              ///< Not under a sanitizer, which brings its own; see isSupported().
+    Count
+};
+
+/// Whether calls of @p call can be interfered with in this build.
+[[nodiscard]] bool isSupported(Call call);
+
+/// Which uses of a call are meant: by default the first one by the thread that made this
+/// object.
+class When {
+public:
+    When();
+
+    /// Not before the @p n-th matching use; the first is 1.
+    When& nth(long n) {
+        m_first = n;
+        return *this;
+    }
+    /// That one and the following, @p n in all.
+    When& times(long n) {
+        m_times = n;
+        return *this;
+    }
+    /// That one and all that follow.
+    When& everyTime() { return times(kForEver); }
+    /// Uses by any thread match.
+    When& anyThread() {
+        m_thread = nullptr;
+        return *this;
+    }
+    /// Only uses whose first argument is @p object match.
+    When& on(const void* object) {
+        m_object = object;
+        return *this;
+    }
+    /// The call is made, and only then reported as failed.
+    When& afterTheCall() {
+        m_afterTheCall = true;
+        return *this;
+    }
+
+private:
+    friend class Intervention;
+    static constexpr long kForEver = 1L << 30;
+
+    long m_first = 1;
+    long m_times = 1;
+    const void* m_thread;  // Null stands for any.
+    const void* m_object = nullptr;
+    bool m_afterTheCall = false;
+};
+
+/// What FailCall, RunAtCall and ReplaceCall have in common. Up to 32 may live at once; where
+/// several mean the same use, the oldest has it, and all of them have seen it.
+class Intervention {
+public:
+    Intervention(const Intervention&) = delete;
+    Intervention& operator=(const Intervention&) = delete;
+
+    /// Matching uses until now.
+    [[nodiscard]] long seen() const;
+    /// Those of them that were interfered with.
+    [[nodiscard]] long hits() const;
+
+protected:
+    /// Runs in place of the call. @p p_result and @p pp_arguments point to the call's own.
+    /// Returns whether the result stands; the call is made otherwise.
+    using Action = bool (*)(void* p_self, void* p_result, void* const* pp_arguments);
+
+    Intervention(Call call, const When& when);
+    ~Intervention();
+
+    void startFailing(int error);
+    void startRunning(Action action, void* p_self);
+    /// Returns when no thread is in the action, nor will enter it.
+    void stop();
+
+private:
+    const int m_slot;
+};
+
+/// Makes a call fail: with @p error as its result where the function returns an error number,
+/// and errno with -1 or null where it does not. Error 0 has a waiting function return at once.
+class FailCall : public Intervention {
+public:
+    explicit FailCall(Call call, int error, const When& when = When()) : Intervention(call, when) {
+        startFailing(error);
+    }
+    ~FailCall() { stop(); }
+};
+
+/// Fails nothing and counts the uses.
+class CountCalls : public Intervention {
+public:
+    explicit CountCalls(Call call, const When& when = When()) : Intervention(call, when) {
+        startRunning([](void*, void*, void* const*) { return false; }, nullptr);
+    }
+    ~CountCalls() { stop(); }
+};
+
+/// Has the calling thread run @p action just before the call is made. The calls that the
+/// action makes itself are passed on untouched.
+class RunAtCall : public Intervention {
+public:
+    RunAtCall(Call call, std::function<void()> action, const When& when = When())
+        : Intervention(call, when), m_action(std::move(action)) {
+        m_ready.store(true, std::memory_order_release);
+        startRunning(&RunAtCall::run, this);
+    }
+    ~RunAtCall() { stop(); }
+
+private:
+    static bool run(void* p_self, void*, void* const*) {
+        auto* const self = static_cast<RunAtCall*>(p_self);
+        if (self->m_ready.load(std::memory_order_acquire)) self->m_action();
+        return false;
+    }
+
+    const std::function<void()> m_action;
+    std::atomic<bool> m_ready{false};  // Hands m_action to threads that run already.
+};
+
+template <typename Signature>
+class ReplaceCall;
+
+/// Has the calling thread run @p replacement instead of the call. The calls that it makes
+/// itself are passed on untouched, so it may also make the call after all.
+template <typename Result, typename... Arguments>
+class ReplaceCall<Result(Arguments...)> : public Intervention {
+public:
+    ReplaceCall(Call call, std::function<Result(Arguments...)> replacement,
+                const When& when = When().everyTime())
+        : Intervention(call, when), m_replacement(std::move(replacement)) {
+        m_ready.store(true, std::memory_order_release);
+        startRunning(&ReplaceCall::run, this);
+    }
+    ~ReplaceCall() { stop(); }
+
+private:
+    static bool run(void* p_self, void* p_result, void* const* pp_arguments) {
+        auto* const self = static_cast<ReplaceCall*>(p_self);
+        if (!self->m_ready.load(std::memory_order_acquire)) return false;
+        *static_cast<Result*>(p_result) =
+            self->callWith(pp_arguments, std::index_sequence_for<Arguments...>());
+        return true;
+    }
+
+    template <std::size_t... kIndex>
+    Result callWith(void* const* pp_arguments, std::index_sequence<kIndex...>) {
+        return m_replacement(*static_cast<Arguments*>(pp_arguments[kIndex])...);
+    }
+
+    const std::function<Result(Arguments...)> m_replacement;
+    std::atomic<bool> m_ready{false};  // Hands m_replacement to threads that run already.
+};
+
+/// While it lives, the calls of its thread are passed on untouched and uncounted. For what the
+/// test support does itself.
+class PassCalls {
+public:
+    PassCalls();
+    ~PassCalls();
+
+    PassCalls(const PassCalls&) = delete;
+    PassCalls& operator=(const PassCalls&) = delete;
+};
+
+}  // namespace test
+
+#endif  // TESTS_SUPPORT_FAULT_INJECTION_H

@@ -1,0 +1,297 @@
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "probe.h"
+#include "zor_debug/zor_debug.h"
+#include "zor_debug/zor_debug_control.h"
+
+namespace {
+
+using test::ChildResult;
+using test::probe;
+
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "zorXXXXXX").string();
+        m_path = mkdtemp(pattern.data());
+    }
+    ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+private:
+    std::filesystem::path m_path;
+};
+
+std::string contentsOf(const std::string& path) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+// Runs the probe's "terminal" way with a terminal as its standard error.
+std::string onTerminal(const std::string& noColor) {
+    int controller = -1;
+    const pid_t child = forkpty(&controller, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        (void)setenv("ZOR_DEBUG", "debug", 1);
+        (void)setenv("TERM", "xterm", 1);
+        (void)setenv("NO_COLOR", noColor.c_str(), 1);
+        (void)execl(ZOR_DEBUG_PROBE, ZOR_DEBUG_PROBE, "terminal", nullptr);
+        _exit(127);
+    }
+    std::string text;
+    char piece[256];
+    for (ssize_t got = 0; (got = read(controller, piece, sizeof(piece))) > 0;) {
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    (void)close(controller);
+    (void)waitpid(child, nullptr, 0);
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    return text;
+}
+
+TEST(OutputTest, TextIsWrittenAsItStands) {
+    EXPECT_EQ(probe("write", {"a\n\n", "b%d", "c"}).run().errors, "a\n\nb%dc");
+}
+
+TEST(OutputTest, EmptyTextWritesNothing) {
+    EXPECT_EQ(probe("write", {""}).variable("ZOR_DEBUG_PREFIX", "time").run().errors, "");
+}
+
+TEST(OutputTest, ALineOfAnyLengthIsWrittenWhole) {
+    EXPECT_EQ(probe("long-line").run().errors, std::string(100000, 'x') + "|\n");
+}
+
+TEST(OutputTest, NoOtherLineLandsInALineThatIsBegun) {
+    EXPECT_EQ(probe("interleave").run().errors, "whole\nbegun ended\n");
+}
+
+TEST(OutputTest, ALineThatItsThreadLeftIncompleteIsNotGluedToTheNext) {
+    EXPECT_EQ(probe("abandon").run().errors, "abandoned\nnext\n");
+}
+
+TEST(OutputTest, ManyThreadsTearNoLine) {
+    const std::regex whole(R"(<[0-3] \d+>|\([0-3] \d+\))");
+
+    const std::vector<std::string> lines = linesOf(probe("storm").run().errors);
+
+    EXPECT_EQ(lines.size(), 4U * 300U * 2U);
+    for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, whole)) << line;
+}
+
+TEST(OutputTest, ManyThreadsPrefixEachLineOnce) {
+    const std::regex whole(
+        R"(\[ *\d+\.\d{6}\] \[\d+ zor_debug_probe\] (<[0-3] \d+>|\([0-3] \d+\)))");
+
+    const std::vector<std::string> lines =
+        linesOf(probe("storm").variable("ZOR_DEBUG_PREFIX", "thread,time").run().errors);
+
+    EXPECT_EQ(lines.size(), 4U * 300U * 2U);
+    for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, whole)) << line;
+}
+
+TEST(OutputTest, EachLineOfATextIsPrefixed) {
+    const std::regex expected(R"(\[ *\d+\.\d{6}\] one\n\[ *\d+\.\d{6}\] \n\[ *\d+\.\d{6}\] two\n)");
+
+    const ChildResult result =
+        probe("write", {"o", "ne\n\nt", "wo\n"}).variable("ZOR_DEBUG_PREFIX", "time").run();
+
+    EXPECT_TRUE(std::regex_match(result.errors, expected)) << result.errors;
+}
+
+TEST(OutputTest, APrefixThatMakesNoSenseIsReportedAndLeftOut) {
+    const ChildResult result =
+        probe("write", {"line\n", "line\n"}).variable("ZOR_DEBUG_PREFIX", "time,tiem").run();
+
+    EXPECT_EQ(result.errors,
+              "zor-debug: ZOR_DEBUG_PREFIX: cannot use 'tiem'; accepted are time and thread, "
+              "separated by a comma; no prefix is used\nline\nline\n");
+}
+
+TEST(OutputTest, AFileIsAppendedTo) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    for (const char* text : {"one\n", "two\n"}) {
+        const ChildResult result = probe("write", {text}).variable("ZOR_DEBUG_FILE", path).run();
+        EXPECT_EQ(result.errors, "");
+    }
+
+    EXPECT_EQ(contentsOf(path), "one\ntwo\n");
+}
+
+TEST(OutputTest, AFileThatCannotBeOpenedIsReportedAndStandardErrorUsed) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "missing/log";
+
+    const ChildResult result = probe("write", {"line\n"}).variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.errors,
+              "zor-debug: ZOR_DEBUG_FILE: cannot use '" + path +
+                  "': No such file or directory; accepted is a file to append to, %p in its name "
+                  "being the process id; standard error is used\nline\n");
+}
+
+TEST(OutputTest, APipeThatNobodyReadsIsReportedNotWaitedFor) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+
+    const ChildResult result = probe("write", {"line\n"}).variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_NE(result.errors.find("No such device or address"), std::string::npos);
+}
+
+TEST(OutputTest, TheDestinationCanBeChangedAtRunTime) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    ::testing::internal::CaptureStderr();
+
+    EXPECT_EQ(zorDebugSetFile(path.c_str()), 0);
+    zorDebugOutput0("file\n");
+    EXPECT_EQ(zorDebugSetFile((folder / "missing/log").c_str()), -1);
+    zorDebugOutput0("still file\n");
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+    zorDebugOutput0("standard error\n");
+
+    EXPECT_EQ(contentsOf(path), "file\nstill file\n");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "standard error\n");
+}
+
+TEST(OutputTest, ThePrefixCanBeChangedAtRunTime) {
+    ::testing::internal::CaptureStderr();
+
+    EXPECT_EQ(zorDebugSetPrefix("thread"), 0);
+    zorDebugOutput0("a\n");
+    EXPECT_EQ(zorDebugSetPrefix("time,"), -1);
+    zorDebugOutput0("b\n");
+    EXPECT_EQ(zorDebugSetPrefix(""), 0);
+    zorDebugOutput0("c\n");
+
+    const std::string written = ::testing::internal::GetCapturedStderr();
+    const std::regex expected(R"(\[\d+ [^\]]+\] a\n\[\d+ [^\]]+\] b\nc\n)");
+    EXPECT_TRUE(std::regex_match(written, expected)) << written;
+}
+
+TEST(OutputTest, ProblemsWithOtherSettingsAreReportedInTheFile) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result = probe("write", {"line\n"})
+                                   .variable("ZOR_DEBUG_FILE", path)
+                                   .variable("ZOR_DEBUG", "loud")
+                                   .run();
+
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(contentsOf(path).substr(0, 42), "zor-debug: ZOR_DEBUG: cannot use 'loud'; a");
+}
+
+TEST(OutputTest, AForkedChildWritesToItsOwnFile) {
+    const TemporaryFolder folder;
+
+    const ChildResult result =
+        probe("fork-in-line").variable("ZOR_DEBUG_FILE", folder / "%p-%p.log").run();
+
+    ASSERT_EQ(result.exitStatus, 0);
+    long parent = 0;
+    long child = 0;
+    ASSERT_EQ(std::sscanf(result.output.c_str(), "%ld %ld", &parent, &child), 2);
+    const auto file = [&folder](long id) {
+        return folder / (std::to_string(id) + "-" + std::to_string(id) + ".log");
+    };
+    EXPECT_EQ(contentsOf(file(parent)), "parent goes on\n");
+    EXPECT_EQ(contentsOf(file(child)), "child\n");
+}
+
+TEST(OutputTest, ForksWhileOthersWriteNeitherHangNorTear) {
+    const ChildResult result = probe("fork-storm").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    const std::vector<std::string> lines = linesOf(result.errors);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "<child>"), 40);
+    EXPECT_EQ(static_cast<std::size_t>(std::count(lines.begin(), lines.end(), "<parent>")),
+              lines.size() - 40);
+}
+
+TEST(OutputTest, WhatIsWrittenWhileTheProcessExitsIsNotLost) {
+    EXPECT_EQ(probe("late-exit").run().errors, "main without endatexit\nstatic destructor\n");
+}
+
+TEST(OutputTest, WritingBeforeMainWorks) {
+    const ChildResult result = probe("write", {"main\n"}).variable("PROBE_BEFORE_MAIN", "1").run();
+
+    EXPECT_EQ(result.errors, "before main\nmain\n");
+}
+
+TEST(OutputTest, ErrnoIsKeptAndShown) {
+    const ChildResult result = probe("keep-errno").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "No such file or directory\n");
+}
+
+TEST(OutputTest, APipeWhoseReaderHasGoneDoesNotEndTheProcess) {
+    const ChildResult result = probe("broken-pipe").run();
+
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST(OutputTest, AFullDiskDoesNotHoldUpTheProcess) {
+    const ChildResult result =
+        probe("write", {"line\n"}).variable("ZOR_DEBUG_FILE", "/dev/full").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST(OutputTest, TheFileNeverTakesThePlaceOfAClosedStandardError) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result =
+        probe("closed-standard-error").variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(contentsOf(path), "kept\n");
+}
+
+TEST(OutputTest, ACancelledThreadHoldsNobodyUp) {
+    const ChildResult result = probe("cancel").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(linesOf(result.errors).back(), "<after>");
+}
+
+TEST(OutputTest, ATerminalGetsColoursByLevel) {
+    EXPECT_EQ(onTerminal(""),
+              "\033[1mlevel 1\033[0m\n\033[31mlevel 1000\033[0m\n\033[33mlevel 3000\033[0m\n"
+              "\033[36mlevel 4000\033[0m\n\033[2mlevel 5000\033[0m\n");
+}
+
+TEST(OutputTest, NoColorTurnsColoursOff) {
+    EXPECT_EQ(onTerminal("1"), "level 1\nlevel 1000\nlevel 3000\nlevel 4000\nlevel 5000\n");
+}
+
+}  // namespace
