@@ -1,0 +1,99 @@
+// simple_timer.h: a timer that calls a handler once, or over and over.
+
+#ifndef BASE_SIMPLE_TIMER_H
+#define BASE_SIMPLE_TIMER_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "base/export.h"
+
+namespace tevalon::base::simple_timer {
+
+class Timer;
+class TimerImpl;
+
+/// A duration, the sum of its fields. Negative fields count as they stand.
+struct TimeoutTime {
+    std::int32_t sec;
+    std::int32_t msec;
+    std::int32_t usec;
+};
+
+enum TimerType_e : std::int32_t {
+    ONCE = 0,      ///< Fires once and is stopped then.
+    CONTINUE = 1,  ///< Fires after every timeout, counted from when it was last due and seen to.
+};
+
+/// Called with the timer and the user's data, each time on a new thread of its own. Must not
+/// throw.
+using TimerHandler = std::function<void(Timer*, void*)>;
+
+/// A named timer.
+///
+///     Timer timer("launch", {2, 500, 0}, [](Timer*, void*) { ... }, nullptr, ONCE);
+///     timer.start();
+///
+/// Lifecycle: constructed; set up; started and stopped any number of times. A ONCE timer that
+/// has fired is stopped: isStarted() is false in its handler.
+///
+/// Handlers run on threads of their own: a CONTINUE timer whose handler takes longer than its
+/// timeout runs it several times at once. All runs share one copy of the handler. The
+/// destructor waits for those that go on, and none begins after it: a handler never sees a
+/// timer that is gone.
+///
+/// Thread-safety: any thread may call any method but the destructor, handlers included; where
+/// two threads start and stop one timer at once, either may come last. Not from the timer's own
+/// handler: stop(), restart() and the destructor, which would wait for it.
+///
+/// Methods that return int return 0, or -1 after an error line that says why.
+class TEVALON_BASE_EXPORT Timer {
+public:
+    /// The process's first timer starts the thread that serves them all. A timer that cannot
+    /// work (CONTINUE with a timeout of zero, or no handler) is made all the same, and start()
+    /// refuses it.
+    ///
+    /// @param userData  Handed to the handler; not owned.
+    Timer(std::string name, TimeoutTime timeout, TimerHandler handler, void* userData,
+          TimerType_e type);
+    /// Stops the timer and waits for its handler.
+    ~Timer();
+
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+    /// Set everything anew, or one thing; only while the timer is stopped. A CONTINUE timer
+    /// does not take a timeout of zero. setProperty() makes any timer fit to start, even
+    /// without a handler; it must have one when it fires.
+    int setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+                    TimerType_e type);
+    int changeTimeout(TimeoutTime const& timeout);
+    int changeType(TimerType_e type);
+    int changeHandler(TimerHandler handler, void* userData);
+
+    /// Starts the timeout now. On a started timer it does nothing.
+    int start();
+    /// Stops, and waits for a run of the handler that goes on.
+    int stop();
+    /// Stops, and lets a run of the handler that goes on, or is about to begin, come to its end.
+    int stopNoBlock();
+    /// stop() and start().
+    int restart();
+
+    bool isStarted();
+    /// True once a stop was asked for, until the next start: for long-running handlers to ask.
+    bool needStop();
+    std::string name();
+
+private:
+    bool hasImpl(const char* function) const;
+    bool canChangeProperty(const char* function) const;
+
+    std::shared_ptr<TimerImpl> m_impl;  // Null only if it could not be allocated.
+};
+
+}  // namespace tevalon::base::simple_timer
+
+#endif  // BASE_SIMPLE_TIMER_H

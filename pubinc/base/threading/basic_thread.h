@@ -1,0 +1,50 @@
+// basic_thread.h: a thread that runs its owner, and is stopped and joined with its handle.
+
+#ifndef BASE_THREADING_BASIC_THREAD_H
+#define BASE_THREADING_BASIC_THREAD_H
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <stdexcept>
+
+namespace tevalon::base::Threading {
+
+/// A POSIX thread that calls its owner's `int run()`. Held by std::shared_ptr: the last holder
+/// that lets go waits for the thread. That must not be the thread itself.
+///
+/// T has `int run()`, the thread's body, and `void stop()`, which makes run() return soon and
+/// may be called at any time.
+template <typename T>
+class BasicThread {
+public:
+    /// Starts the thread. @p p_owner is not owned and must outlive this object. Throws
+    /// std::runtime_error, "Thread initialization failed", when the system refuses.
+    explicit BasicThread(T* p_owner) : m_owner(p_owner) {
+        if (pthread_create(&m_handle, nullptr, runOwner, p_owner) != 0) {
+            throw std::runtime_error("Thread initialization failed");
+        }
+    }
+
+    /// Stops the owner and waits until its run() has returned.
+    ~BasicThread() {
+        m_owner->stop();
+        (void)pthread_join(m_handle, nullptr);  // Fails only for a thread that joins itself.
+    }
+
+    BasicThread(const BasicThread&) = delete;
+    BasicThread& operator=(const BasicThread&) = delete;
+
+private:
+    static void* runOwner(void* p_owner) {
+        const std::intptr_t result = static_cast<T*>(p_owner)->run();
+        return reinterpret_cast<void*>(result);
+    }
+
+    T* m_owner;
+    pthread_t m_handle;
+};
+
+}  // namespace tevalon::base::Threading
+
+#endif  // BASE_THREADING_BASIC_THREAD_H

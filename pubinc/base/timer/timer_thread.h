@@ -1,0 +1,90 @@
+// timer_thread.h: one thread that runs tasks in order of their fire times.
+
+#ifndef BASE_TIMER_TIMER_THREAD_H
+#define BASE_TIMER_TIMER_THREAD_H
+
+#include <cstdint>
+#include <memory>
+
+#include "base/export.h"
+#include "base/timer/timer_task.h"
+
+namespace tevalon::base::timer {
+
+/// A queue of tasks in order of fire time, those of equal times in order of posting, and the
+/// thread that runs them, never before their time. Times are seconds on the monotonic clock.
+///
+///     TimerThread thread;
+///     thread.postTask(task, 250);   // Starts the thread, and fires the task in 250 ms.
+///
+/// Lifecycle: the first post starts the thread, stop() ends it; tasks that are queued then
+/// stay, and the next post starts a thread that runs them. With the object, tasks still queued
+/// go unfired.
+///
+/// Thread-safety: any thread may call any method but the destructor; a task may post and
+/// cancel, on its own thread too, but not stop or destroy it.
+class TEVALON_BASE_EXPORT TimerThread {
+public:
+    TimerThread();
+    /// Waits for the task in hand.
+    ~TimerThread();
+
+    TimerThread(const TimerThread&) = delete;
+    TimerThread& operator=(const TimerThread&) = delete;
+
+    /// Starts the thread; for the first post, not for clients: there must be none yet. Throws
+    /// std::runtime_error, "Thread initialization failed", when the system refuses.
+    void start();
+
+    /// Ends the thread and waits for the task in hand. Tasks that are posted meanwhile are
+    /// queued. Does nothing when there is no thread.
+    void stop();
+
+    /// Queues @p task for its fire time; 0.0 is reported, and replaced by now. An empty task is
+    /// reported and not queued. Throws as start() does; the task is not queued then, and the
+    /// next post tries again.
+    void postTask(std::shared_ptr<TimerTaskBase> task);
+
+    /// The same for @p delayMs milliseconds from now; negative is in the past.
+    void postTask(std::shared_ptr<TimerTaskBase> task, std::int32_t delayMs);
+
+    /// Cancels the queued task with this session id. It keeps its place, and counts as queued,
+    /// until it gets to the front, where it is dropped. The task in hand is not affected.
+    void cancelTaskBySessionId(std::int32_t sessionId);
+    /// The same for every queued task with this task id.
+    void cancelTaskByTaskId(std::int32_t taskId);
+
+    bool hasTask();            ///< Whether any task is queued.
+    std::int32_t taskCount();  ///< How many are.
+    bool isBusy();             ///< Whether a task is being fired.
+
+    /// The kernel thread id of the latest thread; -1 before the first.
+    std::int32_t threadId() const;
+
+    /// The thread's body, and its steps. Not for clients.
+    std::int32_t run();
+    /// Seconds until the first task is due, not above 0 when it is; 0.0 when there is none.
+    double getNextFiringInterval();
+    /// Sleeps until the first task is due, anything is posted, or the time is over.
+    void waitNextTaskWithTimeOut(double timeoutSeconds);
+    std::shared_ptr<TimerTaskBase> popFirstTask();
+
+    /// Does nothing: the place where the queue is looked at when its order is in doubt.
+    void debugIterateTaskQueue(const char* title);
+
+private:
+    friend class TimerThreadPool;
+    class State;
+
+    /// @param name  The thread's, at most 15 characters. Copied.
+    explicit TimerThread(const char* name);
+
+    void handleTask(const std::shared_ptr<TimerTaskBase>& task);
+    void fireTask(const std::shared_ptr<TimerTaskBase>& task);
+
+    const std::unique_ptr<State> m_state;
+};
+
+}  // namespace tevalon::base::timer
+
+#endif  // BASE_TIMER_TIMER_THREAD_H

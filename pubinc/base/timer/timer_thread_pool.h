@@ -1,0 +1,69 @@
+// timer_thread_pool.h: the process's timer threads.
+
+#ifndef BASE_TIMER_TIMER_THREAD_POOL_H
+#define BASE_TIMER_TIMER_THREAD_POOL_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "base/export.h"
+#include "base/synchronization/mutex.h"
+#include "base/synchronization/thread_annotations.h"
+#include "base/timer/timer_task.h"
+#include "base/timer/timer_thread.h"
+
+namespace tevalon::base::timer {
+
+/// A main, a foreground and a background thread, and workers among which independent tasks are
+/// spread by load. One per process, made on first use, never destroyed; each of its threads is
+/// started by the first task posted to it.
+///
+/// Thread-safety: any thread may call any method. Posting throws as TimerThread::postTask().
+class TEVALON_BASE_EXPORT TimerThreadPool {
+public:
+    TimerThreadPool();
+    ~TimerThreadPool();
+
+    TimerThreadPool(const TimerThreadPool&) = delete;
+    TimerThreadPool& operator=(const TimerThreadPool&) = delete;
+
+    static TimerThreadPool* GetInstance();
+    static TimerThreadPool* getInstance();
+
+    /// @param maxWorkers  How many workers there may be; 2 unless set. Workers that exist
+    ///                    already stay. Without any, tasks for workers are reported and dropped.
+    static void init(std::int32_t maxWorkers);
+
+    /// Whether the caller is a task on that thread. False before the thread has first run.
+    static bool isMainThread();
+    static bool isForegroundThread();
+    static bool isBackgroundThread();
+
+    static void postMainThreadTask(std::shared_ptr<TimerTaskBase> task);
+    static void postForegroundTask(std::shared_ptr<TimerTaskBase> task);
+    static void postBackgroundTask(std::shared_ptr<TimerTaskBase> task);
+
+    /// Posts to the first worker whose queue is empty; else to a new one while there may be
+    /// more; else to the one with the fewest tasks, the one in hand included.
+    static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
+
+private:
+    void postToWorker(std::shared_ptr<TimerTaskBase> task) TEVALON_EXCLUDES(m_workersMutex);
+    TimerThread* chooseWorker() TEVALON_REQUIRES(m_workersMutex);
+    TimerThread* findIdleWorker() TEVALON_REQUIRES(m_workersMutex);
+    TimerThread* addWorker() TEVALON_REQUIRES(m_workersMutex);
+    TimerThread* findLeastLoadedWorker() TEVALON_REQUIRES(m_workersMutex);
+
+    TimerThread m_mainThread;
+    TimerThread m_foregroundThread;
+    TimerThread m_backgroundThread;
+    std::vector<std::shared_ptr<TimerThread>> m_workers TEVALON_GUARDED_BY(m_workersMutex);
+    Mutex m_workersMutex;  // Held over a whole choice and post; taken before any queue's lock.
+    std::atomic<std::int32_t> m_maxWorkerCount{2};
+};
+
+}  // namespace tevalon::base::timer
+
+#endif  // BASE_TIMER_TIMER_THREAD_POOL_H

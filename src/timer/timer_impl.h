@@ -1,0 +1,93 @@
+// timer_impl.h: what is behind a Timer, shared with the scheduler and the handler's threads.
+
+#ifndef SRC_TIMER_TIMER_IMPL_H
+#define SRC_TIMER_TIMER_IMPL_H
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "base/simple_timer.h"
+#include "timer/expired_time.h"
+#include "timer/timer_list.h"
+
+namespace tevalon::base::simple_timer {
+
+/// Thread-safety: each method says what it needs; those that say nothing may be called from
+/// any thread.
+///
+/// Locks: the scheduler's mutex may be held when m_mutex is taken, never the other way round.
+/// No lock is held while the handler runs.
+class TimerImpl {
+public:
+    TimerImpl(Timer* timer, std::string name, TimeoutTime const& timeout, TimerHandler handler,
+              void* userData, TimerType_e type);
+
+    TimerImpl(const TimerImpl&) = delete;
+    TimerImpl& operator=(const TimerImpl&) = delete;
+
+    int setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+                    TimerType_e type);
+    int changeTimeout(TimeoutTime const& timeout);
+    int changeType(TimerType_e type);
+    int changeHandler(TimerHandler handler, void* userData);
+
+    int start();
+    /// Waits until no run of the handler is marked as going on.
+    int stop();
+    int stopNoBlock();
+
+    /// Lets no further run of the handler begin, and waits for all that go on.
+    void retire();
+
+    /// One run of the handler, on the calling thread. None once the timer has been retired.
+    void runHandler();
+
+    /// Sets the expiry to one timeout from now. Returns 0, or -1 when the clock cannot be read.
+    int caculateExpiredTime();
+
+    const std::string& name() const { return m_name; }
+    TimerType_e type();
+    ExpiredTime expiredTime() const { return m_expiredTime; }
+    bool isValid() const { return m_isValid; }
+    bool isStarted() const { return m_isStarted; }
+    bool needStop() const { return m_needStop; }
+
+    // With the scheduler's mutex held: both change together, so that what is started is listed.
+    void setStarted(bool isStarted) { m_isStarted = isStarted; }
+    TimerList::Place& place() { return m_place; }
+
+private:
+    void caculateTimeout();
+    bool refusesTimeout(TimeoutTime const& timeout, TimerType_e type, const char* function) const;
+    bool beginRun(std::shared_ptr<const TimerHandler>* p_handler, void** pp_userData);
+    void endRun();
+    TimeoutTime timeout();
+
+    // Guards the properties, which a client may change while a last run begins, and the runs.
+    std::mutex m_mutex;
+    std::condition_variable m_cond;  // Signalled when a run ends.
+    Timer* const m_timer;            // Handed to the handler; alive while a run goes on.
+    const std::string m_name;
+    TimeoutTime m_timeout;
+    // Shared, not copied, by the runs: what a handler changes in itself stays changed.
+    std::shared_ptr<const TimerHandler> m_handler;
+    void* m_userData;
+    TimerType_e m_type;
+    std::atomic<ExpiredTime> m_expiredTime{ExpiredTime{0, 0}};
+    std::atomic<bool> m_isValid{true};
+    std::atomic<bool> m_isStarted{false};
+    bool m_isRunning = false;  // Guarded by m_mutex; cleared by whichever run ends first.
+    std::atomic<bool> m_needStop{false};
+
+    int m_runs = 0;            // Guarded by m_mutex: all that go on.
+    bool m_isRetired = false;  // Guarded by m_mutex.
+
+    TimerList::Place m_place;  // Guarded by the scheduler's mutex.
+};
+
+}  // namespace tevalon::base::simple_timer
+
+#endif  // SRC_TIMER_TIMER_IMPL_H

@@ -1,0 +1,216 @@
+#include "base/timer/watchdog.h"
+
+#include <time.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+
+#include "base/logging/blog.h"
+#include "base/singleton.h"
+#include "base/synchronization/lock_guard.h"
+#include "monotonic_seconds.h"
+#include "thread_name.h"
+
+namespace tevalon::base::timer {
+namespace {
+
+constexpr std::array<const char*, WatchDog::eWatchIDCount + 1> kWatchNames = {
+    "eWatchIDNull",
+    "eWatchID_StartUp",
+    "eWatchID_onAppStarted",
+    "eWatchID_onAppResumed",
+    "eWatchID_onAppStopped",
+    "eWatchID_onAppPaused",
+    "eWatchID_onAppKeysetChanged",
+    "eWatchID_registerToSystemAPM",
+    "eWatchID_onSTRStopped",
+    "eWatchID_sendMessageToAPM",
+    "eWatchID_cancel_pending_request",
+    "eWatchID_can_accept_keyevent",
+    "eWatchID_oom_notify",
+    "eWatchID_inject_keyevent",
+    "eWatchID_send_message",
+    "eWatchID_app_preload",
+    "eWatchID_app_prepare",
+    "eWatchID_app_launch_new",
+    "eWatchID_app_hide",
+    "eWatchID_put_to_background",
+    "eWatchID_app_show",
+    "eWatchID_bring_to_foreground",
+    "eWatchID_app_stop",
+    "eWatchID_app_stopall",
+    "eWatchID_str_suspend_request",
+    "eWatchID_doTaskStart",
+    "eWatchID_doInjectKey",
+    "eWatchID_doSendMsg",
+    "eWatchID_doOOM",
+    "eWatchID_doCanAcceptKey",
+    "eWatchID_doGetCurrentStatus",
+    "eWatchID_doTaskBringTOFG",
+    "eWatchID_doTaskAppPreload",
+    "eWatchID_doTaskAppPrePare",
+    "eWatchID_doTaskAppStop1",
+    "eWatchID_doTaskAppStop2",
+    "eWatchID_doTaskAppStop3",
+    "eWatchID_doTaskAppStop4",
+    "eWatchID_doTaskAppStop5",
+    "eWatchID_doTaskAppStop6",
+    "eWatchID_doTaskAppStopAll_1",
+    "eWatchID_doTaskAppStopAll_2",
+    "eWatchID_doTaskAppStopAll_3",
+    "eWatchID_doTaskAppStopOther",
+    "eWatchID_doTaskAppShow1",
+    "eWatchID_doTaskAppShow2",
+    "eWatchID_doTaskAppHide",
+    "eWatchID_doTaskPutToBG2",
+    "eWatchID_doTaskPutToBG1",
+    "eWatchID_doTaskLaunchNew1",
+    "eWatchID_doTaskLaunchNewHbbTVBR",
+    "eWatchID_doTaskLaunchNewOpAPP",
+    "eWatchID_doTaskLaunchNewNormalApp",
+    "eWatchID_doTaskLaunchNew2",
+    "eWatchIDCount",
+};
+
+// Begin times up to here are no times: an idle watch, or a clock that could not be read.
+constexpr double kNoTime = 1.0;
+
+constexpr timespec kCheckPeriod = {0, 100000000};
+
+// To its end, however many signals arrive.
+void sleepForCheckPeriod() {
+    timespec left = kCheckPeriod;
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+struct WatchDog::Report {
+    TimeoutCallback callback;
+    void* p_context;
+    double seconds;
+};
+
+WatchDog::WatchDog() : m_thread{this, {}} {
+    if (pthread_create(&m_thread.handle, nullptr, runOwner, &m_thread) != 0) {
+        throw std::runtime_error("Thread initialization failed");
+    }
+}
+
+WatchDog::~WatchDog() {
+    stop();
+    (void)pthread_join(m_thread.handle, nullptr);
+}
+
+const char* WatchDog::getWatchIdName(WATCH_ID id) {
+    const auto index = static_cast<std::uint32_t>(id);
+    return index < kWatchNames.size() ? kWatchNames[index] : "Unknown";
+}
+
+void WatchDog::setTimeoutCallback(TimeoutCallback callback, void* p_context) {
+    {
+        const LockGuard lock(m_mutex);
+        if (m_callback == nullptr) {
+            m_callback = callback;
+            m_callbackContext = p_context;
+            return;
+        }
+    }
+    BLOG(kLogError, "Callback already set.\n");
+}
+
+void WatchDog::beginWatch(WATCH_ID id, double seconds) {
+    if (!isWatchable(id)) {
+        BLOG(kLogError, "Not supported ID : %d\n", id);
+        return;
+    }
+    const double now = monotonicSeconds();
+    BLOG(kLogInfo, "Watching : %d(%s), %f, %f\n", id, getWatchIdName(id), now, seconds);
+    const LockGuard lock(m_mutex);
+    m_beginTime[id] = now;
+    m_timeout[id] = seconds;
+    m_elapsed[id] = 0;
+}
+
+void WatchDog::stopWatch(WATCH_ID id) {
+    if (!isWatchable(id)) {
+        BLOG(kLogError, "Not supported ID : %d\n", id);
+        return;
+    }
+    BLOG(kLogInfo, "Stop Watching : %d(%s)\n", id, getWatchIdName(id));
+    const LockGuard lock(m_mutex);
+    m_beginTime[id] = 0;
+    m_timeout[id] = 0;
+    m_elapsed[id] = 0;
+}
+
+std::vector<int> WatchDog::checkTimers() {
+    std::vector<int> logged;
+    for (int i = 0; i < kWatchCount; ++i) {
+        Report report = {};
+        if (!takeOverrun(i, &report)) continue;
+        const auto id = static_cast<WATCH_ID>(i);
+        if (report.callback != nullptr) {
+            report.callback(report.p_context, id, report.seconds);
+            continue;
+        }
+        BLOG(kLogError, "Watch dog Timeout : %d(%s) ,  %f \n", i, getWatchIdName(id),
+             report.seconds);
+        logged.push_back(i);
+    }
+    return logged;
+}
+
+// Written so that a time that is no number is never overdue.
+bool WatchDog::takeOverrun(int id, Report* p_report) {
+    const LockGuard lock(m_mutex);
+    const double now = monotonicSeconds();
+    const double begin = m_beginTime[id];
+    if (!(begin > kNoTime)) return false;
+    const double period = now - begin;
+    if (!(period > m_timeout[id])) return false;
+
+    const double total = period + m_elapsed[id];
+    m_elapsed[id] = total;
+    m_beginTime[id] = now;
+    *p_report = {m_callback, m_callbackContext, total};
+    return total > 0;
+}
+
+void WatchDog::stop() {
+    m_running = false;
+}
+
+int WatchDog::run() {
+    while (m_running) {
+        (void)checkTimers();
+        sleepForCheckPeriod();
+    }
+    return 0;
+}
+
+void* WatchDog::runOwner(void* p_thread) {
+    nameThisThread("WatchDog");
+    (void)static_cast<Thread*>(p_thread)->p_owner->run();
+    return nullptr;
+}
+
+bool WatchDog::isWatchable(WATCH_ID id) {
+    return static_cast<std::uint32_t>(id) < kWatchCount;
+}
+
+GLWatchDog::GLWatchDog() = default;
+
+GLWatchDog::~GLWatchDog() = default;
+
+GLWatchDog* GLWatchDog::GetInstance() {
+    return Singleton<GLWatchDog, DefaultSingletonTraits<GLWatchDog>, GLWatchDog>::GetInstance();
+}
+
+GLWatchDog* GlobalWatchDog() {
+    return GLWatchDog::GetInstance();
+}
+
+}  // namespace tevalon::base::timer

@@ -1,0 +1,120 @@
+#include "base/timer/timer_thread_pool.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "base/logging/blog.h"
+#include "base/logging/trace.h"
+#include "base/singleton.h"
+#include "base/synchronization/auto_lock.h"
+#include "base/threading/current_thread.h"
+
+namespace tevalon::base::timer {
+
+// Steps of postWorkerTask(), under whose name they log.
+#define WORKER_LOG(level, ...) \
+    BLOG_AT(BLOG_TAG, level, __FILE__, __LINE__, "postWorkerTask", __VA_ARGS__)
+
+TimerThreadPool::TimerThreadPool()
+    : m_mainThread("Timer:main"),
+      m_foregroundThread("Timer:foregrnd"),
+      m_backgroundThread("Timer:backgrnd") {}
+
+TimerThreadPool::~TimerThreadPool() = default;
+
+TimerThreadPool* TimerThreadPool::GetInstance() {
+    return Singleton<TimerThreadPool, DefaultSingletonTraits<TimerThreadPool>,
+                     TimerThreadPool>::GetInstance();
+}
+
+TimerThreadPool* TimerThreadPool::getInstance() {
+    return GetInstance();
+}
+
+void TimerThreadPool::init(std::int32_t maxWorkers) {
+    getInstance()->m_maxWorkerCount = maxWorkers;
+}
+
+bool TimerThreadPool::isMainThread() {
+    return currentThread() == getInstance()->m_mainThread.threadId();
+}
+
+bool TimerThreadPool::isForegroundThread() {
+    return currentThread() == getInstance()->m_foregroundThread.threadId();
+}
+
+bool TimerThreadPool::isBackgroundThread() {
+    return currentThread() == getInstance()->m_backgroundThread.threadId();
+}
+
+void TimerThreadPool::postMainThreadTask(std::shared_ptr<TimerTaskBase> task) {
+    TimerThread& mainThread = getInstance()->m_mainThread;
+    BLOG(kLogDebug, "Post task:(%p - id:%d) to mainThread:%p.\n", static_cast<void*>(task.get()),
+         task != nullptr ? task->taskId() : 0, static_cast<void*>(&mainThread));
+    mainThread.postTask(std::move(task));
+}
+
+void TimerThreadPool::postForegroundTask(std::shared_ptr<TimerTaskBase> task) {
+    getInstance()->m_foregroundThread.postTask(std::move(task));
+}
+
+void TimerThreadPool::postBackgroundTask(std::shared_ptr<TimerTaskBase> task) {
+    getInstance()->m_backgroundThread.postTask(std::move(task));
+}
+
+void TimerThreadPool::postWorkerTask(std::shared_ptr<TimerTaskBase> task) {
+    BLOG_TRACE_SCOPE();
+    getInstance()->postToWorker(std::move(task));
+}
+
+void TimerThreadPool::postToWorker(std::shared_ptr<TimerTaskBase> task) {
+    const AutoLock lock(m_workersMutex);
+    TimerThread* p_worker = chooseWorker();
+    if (p_worker != nullptr) p_worker->postTask(std::move(task));
+}
+
+TimerThread* TimerThreadPool::chooseWorker() {
+    if (TimerThread* p_idle = findIdleWorker()) return p_idle;
+    const std::size_t count = m_workers.size();
+    if (static_cast<std::int32_t>(count) < m_maxWorkerCount) return addWorker();
+
+    WORKER_LOG(kLogInfo, "Worker Count: %lu\n", static_cast<unsigned long>(count));
+    if (count == 0) {
+        WORKER_LOG(kLogError, "No worker threads available. ignore task.\n");
+        return nullptr;
+    }
+    return findLeastLoadedWorker();
+}
+
+TimerThread* TimerThreadPool::findIdleWorker() {
+    for (const std::shared_ptr<TimerThread>& worker : m_workers) {
+        if (worker != nullptr && !worker->hasTask()) return worker.get();
+    }
+    return nullptr;
+}
+
+TimerThread* TimerThreadPool::addWorker() {
+    const int number = static_cast<int>(m_workers.size());
+    WORKER_LOG(kLogAlways, "Crate Worker Thread: %d\n", number);
+    char name[32];
+    std::snprintf(name, sizeof(name), "Timer:work%d", number);
+    // Not made by std::make_shared, which has no access to the constructor that takes a name.
+    m_workers.push_back(std::shared_ptr<TimerThread>(new TimerThread(name)));
+    return m_workers.back().get();
+}
+
+TimerThread* TimerThreadPool::findLeastLoadedWorker() {
+    constexpr int kMoreThanAny = 99999;
+    std::size_t best = 0;
+    int least = kMoreThanAny;
+    for (std::size_t i = 0; i < m_workers.size(); ++i) {
+        const int load = m_workers[i]->taskCount() + (m_workers[i]->isBusy() ? 1 : 0);
+        if (load >= least) continue;
+        best = i;
+        least = load;
+    }
+    WORKER_LOG(kLogInfo, "Post To Worker %d : taskcount: %d\n", static_cast<int>(best), least);
+    return m_workers[best].get();
+}
+
+}  // namespace tevalon::base::timer
