@@ -1,11 +1,22 @@
 #include "application_manager.h"
 
+#include "base/simple_timer.h"
 #include "patience.h"
 
 namespace tv_browser {
+namespace {
+
+using tevalon::base::simple_timer::Timer;
+using tevalon::base::timer::WatchDog;
+
+// Beyond it the viewer is told that something is on its way.
+constexpr tevalon::base::simple_timer::TimeoutTime kLongLaunch = {0, 150, 0};
+
+}  // namespace
 
 ApplicationManager::ApplicationManager(Timeline& timeline)
-    : Module(ModuleId::ApplicationManager, timeline) {
+    : Module(ModuleId::ApplicationManager, timeline),
+      m_watch([this](const std::string& text) { note(text); }) {
     onRequest<PageRequest>(EventType::LaunchApp,
                            [this](const PageRequest& request) { return launch(request); });
     onRequest<AppRequest>(EventType::ShowApp,
@@ -21,6 +32,12 @@ ApplicationManager::ApplicationManager(Timeline& timeline)
 
 Reply ApplicationManager::launch(const PageRequest& request) {
     if (m_running.count(request.app) != 0) return Reply::AlreadyRunning;
+    const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_launch_new);
+    Timer longLaunch(
+        "launch", kLongLaunch,
+        [this, &request](Timer*, void*) { note("puts up \"loading " + request.app + "\""); },
+        nullptr, tevalon::base::simple_timer::ONCE);
+    (void)longLaunch.start();  // Without it the viewer waits without a word.
     const Reply loaded =
         ask(ModuleId::BrowserEngine,
             std::make_unique<PageRequest>(EventType::LoadPage, "load", request.app, request.file),
@@ -39,6 +56,7 @@ Reply ApplicationManager::launch(const PageRequest& request) {
 Reply ApplicationManager::show(const std::string& app) {
     if (m_running.count(app) == 0) return Reply::NotRunning;
     if (m_visible == app) return Reply::Ok;
+    const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_show);
     const Reply shown = askEngine(EventType::ShowPage, "show", app);
     if (shown != Reply::Ok) return passedUp(shown);
     if (!m_visible.empty()) tellState(m_visible, AppState::Hidden);
@@ -50,6 +68,7 @@ Reply ApplicationManager::show(const std::string& app) {
 Reply ApplicationManager::hide(const std::string& app) {
     if (m_running.count(app) == 0) return Reply::NotRunning;
     if (m_visible != app) return Reply::Ok;
+    const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_hide);
     const Reply hidden = askEngine(EventType::HidePage, "hide", app);
     if (hidden != Reply::Ok) return passedUp(hidden);
     m_visible.clear();
@@ -59,6 +78,7 @@ Reply ApplicationManager::hide(const std::string& app) {
 
 Reply ApplicationManager::stopApp(const std::string& app) {
     if (m_running.count(app) == 0) return Reply::NotRunning;
+    const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_stop);
     // Whatever the engine replies, the application is over: the engine drops the page as soon
     // as it gets to it.
     const Reply dropped = askEngine(EventType::DropPage, "drop", app);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "module.h"
+#include "operation_watch.h"
 
 namespace tv_browser {
 
@@ -30,6 +31,7 @@ private:
     // Handlers only, so without a lock.
     std::set<std::string> m_running;
     std::string m_visible;  // Empty when none is.
+    OperationWatch m_watch;
 };
 
 }  // namespace tv_browser

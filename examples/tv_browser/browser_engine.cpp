@@ -12,7 +12,8 @@ namespace tv_browser {
 using tevalon::base::kLogWarn;
 
 BrowserEngine::BrowserEngine(Timeline& timeline, const std::string& backend)
-    : Module(ModuleId::BrowserEngine, timeline) {
+    : Module(ModuleId::BrowserEngine, timeline),
+      m_life([this](const std::string& text) { note(text); }) {
     onRequest<PageRequest>(EventType::LoadPage,
                            [this](const PageRequest& request) { return load(request); });
     onRequest<AppRequest>(EventType::ShowPage,
@@ -36,6 +37,8 @@ Reply BrowserEngine::load(const PageRequest& request) {
     }
     const Page page = parsePage(html);
     note("loads \"" + page.title + "\", " + std::to_string(page.sizeBytes) + " bytes");
+    m_work.onWorkerThread(chore("decodes \"" + page.title + "\""));
+    m_work.onBackgroundThread(chore("caches \"" + page.title + "\""));
     m_pages[request.app] = page;
     return Reply::Ok;
 }
@@ -44,7 +47,11 @@ Reply BrowserEngine::show(const std::string& app) {
     const auto page = m_pages.find(app);
     if (page == m_pages.end()) return Reply::NotRunning;
     m_shownApp = app;
-    note("draws \"" + page->second.title + "\"");
+    const std::string& title = page->second.title;
+    note("draws \"" + title + "\"");
+    m_work.onMainThread(chore("lays out \"" + title + "\""));
+    m_work.onForegroundThread(chore("paints \"" + title + "\""));
+    m_life.begin(title);
     return Reply::Ok;
 }
 
@@ -52,6 +59,7 @@ Reply BrowserEngine::hide(const std::string& app) {
     if (m_pages.count(app) == 0) return Reply::NotRunning;
     if (m_shownApp != app) return Reply::Ok;
     m_shownApp.clear();
+    m_life.end();
     note("clears the screen");
     return Reply::Ok;
 }
@@ -72,6 +80,10 @@ Reply BrowserEngine::pressKey(const PageKeyRequest& request) {
     if (action == page->second.keys.end()) return Reply::KeyNotUsed;
     note("\"" + page->second.title + "\" " + action->second);
     return Reply::Ok;
+}
+
+PoolWork::Work BrowserEngine::chore(const std::string& what) {
+    return [this, what] { note(what + " on " + poolThreadName()); };
 }
 
 }  // namespace tv_browser

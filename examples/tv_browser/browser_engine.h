@@ -8,6 +8,8 @@
 
 #include "module.h"
 #include "page.h"
+#include "page_life.h"
+#include "pool_work.h"
 
 namespace tv_browser {
 
@@ -24,9 +26,14 @@ private:
     Reply drop(const std::string& app);
     Reply pressKey(const PageKeyRequest& request);
 
+    /// Notes, on the thread that does it, that @p what is done there.
+    PoolWork::Work chore(const std::string& what);
+
     // Handlers only, so without a lock.
     std::map<std::string, Page> m_pages;  // By application.
     std::string m_shownApp;               // Empty when none is.
+    PageLife m_life;
+    PoolWork m_work;  // Last: waits for its work, which notes what it does.
 };
 
 }  // namespace tv_browser

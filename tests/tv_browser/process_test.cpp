@@ -48,6 +48,9 @@ std::string page(const char* name) {
     return std::string(TV_BROWSER_PAGES "/") + name + ".html";
 }
 
+const std::string kSlowLaunch =
+    "application_manager is reported by the watchdog: eWatchID_app_launch_new goes on for ";
+
 void expectRowsInOrderOfTime(const std::string& output) {
     const std::vector<double> seconds = test::secondsOf(output);
     EXPECT_TRUE(std::is_sorted(seconds.begin(), seconds.end())) << output;
@@ -98,6 +101,8 @@ TEST(EveningSessionTest, TellsItsStory) {
                    "browser_engine drops \"Evening News\"",
                    "application_manager => everybody: news has stopped",
                    "broadcaster -> hbbtv_controller: start film from ../pages/film.html",
+                   "application_manager puts up \"loading film\"",
+                   "browser_engine loads \"The Lighthouse Keeper\", 229 bytes",
                    "viewer -> application_manager: show film",
                    "browser_engine draws \"The Lighthouse Keeper\"",
                    "viewer -> hbbtv_controller: key blue",
@@ -118,6 +123,15 @@ TEST(EveningSessionTest, TellsItsStory) {
                }));
     EXPECT_EQ(timesTold(story, " !! "), 0);
     EXPECT_EQ(timesTold(story, " -> "), timesTold(story, " <- "));
+    EXPECT_GE(timesTold(story, kSlowLaunch), 1);
+    for (const char* part : {"browser_engine decodes \"Evening News\" on a worker thread",
+                             "browser_engine caches \"Evening News\" on the background thread",
+                             "browser_engine lays out \"Evening News\" on the main thread",
+                             "browser_engine paints \"Evening News\" on the foreground thread",
+                             "browser_engine \"Evening News\" polls its server"}) {
+        EXPECT_EQ(timesTold(story, part), 1) << part;
+    }
+    EXPECT_GE(timesTold(story, "browser_engine \"Evening News\" is alive"), 1);
     expectRowsInOrderOfTime(result.output);
 }
 
@@ -165,6 +179,7 @@ TEST(TroubleSessionTest, TellsWhatGoesWrongAndGoesOn) {
                    "viewer <- hbbtv_controller: ok",
                    // A launch that is given up leaves nothing behind.
                    "broadcaster -> hbbtv_controller: start quiz from ../pages/quiz.html",
+                   "application_manager puts up \"loading quiz\"",
                    "application_manager !! browser_engine: no answer within 400 ms",
                    "application_manager => browser_engine: drop quiz",
                    "broadcaster <- hbbtv_controller: no answer from further down",
@@ -180,6 +195,7 @@ TEST(TroubleSessionTest, TellsWhatGoesWrongAndGoesOn) {
                    "The set is turned off.",
                    "session <- browser_engine: ok",
                }));
+    EXPECT_GE(timesTold(story, kSlowLaunch), 1);
     EXPECT_EQ(timesTold(story, "no answer within"), 3);
     EXPECT_EQ(timesTold(story, "only now"), 3);
     expectRowsInOrderOfTime(result.output);
