@@ -56,8 +56,6 @@ TimerExecutable::~TimerExecutable() = default;
 TimerExecutionContext::TimerExecutionContext(TimerExecutable* p_executable)
     : aliveMagic(kAliveMagic), executable(p_executable) {}
 
-TimerExecutionContext::~TimerExecutionContext() = default;
-
 void TimerExecutionContext::markAsDead() {
     aliveMagic = 0;
 }

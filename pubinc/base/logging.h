@@ -5,6 +5,7 @@
 
 #include "base/logging/blog.h"
 #include "base/logging/boot_id.h"
+#include "base/logging/debug_memory.h"
 #include "base/logging/entry_points.h"
 #include "base/logging/function_tracer.h"
 #include "base/logging/log_level.h"

@@ -3,6 +3,13 @@
 #ifndef BASE_UTILS_H
 #define BASE_UTILS_H
 
+#include "base/utils/check_sum.h"
 #include "base/utils/command_line.h"
+#include "base/utils/files.h"
+#include "base/utils/md5.h"
+#include "base/utils/numbers.h"
+#include "base/utils/process_property.h"
+#include "base/utils/strings.h"
+#include "base/utils/uuid.h"
 
 #endif  // BASE_UTILS_H

@@ -28,7 +28,7 @@ public:
     /// @param p_executable  Not owned; may be null.
     explicit TimerExecutionContext(TimerExecutable* p_executable);
     /// Leaves the mark as it is.
-    ~TimerExecutionContext();
+    ~TimerExecutionContext() = default;
 
     TimerExecutionContext(const TimerExecutionContext&) = delete;
     TimerExecutionContext& operator=(const TimerExecutionContext&) = delete;

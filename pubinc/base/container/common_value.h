@@ -1,0 +1,174 @@
+// common_value.h: a value of one of many kinds, which converts to any of them.
+
+#ifndef BASE_CONTAINER_COMMON_VALUE_H
+#define BASE_CONTAINER_COMMON_VALUE_H
+
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "base/container/point.h"
+#include "base/export.h"
+
+namespace tevalon::base::container {
+
+/// A tagged value: a number, a bool, a text, a Point, an array of values, null, or nothing yet.
+///
+/// Conversions never fail. What is no number or bool converts to 0 and false: texts are not
+/// parsed. Integers are cut to the width asked for; floating values are cut off towards zero
+/// and end at the limits of the integer asked for (16-bit integers are the low half of the
+/// 32-bit one), and what is no number is 0.
+///
+/// A value holds its kinds side by side: an assignment sets the kind and its own slot, and
+/// leaves the others as they are, out of sight.
+///
+/// Arrays nest to any depth; copying, printing and destroying them need no stack for it.
+///
+/// Thread-safety: distinct objects from any thread; one object, if any thread changes it, from
+/// one thread at a time. Allocation failures are std::bad_alloc.
+class TEVALON_BASE_EXPORT CommonValue {
+public:
+    enum Type : std::int32_t {
+        kNull = 0,
+        kInt = 1,
+        kUInt = 2,
+        kShort = 3,
+        kUShort = 4,
+        kLongLong = 5,
+        kULongLong = 6,
+        kBool = 7,
+        kFloat = 8,
+        kDouble = 9,
+        kString = 10,
+        kPoint = 11,
+        kArray = 12,
+        kUndefined = 255,  ///< Nothing assigned yet.
+    };
+
+    using Array = std::vector<CommonValue>;
+
+    /// Undefined.
+    CommonValue();
+    /// A null.
+    static CommonValue null();
+
+    CommonValue(bool value);
+    CommonValue(short value);
+    CommonValue(unsigned short value);
+    CommonValue(int value);
+    CommonValue(unsigned int value);
+    CommonValue(long long value);
+    CommonValue(unsigned long long value);
+    CommonValue(float value);
+    CommonValue(double value);
+    CommonValue(const std::string& value);
+    CommonValue(const Point& value);
+    /// Of the kind of the same width: kInt or kLongLong.
+    CommonValue(long value);
+    /// Likewise.
+    CommonValue(unsigned long value);
+    /// A text; null is the empty one.
+    CommonValue(const char* p_value);
+    CommonValue(Array value);
+
+    /// Copies what the tag names, and nothing that is out of sight.
+    CommonValue(const CommonValue& other);
+    /// Leaves @p other its kind, with an empty text or array.
+    CommonValue(CommonValue&& other) noexcept;
+    ~CommonValue();
+
+    /// Copies everything.
+    CommonValue& operator=(const CommonValue& other);
+    /// Leaves @p other its kind, with an empty text and array.
+    CommonValue& operator=(CommonValue&& other) noexcept;
+
+    CommonValue& operator=(bool value);
+    CommonValue& operator=(short value);
+    CommonValue& operator=(unsigned short value);
+    CommonValue& operator=(int value);
+    CommonValue& operator=(unsigned int value);
+    CommonValue& operator=(long long value);
+    CommonValue& operator=(unsigned long long value);
+    CommonValue& operator=(float value);
+    CommonValue& operator=(double value);
+    CommonValue& operator=(const std::string& value);
+    CommonValue& operator=(const Point& value);
+    CommonValue& operator=(long value);
+    CommonValue& operator=(unsigned long value);
+    CommonValue& operator=(const char* p_value);
+    CommonValue& operator=(Array value);
+
+    Type type() const { return m_type; }
+
+    /// The elements; none unless this is an array. Valid until the value changes.
+    const Array& array() const;
+
+    operator bool() const;
+    operator short() const;
+    operator unsigned short() const;
+    operator int() const;
+    operator unsigned int() const;
+    operator long long() const;
+    operator unsigned long long() const;
+    operator float() const;
+    operator double() const;
+    /// {0, 0} unless this is a Point.
+    operator Point() const;
+    operator std::string() const;
+    operator std::vector<unsigned int>() const;
+    operator std::vector<std::string>() const;
+
+    /// "null", a number, "TRUE", "1.5", the text itself, "(3,-4)", "[1,[2,3]]", "Undefined".
+    /// Floating values have six significant digits. The locale changes nothing.
+    std::string convertToStringType() const;
+
+    /// Each element converted to T, or, of what is no array, this value alone. For unsigned
+    /// int and std::string.
+    template <typename T>
+    std::vector<T> convertToVectorT() const;
+
+private:
+    union Scalar {
+        std::uint64_t bits;
+        bool asBool;
+        short asShort;
+        unsigned short asUShort;
+        int asInt;
+        unsigned int asUInt;
+        long long asLongLong;
+        unsigned long long asULongLong;
+        float asFloat;
+        double asDouble;
+    };
+
+    template <typename Number>
+    CommonValue& setScalar(Type type, Number Scalar::*slot, Number value);
+    template <typename T>
+    T toInteger() const;
+    template <typename T>
+    T toFloating() const;
+    void appendScalarText(std::string* p_text) const;
+    void copyNamedSlot(const CommonValue& other);
+    static void copyArray(const Array& from, Array* p_to);
+    static void destroyArray(Array* p_array) noexcept;
+
+    Type m_type = kUndefined;
+    alignas(8) Scalar m_scalar = {0};
+    // Carried along for those who look at the object from outside; nothing here reads them.
+    std::int64_t m_reservedZero = 0;
+    std::int64_t m_reservedOnes = -1;
+    Point m_point;
+    std::string m_string;
+    Array m_array;
+};
+
+template <>
+TEVALON_BASE_EXPORT std::vector<unsigned int> CommonValue::convertToVectorT<unsigned int>() const;
+template <>
+TEVALON_BASE_EXPORT std::vector<std::string> CommonValue::convertToVectorT<std::string>() const;
+
+}  // namespace tevalon::base::container
+
+#endif  // BASE_CONTAINER_COMMON_VALUE_H

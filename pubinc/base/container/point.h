@@ -1,0 +1,17 @@
+// point.h: a pair of coordinates.
+
+#ifndef BASE_CONTAINER_POINT_H
+#define BASE_CONTAINER_POINT_H
+
+#include <cstdint>
+
+namespace tevalon::base::container {
+
+struct Point {
+    std::int32_t x = 0;
+    std::int32_t y = 0;
+};
+
+}  // namespace tevalon::base::container
+
+#endif  // BASE_CONTAINER_POINT_H

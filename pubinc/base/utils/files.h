@@ -1,0 +1,27 @@
+// files.h: whether a path exists, and removing a folder with all that is in it.
+
+#ifndef BASE_UTILS_FILES_H
+#define BASE_UTILS_FILES_H
+
+#include <cstdint>
+
+#include "base/export.h"
+
+namespace tevalon::base {
+
+/// Whether @p name exists and can be reached; false for null. A path that does not is reported
+/// by an error line. Any thread.
+TEVALON_BASE_EXPORT bool isPathExists(char const* name);
+
+/// Removes a folder, the regular files in it and its sub-folders, as far as it can; each thing
+/// that it cannot remove is reported by an error line. Links are followed: what is in a linked
+/// folder is removed, the link is left. So are devices, pipes and sockets.
+///
+/// Returns 0; -1 for null; -2 when the folder cannot be opened; -3 when it cannot be removed in
+/// the end, as when something was left in it. Holds one descriptor per level of folders. Any
+/// thread.
+TEVALON_BASE_EXPORT std::int32_t rmDir(char const* dirPath);
+
+}  // namespace tevalon::base
+
+#endif  // BASE_UTILS_FILES_H

@@ -1,0 +1,44 @@
+// numbers.h: lenient decimal parsing, and hexadecimal text.
+
+#ifndef BASE_UTILS_NUMBERS_H
+#define BASE_UTILS_NUMBERS_H
+
+#include <cstdint>
+#include <string>
+
+#include "base/export.h"
+
+namespace tevalon::base {
+
+/// The dsto functions read a decimal number with an optional sign from the front of @p text.
+/// They stop at the first character that is no digit and do not look behind it: "12ab" is 12,
+/// "abc" and "+-5" are 0. Values wrap in the width of the result; in the unsigned ones "-5" is
+/// 5 below zero, wrapped.
+///
+/// Returns 0; or -1, with the output untouched, when @p text is empty or a lone sign. Any
+/// thread.
+TEVALON_BASE_EXPORT std::int32_t dstoi(std::string const& text, int& value);
+TEVALON_BASE_EXPORT std::int32_t dstol(std::string const& text, long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoll(std::string const& text, long long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoui(std::string const& text, unsigned int& value);
+TEVALON_BASE_EXPORT std::int32_t dstoul(std::string const& text, unsigned long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoull(std::string const& text, unsigned long long& value);
+
+/// Writes @p value, taken as unsigned of its own width, as hexadecimal without prefix or
+/// leading zeros. A value below 16 replaces what @p out held by its one digit; a larger one is
+/// appended to it. Returns 0. For char, int, long and their unsigned kin; any thread.
+///
+/// @param upper  Whether the letters are capitals.
+template <typename T>
+std::int32_t convert2HexStr(T value, std::string& out, bool upper);
+
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(char, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned char, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(int, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned int, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(long, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned long, std::string&, bool);
+
+}  // namespace tevalon::base
+
+#endif  // BASE_UTILS_NUMBERS_H

@@ -1,0 +1,54 @@
+// crc_engine.h: what the processor can do for CRCs beyond looking up tables.
+
+#ifndef BASE_SRC_CHECK_SUM_CRC_ENGINE_H
+#define BASE_SRC_CHECK_SUM_CRC_ENGINE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "check_sum/crc_folding.h"
+
+namespace tevalon::base::utils::crc {
+
+/// The fewest bytes a Fold takes.
+inline constexpr std::size_t kFoldMinimum = 16;
+
+/// Takes @p length bytes, at least kFoldMinimum, into a widened() register.
+using Fold = std::uint64_t (*)(std::uint64_t crc, const unsigned char* p_data, std::size_t length,
+                               const FoldConstants& constants);
+
+/// Takes any number of bytes into the register of Crc32.
+using UpdateCrc32 = std::uint32_t (*)(std::uint32_t crc, const unsigned char* p_data,
+                                      std::size_t length);
+
+/// One way to compute, by instructions that not every processor has. What it leaves null is
+/// done by table.
+struct Engine {
+    const char* p_name;
+    bool (*p_isSupported)();
+    Fold p_foldReflected;
+    Fold p_foldMsbFirst;
+    UpdateCrc32 p_updateCrc32;
+};
+
+/// Every engine this build has, the preferred one first, whether or not the processor at hand
+/// can run it. The last one is plain tables, which all can. Ends with a null.
+const Engine* const* allEngines() noexcept;
+
+/// Looks for the first of them that this processor supports, and keeps it in g_engine.
+const Engine& chooseEngine() noexcept;
+
+// Null until the first use. Relaxed will do: whoever chooses, chooses the same, and the engines
+// are constants.
+extern std::atomic<const Engine*> g_engine;
+
+/// The engine to use. Any thread, at any time.
+inline const Engine& engine() noexcept {
+    const Engine* p_engine = g_engine.load(std::memory_order_relaxed);
+    return p_engine != nullptr ? *p_engine : chooseEngine();
+}
+
+}  // namespace tevalon::base::utils::crc
+
+#endif  // BASE_SRC_CHECK_SUM_CRC_ENGINE_H

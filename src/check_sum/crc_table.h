@@ -1,0 +1,121 @@
+// crc_table.h: CRCs by table, on any processor: one byte at a time, and several.
+
+#ifndef BASE_SRC_CHECK_SUM_CRC_TABLE_H
+#define BASE_SRC_CHECK_SUM_CRC_TABLE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "check_sum/crc_rule.h"
+
+// How many bytes the tables take in at once: 1, 2, 4, 8 or 16. One slice of every table is
+// 5,376 bytes. A television set has more use for the flash than for the last bit of speed.
+#ifndef TEVALON_BASE_CRC_SLICES
+#ifdef __arm__
+#define TEVALON_BASE_CRC_SLICES 4
+#else
+#define TEVALON_BASE_CRC_SLICES 16
+#endif
+#endif
+
+namespace tevalon::base::utils::crc {
+
+inline constexpr std::size_t kDefaultSlices = TEVALON_BASE_CRC_SLICES;
+static_assert(kDefaultSlices == 1 || kDefaultSlices == 2 || kDefaultSlices == 4 ||
+                  kDefaultSlices == 8 || kDefaultSlices == 16,
+              "TEVALON_BASE_CRC_SLICES is 1, 2, 4, 8 or 16");
+
+/// The byte of the register that meets byte @p n of the data, counted from the next one.
+template <class R>
+constexpr std::uint8_t registerByte(typename R::Register crc, std::size_t n) {
+    const std::size_t shift = R::kReflected ? 8 * n : R::kWidth - 8 - 8 * n;
+    return static_cast<std::uint8_t>(crc >> shift);
+}
+
+/// What is left of the register once its next @p n bytes are used up.
+template <class R>
+constexpr typename R::Register registerRest(typename R::Register crc, std::size_t n) {
+    if (8 * n >= R::kWidth) return 0;
+    const std::uint64_t wide = crc;
+    return static_cast<typename R::Register>(R::kReflected ? wide >> (8 * n) : wide << (8 * n));
+}
+
+/// Slice 0 is the plain byte table; entry i of slice n is what byte i amounts to when n zero
+/// bytes follow it.
+template <class R, std::size_t kSlices>
+struct Table {
+    typename R::Register slice[kSlices][256];
+};
+
+template <class R, std::size_t kSlices>
+constexpr Table<R, kSlices> makeTable() {
+    using Register = typename R::Register;
+    Table<R, kSlices> table = {};
+    for (unsigned i = 0; i < 256; ++i) {
+        const std::uint64_t byte = i;
+        auto crc = static_cast<Register>(R::kReflected ? byte : byte << (R::kWidth - 8));
+        for (unsigned bit = 0; bit < 8; ++bit) crc = R::bitStep(crc);
+        table.slice[0][i] = crc;
+    }
+    for (std::size_t n = 1; n < kSlices; ++n) {
+        for (unsigned i = 0; i < 256; ++i) {
+            const Register crc = table.slice[n - 1][i];
+            table.slice[n][i] = static_cast<Register>(table.slice[0][registerByte<R>(crc, 0)] ^
+                                                      registerRest<R>(crc, 1));
+        }
+    }
+    return table;
+}
+
+template <class R, std::size_t kSlices>
+inline constexpr Table<R, kSlices> kTable = makeTable<R, kSlices>();
+
+/// Takes in sizeof...(kIndex) bytes with one lookup for each, none waiting for another.
+template <class R, std::size_t kSlices, std::size_t... kIndex>
+inline typename R::Register takeBytes(typename R::Register crc, const unsigned char* p_data,
+                                      std::index_sequence<kIndex...>) {
+    using Register = typename R::Register;
+    constexpr std::size_t kStep = sizeof...(kIndex);
+    const auto looked = [&](auto index) {
+        constexpr std::size_t n = decltype(index)::value;
+        std::uint8_t byte = p_data[n];
+        if constexpr (8 * n < R::kWidth) {
+            byte = static_cast<std::uint8_t>(byte ^ registerByte<R>(crc, n));
+        }
+        return kTable<R, kSlices>.slice[kStep - 1 - n][byte];
+    };
+    // Summed up from the last byte: what waits for the register comes in last.
+    return static_cast<Register>((looked(std::integral_constant<std::size_t, kIndex>()) ^ ... ^
+                                  registerRest<R>(crc, kStep)));
+}
+
+/// Takes in one byte.
+template <class R, std::size_t kSlices = kDefaultSlices>
+inline typename R::Register byteStep(typename R::Register crc, unsigned char byte) {
+    return takeBytes<R, kSlices>(crc, &byte, std::make_index_sequence<1>());
+}
+
+/// Takes in @p length bytes, one at a time.
+template <class R, std::size_t kSlices = kDefaultSlices>
+inline typename R::Register byteUpdate(typename R::Register crc, const unsigned char* p_data,
+                                       std::size_t length) {
+    for (; length != 0; --length, ++p_data) crc = byteStep<R, kSlices>(crc, *p_data);
+    return crc;
+}
+
+/// Takes in @p length bytes, @p kStep at a time while there are as many, the rest in ever
+/// smaller steps.
+template <class R, std::size_t kSlices = kDefaultSlices, std::size_t kStep = kSlices>
+inline typename R::Register tableUpdate(typename R::Register crc, const unsigned char* p_data,
+                                        std::size_t length) {
+    for (; length >= kStep; length -= kStep, p_data += kStep) {
+        crc = takeBytes<R, kSlices>(crc, p_data, std::make_index_sequence<kStep>());
+    }
+    if constexpr (kStep > 1) return tableUpdate<R, kSlices, kStep / 2>(crc, p_data, length);
+    return crc;
+}
+
+}  // namespace tevalon::base::utils::crc
+
+#endif  // BASE_SRC_CHECK_SUM_CRC_TABLE_H

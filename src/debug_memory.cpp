@@ -1,0 +1,96 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include "base/logging/blog.h"
+#include "base/logging/boot_id.h"
+#include "base/logging/debug_memory.h"
+#include "monotonic_seconds.h"
+
+// The reports' lines carry fixed numbers, by which scripts find them.
+#define REPORT_FORMAT "{%d-%f}[%s] %s:%d:%s(): ==%s==\n %s\n"
+#define REPORT_ARGUMENTS(now, title, text)                                                       \
+    static_cast<int>(bootID()), now, BLOG_TAG, blog_base_name(__FILE__), 79, "showFileContents", \
+        title, text
+
+namespace tevalon::base::debug {
+
+std::atomic<bool> g_webengine_memory_debug_enabled{false};
+std::atomic<char*> g_webengine_memory_debug_info{nullptr};
+
+namespace {
+
+constexpr std::size_t kInfoSize = 4096;
+
+std::mutex g_infoMutex;  // Guards what the buffer holds, and its allocation. A leaf.
+
+struct CloseFile {
+    void operator()(std::FILE* p_file) const { (void)std::fclose(p_file); }
+};
+
+void keepInfo(const char* p_text) {
+    const std::lock_guard<std::mutex> lock(g_infoMutex);
+    std::memcpy(g_webengine_memory_debug_info, p_text, kInfoSize);
+}
+
+void report(const char* p_title, const char* p_text) {
+    const double now = monotonicSeconds();
+    std::printf(REPORT_FORMAT, REPORT_ARGUMENTS(now, p_title, p_text));
+    if (isLogOn(kLogAlways)) zorDebugOutput0(REPORT_FORMAT, REPORT_ARGUMENTS(now, p_title, p_text));
+}
+
+}  // namespace
+
+bool debug_init() {
+    {
+        const std::lock_guard<std::mutex> lock(g_infoMutex);
+        if (g_webengine_memory_debug_info == nullptr) {
+            g_webengine_memory_debug_info = static_cast<char*>(std::calloc(1, kInfoSize));
+        }
+    }
+    const char* p_setting = std::getenv("SHOW_MEMORY_DEBUG_INFO");
+    if (p_setting == nullptr) return false;
+    const std::string_view setting(p_setting);
+    if (setting != "TRUE" && setting != "1" && setting != "true") return false;
+    g_webengine_memory_debug_enabled = true;
+    return true;
+}
+
+bool debug_memory_debug_enabled() {
+    return g_webengine_memory_debug_enabled;
+}
+
+bool debug_init_tcmalloc_extension() {
+    return true;
+}
+
+void debug_dump_tcmalloc_status() {}
+
+void debug_dump_system_memory_status() {
+    showFileContents("System MemInfo:", "/proc/meminfo");
+}
+
+void showFileContents(const char* title, const char* path) {
+    if (g_webengine_memory_debug_info == nullptr || title == nullptr || path == nullptr) return;
+
+    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "rb"));
+    if (file == nullptr) {
+        BLOG_AT(BLOG_TAG, kLogError, __FILE__, 68, __func__, "Error opening %s\n", path);
+        return;
+    }
+    // Read aside, so that two threads that show files at once do not mix them.
+    char text[kInfoSize] = {};
+    const std::size_t count = std::fread(text, 1, kInfoSize - 1, file.get());
+    if (count == 0) {
+        BLOG_AT(BLOG_TAG, kLogError, __FILE__, 73, __func__, "Error reading %s\n", path);
+        return;
+    }
+    text[count - 1] = '\0';
+    keepInfo(text);
+    report(title, text);
+}
+
+}  // namespace tevalon::base::debug

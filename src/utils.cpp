@@ -1,0 +1,204 @@
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <uuid/uuid.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "base/logging/blog.h"
+#include "base/utils/files.h"
+#include "base/utils/numbers.h"
+#include "base/utils/strings.h"
+#include "base/utils/uuid.h"
+
+namespace tevalon::base {
+namespace {
+
+bool isSign(char c) {
+    return c == '+' || c == '-';
+}
+
+// In the unsigned type, where wrapping is defined.
+template <typename T>
+std::int32_t parseDecimal(const std::string& text, T* p_value) {
+    using Unsigned = std::make_unsigned_t<T>;
+    if (text.empty()) return -1;
+    const bool isSigned = isSign(text[0]);
+    if (isSigned && text.size() == 1) return -1;
+
+    Unsigned value = 0;
+    for (std::size_t i = isSigned ? 1 : 0; i < text.size(); ++i) {
+        if (text[i] < '0' || text[i] > '9') break;
+        value = value * 10U + static_cast<Unsigned>(text[i] - '0');
+    }
+    *p_value = static_cast<T>(text[0] == '-' ? Unsigned{0} - value : value);
+    return 0;
+}
+
+bool isSelfOrParent(const char* p_name) {
+    return std::strcmp(p_name, ".") == 0 || std::strcmp(p_name, "..") == 0;
+}
+
+struct CloseFolder {
+    void operator()(DIR* p_folder) const { (void)closedir(p_folder); }
+};
+
+template <typename Number>
+Number readNative(const unsigned char* p_bytes) {
+    Number number;
+    std::memcpy(&number, p_bytes, sizeof(number));
+    return number;
+}
+
+}  // namespace
+
+std::string toLowerCase(std::string const& text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
+std::int32_t dstoi(std::string const& text, int& value) {
+    return parseDecimal(text, &value);
+}
+
+std::int32_t dstol(std::string const& text, long& value) {
+    return parseDecimal(text, &value);
+}
+
+std::int32_t dstoll(std::string const& text, long long& value) {
+    return parseDecimal(text, &value);
+}
+
+std::int32_t dstoui(std::string const& text, unsigned int& value) {
+    return parseDecimal(text, &value);
+}
+
+std::int32_t dstoul(std::string const& text, unsigned long& value) {
+    return parseDecimal(text, &value);
+}
+
+std::int32_t dstoull(std::string const& text, unsigned long long& value) {
+    return parseDecimal(text, &value);
+}
+
+bool isPathExists(char const* name) {
+    if (name == nullptr) return false;
+    errno = 0;
+    const int result = access(name, F_OK);
+    if (result == 0) return true;
+    const int error = errno;
+    BLOG(kLogError, "filePath:'%s', ret:%d, error:'%s'.\n", name, result, strerror(error));
+    return false;
+}
+
+bool hasSuffix(std::string const& path, std::string const& suffix) {
+    if (path.empty() || suffix.size() == path.size()) return false;
+    const std::size_t dot = path.rfind('.');
+    if (dot == std::string::npos) return false;
+    return path.compare(dot, std::string::npos, suffix) == 0;
+}
+
+template <typename T>
+std::int32_t convert2HexStr(T value, std::string& out, bool upper) {
+    const char* p_digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    auto rest = static_cast<std::make_unsigned_t<T>>(value);
+    if (rest < 16) {
+        out.assign(1, p_digits[rest]);
+        return 0;
+    }
+    std::string lowestFirst;
+    for (; rest != 0; rest = static_cast<decltype(rest)>(rest >> 4)) {
+        lowestFirst += p_digits[rest & 0xFU];
+    }
+    out.append(lowestFirst.rbegin(), lowestFirst.rend());
+    return 0;
+}
+
+template std::int32_t convert2HexStr(char, std::string&, bool);
+template std::int32_t convert2HexStr(unsigned char, std::string&, bool);
+template std::int32_t convert2HexStr(int, std::string&, bool);
+template std::int32_t convert2HexStr(unsigned int, std::string&, bool);
+template std::int32_t convert2HexStr(long, std::string&, bool);
+template std::int32_t convert2HexStr(unsigned long, std::string&, bool);
+
+std::string generateUUID() {
+    constexpr std::size_t kTextSize = 256;
+    uuid_t id;
+    uuid_generate(id);
+    const std::unique_ptr<char, void (*)(void*)> text(static_cast<char*>(std::malloc(kTextSize)),
+                                                      std::free);
+    if (text == nullptr) {
+        BLOG(kLogError, "Fail to allocate buffer.\n");
+        return std::string();
+    }
+    // The first three groups as numbers of this processor, as they have always been shown.
+    std::snprintf(text.get(), kTextSize, "%08X-%04X-%04X-%02X%02X%02X%02X%02X%02X%02X%02X",
+                  readNative<std::uint32_t>(&id[0]), readNative<std::uint16_t>(&id[4]),
+                  readNative<std::uint16_t>(&id[6]), id[8], id[9], id[10], id[11], id[12], id[13],
+                  id[14], id[15]);
+    return std::string(text.get());
+}
+
+std::int32_t rmDir(char const* dirPath) {
+    if (dirPath == nullptr) {
+        BLOG(kLogError, "dirPath is NULL.\n\n");
+        return -1;
+    }
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(dirPath));
+    if (folder == nullptr) {
+        BLOG(kLogError, "Fail to opendir('%s').\n\n", dirPath);
+        return -2;
+    }
+    while (const dirent* p_entry = readdir(folder.get())) {
+        if (isSelfOrParent(p_entry->d_name)) continue;
+        const std::string path = std::string(dirPath) + "/" + p_entry->d_name;
+        struct stat status = {};
+        errno = 0;
+        if (stat(path.c_str(), &status) != 0) {
+            const int error = errno;
+            BLOG(kLogError, "Fail to get stat of path.error:(%d-'%s').\n\n", error,
+                 strerror(error));
+        } else if (S_ISDIR(status.st_mode)) {
+            (void)rmDir(path.c_str());  // It has reported its own failure.
+        } else if (!S_ISREG(status.st_mode)) {
+            BLOG(kLogDebug, "name:'%s', MODE:%d, ISOTHER.\n\n", path.c_str(),
+                 static_cast<int>(status.st_mode));
+        } else if (errno = 0; unlink(path.c_str()) != 0) {
+            const int error = errno;
+            BLOG(kLogError, "Fail to delete:'%s', error:(%d-'%s').\n\n", path.c_str(), error,
+                 strerror(error));
+        }
+    }
+    errno = 0;
+    if (rmdir(dirPath) == 0) return 0;
+    const int error = errno;
+    BLOG(kLogError, "Fail to delete dir:'%s', error:(%d-'%s').\n\n", dirPath, error,
+         strerror(error));
+    return -3;
+}
+
+std::int32_t separateStr(std::string const& text, std::string const& delimiters,
+                         std::vector<std::string>& out) {
+    std::size_t begin = 0;
+    std::size_t end = text.find_first_of(delimiters);
+    if (end == std::string::npos) return -1;
+    for (; end != std::string::npos; end = text.find_first_of(delimiters, begin)) {
+        out.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    out.push_back(text.substr(begin));
+    return 0;
+}
+
+}  // namespace tevalon::base
