@@ -1,16 +1,24 @@
 #include "application_manager.h"
 
 #include "base/simple_timer.h"
+#include "base/utils.h"
 #include "patience.h"
 
 namespace tv_browser {
 namespace {
 
+using tevalon::base::container::CommonValue;
+using tevalon::base::container::Point;
 using tevalon::base::simple_timer::Timer;
 using tevalon::base::timer::WatchDog;
 
 // Beyond it the viewer is told that something is on its way.
 constexpr tevalon::base::simple_timer::TimeoutTime kLongLaunch = {0, 150, 0};
+
+// What a page gets to know: its instance, the size of the screen, whether it may take keys.
+CommonValue valuesFor(const std::string& instance) {
+    return CommonValue::Array{instance, Point{1280, 720}, true};
+}
 
 }  // namespace
 
@@ -48,7 +56,9 @@ Reply ApplicationManager::launch(const PageRequest& request) {
              std::make_unique<AppRequest>(EventType::DropPage, "drop", request.app));
     }
     if (loaded != Reply::Ok) return passedUp(loaded);
-    m_running.insert(request.app);
+    const std::string instance = tevalon::base::generateUUID();
+    note("makes " + request.app + " instance " + instance);
+    m_running[request.app] = instance;
     tellState(request.app, AppState::Hidden);
     return Reply::Ok;
 }
@@ -57,7 +67,9 @@ Reply ApplicationManager::show(const std::string& app) {
     if (m_running.count(app) == 0) return Reply::NotRunning;
     if (m_visible == app) return Reply::Ok;
     const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_show);
-    const Reply shown = askEngine(EventType::ShowPage, "show", app);
+    const Reply shown =
+        ask(ModuleId::BrowserEngine,
+            std::make_unique<ShowPageRequest>(app, valuesFor(m_running[app])), kPatienceWithEngine);
     if (shown != Reply::Ok) return passedUp(shown);
     if (!m_visible.empty()) tellState(m_visible, AppState::Hidden);
     m_visible = app;
@@ -90,7 +102,7 @@ Reply ApplicationManager::stopApp(const std::string& app) {
 
 void ApplicationManager::stopAll() {
     while (!m_running.empty()) {
-        const std::string app = *m_running.begin();
+        const std::string app = m_running.begin()->first;
         (void)stopApp(app);  // It is over in any case.
     }
 }

@@ -3,7 +3,7 @@
 #ifndef TV_BROWSER_APPLICATION_MANAGER_H
 #define TV_BROWSER_APPLICATION_MANAGER_H
 
-#include <set>
+#include <map>
 #include <string>
 
 #include "module.h"
@@ -29,8 +29,8 @@ private:
     void tellState(const std::string& app, AppState state);
 
     // Handlers only, so without a lock.
-    std::set<std::string> m_running;
-    std::string m_visible;  // Empty when none is.
+    std::map<std::string, std::string> m_running;  // Application to its instance.
+    std::string m_visible;                         // Empty when none is.
     OperationWatch m_watch;
 };
 

@@ -5,26 +5,30 @@
 #include <cstring>
 
 #include "base/logging.h"
+#include "base/utils.h"
+#include "session_settings.h"
 #include "text_file.h"
 
 namespace tv_browser {
 
 using tevalon::base::kLogWarn;
+using tevalon::base::utils::CheckSum;
+using tevalon::base::utils::MD5;
 
-BrowserEngine::BrowserEngine(Timeline& timeline, const std::string& backend)
+BrowserEngine::BrowserEngine(Timeline& timeline)
     : Module(ModuleId::BrowserEngine, timeline),
       m_life([this](const std::string& text) { note(text); }) {
     onRequest<PageRequest>(EventType::LoadPage,
                            [this](const PageRequest& request) { return load(request); });
-    onRequest<AppRequest>(EventType::ShowPage,
-                          [this](const AppRequest& request) { return show(request.app); });
+    onRequest<ShowPageRequest>(EventType::ShowPage,
+                               [this](const ShowPageRequest& request) { return show(request); });
     onRequest<AppRequest>(EventType::HidePage,
                           [this](const AppRequest& request) { return hide(request.app); });
     onRequest<AppRequest>(EventType::DropPage,
                           [this](const AppRequest& request) { return drop(request.app); });
     onRequest<PageKeyRequest>(EventType::KeyToPage,
                               [this](const PageKeyRequest& request) { return pressKey(request); });
-    note("draws with the " + backend + " backend");
+    note("draws with the " + backendSetting() + " backend");
 }
 
 Reply BrowserEngine::load(const PageRequest& request) {
@@ -37,18 +41,30 @@ Reply BrowserEngine::load(const PageRequest& request) {
     }
     const Page page = parsePage(html);
     note("loads \"" + page.title + "\", " + std::to_string(page.sizeBytes) + " bytes");
+    noteDigests(page, html);
     m_work.onWorkerThread(chore("decodes \"" + page.title + "\""));
     m_work.onBackgroundThread(chore("caches \"" + page.title + "\""));
     m_pages[request.app] = page;
     return Reply::Ok;
 }
 
-Reply BrowserEngine::show(const std::string& app) {
-    const auto page = m_pages.find(app);
+// What a broadcaster asks for when a page does not look as it was sent.
+void BrowserEngine::noteDigests(const Page& page, const std::string& html) {
+    MD5 md5(html);
+    const auto* p_bytes = reinterpret_cast<const unsigned char*>(html.data());
+    std::string crc;
+    (void)tevalon::base::convert2HexStr(
+        CheckSum().crc_32(p_bytes, static_cast<unsigned int>(html.size())), crc, true);
+    note("\"" + page.title + "\" has MD5 " + md5.hexDigest() + ", CRC-32 " + crc);
+}
+
+Reply BrowserEngine::show(const ShowPageRequest& request) {
+    const auto page = m_pages.find(request.app);
     if (page == m_pages.end()) return Reply::NotRunning;
-    m_shownApp = app;
+    m_shownApp = request.app;
     const std::string& title = page->second.title;
     note("draws \"" + title + "\"");
+    note("gives \"" + title + "\" the values " + request.values.convertToStringType());
     m_work.onMainThread(chore("lays out \"" + title + "\""));
     m_work.onForegroundThread(chore("paints \"" + title + "\""));
     m_life.begin(title);

@@ -16,15 +16,16 @@ namespace tv_browser {
 /// Asks nobody.
 class BrowserEngine : public Module {
 public:
-    /// @param backend  What it draws with, for the timeline.
-    BrowserEngine(Timeline& timeline, const std::string& backend);
+    explicit BrowserEngine(Timeline& timeline);
 
 private:
     Reply load(const PageRequest& request);
-    Reply show(const std::string& app);
+    Reply show(const ShowPageRequest& request);
     Reply hide(const std::string& app);
     Reply drop(const std::string& app);
     Reply pressKey(const PageKeyRequest& request);
+
+    void noteDigests(const Page& page, const std::string& html);
 
     /// Notes, on the thread that does it, that @p what is done there.
     PoolWork::Work chore(const std::string& what);

@@ -12,6 +12,7 @@
 #include "session_parser.h"
 #include "session_player.h"
 #include "session_reader.h"
+#include "session_settings.h"
 #include "television.h"
 #include "text_file.h"
 #include "timeline.h"
@@ -57,10 +58,11 @@ ExitStatus perform(SessionReader* p_session, const std::string& title,
     Timeline timeline(stdout);
     timeline.begin("tv_browser plays " + title);
     timeline.chapter("The set is turned on.");
-    Television television(timeline, options.backend);
+    publishSettings(options);
+    Television television(timeline);
     if (!television.turnOn()) return ExitStatus::Failed;
 
-    SessionPlayer player(timeline, options.inputDisabled);
+    SessionPlayer player(timeline);
     showFirstPage(options.url, &player);
     const SessionReader::Status end = playAll(p_session, &player);
     timeline.chapter("The set is turned off.");

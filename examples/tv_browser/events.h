@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "base/container.h"
 #include "base/event_dispatcher.h"
 
 namespace tv_browser {
@@ -46,7 +47,7 @@ enum class EventType : std::int32_t {
     HideApp,       ///< AppRequest, to the application manager.
     StopApp,       ///< AppRequest, to the application manager.
     LoadPage,      ///< PageRequest, to the browser engine.
-    ShowPage,      ///< AppRequest, to the browser engine. Covers the page that was shown.
+    ShowPage,      ///< ShowPageRequest, to the browser engine. Covers the page that was shown.
     HidePage,      ///< AppRequest, to the browser engine.
     DropPage,      ///< AppRequest, to the browser engine.
     KeyToPage,     ///< PageKeyRequest, to the browser engine.
@@ -123,6 +124,14 @@ struct AppRequest : Message {
         : Message(type_, verb + " " + app_), app(app_) {}
 
     const std::string app;
+};
+
+struct ShowPageRequest : AppRequest {
+    /// @param values_  For the page to read.
+    ShowPageRequest(const std::string& app_, tevalon::base::container::CommonValue values_)
+        : AppRequest(EventType::ShowPage, "show", app_), values(std::move(values_)) {}
+
+    const tevalon::base::container::CommonValue values;
 };
 
 struct PageFile {

@@ -41,6 +41,7 @@ struct Say {
 struct Wait {
     std::chrono::milliseconds duration;
 };
+struct Memory {};
 struct Quit {};
 
 }  // namespace tv_browser::command
@@ -49,9 +50,9 @@ namespace tv_browser {
 
 /// One line of a session. A new command is one more struct here, one entry in the parser's
 /// table and one perform() of the player.
-using Command =
-    std::variant<command::Tune, command::Key, command::Launch, command::Show, command::Hide,
-                 command::Stop, command::Slow, command::Say, command::Wait, command::Quit>;
+using Command = std::variant<command::Tune, command::Key, command::Launch, command::Show,
+                             command::Hide, command::Stop, command::Slow, command::Say,
+                             command::Wait, command::Memory, command::Quit>;
 
 }  // namespace tv_browser
 

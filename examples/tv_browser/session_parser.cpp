@@ -50,6 +50,9 @@ Command makeSay(SessionArguments& a) {
 Command makeWait(SessionArguments& a) {
     return command::Wait{a.milliseconds()};
 }
+Command makeMemory(SessionArguments&) {
+    return command::Memory{};
+}
 Command makeQuit(SessionArguments&) {
     return command::Quit{};
 }
@@ -65,6 +68,7 @@ const std::vector<Form>& forms() {
         {"slow", {"MODULE", "MS"}, makeSlow},
         {"say", {kRestOfLine}, makeSay},
         {"wait", {"MS"}, makeWait},
+        {"memory", {}, makeMemory},
         {"quit", {}, makeQuit},
     };
     return kForms;

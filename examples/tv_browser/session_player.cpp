@@ -4,16 +4,17 @@
 #include <thread>
 #include <variant>
 
+#include "base/logging.h"
 #include "patience.h"
+#include "session_settings.h"
 
 // Replies are not looked at here: the timeline shows them, and a session goes on whatever
 // they are.
 
 namespace tv_browser {
 
-SessionPlayer::SessionPlayer(Timeline& timeline, bool inputDisabled)
+SessionPlayer::SessionPlayer(Timeline& timeline)
     : m_timeline(timeline),
-      m_inputDisabled(inputDisabled),
       m_session(ModuleId::Session, timeline),
       m_viewer(ModuleId::Viewer, timeline),
       m_broadcaster(ModuleId::Broadcaster, timeline) {}
@@ -37,7 +38,7 @@ void SessionPlayer::perform(const command::Tune& tune) {
 }
 
 void SessionPlayer::perform(const command::Key& key) {
-    if (m_inputDisabled) {
+    if (isInputDisabled()) {
         m_viewer.note("presses " + key.name + ", but input is disabled");
         return;
     }
@@ -82,6 +83,11 @@ void SessionPlayer::perform(const command::Say& say) {
 
 void SessionPlayer::perform(const command::Wait& wait) {
     std::this_thread::sleep_for(wait.duration);
+}
+
+void SessionPlayer::perform(const command::Memory&) {
+    (void)tevalon::base::debug::debug_init();  // Here the report was asked for in any case.
+    tevalon::base::debug::debug_dump_system_memory_status();
 }
 
 void SessionPlayer::perform(const command::Quit&) {

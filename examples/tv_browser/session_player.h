@@ -15,9 +15,8 @@ namespace tv_browser {
 /// Belongs to one thread.
 class SessionPlayer {
 public:
-    /// @param timeline       Must outlive the player.
-    /// @param inputDisabled  Whether keys get nowhere.
-    SessionPlayer(Timeline& timeline, bool inputDisabled);
+    /// @param timeline  Must outlive the player.
+    explicit SessionPlayer(Timeline& timeline);
 
     /// Blocks until @p command is done.
     void play(const Command& command);
@@ -38,10 +37,10 @@ private:
     void perform(const command::Slow& slow);
     void perform(const command::Say& say);
     void perform(const command::Wait& wait);
+    void perform(const command::Memory& memory);
     void perform(const command::Quit& quit);
 
     Timeline& m_timeline;
-    const bool m_inputDisabled;
     // None of them is ever started: they have no mailbox.
     Module m_session;
     Module m_viewer;

@@ -5,11 +5,8 @@
 
 namespace tv_browser {
 
-Television::Television(Timeline& timeline, const std::string& backend)
-    : m_engine(timeline, backend),
-      m_manager(timeline),
-      m_opAppHost(timeline),
-      m_controller(timeline) {}
+Television::Television(Timeline& timeline)
+    : m_engine(timeline), m_manager(timeline), m_opAppHost(timeline), m_controller(timeline) {}
 
 bool Television::turnOn() {
     return std::all_of(std::begin(m_modules), std::end(m_modules),

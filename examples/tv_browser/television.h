@@ -3,8 +3,6 @@
 #ifndef TV_BROWSER_TELEVISION_H
 #define TV_BROWSER_TELEVISION_H
 
-#include <string>
-
 #include "application_manager.h"
 #include "browser_engine.h"
 #include "hbbtv_controller.h"
@@ -17,8 +15,7 @@ namespace tv_browser {
 class Television {
 public:
     /// @param timeline  Must outlive the television.
-    /// @param backend   What the engine draws with.
-    Television(Timeline& timeline, const std::string& backend);
+    explicit Television(Timeline& timeline);
     ~Television() { turnOff(); }
 
     Television(const Television&) = delete;

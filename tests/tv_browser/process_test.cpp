@@ -22,7 +22,7 @@ using Story = std::vector<std::string>;
 
 const std::string kCommands =
     "the commands are: tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-    "slow MODULE MS, say TEXT..., wait MS, quit\n";
+    "slow MODULE MS, say TEXT..., wait MS, memory, quit\n";
 
 // The browser with its log switched off: what is left on standard error is its own.
 ChildProcess browser(std::vector<std::string> options) {
@@ -76,6 +76,8 @@ TEST(EveningSessionTest, TellsItsStory) {
                    "hbbtv_controller -> application_manager: launch news from ../pages/news.html",
                    "application_manager -> browser_engine: load news from ../pages/news.html",
                    "browser_engine loads \"Evening News\", 288 bytes",
+                   "browser_engine \"Evening News\" has MD5 e64c7984767e0257454850d86cd52d7a, "
+                   "CRC-32 44CC9F57",
                    "application_manager <- browser_engine: ok",
                    "application_manager => everybody: news runs hidden",
                    "hbbtv_controller <- application_manager: ok",
@@ -132,6 +134,10 @@ TEST(EveningSessionTest, TellsItsStory) {
         EXPECT_EQ(timesTold(story, part), 1) << part;
     }
     EXPECT_GE(timesTold(story, "browser_engine \"Evening News\" is alive"), 1);
+    EXPECT_EQ(timesTold(story, "application_manager makes news instance "), 1);
+    EXPECT_EQ(timesTold(story, "browser_engine gives \"Evening News\" the values ["), 1);
+    EXPECT_EQ(timesTold(story, ",(1280,720),TRUE]"), 3);
+    EXPECT_NE(result.output.find("==System MemInfo:==\n MemTotal:"), std::string::npos);
     expectRowsInOrderOfTime(result.output);
 }
 

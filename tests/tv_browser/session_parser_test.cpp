@@ -82,6 +82,7 @@ TEST(SessionParserTest, SayTakesTheRestOfTheLineUpToAComment) {
 }
 
 TEST(SessionParserTest, QuitStandsAlone) {
+    commandOf<command::Memory>("memory");
     commandOf<command::Quit>("quit");
 }
 
@@ -208,7 +209,7 @@ TEST(SessionParserTest, AControlCharacterIsRefusedWhereverItStands) {
 TEST(SessionParserTest, TheKnownCommandsAreListedWithTheirArguments) {
     EXPECT_EQ(knownCommands(),
               "tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-              "slow MODULE MS, say TEXT..., wait MS, quit");
+              "slow MODULE MS, say TEXT..., wait MS, memory, quit");
 }
 
 }  // namespace
