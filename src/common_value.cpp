@@ -62,41 +62,12 @@ void appendPoint(std::string* p_text, const Point& point) {
 
 }  // namespace
 
-CommonValue::CommonValue() = default;
-
 CommonValue CommonValue::null() {
     CommonValue value;
     value.m_type = kNull;
     return value;
 }
 
-CommonValue::CommonValue(bool value) {
-    *this = value;
-}
-CommonValue::CommonValue(short value) {
-    *this = value;
-}
-CommonValue::CommonValue(unsigned short value) {
-    *this = value;
-}
-CommonValue::CommonValue(int value) {
-    *this = value;
-}
-CommonValue::CommonValue(unsigned int value) {
-    *this = value;
-}
-CommonValue::CommonValue(long long value) {
-    *this = value;
-}
-CommonValue::CommonValue(unsigned long long value) {
-    *this = value;
-}
-CommonValue::CommonValue(float value) {
-    *this = value;
-}
-CommonValue::CommonValue(double value) {
-    *this = value;
-}
 CommonValue::CommonValue(const std::string& value) : m_type(kString), m_string(value) {}
 CommonValue::CommonValue(const Point& value) : m_type(kPoint), m_point(value) {}
 CommonValue::CommonValue(long value) {
@@ -109,10 +80,6 @@ CommonValue::CommonValue(const char* p_value)
     : m_type(kString), m_string(p_value != nullptr ? p_value : "") {}
 CommonValue::CommonValue(Array value) : m_type(kArray), m_array(std::move(value)) {}
 
-CommonValue::CommonValue(const CommonValue& other) : m_type(other.m_type) {
-    copyNamedSlot(other);
-}
-
 CommonValue::CommonValue(CommonValue&& other) noexcept : m_type(other.m_type) {
     if (m_type == kString) {
         m_string = std::move(other.m_string);
@@ -120,15 +87,11 @@ CommonValue::CommonValue(CommonValue&& other) noexcept : m_type(other.m_type) {
         m_array = std::move(other.m_array);
     } else if (m_type == kPoint) {
         m_point = other.m_point;
-    } else if (m_type != kNull && m_type != kUndefined) {
+    } else if (isScalar()) {
         m_scalar = other.m_scalar;
     }
     other.m_string.clear();
     destroyArray(&other.m_array);
-}
-
-CommonValue::~CommonValue() {
-    destroyArray(&m_array);
 }
 
 CommonValue& CommonValue::operator=(const CommonValue& other) {
@@ -162,41 +125,6 @@ CommonValue& CommonValue::operator=(CommonValue&& other) noexcept {
     m_array.swap(array);
     destroyArray(&array);
     return *this;
-}
-
-template <typename Number>
-CommonValue& CommonValue::setScalar(Type type, Number Scalar::*slot, Number value) {
-    m_type = type;
-    m_scalar.*slot = value;
-    return *this;
-}
-
-CommonValue& CommonValue::operator=(bool value) {
-    return setScalar(kBool, &Scalar::asBool, value);
-}
-CommonValue& CommonValue::operator=(short value) {
-    return setScalar(kShort, &Scalar::asShort, value);
-}
-CommonValue& CommonValue::operator=(unsigned short value) {
-    return setScalar(kUShort, &Scalar::asUShort, value);
-}
-CommonValue& CommonValue::operator=(int value) {
-    return setScalar(kInt, &Scalar::asInt, value);
-}
-CommonValue& CommonValue::operator=(unsigned int value) {
-    return setScalar(kUInt, &Scalar::asUInt, value);
-}
-CommonValue& CommonValue::operator=(long long value) {
-    return setScalar(kLongLong, &Scalar::asLongLong, value);
-}
-CommonValue& CommonValue::operator=(unsigned long long value) {
-    return setScalar(kULongLong, &Scalar::asULongLong, value);
-}
-CommonValue& CommonValue::operator=(float value) {
-    return setScalar(kFloat, &Scalar::asFloat, value);
-}
-CommonValue& CommonValue::operator=(double value) {
-    return setScalar(kDouble, &Scalar::asDouble, value);
 }
 
 CommonValue& CommonValue::operator=(const std::string& value) {
@@ -359,6 +287,10 @@ T CommonValue::toFloating() const {
     }
 }
 
+int CommonValue::convertToInt() const {
+    return toInteger<int>();
+}
+
 CommonValue::operator bool() const {
     switch (m_type) {
         case kFloat:
@@ -375,9 +307,6 @@ CommonValue::operator short() const {
 }
 CommonValue::operator unsigned short() const {
     return toInteger<unsigned short>();
-}
-CommonValue::operator int() const {
-    return toInteger<int>();
 }
 CommonValue::operator unsigned int() const {
     return toInteger<unsigned int>();

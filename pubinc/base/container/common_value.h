@@ -49,20 +49,22 @@ public:
 
     using Array = std::vector<CommonValue>;
 
+    // What is done with numbers all the time is inline; what may allocate is not.
+
     /// Undefined.
-    CommonValue();
+    CommonValue() = default;
     /// A null.
     static CommonValue null();
 
-    CommonValue(bool value);
-    CommonValue(short value);
-    CommonValue(unsigned short value);
-    CommonValue(int value);
-    CommonValue(unsigned int value);
-    CommonValue(long long value);
-    CommonValue(unsigned long long value);
-    CommonValue(float value);
-    CommonValue(double value);
+    CommonValue(bool value) { setScalar(kBool, &Scalar::asBool, value); }
+    CommonValue(short value) { setScalar(kShort, &Scalar::asShort, value); }
+    CommonValue(unsigned short value) { setScalar(kUShort, &Scalar::asUShort, value); }
+    CommonValue(int value) { setScalar(kInt, &Scalar::asInt, value); }
+    CommonValue(unsigned int value) { setScalar(kUInt, &Scalar::asUInt, value); }
+    CommonValue(long long value) { setScalar(kLongLong, &Scalar::asLongLong, value); }
+    CommonValue(unsigned long long value) { setScalar(kULongLong, &Scalar::asULongLong, value); }
+    CommonValue(float value) { setScalar(kFloat, &Scalar::asFloat, value); }
+    CommonValue(double value) { setScalar(kDouble, &Scalar::asDouble, value); }
     CommonValue(const std::string& value);
     CommonValue(const Point& value);
     /// Of the kind of the same width: kInt or kLongLong.
@@ -74,25 +76,39 @@ public:
     CommonValue(Array value);
 
     /// Copies what the tag names, and nothing that is out of sight.
-    CommonValue(const CommonValue& other);
+    CommonValue(const CommonValue& other) : m_type(other.m_type) {
+        if (isScalar()) {
+            m_scalar = other.m_scalar;
+        } else {
+            copyNamedSlot(other);
+        }
+    }
     /// Leaves @p other its kind, with an empty text or array.
     CommonValue(CommonValue&& other) noexcept;
-    ~CommonValue();
+    ~CommonValue() {
+        if (!m_array.empty()) destroyArray(&m_array);
+    }
 
     /// Copies everything.
     CommonValue& operator=(const CommonValue& other);
     /// Leaves @p other its kind, with an empty text and array.
     CommonValue& operator=(CommonValue&& other) noexcept;
 
-    CommonValue& operator=(bool value);
-    CommonValue& operator=(short value);
-    CommonValue& operator=(unsigned short value);
-    CommonValue& operator=(int value);
-    CommonValue& operator=(unsigned int value);
-    CommonValue& operator=(long long value);
-    CommonValue& operator=(unsigned long long value);
-    CommonValue& operator=(float value);
-    CommonValue& operator=(double value);
+    CommonValue& operator=(bool value) { return setScalar(kBool, &Scalar::asBool, value); }
+    CommonValue& operator=(short value) { return setScalar(kShort, &Scalar::asShort, value); }
+    CommonValue& operator=(unsigned short value) {
+        return setScalar(kUShort, &Scalar::asUShort, value);
+    }
+    CommonValue& operator=(int value) { return setScalar(kInt, &Scalar::asInt, value); }
+    CommonValue& operator=(unsigned int value) { return setScalar(kUInt, &Scalar::asUInt, value); }
+    CommonValue& operator=(long long value) {
+        return setScalar(kLongLong, &Scalar::asLongLong, value);
+    }
+    CommonValue& operator=(unsigned long long value) {
+        return setScalar(kULongLong, &Scalar::asULongLong, value);
+    }
+    CommonValue& operator=(float value) { return setScalar(kFloat, &Scalar::asFloat, value); }
+    CommonValue& operator=(double value) { return setScalar(kDouble, &Scalar::asDouble, value); }
     CommonValue& operator=(const std::string& value);
     CommonValue& operator=(const Point& value);
     CommonValue& operator=(long value);
@@ -108,7 +124,7 @@ public:
     operator bool() const;
     operator short() const;
     operator unsigned short() const;
-    operator int() const;
+    operator int() const { return m_type == kInt ? m_scalar.asInt : convertToInt(); }
     operator unsigned int() const;
     operator long long() const;
     operator unsigned long long() const;
@@ -143,8 +159,16 @@ private:
         double asDouble;
     };
 
+    bool isScalar() const { return m_type >= kInt && m_type <= kDouble; }
+
     template <typename Number>
-    CommonValue& setScalar(Type type, Number Scalar::*slot, Number value);
+    CommonValue& setScalar(Type type, Number Scalar::*slot, Number value) {
+        m_type = type;
+        m_scalar.*slot = value;
+        return *this;
+    }
+
+    int convertToInt() const;
     template <typename T>
     T toInteger() const;
     template <typename T>
