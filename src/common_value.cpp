@@ -1,7 +1,6 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <new>
 
 #include "base/container.h"
 
@@ -161,21 +160,14 @@ CommonValue& CommonValue::operator=(Array value) {
 }
 
 void CommonValue::copyNamedSlot(const CommonValue& other) {
-    switch (m_type) {
-        case kNull:
-        case kUndefined:
-            break;
-        case kString:
-            m_string = other.m_string;
-            break;
-        case kPoint:
-            m_point = other.m_point;
-            break;
-        case kArray:
-            copyArray(other.m_array, &m_array);
-            break;
-        default:
-            m_scalar = other.m_scalar;
+    if (isScalar()) {
+        m_scalar = other.m_scalar;
+    } else if (m_type == kString) {
+        m_string = other.m_string;
+    } else if (m_type == kPoint) {
+        m_point = other.m_point;
+    } else if (m_type == kArray) {
+        copyArray(other.m_array, &m_array);
     }
 }
 
@@ -205,36 +197,34 @@ void CommonValue::copyArray(const Array& from, Array* p_to) {
     }
 }
 
-// Takes nested arrays out of their elements before these are destroyed, so that no destructor
-// runs inside another one's.
+// Element by element from the back, going down into each array that is nested, so that no
+// destructor runs inside another one's. The way back up is kept where the first element of the
+// lower array had its own array, which takes the place of the lower one: that needs no memory.
 void CommonValue::destroyArray(Array* p_array) noexcept {
-    const auto hasNested = [](const Array& array) {
-        for (const CommonValue& element : array) {
-            if (!element.m_array.empty()) return true;
-        }
-        return false;
+    Array current;
+    current.swap(*p_array);
+    std::size_t depth = 0;
+    const auto goDown = [&current, &depth](Array& nested) {
+        Array lower;
+        lower.swap(nested);
+        nested.swap(lower.front().m_array);
+        lower.front().m_array.swap(current);
+        current.swap(lower);
+        ++depth;
     };
-    if (p_array->empty()) return;
-    if (!hasNested(*p_array)) {
-        p_array->clear();
-        return;
-    }
-    try {
-        std::vector<Array> left;
-        left.push_back(std::move(*p_array));
-        p_array->clear();
-        while (!left.empty()) {
-            Array array = std::move(left.back());
-            left.pop_back();
-            for (CommonValue& element : array) {
-                if (element.m_array.empty()) continue;
-                left.emplace_back();
-                left.back().swap(element.m_array);
-            }
+    while (!current.empty()) {
+        const bool isWayUp = depth > 0 && current.size() == 1;
+        Array& nested = current.back().m_array;
+        if (isWayUp) {
+            Array upper;
+            upper.swap(nested);
+            current.swap(upper);
+            --depth;
+        } else if (nested.empty()) {
+            current.pop_back();
+        } else {
+            goDown(nested);
         }
-    } catch (const std::bad_alloc&) {
-        // What is left is destroyed where it stands, on the stack that there is.
-        p_array->clear();
     }
 }
 

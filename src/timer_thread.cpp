@@ -47,8 +47,6 @@ struct CancelledTask {
 // What the thread and its clients share.
 class TimerThread::State {
 public:
-    explicit State(const char* name) { std::snprintf(m_name, sizeof(m_name), "%s", name); }
-
     /// True for the one caller who has to start the thread.
     bool claimStart() {
         const AutoLock lock(m_queueMutex);
@@ -103,13 +101,15 @@ public:
     bool m_isStopping = false;
     std::thread::id m_stopper;          // Who is joining. Guarded by m_queueMutex.
     std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
-    char m_name[16];
+    char m_name[16] = "TimerThread";
 };
 
-TimerThread::TimerThread() : TimerThread("TimerThread") {}
-
-TimerThread::TimerThread(const char* name) : m_state(std::make_unique<State>(name)) {
+TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
     BLOG_TRACE_POINT();
+}
+
+TimerThread::TimerThread(const char* name) : TimerThread() {
+    std::snprintf(m_state->m_name, sizeof(m_state->m_name), "%s", name);
 }
 
 TimerThread::~TimerThread() {

@@ -13,8 +13,9 @@
 
 namespace tevalon::base::simple_timer {
 
-/// A point on the monotonic clock. {0, 0} stands for none.
-struct ExpiredTime {
+/// A point on the monotonic clock. {0, 0} stands for none. Aligned so that it is read and
+/// written in one piece.
+struct alignas(8) ExpiredTime {
     std::int32_t sec;
     std::int32_t nsec;
 };

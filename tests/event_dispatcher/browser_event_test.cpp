@@ -91,13 +91,14 @@ TEST_F(BrowserEventTest, DeletesItsPayloadWithTheLastReference) {
 
 TEST_F(BrowserEventTest, FreesWhatItWasArmedWith) {
     std::atomic<int> deletions{0};
-    test::CountCalls mutexes(Call::PthreadCondDestroy);
+    test::CountCalls destroyed(Call::PthreadCondDestroy);
 
     {
         BrowserEvent event(1, 2, new CountedParam(&deletions));
         event.initWaitResultCv();
     }
 
+    EXPECT_EQ(destroyed.seen(), 1);
     EXPECT_EQ(deletions, 1);
     EXPECT_TRUE(m_log.entries().empty());
 }

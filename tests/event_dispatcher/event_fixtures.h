@@ -104,4 +104,8 @@ inline std::vector<test::LogEntry> noThreadLines() {
         hubLine(kLogAlways, "onUnregistered", "Exit onUnregistered.\n")};
 }
 
+/// EventHubImpl::onUnregistered(), as the linker knows it.
+inline constexpr const char* kHiddenSymbol =
+    "_ZN7tevalon4base16event_dispatcher12EventHubImpl14onUnregisteredEv";
+
 #endif  // TESTS_EVENT_DISPATCHER_EVENT_FIXTURES_H

@@ -1,5 +1,6 @@
 #include "event_dispatcher/event_hub_impl.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -57,6 +58,10 @@ TEST_F(EventHubImplTest, HasNoHandlerAtFirst) {
 
     EXPECT_FALSE(impl.handlerExists(key(3, 5)));
     EXPECT_FALSE(impl.handlerExists(key(kAnyModule, kAnyModule)));
+}
+
+TEST_F(EventHubImplTest, HasTheNameThatOthersMustNotFind) {
+    EXPECT_NE(dlsym(RTLD_DEFAULT, kHiddenSymbol), nullptr);
 }
 
 }  // namespace

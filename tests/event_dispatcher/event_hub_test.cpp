@@ -1,11 +1,14 @@
 #include "base/event_dispatcher/event_hub.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <type_traits>
@@ -65,6 +68,10 @@ TEST_F(EventHubTest, IsAPlainClassThatIsNotCopied) {
     EXPECT_FALSE(std::is_polymorphic<EventHub>::value);
     EXPECT_FALSE(std::is_copy_constructible<EventHub>::value);
     EXPECT_FALSE(std::is_copy_assignable<EventHub>::value);
+}
+
+TEST_F(EventHubTest, KeepsItsImplementationHidden) {
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, kHiddenSymbol), nullptr);
 }
 
 TEST_F(EventHubTest, CreatesEventsOfItsModuleWithoutPayload) {
@@ -429,6 +436,19 @@ TEST_F(EventHubTest, SharesTheHandlersState) {
 
     ASSERT_TRUE(m_inbox.waitFor(2));
     EXPECT_EQ(*calls, 2);
+}
+
+void handleByThrowing() {
+    EventHub hub(kModule);
+    hub.registerHandler(
+        5, [](std::shared_ptr<BrowserEvent>) { throw std::runtime_error("from a handler"); });
+    hub.receiveEvent(makeEvent(3, 5));
+    test::Event never;
+    (void)never.wait();
+}
+
+TEST(EventHubDeathTest, AnExceptionOfAHandlerEndsTheProcess) {
+    EXPECT_EXIT(handleByThrowing(), testing::KilledBySignal(SIGABRT), "from a handler");
 }
 
 TEST_F(EventHubTest, ALockThatFailsReachesTheCallerAndLosesNothing) {

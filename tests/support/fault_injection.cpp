@@ -1,9 +1,11 @@
 #include "support/fault_injection.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -154,7 +156,7 @@ struct MinusOneAndErrno {
     }
 };
 struct NullAndErrno {
-    static void* failed(int error) {
+    static std::nullptr_t failed(int error) {
         errno = error;
         return nullptr;
     }
@@ -317,10 +319,38 @@ TEVALON_TEST_INTERPOSE(Read, MinusOneAndErrno, read, ssize_t,
 TEVALON_TEST_INTERPOSE(Write, MinusOneAndErrno, write, ssize_t,
                        (int descriptor, const void* p_data, std::size_t size),
                        nullptr, (nextCall, descriptor, p_data, size))
+TEVALON_TEST_INTERPOSE(Access, MinusOneAndErrno, access, int, (const char* p_path, int mode),
+                       nullptr, (nextCall, p_path, mode))
+TEVALON_TEST_INTERPOSE(Opendir, NullAndErrno, opendir, DIR*, (const char* p_path),
+                       nullptr, (nextCall, p_path))
+TEVALON_TEST_INTERPOSE(Readdir, NullAndErrno, readdir, dirent*, (DIR* p_folder),
+                       p_folder, (nextCall, p_folder))
+TEVALON_TEST_INTERPOSE(Closedir, MinusOneAndErrno, closedir, int, (DIR* p_folder),
+                       p_folder, (nextCall, p_folder))
+TEVALON_TEST_INTERPOSE(Stat, MinusOneAndErrno, stat, int,
+                       (const char* p_path, struct stat* p_status),
+                       nullptr, (nextCall, p_path, p_status))
+TEVALON_TEST_INTERPOSE(Unlink, MinusOneAndErrno, unlink, int, (const char* p_path),
+                       nullptr, (nextCall, p_path))
+TEVALON_TEST_INTERPOSE(Rmdir, MinusOneAndErrno, rmdir, int, (const char* p_path),
+                       nullptr, (nextCall, p_path))
 TEVALON_TEST_INTERPOSE(ZorDebugCheckLevel, ErrorNumber, zorDebugCheckLevelGetFrameAndChunk,
                        std::int32_t, (DebugLevelRecord* p_record),
                        p_record, (nextCall, p_record))
 // clang-format on
+
+extern "C" void tevalonTest_uuid_generate(unsigned char* p_bytes) __asm__("uuid_generate");
+extern "C" __attribute__((visibility("default"))) void tevalonTest_uuid_generate(
+    unsigned char* p_bytes) {
+    static void* s_next;
+    const auto nextCall =
+        reinterpret_cast<void (*)(unsigned char*)>(test::next(&s_next, "uuid_generate"));
+    const auto call = [nextCall](unsigned char* p_destination) {
+        nextCall(p_destination);
+        return 0;
+    };
+    (void)test::Passage<test::ErrorNumber, int>{test::Call::UuidGenerate, p_bytes}(call, p_bytes);
+}
 
 #ifndef TEVALON_TEST_SANITIZED
 // dlsym() may allocate, so the next definition is not looked up but known.

@@ -45,6 +45,14 @@ enum class Call {
     Select,
     Read,
     Write,
+    Access,
+    Opendir,
+    Readdir,
+    Closedir,
+    Stat,
+    Unlink,
+    Rmdir,
+    UuidGenerate,        ///< To be replaced with an int(unsigned char*); it has no failures.
     ZorDebugCheckLevel,  ///< zorDebugCheckLevelGetFrameAndChunk
     New,                 ///< Every form of operator new; failing, it throws or returns null.
     Malloc,              ///< Not under a sanitizer, which brings its own; see isSupported().

@@ -1,0 +1,299 @@
+// The order in which timers fire, and the scheduler under load.
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <random>
+#include <set>
+
+#include "simple_timer/scheduler_fixtures.h"
+#include "support/signal_storm.h"
+#include "support/threads.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::simple_timer;
+using test::Call;
+using test::LogCapture;
+using test::When;
+
+class SchedulerTest : public testing::Test {
+protected:
+    /// The names of the ONCE timers in the order in which the scheduler saw to them.
+    std::vector<std::string> fireOrder() const {
+        static const std::string kBegin = ":#:HandleTimeout(): Timer:'";
+        static const std::string kEnd = "' type is ONCE, stop now.\n";
+        std::vector<std::string> names;
+        for (const test::LogEntry& entry : m_log.entriesWithoutLineNumbers()) {
+            const std::size_t begin = entry.text.find(kBegin);
+            const std::size_t end = entry.text.find(kEnd);
+            if (begin == std::string::npos || end == std::string::npos) continue;
+            names.push_back(entry.text.substr(begin + kBegin.size(), end - begin - kBegin.size()));
+        }
+        return names;
+    }
+
+    /// Starts timers "0", "1", ... with the given timeouts, all at one moment soon past, and
+    /// waits for them. None can fire until all are started: the scheduler is kept from looking.
+    std::vector<std::string> fireOrderOf(const std::vector<TimeoutTime>& timeouts) {
+        std::vector<std::unique_ptr<Timer>> timers;
+        for (std::size_t i = 0; i < timeouts.size(); ++i) {
+            timers.push_back(std::make_unique<Timer>(std::to_string(i), timeouts[i],
+                                                     m_runs.handler(), nullptr, ONCE));
+        }
+        test::Event allStarted;
+        {
+            test::RunAtCall hold(
+                Call::Select, [&] { (void)allStarted.wait(); }, When().anyThread().everyTime());
+            timespec now{};
+            (void)clock_gettime(CLOCK_MONOTONIC, &now);
+            const StoppedClock clock(now);
+            for (const auto& timer : timers) EXPECT_EQ(timer->start(), 0);
+            allStarted.set();
+        }
+        EXPECT_TRUE(m_runs.waitFor(timeouts.size()));
+        return fireOrder();
+    }
+
+    Runs m_runs;
+    LogCapture m_log;
+};
+
+TEST_F(SchedulerTest, FiresInOrderOfExpiry) {
+    EXPECT_EQ(fireOrderOf({{0, 30, 0}, {0, 10, 0}, {0, 20, 0}, {0, 0, 0}, {0, 9, 999}}),
+              (std::vector<std::string>{"3", "4", "1", "2", "0"}));
+}
+
+TEST_F(SchedulerTest, EqualExpiriesFireInTheOrderOfStarting) {
+    EXPECT_EQ(fireOrderOf({{0, 5, 0}, {0, 5, 0}, {0, 0, 5000}, {0, 4, 1000}, {0, 1, 0}}),
+              (std::vector<std::string>{"4", "0", "1", "2", "3"}));
+}
+
+TEST_F(SchedulerTest, ManyFireInOrder) {
+    std::mt19937 random(3);
+    std::uniform_int_distribution<std::int32_t> milliseconds(0, 20);
+    std::vector<TimeoutTime> timeouts(200);
+    for (TimeoutTime& timeout : timeouts) timeout = {0, milliseconds(random), 0};
+    std::vector<std::size_t> expected(timeouts.size());
+    std::iota(expected.begin(), expected.end(), 0U);
+    std::stable_sort(expected.begin(), expected.end(), [&](std::size_t left, std::size_t right) {
+        return timeouts[left].msec < timeouts[right].msec;
+    });
+    std::vector<std::string> names;
+    for (const std::size_t i : expected) names.push_back(std::to_string(i));
+
+    EXPECT_EQ(fireOrderOf(timeouts), names);
+}
+
+TEST_F(SchedulerTest, ATimerThatIsDueEarlierShortensTheWait) {
+    Timer late("late", kFar, m_runs.handler(), nullptr, ONCE);
+    ASSERT_EQ(late.start(), 0);
+    ASSERT_TRUE(m_log.waitFor("Waiting for timer('late') expired"));
+
+    Timer early("early", kSoon, m_runs.handler(), nullptr, ONCE);
+    ASSERT_EQ(early.start(), 0);
+
+    ASSERT_TRUE(m_runs.waitFor(1));
+    EXPECT_EQ(m_runs.runs()[0].p_timer, &early);
+    (void)early.stop();
+}
+
+TEST_F(SchedulerTest, AContinueTimerDoesNotStarveTheOthers) {
+    Timer busy("busy", {0, 0, 1}, ignore, nullptr, CONTINUE);
+    ASSERT_EQ(busy.start(), 0);
+    Timer once("once", kSoon, m_runs.handler(), nullptr, ONCE);
+    ASSERT_EQ(once.start(), 0);
+
+    EXPECT_TRUE(m_runs.waitFor(1));
+    (void)once.stop();
+}
+
+TEST_F(SchedulerTest, TheWallClockIsNotLookedAt) {
+    std::atomic<int> reads{0};
+    test::ReplaceCall<int(clockid_t, timespec*)> wallClock(
+        Call::ClockGettime,
+        [&](clockid_t clock, timespec* p_time) {
+            if (clock == CLOCK_MONOTONIC) return clock_gettime(clock, p_time);
+            ++reads;
+            *p_time = {reads % 2 == 0 ? 0 : 1L << 30, 0};  // Set back, and forth.
+            return 0;
+        },
+        When().anyThread().everyTime());
+    Timer timer("beat", kSoon, m_runs.handler(), nullptr, CONTINUE);
+    ASSERT_EQ(timer.start(), 0);
+
+    EXPECT_TRUE(m_runs.waitFor(5));
+    (void)timer.stop();
+    EXPECT_EQ(reads, 0);
+}
+
+TEST_F(SchedulerTest, ThreadsHaveNames) {
+    std::string name;
+    test::Event done;
+    Timer timer(
+        "named", kSoon,
+        [&](Timer*, void*) {
+            char text[16] = "";
+            (void)pthread_getname_np(pthread_self(), text, sizeof(text));
+            name = text;
+            done.set();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(done.wait());
+
+    char own[16] = "";
+    (void)pthread_getname_np(pthread_self(), own, sizeof(own));
+    EXPECT_FALSE(name.empty());
+    EXPECT_NE(name, own);
+}
+
+TEST_F(SchedulerTest, AFullPipeNeverBlocksAClient) {
+    test::setLogLevel(kLogError);
+    Timer timer("wake", kFar, ignore, nullptr, ONCE);
+    Timer wake("again", kSoon, m_runs.handler(), nullptr, ONCE);
+    test::Event filled;
+    test::Event held;
+    std::unique_ptr<test::RunAtCall> hold = std::make_unique<test::RunAtCall>(
+        Call::Select,
+        [&] {
+            held.set();
+            (void)filled.wait();
+        },
+        When().anyThread());
+    ASSERT_EQ(timer.start(), 0);  // Brings the scheduler to its next select().
+    ASSERT_TRUE(held.wait());
+
+    // 64 KiB of commands fill a pipe; these are twice as many, and nobody reads.
+    for (int i = 0; i < 16384; ++i) {
+        ASSERT_EQ(timer.stop(), 0);
+        ASSERT_EQ(timer.start(), 0);
+    }
+    EXPECT_TRUE(m_log.texts(kLogError).empty());  // A full pipe is no failure.
+    EXPECT_EQ(wake.start(), 0);
+    filled.set();
+
+    EXPECT_TRUE(m_runs.waitFor(1));
+    EXPECT_EQ(timer.stop(), 0);
+    EXPECT_EQ(wake.stop(), 0);
+}
+
+TEST_F(SchedulerTest, ManyThreadsStartAndStopAsFastAsTheyCan) {
+    test::setLogLevel(kLogError);
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 1500;
+    std::vector<Runs> once(kThreads);
+    test::runAtOnce(kThreads, [&](int i) {
+        Timer far("far", kFar, ignore, nullptr, ONCE);
+        Timer beat("beat", {0, 0, 300}, ignore, nullptr, CONTINUE);
+        EXPECT_EQ(beat.start(), 0);
+        for (int n = 0; n < kRounds; ++n) {
+            EXPECT_EQ(far.start(), 0);
+            if (n % 16 == 0) {
+                EXPECT_EQ(beat.restart(), 0);
+            }
+            EXPECT_EQ(n % 2 == 0 ? far.stop() : far.stopNoBlock(), 0);
+        }
+        // None was lost: this one fires.
+        Timer last("last", kSoon, once[static_cast<std::size_t>(i)].handler(), nullptr, ONCE);
+        EXPECT_EQ(last.start(), 0);
+        EXPECT_TRUE(once[static_cast<std::size_t>(i)].waitFor(1));
+        (void)last.stop();
+    });
+}
+
+TEST_F(SchedulerTest, OneTimerIsStartedAndStoppedByManyThreads) {
+    test::setLogLevel(kLogError);
+    Timer timer("shared", {0, 0, 100}, m_runs.handler(), nullptr, ONCE);
+    test::runAtOnce(4, [&](int i) {
+        for (int n = 0; n < 400; ++n) {
+            switch ((n + i) % 4) {
+                case 0:
+                    EXPECT_EQ(timer.start(), 0);
+                    break;
+                case 1:
+                    EXPECT_EQ(timer.stop(), 0);
+                    break;
+                case 2:
+                    EXPECT_EQ(timer.stopNoBlock(), 0);
+                    break;
+                default:
+                    (void)timer.isStarted();
+            }
+        }
+    });
+    EXPECT_EQ(timer.stop(), 0);
+    const std::size_t before = m_runs.runs().size();
+    EXPECT_EQ(timer.start(), 0);
+    EXPECT_TRUE(m_runs.waitFor(before + 1));
+    (void)timer.stop();
+}
+
+/// CPU seconds of the calling thread that @p work takes.
+template <typename Work>
+double cpuSecondsOf(Work work) {
+    const auto now = [] {
+        timespec time{};
+        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    };
+    const double before = now();
+    work();
+    return now() - before;
+}
+
+TEST_F(SchedulerTest, StartingAndStoppingDoNotWalkALongList) {
+    test::setLogLevel(kLogError);
+    constexpr int kFew = 1500;
+    constexpr int kTimesMore = 16;
+    const auto costOf = [](int count) {
+        std::vector<std::unique_ptr<Timer>> timers;
+        for (int i = 0; i < count; ++i) {
+            timers.push_back(std::make_unique<Timer>("many", kFar, ignore, nullptr, ONCE));
+        }
+        return cpuSecondsOf([&] {
+            for (const auto& timer : timers) (void)timer->start();
+            // From the back: each is as far from the head as can be.
+            for (auto timer = timers.rbegin(); timer != timers.rend(); ++timer) {
+                (void)(*timer)->stopNoBlock();
+            }
+        });
+    };
+    const double few = costOf(kFew);
+
+    const double many = costOf(kFew * kTimesMore);
+
+    EXPECT_LT(many, few * kTimesMore * 5);  // A walk costs the square.
+}
+
+TEST_F(SchedulerTest, SignalsChangeNothing) {
+    test::setLogLevel(kLogAlways);
+    test::SignalStorm storm;
+    Timer beat("beat", {0, 2, 0}, m_runs.handler(), nullptr, CONTINUE);
+    Timer never("never", kFar, m_runs.handler(), nullptr, ONCE);
+    const double started = monotonicNow();
+    ASSERT_EQ(never.start(), 0);
+    ASSERT_EQ(beat.start(), 0);
+
+    storm.blow(300);
+    const std::size_t runs = m_runs.runs().size();
+    ASSERT_TRUE(m_runs.waitFor(runs + 3));
+    (void)beat.stop();
+    EXPECT_TRUE(never.isStarted());
+    (void)never.stop();
+
+    const std::vector<::Run> all = m_runs.runs();
+    // Handlers may overtake each other, but no run begins before its period is over.
+    std::vector<double> times;
+    for (const ::Run& run : all) {
+        EXPECT_EQ(run.p_timer, &beat);
+        times.push_back(run.at);
+    }
+    std::sort(times.begin(), times.end());
+    for (std::size_t n = 0; n < times.size(); ++n) {
+        EXPECT_GE(times[n], started + 0.002 * static_cast<double>(n + 1));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+#include "timer/task_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace {
+
+using tevalon::base::timer::TaskQueue;
+using tevalon::base::timer::TimerTaskBase;
+using Task = std::shared_ptr<TimerTaskBase>;
+
+class IdleTask : public TimerTaskBase {
+public:
+    explicit IdleTask(double fireTime) { setNextFireTime(fireTime); }
+    void fire() override {}
+};
+
+Task taskAt(double fireTime) {
+    return std::make_shared<IdleTask>(fireTime);
+}
+
+// The rule itself: a walk from the front to the first task whose time is strictly greater.
+class PlainQueue {
+public:
+    void insert(const Task& task) {
+        auto place = m_tasks.begin();
+        while (place != m_tasks.end() && !((*place)->getNextFireTime() > task->getNextFireTime())) {
+            ++place;
+        }
+        m_tasks.insert(place, task);
+    }
+
+    Task popFront() {
+        if (m_tasks.empty()) return nullptr;
+        Task first = m_tasks.front();
+        m_tasks.pop_front();
+        return first;
+    }
+
+    const std::deque<Task>& tasks() const { return m_tasks; }
+
+private:
+    std::deque<Task> m_tasks;
+};
+
+std::vector<const TimerTaskBase*> orderOf(TaskQueue& queue) {
+    std::vector<const TimerTaskBase*> order;
+    queue.forEach([&order](TimerTaskBase& task) { order.push_back(&task); });
+    return order;
+}
+
+std::vector<const TimerTaskBase*> orderOf(const PlainQueue& queue) {
+    std::vector<const TimerTaskBase*> order;
+    for (const Task& task : queue.tasks()) order.push_back(task.get());
+    return order;
+}
+
+void cancel(TaskQueue& queue, std::int32_t sessionId) {
+    queue.forEach([sessionId](TimerTaskBase& task) {
+        if (task.sessionId() == sessionId) task.setNextFireTime(0.0);
+    });
+}
+
+TEST(TaskQueueTest, AnEmptyQueueHasNoFirstTask) {
+    TaskQueue queue;
+
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(queue.size(), 0U);
+    EXPECT_EQ(queue.front(), nullptr);
+    EXPECT_EQ(queue.popFront(), nullptr);
+}
+
+TEST(TaskQueueTest, EqualTimesStayInTheOrderOfTheirInsertion) {
+    TaskQueue queue;
+    const std::vector<Task> tasks = {taskAt(5), taskAt(5), taskAt(5), taskAt(4)};
+    for (const Task& task : tasks) queue.insert(task);
+
+    EXPECT_EQ(queue.popFront(), tasks[3]);
+    EXPECT_EQ(queue.popFront(), tasks[0]);
+    EXPECT_EQ(queue.popFront(), tasks[1]);
+    EXPECT_EQ(queue.popFront(), tasks[2]);
+    EXPECT_TRUE(queue.empty());
+}
+
+TEST(TaskQueueTest, CancelledTasksKeepTheirPlaceAndAreWalkedOver) {
+    TaskQueue queue;
+    const Task first = taskAt(10);
+    const Task cancelled = taskAt(20);
+    const Task last = taskAt(30);
+    for (const Task& task : {first, cancelled, last}) queue.insert(task);
+    cancel(queue, cancelled->sessionId());
+
+    const Task added = taskAt(15);
+    queue.insert(added);
+
+    EXPECT_EQ(orderOf(queue), (std::vector<const TimerTaskBase*>{first.get(), cancelled.get(),
+                                                                 added.get(), last.get()}));
+}
+
+TEST(TaskQueueTest, ANegativeTimeGoesInFrontOfACancelledTask) {
+    TaskQueue queue;
+    const Task cancelled = taskAt(20);
+    queue.insert(cancelled);
+    cancel(queue, cancelled->sessionId());
+
+    const Task negative = taskAt(-5);
+    queue.insert(negative);
+
+    EXPECT_EQ(queue.popFront(), negative);
+}
+
+TEST(TaskQueueTest, TheQueueLetsGoOfItsTasks) {
+    const Task task = taskAt(1);
+    {
+        TaskQueue queue;
+        queue.insert(task);
+        EXPECT_EQ(task.use_count(), 2);
+    }
+    EXPECT_EQ(task.use_count(), 1);
+}
+
+class TaskQueueAgainstWalkTest : public ::testing::TestWithParam<unsigned> {};
+
+// Posts, pops and cancellations in any mixture, compared with the walk after each step.
+TEST_P(TaskQueueAgainstWalkTest, PlacesAreThoseOfTheWalk) {
+    constexpr int kSteps = 3000;
+    std::mt19937 random(GetParam());
+    const std::vector<double> specialTimes = {0.0,
+                                              -0.0,
+                                              -1.0,
+                                              -3.5,
+                                              std::numeric_limits<double>::infinity(),
+                                              -std::numeric_limits<double>::infinity(),
+                                              std::numeric_limits<double>::quiet_NaN()};
+    std::uniform_int_distribution<int> chance(0, 99);
+    std::uniform_int_distribution<int> coarseTime(-5, 20);  // Few values: many are equal.
+    std::uniform_int_distribution<std::size_t> special(0, specialTimes.size() - 1);
+    const int postChance = GetParam() % 2 == 0 ? 55 : 75;  // Short queues, and growing ones.
+
+    TaskQueue queue;
+    PlainQueue plain;
+    for (int step = 0; step < kSteps; ++step) {
+        const int dice = chance(random);
+        if (dice < postChance) {
+            const bool isSpecial = chance(random) < 10;
+            const Task task =
+                taskAt(isSpecial ? specialTimes[special(random)] : coarseTime(random));
+            plain.insert(task);
+            queue.insert(task);
+        } else if (dice < 90) {
+            ASSERT_EQ(queue.popFront(), plain.popFront());
+        } else if (!plain.tasks().empty()) {
+            std::uniform_int_distribution<std::size_t> any(0, plain.tasks().size() - 1);
+            // Both queues share the tasks; cancelling in one is cancelling in both.
+            cancel(queue, plain.tasks()[any(random)]->sessionId());
+        }
+        ASSERT_EQ(queue.size(), plain.tasks().size());
+        ASSERT_EQ(queue.front(), plain.tasks().empty() ? nullptr : plain.tasks().front());
+        if (step % 16 == 0) {
+            ASSERT_EQ(orderOf(queue), orderOf(plain)) << "step " << step;
+        }
+    }
+    ASSERT_EQ(orderOf(queue), orderOf(plain));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, TaskQueueAgainstWalkTest, ::testing::Range(0U, 12U));
+
+}  // namespace
