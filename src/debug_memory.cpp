@@ -12,9 +12,8 @@
 
 // The reports' lines carry fixed numbers, by which scripts find them.
 #define REPORT_FORMAT "{%d-%f}[%s] %s:%d:%s(): ==%s==\n %s\n"
-#define REPORT_ARGUMENTS(now, title, text)                                                       \
-    static_cast<int>(bootID()), now, BLOG_TAG, blog_base_name(__FILE__), 79, "showFileContents", \
-        title, text
+#define REPORT_ARGUMENTS(id, now, title, text) \
+    id, now, BLOG_TAG, blog_base_name(__FILE__), 79, "showFileContents", title, text
 
 namespace tevalon::base::debug {
 
@@ -37,9 +36,12 @@ void keepInfo(const char* p_text) {
 }
 
 void report(const char* p_title, const char* p_text) {
+    // Once for both: an identifier of 0 is not kept, and the next one would be another.
+    const int id = static_cast<int>(bootID());
     const double now = monotonicSeconds();
-    std::printf(REPORT_FORMAT, REPORT_ARGUMENTS(now, p_title, p_text));
-    if (isLogOn(kLogAlways)) zorDebugOutput0(REPORT_FORMAT, REPORT_ARGUMENTS(now, p_title, p_text));
+    std::printf(REPORT_FORMAT, REPORT_ARGUMENTS(id, now, p_title, p_text));
+    if (!isLogOn(kLogAlways)) return;
+    zorDebugOutput0(REPORT_FORMAT, REPORT_ARGUMENTS(id, now, p_title, p_text));
 }
 
 }  // namespace
@@ -48,7 +50,9 @@ bool debug_init() {
     {
         const std::lock_guard<std::mutex> lock(g_infoMutex);
         if (g_webengine_memory_debug_info == nullptr) {
-            g_webengine_memory_debug_info = static_cast<char*>(std::calloc(1, kInfoSize));
+            auto* p_info = static_cast<char*>(std::malloc(kInfoSize));
+            if (p_info != nullptr) p_info[0] = '\0';
+            g_webengine_memory_debug_info = p_info;
         }
     }
     const char* p_setting = std::getenv("SHOW_MEMORY_DEBUG_INFO");

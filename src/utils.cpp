@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -193,11 +194,15 @@ std::int32_t separateStr(std::string const& text, std::string const& delimiters,
     std::size_t begin = 0;
     std::size_t end = text.find_first_of(delimiters);
     if (end == std::string::npos) return -1;
+    // Collected first: the text may be one of those that the output holds.
+    std::vector<std::string> pieces;
     for (; end != std::string::npos; end = text.find_first_of(delimiters, begin)) {
-        out.push_back(text.substr(begin, end - begin));
+        pieces.push_back(text.substr(begin, end - begin));
         begin = end + 1;
     }
-    out.push_back(text.substr(begin));
+    pieces.push_back(text.substr(begin));
+    out.insert(out.end(), std::make_move_iterator(pieces.begin()),
+               std::make_move_iterator(pieces.end()));
     return 0;
 }
 

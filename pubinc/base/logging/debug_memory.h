@@ -20,7 +20,7 @@ extern TEVALON_BASE_EXPORT std::atomic<char*> g_webengine_memory_debug_info;
 /// "TRUE", "1" or "true". Any thread.
 TEVALON_BASE_EXPORT bool debug_init();
 
-/// Whether the environment asked for reports when debug_init() was last called. Any thread.
+/// Whether the environment asked for reports at any debug_init() so far. Any thread.
 TEVALON_BASE_EXPORT bool debug_memory_debug_enabled();
 
 /// There are no allocator statistics here. Returns true.

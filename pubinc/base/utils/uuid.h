@@ -10,8 +10,8 @@
 namespace tevalon::base {
 
 /// Returns a new identifier, 35 characters in capitals: "01234567-89AB-CDEF-0123456789ABCDEF"
-/// with its first three groups as numbers in the processor's byte order. Out of memory it
-/// writes an error line and returns "". Any thread.
+/// with its first three groups as numbers in the processor's byte order. When
+/// there is no memory to format it in, it writes an error line and returns "". Any thread.
 TEVALON_BASE_EXPORT std::string generateUUID();
 
 }  // namespace tevalon::base
