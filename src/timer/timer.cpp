@@ -423,6 +423,8 @@ Timer::~Timer() {
     m_impl->stop();
     // The stop waits for one run. Others may overlap it, or be about to begin.
     m_impl->retire();
+    // The last run may have started the timer once more.
+    if (m_impl->isStarted()) RemoveTimer(m_impl);
 }
 
 bool Timer::hasImpl(const char* function) const {

@@ -135,7 +135,7 @@ TEST_F(TimerPropertyTest, ARefusedSetPropertyMakesTheTimerInvalidAndKeepsTheRest
 
 TEST_F(TimerPropertyTest, AnyFieldMakesATimeout) {
     for (const TimeoutTime timeout : {TimeoutTime{1, 0, 0}, TimeoutTime{0, 1, 0},
-                                      TimeoutTime{0, 0, 1}, TimeoutTime{0, -1, 0}}) {
+                                      TimeoutTime{0, 0, 1}, TimeoutTime{1, -1, -1}}) {
         m_log.clear();
         Timer timer("any", kFar, ignore, nullptr, CONTINUE);
         EXPECT_EQ(timer.changeTimeout(timeout), 0);

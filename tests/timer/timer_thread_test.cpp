@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <cmath>
 #include <limits>
 #include <numeric>
 #include <thread>
@@ -406,6 +407,11 @@ TEST_F(TimerThreadTest, TimesBeyondAllClocksAreWaitedFor) {
     m_thread.stop();
     EXPECT_EQ(m_fires.fired(), std::vector<int>{3});
     EXPECT_EQ(m_thread.taskCount(), 2);
+}
+
+TEST_F(TimerThreadTest, ATimeThatIsNoNumberGoesToTheEndAndFiresAtOnce) {
+    EXPECT_EQ(orderOf({std::nan(""), 20, 10}), (std::vector<int>{0, 2, 1}));
+    EXPECT_EQ(m_thread.taskCount(), 0);
 }
 
 TEST_F(TimerThreadTest, TheWallClockIsNotLookedAt) {
