@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "simple_timer/simple_timer_fixtures.h"
+#include "support/fresh_process.h"
 #include "support/threads.h"
 
 namespace {
@@ -223,29 +224,32 @@ TEST_F(TimerLifetimeTest, WhatTheHandlerHoldsGoesWithTheTimer) {
 }
 
 TEST_F(TimerLifetimeTest, ATimerThatItsHandlerStartsDuringDestructionIsGoneAllTheSame) {
-    auto held = std::make_shared<int>(0);
-    test::Event entered;
-    test::Event release;
-    {
-        HeldStarts starts;
-        starts.letBegin(SIZE_MAX);
-        auto timer = std::make_unique<Timer>(
-            "again", kSoon,
-            [held, &entered, &release](Timer* p_timer, void*) {
-                entered.set();
-                (void)release.wait();
-                EXPECT_EQ(p_timer->changeTimeout(kFar), 0);
-                EXPECT_EQ(p_timer->start(), 0);
-            },
-            nullptr, ONCE);
-        ASSERT_EQ(timer->start(), 0);
-        ASSERT_TRUE(entered.wait());
-        test::RunAtCall atWait(Call::PthreadCondWait, [&] { release.set(); });
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        auto held = std::make_shared<int>(0);
+        test::Event entered;
+        test::Event release;
+        {
+            const Timer first("first", kFar, ignore, nullptr, ONCE);
+            HeldStarts starts;
+            starts.letBegin(SIZE_MAX);
+            auto timer = std::make_unique<Timer>(
+                "again", kSoon,
+                [held, &entered, &release](Timer* p_timer, void*) {
+                    entered.set();
+                    (void)release.wait();
+                    EXPECT_EQ(p_timer->changeTimeout(kFar), 0);
+                    EXPECT_EQ(p_timer->start(), 0);
+                },
+                nullptr, ONCE);
+            ASSERT_EQ(timer->start(), 0);
+            ASSERT_TRUE(entered.wait());
+            test::RunAtCall atWait(Call::PthreadCondWait, [&] { release.set(); });
 
-        timer.reset();
-        ASSERT_TRUE(starts.waitForEnded(1));
-    }
-    EXPECT_EQ(held.use_count(), 1);  // Not listed any more.
+            timer.reset();
+            ASSERT_TRUE(starts.waitForEnded(1));
+        }
+        EXPECT_EQ(held.use_count(), 1);  // Not listed any more.
+    });
 }
 
 TEST_F(TimerLifetimeTest, AHandlerMayDestroyAnotherTimer) {

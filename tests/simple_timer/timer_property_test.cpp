@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <ostream>
 
 #include "simple_timer/simple_timer_fixtures.h"
 
@@ -255,6 +256,11 @@ struct Expiry {
     long sec;  // Beyond the second of the start.
     long nsec;
 };
+
+void PrintTo(const Expiry& expiry, std::ostream* p_stream) {
+    *p_stream << "{" << expiry.timeout.sec << ", " << expiry.timeout.msec << ", "
+              << expiry.timeout.usec << "} at ." << expiry.nowNsec;
+}
 
 class TimerExpiryTest : public testing::TestWithParam<Expiry> {};
 
