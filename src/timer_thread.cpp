@@ -50,8 +50,9 @@ public:
     /// True for the one caller who has to start the thread.
     bool claimStart() {
         const AutoLock lock(m_queueMutex);
-        if (m_running || m_thread != nullptr || m_isStopping) return false;
+        if (m_running || m_thread != nullptr || m_isStarting || m_isStopping) return false;
         m_running = true;
+        m_isStarting = true;
         return true;
     }
 
@@ -96,6 +97,10 @@ public:
     std::shared_ptr<Worker> m_thread;  // Guarded by m_queueMutex.
     std::atomic<bool> m_busy{false};
 
+    // From the claim to the start, which a stop may come between: no second one then claims it
+    // too. Guarded by m_queueMutex.
+    bool m_isStarting = false;
+
     // While a thread is being joined no other is started, for it would take the flag that
     // starts it as its own and never end. Guarded by m_queueMutex.
     bool m_isStopping = false;
@@ -127,6 +132,7 @@ void TimerThread::start() {
         const AutoLock lock(m_state->m_queueMutex);
         previous = std::move(m_state->m_thread);
         m_state->m_running = true;
+        m_state->m_isStarting = false;
         try {
             m_state->m_thread = std::make_shared<Worker>(this);
         } catch (...) {

@@ -278,6 +278,9 @@ TEST(OutputTest, TheFileNeverTakesThePlaceOfAClosedStandardError) {
 }
 
 TEST(OutputTest, ACancelledThreadHoldsNobodyUp) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "The address sanitizer takes a cancelled thread's stack for an overrun one.";
+#endif
     const ChildResult result = probe("cancel").run();
 
     EXPECT_EQ(result.exitStatus, 0);
