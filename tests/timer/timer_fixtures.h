@@ -79,15 +79,18 @@ inline std::shared_ptr<TestTask> makeTask(std::function<void()> work, double fir
     return std::make_shared<TestTask>(std::move(work), fireTime, id);
 }
 
-/// A task that holds its thread until it is let go.
+/// A task that holds its thread until it is let go; at the latest when this object goes.
 class Holder {
 public:
     Holder()
-        : m_task(makeTask([this] {
-              m_entered.set();
-              (void)m_release.wait();
+        : m_task(makeTask([state = m_state] {
+              state->entered.set();
+              (void)state->release.wait();
           })) {}
     ~Holder() { letGo(); }
+
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
 
     const std::shared_ptr<TestTask>& task() const { return m_task; }
 
@@ -96,13 +99,18 @@ public:
         thread.postTask(m_task, 0);
         return waitUntilHeld();
     }
-    [[nodiscard]] bool waitUntilHeld() { return m_entered.wait(); }
-    void letGo() { m_release.set(); }
+    [[nodiscard]] bool waitUntilHeld() { return m_state->entered.wait(); }
+    void letGo() { m_state->release.set(); }
 
 private:
-    test::Event m_entered;
-    test::Event m_release;
-    std::shared_ptr<TestTask> m_task;
+    struct State {
+        test::Event entered;
+        test::Event release;
+    };
+
+    // Shared with the task: its thread may leave the wait after this object has gone.
+    const std::shared_ptr<State> m_state = std::make_shared<State>();
+    const std::shared_ptr<TestTask> m_task;
 };
 
 /// What %p prints.
