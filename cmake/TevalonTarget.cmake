@@ -4,6 +4,8 @@ function(tevalon_target target)
     set_target_properties(${target} PROPERTIES
         C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF
         CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
+    # On 32-bit systems too, folders are read whose entries have 64-bit numbers.
+    target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
     if(TEVALON_BASE_STRICT)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wundef -Werror
@@ -25,5 +27,15 @@ function(tevalon_target target)
         target_compile_options(${target} PRIVATE
             $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
         target_link_options(${target} PRIVATE -fsanitize=${TEVALON_BASE_SANITIZE})
+    endif()
+endfunction()
+
+# How our shared libraries are linked. Their threads and their threads' clean-up may outlive every
+# user of theirs, so the code stays mapped once it is loaded; nothing is writable that need not be.
+function(tevalon_shared_library target)
+    target_link_options(${target} PRIVATE
+        LINKER:--as-needed LINKER:-z,nodelete LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text)
+    if(NOT TEVALON_BASE_SANITIZE)
+        target_link_options(${target} PRIVATE LINKER:--no-undefined)
     endif()
 endfunction()

@@ -5,4 +5,7 @@
 
 #define TEVALON_BASE_EXPORT __attribute__((visibility("default")))
 
+/// A part of an exported class that only the library itself calls.
+#define TEVALON_BASE_LOCAL __attribute__((visibility("hidden")))
+
 #endif  // BASE_EXPORT_H

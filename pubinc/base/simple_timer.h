@@ -88,8 +88,8 @@ public:
     std::string name();
 
 private:
-    bool hasImpl(const char* function) const;
-    bool canChangeProperty(const char* function) const;
+    TEVALON_BASE_LOCAL bool hasImpl(const char* function) const;
+    TEVALON_BASE_LOCAL bool canChangeProperty(const char* function) const;
 
     std::shared_ptr<TimerImpl> m_impl;  // Null only if it could not be allocated.
 };

@@ -323,13 +323,15 @@ TEVALON_TEST_INTERPOSE(Access, MinusOneAndErrno, access, int, (const char* p_pat
                        nullptr, (nextCall, p_path, mode))
 TEVALON_TEST_INTERPOSE(Opendir, NullAndErrno, opendir, DIR*, (const char* p_path),
                        nullptr, (nextCall, p_path))
-TEVALON_TEST_INTERPOSE(Readdir, NullAndErrno, readdir, dirent*, (DIR* p_folder),
+// The names by which the headers call these two, as everything here is built.
+static_assert(sizeof(off_t) == 8);
+TEVALON_TEST_INTERPOSE(Readdir, NullAndErrno, readdir64, dirent*, (DIR* p_folder),
                        p_folder, (nextCall, p_folder))
-TEVALON_TEST_INTERPOSE(Closedir, MinusOneAndErrno, closedir, int, (DIR* p_folder),
-                       p_folder, (nextCall, p_folder))
-TEVALON_TEST_INTERPOSE(Stat, MinusOneAndErrno, stat, int,
+TEVALON_TEST_INTERPOSE(Stat, MinusOneAndErrno, stat64, int,
                        (const char* p_path, struct stat* p_status),
                        nullptr, (nextCall, p_path, p_status))
+TEVALON_TEST_INTERPOSE(Closedir, MinusOneAndErrno, closedir, int, (DIR* p_folder),
+                       p_folder, (nextCall, p_folder))
 TEVALON_TEST_INTERPOSE(Unlink, MinusOneAndErrno, unlink, int, (const char* p_path),
                        nullptr, (nextCall, p_path))
 TEVALON_TEST_INTERPOSE(Rmdir, MinusOneAndErrno, rmdir, int, (const char* p_path),

@@ -58,7 +58,9 @@ std::string onTerminal(const std::string& noColor) {
         (void)setenv("ZOR_DEBUG", "debug", 1);
         (void)setenv("TERM", "xterm", 1);
         (void)setenv("NO_COLOR", noColor.c_str(), 1);
-        (void)execl(ZOR_DEBUG_PROBE, ZOR_DEBUG_PROBE, "terminal", nullptr);
+        char program[] = ZOR_DEBUG_PROBE, way[] = "terminal";
+        char* const arguments[] = {program, way, nullptr};
+        (void)execv(program, arguments);
         _exit(127);
     }
     std::string text;

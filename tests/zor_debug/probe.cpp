@@ -238,5 +238,6 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
 int main(int argc, char** argv) {
     const auto way = argc > 1 ? kWays.find(argv[1]) : kWays.end();
     if (way == kWays.end()) return 2;
+    (void)pthread_setname_np(pthread_self(), "zor_debug_probe");  // Whatever program runs us.
     return way->second(Arguments(argv + 2, argv + argc));
 }

@@ -170,12 +170,12 @@ private:
 
     int convertToInt() const;
     template <typename T>
-    T toInteger() const;
+    TEVALON_BASE_LOCAL T toInteger() const;
     template <typename T>
-    T toFloating() const;
-    void appendScalarText(std::string* p_text) const;
+    TEVALON_BASE_LOCAL T toFloating() const;
+    TEVALON_BASE_LOCAL void appendScalarText(std::string* p_text) const;
     void copyNamedSlot(const CommonValue& other);
-    static void copyArray(const Array& from, Array* p_to);
+    TEVALON_BASE_LOCAL static void copyArray(const Array& from, Array* p_to);
     static void destroyArray(Array* p_array) noexcept;
 
     Type m_type = kUndefined;

@@ -69,8 +69,9 @@ public:
     std::atomic<EventResult> result;  ///< The reply; kEventResultNone until there is one.
 
 private:
-    EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
-    EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock, std::int32_t timeoutMs);
+    TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
+    TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
+                                                    std::int32_t timeoutMs);
 };
 
 }  // namespace tevalon::base::event_dispatcher

@@ -67,9 +67,9 @@ public:
 
 private:
     /// Returns false when run() is to return.
-    bool waitWhilePaused();
-    void sleepForInterval() const;
-    void endPause() TEVALON_REQUIRES(m_mutex);
+    TEVALON_BASE_LOCAL bool waitWhilePaused();
+    TEVALON_BASE_LOCAL void sleepForInterval() const;
+    TEVALON_BASE_LOCAL void endPause() TEVALON_REQUIRES(m_mutex);
 
     std::int32_t m_interval = 10;
     Mutex m_mutex;

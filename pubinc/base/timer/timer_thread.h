@@ -77,10 +77,10 @@ private:
     class State;
 
     /// @param name  The thread's, at most 15 characters. Copied.
-    explicit TimerThread(const char* name);
+    TEVALON_BASE_LOCAL explicit TimerThread(const char* name);
 
-    void handleTask(const std::shared_ptr<TimerTaskBase>& task);
-    void fireTask(const std::shared_ptr<TimerTaskBase>& task);
+    TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task);
+    TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
 
     const std::unique_ptr<State> m_state;
 };

@@ -50,11 +50,12 @@ public:
     static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
 
 private:
-    void postToWorker(std::shared_ptr<TimerTaskBase> task) TEVALON_EXCLUDES(m_workersMutex);
-    TimerThread* chooseWorker() TEVALON_REQUIRES(m_workersMutex);
-    TimerThread* findIdleWorker() TEVALON_REQUIRES(m_workersMutex);
-    TimerThread* addWorker() TEVALON_REQUIRES(m_workersMutex);
-    TimerThread* findLeastLoadedWorker() TEVALON_REQUIRES(m_workersMutex);
+    TEVALON_BASE_LOCAL void postToWorker(std::shared_ptr<TimerTaskBase> task)
+        TEVALON_EXCLUDES(m_workersMutex);
+    TEVALON_BASE_LOCAL TimerThread* chooseWorker() TEVALON_REQUIRES(m_workersMutex);
+    TEVALON_BASE_LOCAL TimerThread* findIdleWorker() TEVALON_REQUIRES(m_workersMutex);
+    TEVALON_BASE_LOCAL TimerThread* addWorker() TEVALON_REQUIRES(m_workersMutex);
+    TEVALON_BASE_LOCAL TimerThread* findLeastLoadedWorker() TEVALON_REQUIRES(m_workersMutex);
 
     TimerThread m_mainThread;
     TimerThread m_foregroundThread;

@@ -138,9 +138,9 @@ private:
 
     struct Report;
 
-    static void* runOwner(void* p_thread);
-    static bool isWatchable(WATCH_ID id);
-    bool takeOverrun(int id, Report* p_report) TEVALON_EXCLUDES(m_mutex);
+    TEVALON_BASE_LOCAL static void* runOwner(void* p_thread);
+    TEVALON_BASE_LOCAL static bool isWatchable(WATCH_ID id);
+    TEVALON_BASE_LOCAL bool takeOverrun(int id, Report* p_report) TEVALON_EXCLUDES(m_mutex);
 
     TimeoutCallback m_callback TEVALON_GUARDED_BY(m_mutex) = nullptr;
     void* m_callbackContext TEVALON_GUARDED_BY(m_mutex) = nullptr;

@@ -75,11 +75,11 @@ public:
     std::string GetOptionValue(std::string const& longName) const;
 
 private:
-    void appendHelpLine(char const* longName, char shortName, bool hasLongName,
-                        std::string const& description, bool hasArgument,
-                        std::vector<char const*> const& aliases);
-    void finishParsing();
-    void takeOption(char letter, int longIndex);
+    TEVALON_BASE_LOCAL void appendHelpLine(char const* longName, char shortName, bool hasLongName,
+                                           std::string const& description, bool hasArgument,
+                                           std::vector<char const*> const& aliases);
+    TEVALON_BASE_LOCAL void finishParsing();
+    TEVALON_BASE_LOCAL void takeOption(char letter, int longIndex);
 
     bool m_parsed = false;
     int m_argc;

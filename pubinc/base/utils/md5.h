@@ -52,8 +52,8 @@ public:
     void changeFinalized(bool value, MD5 other);
 
 private:
-    unsigned int bytesInBuffer() const;
-    void transform(unsigned char const* blocks, unsigned int count);
+    TEVALON_BASE_LOCAL unsigned int bytesInBuffer() const;
+    TEVALON_BASE_LOCAL void transform(unsigned char const* blocks, unsigned int count);
 
     bool m_finalized = false;
     unsigned char m_buffer[64] = {};  // The current, incomplete block.
