@@ -34,7 +34,12 @@ endfunction()
 # user of theirs, so the code stays mapped once it is loaded; nothing is writable that need not be.
 function(tevalon_shared_library target)
     target_link_options(${target} PRIVATE
-        LINKER:--as-needed LINKER:-z,nodelete LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text)
+        LINKER:--as-needed LINKER:-z,nodelete LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack
+        LINKER:-z,text)
+    target_compile_options(${target} PRIVATE
+        $<$<CONFIG:MinSizeRel>:-ffunction-sections;-fdata-sections>)
+    target_link_options(${target} PRIVATE $<$<CONFIG:MinSizeRel>:LINKER:--gc-sections>
+        $<$<CONFIG:MinSizeRel>:LINKER:-Map=$<TARGET_FILE:${target}>.map>)
     if(NOT TEVALON_BASE_SANITIZE)
         target_link_options(${target} PRIVATE LINKER:--no-undefined)
     endif()

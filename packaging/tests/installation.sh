@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# installation.sh PACKAGES ARCHITECTURE ROOT: installs the packages with dpkg into a folder that
+# stands for a machine's root, where this machine's own packages count as installed. Leaves them
+# installed there.
+set -euo pipefail
+
+packages=$1
+architecture=$2
+mkdir -p "$3"
+machine=$(cd "$3" && pwd)
+state=$machine/var/lib/dpkg
+
+say() { echo "installation: $*"; }
+
+fail() {
+    # The machine's packages are known here, their files are not.
+    [[ ! -s $machine.log ]] || grep -v ': files list file for package ' "$machine.log" >&2 || true
+    say "$*: FAILED" >&2
+    exit 1
+}
+
+run_dpkg() {
+    PATH=$PATH:/usr/sbin:/sbin fakeroot dpkg --root="$machine" --force-not-root "${options[@]}" \
+        "$@" >"$machine.log" 2>&1
+}
+
+# archives PATTERN: the files of the packages whose names match.
+archives() {
+    find "$packages" -maxdepth 1 \( -name "$1_*_$architecture.deb" -o -name "$1_*_all.deb" \) | sort
+}
+
+options=()
+mkdir -p "$state"/{info,updates,triggers}
+if [[ $architecture == "$(dpkg --print-architecture)" ]]; then
+    cp /var/lib/dpkg/status "$state/status"
+else
+    # Nothing of that architecture is installed here, so dependencies are not looked at.
+    touch "$state/status"
+    options=(--force-architecture --force-depends)
+fi
+
+mapfile -t image < <(archives libtevalon-base1)
+mapfile -t all < <(archives '*')
+((${#image[@]} == 1 && ${#all[@]} == 7)) || fail "finding the packages in $packages"
+
+run_dpkg -i "${image[@]}" || fail "installing the runtime package alone, as an image does"
+[[ -z $(find "$machine/usr" -name 'libzor*') ]] || fail "leaving the substitute out"
+run_dpkg -i "${all[@]}" || fail "installing all packages"
+while read -r library; do
+    id=$(readelf -n "$library" | sed -n 's/.*Build ID: //p')
+    [[ -f $machine/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug ]] ||
+        fail "finding the debug information of $library"
+done < <(find "$machine/usr/lib" -name 'lib*.so*' -type f)
+run_dpkg --verify libtevalon-base1 libtevalon-base-dev libzor-debug || fail "verifying the files"
+mapfile -t names < <(for file in "${all[@]}"; do dpkg-deb -f "$file" Package; done)
+run_dpkg --purge "${names[@]}" || fail "removing the packages"
+[[ -z $(find "$machine/usr" -type f 2>/dev/null) ]] || fail "removing every file"
+run_dpkg -i "${all[@]}" || fail "installing all packages again"
+say "$architecture: the runtime package alone, all of them, none, and all of them again: as expected"
