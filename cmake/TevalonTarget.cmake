@@ -10,6 +10,8 @@ function(tevalon_target target)
         target_compile_options(${target} PRIVATE
             -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wundef -Werror
             $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+            # What it notes of ARM changed in a compiler older than any that builds this.
+            $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-psabi>
             $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety -Wctad-maybe-unsupported>)
     endif()
     if(TEVALON_BASE_SANITIZE)
@@ -34,9 +36,10 @@ endfunction()
 # user of theirs, so the code stays mapped once it is loaded; nothing is writable that need not be.
 function(tevalon_shared_library target)
     target_link_options(${target} PRIVATE
-        LINKER:--as-needed LINKER:-z,nodelete LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack
-        LINKER:-z,text)
-    target_compile_options(${target} PRIVATE
+        LINKER:--as-needed LINKER:-Bsymbolic-functions LINKER:-z,nodelete LINKER:-z,relro
+        LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text)
+    # Calls of our own exported functions need not go through the linker's tables.
+    target_compile_options(${target} PRIVATE -fno-semantic-interposition
         $<$<CONFIG:MinSizeRel>:-ffunction-sections;-fdata-sections>)
     target_link_options(${target} PRIVATE $<$<CONFIG:MinSizeRel>:LINKER:--gc-sections>
         $<$<CONFIG:MinSizeRel>:LINKER:-Map=$<TARGET_FILE:${target}>.map>)

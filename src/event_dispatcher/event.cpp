@@ -15,6 +15,20 @@ std::int32_t EventParam::intValue() {
     return 0;
 }
 
+// The lock and what is waited on, in one allocation. It outlives the event where a reply is still
+// being told: the waiter may be gone, and the event with it, before those who told it return.
+struct BrowserEvent::WaitObjects : std::mutex {
+    std::condition_variable cv;
+
+    void hold() { m_holders.fetch_add(1, std::memory_order_relaxed); }
+    void release() {
+        if (m_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    }
+
+private:
+    std::atomic<int> m_holders{1};
+};
+
 BrowserEvent::BrowserEvent(std::int32_t srcModule_, std::int32_t eventType_, EventParam* param_)
     : srcModule(srcModule_),
       eventType(eventType_),
@@ -22,12 +36,21 @@ BrowserEvent::BrowserEvent(std::int32_t srcModule_, std::int32_t eventType_, Eve
       waitResultMtx(nullptr),
       waitResultCv(nullptr),
       replied(false),
+      m_hasWaitObjects(false),
       result(kEventResultNone) {}
 
 BrowserEvent::~BrowserEvent() {
     delete param;
-    delete waitResultMtx;
-    delete waitResultCv;
+    if (WaitObjects* const p_objects = waitObjects()) {
+        p_objects->release();
+    } else {
+        delete waitResultMtx;
+        delete waitResultCv;
+    }
+}
+
+BrowserEvent::WaitObjects* BrowserEvent::waitObjects() const {
+    return m_hasWaitObjects ? static_cast<WaitObjects*>(waitResultMtx) : nullptr;
 }
 
 std::int32_t BrowserEvent::initWaitResultCv() {
@@ -36,11 +59,11 @@ std::int32_t BrowserEvent::initWaitResultCv() {
         BLOG(kLogInfo, "Already initialized.\n");
         return 0;
     }
-    std::unique_ptr<std::mutex> mutex(new (std::nothrow) std::mutex());
-    std::unique_ptr<std::condition_variable> cv(new (std::nothrow) std::condition_variable());
-    if (mutex == nullptr || cv == nullptr) return 0;  // Unarmed; the wait will say so.
-    waitResultMtx = mutex.release();
-    waitResultCv = cv.release();
+    auto* const p_objects = new (std::nothrow) WaitObjects();
+    if (p_objects == nullptr) return 0;  // Unarmed; the wait will say so.
+    waitResultMtx = p_objects;
+    waitResultCv = &p_objects->cv;
+    m_hasWaitObjects = true;
     return 0;
 }
 
@@ -50,10 +73,26 @@ void BrowserEvent::replyResult(EventResult reply) {
         replied = true;
         return;
     }
+    if (WaitObjects* const p_objects = waitObjects()) {
+        replyToWaiters(p_objects, reply);
+        return;
+    }
     const std::lock_guard<std::mutex> lock(*waitResultMtx);
     replied = true;
     result = reply;
     if (waitResultCv != nullptr) waitResultCv->notify_all();
+}
+
+// Told with the lock released, lest a waiter wakes only to wait for the lock.
+void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
+    {
+        const std::lock_guard<std::mutex> lock(*p_objects);
+        replied = true;
+        result = reply;
+        p_objects->hold();
+    }
+    p_objects->cv.notify_all();
+    p_objects->release();
 }
 
 std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {

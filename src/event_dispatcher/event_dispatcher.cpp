@@ -3,9 +3,9 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 
 #include <algorithm>
-#include <list>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "base/event_dispatcher/event_hub.h"
 #include "base/logging/blog.h"
@@ -20,7 +20,7 @@ public:
     bool add(EventHub* p_hub) {
         const std::lock_guard<std::mutex> lock(m_hubsMtx);
         if (find(p_hub) != m_hubs.end()) return false;
-        m_hubs.push_back(p_hub);
+        m_hubs.push_back({p_hub->moduleId(), p_hub});
         return true;
     }
 
@@ -32,23 +32,33 @@ public:
         return true;
     }
 
-    std::int32_t deliver(const std::shared_ptr<BrowserEvent>& event, std::int32_t target) {
+    /// Leaves an event that is not queued to the caller: what the payload's destructor does, it
+    /// does without our lock.
+    std::int32_t deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
         const std::lock_guard<std::mutex> lock(m_hubsMtx);
-        std::int32_t result = -1;
-        for (EventHub* p_hub : m_hubs) {
-            if (target != kAnyModule && target != p_hub->moduleId()) continue;
-            result = p_hub->receiveEvent(event);
+        EventHub* p_last = nullptr;
+        for (const Listed& listed : m_hubs) {
+            if (target != kAnyModule && target != listed.moduleId) continue;
+            if (p_last != nullptr) (void)p_last->receiveEvent(event);
+            p_last = listed.p_hub;
         }
-        return result;
+        // The last one takes the event itself; mostly it is the only one.
+        return p_last == nullptr ? -1 : p_last->takeEvent(std::move(event));
     }
 
 private:
-    std::list<EventHub*>::iterator find(EventHub* p_hub) {
-        return std::find(m_hubs.begin(), m_hubs.end(), p_hub);
+    struct Listed {
+        std::int32_t moduleId;  // The hub's, at hand without a look into each hub.
+        EventHub* p_hub;        // Not owned.
+    };
+
+    std::vector<Listed>::iterator find(const EventHub* p_hub) {
+        return std::find_if(m_hubs.begin(), m_hubs.end(),
+                            [=](const Listed& listed) { return listed.p_hub == p_hub; });
     }
 
-    std::mutex m_hubsMtx;         // Guards m_hubs, over a whole delivery.
-    std::list<EventHub*> m_hubs;  // Not owned.
+    std::mutex m_hubsMtx;  // Guards m_hubs, over a whole delivery.
+    std::vector<Listed> m_hubs;
 };
 
 EventDispatcher::EventDispatcher() : m_hubs(std::make_unique<HubList>()) {
@@ -97,7 +107,7 @@ std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int
         BLOG(kLogError, "event is NULL.\n");
         return 2;
     }
-    return m_hubs->deliver(event, target);
+    return m_hubs->deliver(std::move(event), target);
 }
 
 std::int32_t evtdispch_register_hub(EventHub* p_hub) {

@@ -69,8 +69,12 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
 }
 
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
+    return takeEvent(std::move(event));
+}
+
+std::int32_t EventHub::takeEvent(std::shared_ptr<BrowserEvent>&& event) {
     if (m_impl == nullptr) {
-        BLOG(kLogError, "m_impl is NULL.\n");
+        BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "receiveEvent", "m_impl is NULL.\n");
         return -1;
     }
     return m_impl->receiveEvent(std::move(event));
@@ -131,31 +135,26 @@ bool EventHubImpl::hasThread() {
 
 bool EventHubImpl::addUnlessExists(InnerHandler_t record) {
     const std::lock_guard<std::mutex> lock(m_handlerMtx);
-    if (findHandler(record.srcModule, record.eventType) != nullptr) return false;
-    m_handlers.push_back(std::move(record));
+    if (handlerExists(record)) return false;
+    m_handlers.add(std::move(record));
     return true;
 }
 
 bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
-    const std::lock_guard<std::mutex> lock(m_handlerMtx);
-    return findHandler(key.srcModule, key.eventType) != nullptr;
+    return m_handlers.find(key.srcModule, key.eventType) != nullptr;
 }
 
-const EventHubImpl::InnerHandler_t* EventHubImpl::findHandler(std::int32_t srcModule,
-                                                              std::int32_t eventType) const {
-    for (const InnerHandler_t& stored : m_handlers) {
-        if (stored.eventType != eventType) continue;
-        if (stored.srcModule == kAnyModule || stored.srcModule == srcModule) return &stored;
-    }
-    return nullptr;
-}
-
-std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent> event) {
+std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     if (event == nullptr) return -1;
-    if (!handlerExists({event->srcModule, event->eventType, nullptr})) return -1;
-    const std::lock_guard<std::mutex> lock(m_queueMtx);
-    m_eventQueue.push_back(std::move(event));
-    m_queueCv.notify_all();
+    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) return -1;
+    bool isWaiting = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_queueMtx);
+        m_eventQueue.push_back(std::move(event));
+        std::swap(isWaiting, m_isWaiting);
+    }
+    // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
+    if (isWaiting) m_queueCv.notify_one();
     return 0;
 }
 
@@ -172,23 +171,30 @@ void EventHubImpl::handleEventTask(EventHubImpl* self) {
 }
 
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
-    std::unique_lock<std::mutex> lock(m_queueMtx);
-    m_queueCv.wait(lock, [this] { return m_exit || !m_eventQueue.empty(); });
     if (m_exit) return false;
-    *p_event = std::move(m_eventQueue.front());
-    m_eventQueue.pop_front();
+    if (m_takenEvents.empty() && !takeQueue()) return false;
+    *p_event = std::move(m_takenEvents.front());
+    m_takenEvents.pop_front();
     return true;
 }
 
-void EventHubImpl::handle(std::shared_ptr<BrowserEvent> event) {
-    Handler handler;
-    {
-        const std::lock_guard<std::mutex> lock(m_handlerMtx);
-        const InnerHandler_t* found = findHandler(event->srcModule, event->eventType);
-        if (found == nullptr) return;
-        // Copied: the list may grow, and move, while the handler runs.
-        handler = found->handler;
+bool EventHubImpl::takeQueue() {
+    std::unique_lock<std::mutex> lock(m_queueMtx);
+    while (!m_exit && m_eventQueue.empty()) {
+        m_isWaiting = true;
+        m_queueCv.wait(lock);
     }
+    m_isWaiting = false;
+    if (m_exit) return false;
+    m_takenEvents.swap(m_eventQueue);
+    return true;
+}
+
+void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
+    const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
+    if (found == nullptr) return;
+    // A copy, for each event: what a handler changes in itself is forgotten.
+    const Handler handler = found->handler;
     handler(std::move(event));
 }
 

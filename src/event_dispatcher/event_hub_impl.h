@@ -11,9 +11,9 @@
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "base/event_dispatcher/browser_event.h"
+#include "event_dispatcher/handler_table.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -25,12 +25,7 @@ namespace tevalon::base::event_dispatcher {
 class EventHubImpl {
 public:
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
-
-    struct InnerHandler_t {
-        std::int32_t srcModule;
-        std::int32_t eventType;
-        Handler handler;  // Empty in a key that is only looked up.
-    };
+    using InnerHandler_t = event_dispatcher::InnerHandler_t;
 
     /// @param moduleId  Names the handler thread.
     explicit EventHubImpl(std::int32_t moduleId);
@@ -41,8 +36,9 @@ public:
 
     std::int32_t registerHandler(std::int32_t eventType, Handler handler);
     std::int32_t registerHandler(std::int32_t srcModule, std::int32_t eventType, Handler handler);
+    /// The handler of @p key may be empty; it is not looked at.
     bool handlerExists(const InnerHandler_t& key);
-    std::int32_t receiveEvent(std::shared_ptr<BrowserEvent> event);
+    std::int32_t receiveEvent(std::shared_ptr<BrowserEvent>&& event);
     void onUnregistered();
 
     /// The body of the handler thread.
@@ -52,22 +48,26 @@ private:
     bool ensureThread();
     bool hasThread();
     bool addUnlessExists(InnerHandler_t record);
-    /// The first handler for the pair in order of registration, or null.
-    const InnerHandler_t* findHandler(std::int32_t srcModule, std::int32_t eventType) const;
     /// Blocks for the next event; false when the thread is to end.
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
-    void handle(std::shared_ptr<BrowserEvent> event);
+    /// Blocks until events are queued, and takes them all; false when the thread is to end.
+    bool takeQueue();
+    void handle(std::shared_ptr<BrowserEvent>&& event);
     void requestExit();
     void joinThread();
 
     std::mutex m_threadMtx;                 // Guards m_thread.
     std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
     std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
-    std::mutex m_queueMtx;                  // Guards m_eventQueue.
-    std::condition_variable m_queueCv;      // Signalled when the queue grows or m_exit is set.
+    std::mutex m_queueMtx;                  // Guards m_eventQueue and m_isWaiting.
+    std::condition_variable m_queueCv;      // Wakes the handler thread where it waits.
     std::deque<std::shared_ptr<BrowserEvent>> m_eventQueue;  // Oldest first.
-    std::mutex m_handlerMtx;                                 // Guards m_handlers.
-    std::vector<InnerHandler_t> m_handlers;                  // In order of registration.
+    std::mutex m_handlerMtx;                                 // One at a time adds to m_handlers.
+    HandlerTable m_handlers;
+    bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.
+    // Taken from the queue, oldest first: what the handler thread, which alone touches it, does
+    // next. What is left when that ends waits for the next one.
+    std::deque<std::shared_ptr<BrowserEvent>> m_takenEvents;
     std::mutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
     const std::int32_t m_moduleId;
 };

@@ -369,6 +369,29 @@ TEST_F(EventDispatcherTest, RefusesATargetThatNobodyIsAndLogsNothing) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+/// A payload that sends an event when it goes.
+class LastWords : public EventParam {
+public:
+    explicit LastWords(EventDispatcher* p_dispatcher) : m_dispatcher(p_dispatcher) {}
+    ~LastWords() override { (void)m_dispatcher->send(makeEvent(), 7); }
+
+private:
+    EventDispatcher* const m_dispatcher;
+};
+
+TEST_F(EventDispatcherTest, ThePayloadOfARefusedEventMaySendWhenItGoes) {
+    registerAll();
+    const auto refused = [this] {
+        return std::make_shared<BrowserEvent>(kSender, kOtherType, new LastWords(&m_dispatcher));
+    };
+
+    EXPECT_EQ(m_dispatcher.send(refused(), 8), -1);
+    EXPECT_EQ(m_dispatcher.send(refused(), 99), -1);
+
+    EXPECT_TRUE(m_inboxOfSeven.waitFor(2));
+    EXPECT_TRUE(m_inboxOfOtherSeven.waitFor(2));
+}
+
 TEST_F(EventDispatcherTest, RefusesEverythingWithoutHubs) {
     EXPECT_EQ(m_dispatcher.send(makeEvent(), 7), -1);
     EXPECT_EQ(m_dispatcher.send(makeEvent(), kAnyModule), -1);

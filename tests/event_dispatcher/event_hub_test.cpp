@@ -619,15 +619,11 @@ TEST_F(EventHubSendTest, AnEventMayBeSentAgainAndForgetsItsReply) {
 
 TEST_F(EventHubSendTest, ASynchronousSendThatCannotBeArmedFails) {
     peerReplies(5, 42);
-    int failures = 0;
-    for (int n = 1; n <= 2; ++n) {
-        const auto event = m_hub.createEvent(5);
-        test::FailCall fail(Call::New, 0, When().nth(n));
+    const auto event = m_hub.createEvent(5);
+    // What it waits with is the first thing that is allocated for it.
+    test::FailCall fail(Call::New, 0);
 
-        if (m_hub.sendEventSync(event, kPeerModule, -1) == -1) ++failures;
-    }
-    // The wait objects are the first two things that are allocated for it.
-    EXPECT_EQ(failures, 2);
+    EXPECT_EQ(m_hub.sendEventSync(event, kPeerModule, -1), -1);
 }
 
 TEST_F(EventHubSendTest, ABroadcastMayBeWaitedForToo) {

@@ -65,10 +65,19 @@ public:
     std::condition_variable* waitResultCv;  ///< Owned; null until armed.
     // Atomic for the event that was never armed: the handlers of several hubs may then reply
     // to it at once without a lock.
-    std::atomic<bool> replied;        ///< Whether result is a reply.
+    std::atomic<bool> replied;  ///< Whether result is a reply.
+
+private:
+    bool m_hasWaitObjects;  // Whether both of the above are those of a WaitObjects.
+
+public:
     std::atomic<EventResult> result;  ///< The reply; kEventResultNone until there is one.
 
 private:
+    struct WaitObjects;
+
+    TEVALON_BASE_LOCAL WaitObjects* waitObjects() const;
+    TEVALON_BASE_LOCAL void replyToWaiters(WaitObjects* p_objects, EventResult reply);
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
     TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                                     std::int32_t timeoutMs);
