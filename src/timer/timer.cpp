@@ -339,9 +339,11 @@ int TimerImpl::stopNoBlock() {
 }
 
 void TimerImpl::retire() {
+    std::shared_ptr<const TimerHandler> handler;  // Goes with the timer, and without the lock.
     std::unique_lock<std::mutex> lock(m_mutex);
     m_isRetired = true;
     m_cond.wait(lock, [this] { return m_runs == 0; });
+    handler = std::move(m_handler);
 }
 
 void TimerImpl::runHandler() {
@@ -349,6 +351,7 @@ void TimerImpl::runHandler() {
     void* p_userData = nullptr;
     if (!beginRun(&handler, &p_userData)) return;
     (*handler)(m_timer, p_userData);
+    handler.reset();  // With the run: its code may be unloaded once the timer is gone.
     endRun();
 }
 

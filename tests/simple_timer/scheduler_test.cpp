@@ -5,6 +5,7 @@
 #include <numeric>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "simple_timer/scheduler_fixtures.h"
 #include "support/signal_storm.h"
@@ -17,6 +18,8 @@ using namespace tevalon::base::simple_timer;
 using test::Call;
 using test::LogCapture;
 using test::When;
+
+constexpr char kIdleLine[] = "No timer, wait for ever.";
 
 class SchedulerTest : public testing::Test {
 protected:
@@ -97,6 +100,36 @@ TEST_F(SchedulerTest, ATimerThatIsDueEarlierShortensTheWait) {
     ASSERT_TRUE(m_runs.waitFor(1));
     EXPECT_EQ(m_runs.runs()[0].p_timer, &early);
     (void)early.stop();
+}
+
+TEST_F(SchedulerTest, ATimerIsDueAtItsVeryExpiry) {
+    test::setLogLevel(kLogInfo);
+    std::atomic<long> nanoseconds{0};
+    std::atomic<int> readings{0};
+    test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        Call::ClockGettime,
+        [&](clockid_t id, timespec* p_time) {
+            if (id != CLOCK_MONOTONIC) return clock_gettime(id, p_time);
+            *p_time = {1000, nanoseconds};
+            ++readings;
+            return 0;
+        },
+        When().anyThread().everyTime());
+    Timer timer("due", {0, 1, 0}, m_runs.handler(), nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+
+    // A pass reads the clock twice, for the wait and behind it.
+    nanoseconds = 999999;
+    const int before = readings;
+    while (readings < before + 4 && m_runs.runs().empty()) std::this_thread::yield();
+    EXPECT_TRUE(timer.isStarted());
+    EXPECT_TRUE(m_runs.runs().empty());
+    m_log.clear();
+    nanoseconds = 1000000;
+
+    EXPECT_TRUE(m_runs.waitFor(1));
+    EXPECT_TRUE(m_log.waitFor(kIdleLine));  // The clock is not read any more.
+    (void)timer.stop();
 }
 
 TEST_F(SchedulerTest, AContinueTimerDoesNotStarveTheOthers) {
@@ -229,6 +262,87 @@ TEST_F(SchedulerTest, OneTimerIsStartedAndStoppedByManyThreads) {
     EXPECT_TRUE(m_runs.waitFor(before + 1));
     (void)timer.stop();
 }
+
+struct Wait {
+    timespec expiry;
+    timespec now;
+    long sec;
+    long usec;
+};
+
+void PrintTo(const Wait& wait, std::ostream* p_stream) {
+    *p_stream << wait.now.tv_sec << "s " << wait.now.tv_nsec << "ns to " << wait.expiry.tv_sec
+              << "s " << wait.expiry.tv_nsec << "ns";
+}
+
+/// Remembers how long the scheduler's first wait with a limit is, and has the log begin there.
+class WaitWitness : public test::Intervention {
+public:
+    explicit WaitWitness(LogCapture* p_log)
+        : Intervention(Call::Select, When().anyThread().everyTime()), m_log(p_log) {
+        startRunning(&WaitWitness::look, this);
+    }
+    ~WaitWitness() { stop(); }
+
+    [[nodiscard]] bool wait() { return m_seen.wait(); }
+    timeval limit() const { return m_limit; }
+
+private:
+    static bool look(void* p_self, void*, void* const* pp_arguments) {
+        const timeval* const p_limit = *static_cast<timeval* const*>(pp_arguments[4]);
+        if (p_limit != nullptr) static_cast<WaitWitness*>(p_self)->noteFirst(*p_limit);
+        return false;  // The call is made.
+    }
+
+    void noteFirst(const timeval& limit) {
+        if (m_seen.isSet()) return;
+        m_log->clear();
+        m_limit = limit;
+        m_seen.set();
+    }
+
+    LogCapture* const m_log;
+    timeval m_limit = {};  // Not changed any more once m_seen is set.
+    test::Event m_seen;
+};
+
+class SchedulerWaitTest : public testing::TestWithParam<Wait> {};
+
+TEST_P(SchedulerWaitTest, IsWhatIsLeftInWholeMicroseconds) {
+    const Wait& wait = GetParam();
+    LogCapture log(kLogInfo);
+    Timer timer("wait", kAtOnce, ignore, nullptr, ONCE);
+    WaitWitness witness(&log);
+    // The timer is started at its expiry, and the scheduler looks at another time.
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        Call::ClockGettime,
+        [wait, client = pthread_self()](clockid_t id, timespec* p_time) {
+            if (id != CLOCK_MONOTONIC) return clock_gettime(id, p_time);
+            *p_time = pthread_equal(client, pthread_self()) != 0 ? wait.expiry : wait.now;
+            return 0;
+        },
+        When().anyThread().everyTime());
+
+    ASSERT_EQ(timer.start(), 0);
+
+    EXPECT_TRUE(witness.wait());
+    EXPECT_EQ(timer.stop(), 0);
+    EXPECT_TRUE(log.waitFor(kIdleLine));  // The clock is not read any more.
+    EXPECT_EQ(witness.limit().tv_sec, wait.sec);
+    EXPECT_EQ(witness.limit().tv_usec, wait.usec);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    From, SchedulerWaitTest,
+    testing::Values(Wait{{1000, 500000000}, {1000, 0}, 0, 500000},
+                    Wait{{1000, 1999}, {1000, 0}, 0, 1}, Wait{{1000, 999}, {1000, 0}, 0, 0},
+                    Wait{{1000, 7}, {1000, 7}, 0, 0}, Wait{{1000, 0}, {1000, 1}, 0, 0},
+                    Wait{{999, 999999999}, {1000, 0}, 0, 0}, Wait{{5, 6}, {1000, 5}, 0, 0},
+                    Wait{{1001, 0}, {1000, 999999999}, 0, 0},
+                    Wait{{1001, 0}, {1000, 999000001}, 0, 999},
+                    Wait{{1002, 5}, {1000, 6}, 1, 999999}, Wait{{1002, 6000}, {1000, 5000}, 2, 1},
+                    Wait{{1002, 0}, {1000, 0}, 2, 0},
+                    Wait{{1000000, 999999999}, {1000, 0}, 999000, 999999}));
 
 /// CPU seconds of the calling thread that @p work takes.
 template <typename Work>

@@ -192,6 +192,56 @@ TEST_F(TimerLifetimeTest, ARunThatHasNotBegunNeverSeesADestroyedTimer) {
     EXPECT_TRUE(m_runs.runs().empty());
 }
 
+// The code of a handler, and of what it holds, may be unloaded once its timer is gone.
+TEST_F(TimerLifetimeTest, AHandlerThatNeverRunsGoesWithItsTimer) {
+    HeldStarts starts;
+    auto token = std::make_shared<int>(0);
+    const std::weak_ptr<int> held = token;
+    auto timer = std::make_unique<Timer>(
+        "unborn", kSoon, [token = std::move(token)](Timer*, void*) {}, nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(starts.waitForCreated(1));
+
+    timer.reset();
+
+    EXPECT_TRUE(held.expired());
+    starts.letBegin(1);
+    ASSERT_TRUE(starts.waitForEnded(1));
+}
+
+TEST_F(TimerLifetimeTest, DestructionWaitsForTheEndOfAHandlerThatWasReplaced) {
+    HeldHandler held;
+    test::Event leaving;
+    test::Event release;
+    std::atomic<bool> isGone{false};
+    auto token = std::shared_ptr<int>(new int(0), [&](const int* p_number) {
+        delete p_number;
+        leaving.set();
+        (void)release.wait();
+        isGone = true;
+    });
+    auto timer = std::make_unique<Timer>(
+        "replaced", kSoon,
+        [hold = held.handler(), token = std::move(token)](Timer* p_timer, void* p_data) {
+            hold(p_timer, p_data);
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(held.waitUntilEntered());
+    ASSERT_EQ(timer->changeHandler(ignore, nullptr), 0);
+    held.letGo();
+    ASSERT_TRUE(leaving.wait());
+    Waiting waiting;
+
+    std::thread destroying([&] {
+        timer.reset();
+        EXPECT_TRUE(isGone);
+        release.set();
+    });
+    if (waiting.wait()) release.set();
+    destroying.join();
+}
+
 TEST_F(TimerLifetimeTest, NoneOfManyRunsThatHaveNotBegunSeesADestroyedTimer) {
     HeldStarts starts;
     auto timer = std::make_unique<Timer>("unborn", kSoon, m_runs.handler(), nullptr, CONTINUE);

@@ -91,6 +91,36 @@ TEST_F(TimerThreadLifetimeTest, StopKeepsTheQueueAndTheNextPostRunsIt) {
     EXPECT_NE(thread.threadId(), firstId);
 }
 
+TEST_F(TimerThreadLifetimeTest, APostDuringStopIsQueuedAndKeepsNoThreadAlive) {
+    TimerThread thread;
+    FireLog fires;
+    ASSERT_TRUE(m_holder.hold(thread));
+    {
+        test::Event joining;
+        test::RunAtCall atJoin(
+            Call::PthreadJoin, [&] { joining.set(); }, When().anyThread());
+        std::thread stopping([&] { thread.stop(); });
+        const bool isJoining = joining.wait();
+        test::CountCalls created(Call::PthreadCreate, When().anyThread());
+
+        thread.postTask(makeTask([&] { fires.add(1); }), 0);
+        m_holder.letGo();
+        stopping.join();
+
+        EXPECT_TRUE(isJoining);
+        EXPECT_EQ(created.seen(), 0);
+        EXPECT_EQ(thread.taskCount(), 1);
+        EXPECT_TRUE(fires.fired().empty());
+    }
+
+    test::CountCalls created(Call::PthreadCreate, When().anyThread());
+    thread.postTask(makeTask([&] { fires.add(2); }), 0);
+
+    ASSERT_TRUE(fires.waitFor(2));
+    EXPECT_EQ(fires.fired(), (std::vector<int>{1, 2}));
+    EXPECT_EQ(created.seen(), 1);
+}
+
 TEST_F(TimerThreadLifetimeTest, AThreadThatWaitsIsWokenByStop) {
     TimerThread thread;
     thread.postTask(makeTask([] {}), 1000 * 1000 * 1000);
@@ -237,6 +267,42 @@ TEST_F(TimerThreadLifetimeTest, ConcurrentStopsAndPostsLoseNeitherThreadsNorTask
 
     EXPECT_EQ(fired, kPosters * kPosts);
     EXPECT_EQ(joined.seen(), created.seen());
+}
+
+TEST_F(TimerThreadLifetimeTest, ASecondStopWaitsForTheTaskInHandToo) {
+    TimerThread thread;
+    test::Event entered;
+    test::Event release;
+    std::atomic<bool> hasFinished{false};
+    thread.postTask(makeTask([&] {
+                        entered.set();
+                        (void)release.wait();
+                        hasFinished = true;
+                    }),
+                    0);
+    ASSERT_TRUE(entered.wait());
+    const auto stopAndLook = [&] {
+        thread.stop();
+        EXPECT_TRUE(hasFinished);
+    };
+    test::Event joining;
+    test::RunAtCall atJoin(
+        Call::PthreadJoin, [&] { joining.set(); }, When().anyThread());
+    std::thread first(stopAndLook);
+    const bool firstIsJoining = joining.wait();
+    test::Event waiting;
+    test::RunAtCall atWait(
+        Call::PthreadCondWait, [&] { waiting.set(); }, When().anyThread());
+
+    std::thread second(stopAndLook);
+    const bool secondIsWaiting = waiting.wait();
+    release.set();
+    first.join();
+    second.join();
+
+    EXPECT_TRUE(firstIsJoining);
+    EXPECT_TRUE(secondIsWaiting);
+    EXPECT_FALSE(thread.isBusy());
 }
 
 TEST_F(TimerThreadLifetimeTest, ConcurrentStopsReturnAfterTheTaskInHand) {
