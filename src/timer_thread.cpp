@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -89,13 +90,40 @@ public:
         return cancelled;
     }
 
+    /// With m_queueMutex held, after @p task was queued: whether the thread has to be woken for
+    /// it. It does not where it would only look, and sleep as long as before.
+    bool claimWakeUp(double fireTime, bool isWatched) {
+        if (!m_isWaiting) return false;
+        const bool isSooner = !(fireTime >= m_sleepsUntil);
+        const bool isFrontCancelled = m_taskQueue.frontFireTime() == kNoFireTime;
+        if (!isSooner && !isFrontCancelled && !isWatched) return false;
+        m_isWaiting = false;
+        return true;
+    }
+
+    /// With @p lock on m_queueMutex held. Returns when woken, when the time is over, or for no
+    /// reason.
+    void waitFor(std::unique_lock<std::mutex>* p_lock, double seconds) {
+        const double now = monotonicSeconds();
+        // Without a clock nothing is known to be later.
+        m_sleepsUntil = now < 0 ? std::numeric_limits<double>::infinity() : now + seconds;
+        m_isWaiting = true;
+        (void)m_wakeup.wait_for(*p_lock, roundedUp(seconds));
+        m_isWaiting = false;
+    }
+
     TaskQueue m_taskQueue;  // Guarded by m_queueMutex.
     std::atomic<bool> m_running{false};
     std::atomic<std::int32_t> m_threadId{-1};
     std::mutex m_queueMutex;           // A leaf: not held over a task, nor over a join.
-    std::condition_variable m_wakeup;  // Signalled by every insertion and by stop().
+    std::condition_variable m_wakeup;  // Wakes the thread where it waits, and is to do something.
     std::shared_ptr<Worker> m_thread;  // Guarded by m_queueMutex.
     std::atomic<bool> m_busy{false};
+
+    // Whether the thread waits and nobody has woken it yet, and until when, in seconds on the
+    // monotonic clock. Guarded by m_queueMutex.
+    bool m_isWaiting = false;
+    double m_sleepsUntil = 0;
 
     // From the claim to the start, which a stop may come between: no second one then claims it
     // too. Guarded by m_queueMutex.
@@ -169,16 +197,22 @@ void TimerThread::postTask(Task task) {
              static_cast<void*>(this), static_cast<void*>(task.get()), task->taskId());
         task->setNextFireTime(monotonicSeconds());
     }
-    if (m_state->claimStart()) {
+    if (!m_state->m_running && m_state->claimStart()) {
         BLOG(kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
         start();
     }
     BLOG(kLogInfo, "[%p]:Insert new task:(%p - id:%d).\n", static_cast<void*>(this),
          static_cast<void*>(task.get()), task->taskId());
-    const AutoLock lock(m_state->m_queueMutex);
-    m_state->m_taskQueue.insert(std::move(task));
-    debugIterateTaskQueue("After insert new task:");
-    m_state->m_wakeup.notify_one();
+    // Who watches the debug level sees the thread look at its queue after each post.
+    const bool isWatched = isLogOn(kLogDebug);
+    bool isToWake = false;
+    {
+        const AutoLock lock(m_state->m_queueMutex);
+        const double fireTime = m_state->m_taskQueue.insert(std::move(task));
+        debugIterateTaskQueue("After insert new task:");
+        isToWake = m_state->claimWakeUp(fireTime, isWatched);
+    }
+    if (isToWake) m_state->m_wakeup.notify_one();
 }
 
 void TimerThread::postTask(Task task, std::int32_t delayMs) {
@@ -319,7 +353,7 @@ void TimerThread::waitNextTaskWithTimeOut(double timeoutSeconds) {
         timeoutSeconds = std::min(timeoutSeconds, interval);
     }
     // Once: whatever ends the wait, the loop looks at everything anew.
-    (void)m_state->m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
+    m_state->waitFor(&lock, timeoutSeconds);
 }
 
 Task TimerThread::popFirstTask() {

@@ -30,31 +30,30 @@ bool TaskQueue::isInFront(const Node* p_node, double fireTime) {
     return p_node->p_left != nullptr && p_node->p_left->greatest > fireTime;
 }
 
-void TaskQueue::insert(Task task) {
+double TaskQueue::insert(Task task) {
     // Nothing is greater than a time that is no number, which therefore goes to the end.
     const double fireTime = task->getNextFireTime();
-    auto p_new = std::make_unique<Node>();
-    p_new->task = std::move(task);
-    p_new->fireTime = fireTime;
-    p_new->priority = nextPriority();
-    m_root = insertBelow(m_root, p_new.release());
-    ++m_size;
-}
+    const double counted = comparable(fireTime);
+    auto* const p_new =
+        new Node{std::move(task), counted, counted, nullptr, nullptr, nextPriority()};
 
-TaskQueue::Node* TaskQueue::insertBelow(Node* p_node, Node* p_new) {
-    if (p_node == nullptr || p_new->priority > p_node->priority) {
-        split(p_node, p_new->fireTime, &p_new->p_left, &p_new->p_right);
-        p_new->fireTime = comparable(p_new->fireTime);
-        update(p_new);
-        return p_new;
+    // Down to where its priority belongs; everything that is passed has it below.
+    bool isFirst = true;
+    Node** pp_place = &m_root;
+    while (*pp_place != nullptr && (*pp_place)->priority >= p_new->priority) {
+        Node* const p_node = *pp_place;
+        const bool goesInFront = isInFront(p_node, fireTime);
+        p_node->greatest = std::max(p_node->greatest, counted);
+        isFirst = isFirst && goesInFront;
+        pp_place = goesInFront ? &p_node->p_left : &p_node->p_right;
     }
-    if (isInFront(p_node, p_new->fireTime)) {
-        p_node->p_left = insertBelow(p_node->p_left, p_new);
-    } else {
-        p_node->p_right = insertBelow(p_node->p_right, p_new);
-    }
-    update(p_node);
-    return p_node;
+    split(*pp_place, fireTime, &p_new->p_left, &p_new->p_right);
+    update(p_new);
+    *pp_place = p_new;
+
+    if (isFirst && p_new->p_left == nullptr) m_first = p_new;
+    ++m_size;
+    return fireTime;
 }
 
 void TaskQueue::split(Node* p_node, double fireTime, Node** pp_front, Node** pp_back) {
@@ -73,27 +72,26 @@ void TaskQueue::split(Node* p_node, double fireTime, Node** pp_front, Node** pp_
 }
 
 TaskQueue::Task TaskQueue::front() const {
-    if (m_root == nullptr) return nullptr;
-    const Node* p_first = m_root;
-    while (p_first->p_left != nullptr) p_first = p_first->p_left;
-    return p_first->task;
+    return m_first == nullptr ? nullptr : m_first->task;
+}
+
+double TaskQueue::frontFireTime() const {
+    return m_first == nullptr ? 0.0 : m_first->task->getNextFireTime();
 }
 
 TaskQueue::Task TaskQueue::popFront() {
     if (m_root == nullptr) return nullptr;
-    Node* p_first = nullptr;
-    m_root = removeFirst(m_root, &p_first);
+    const std::unique_ptr<Node> first(m_first);
+    m_root = withoutFirst(m_root);
+    m_first = m_root;
+    while (m_first != nullptr && m_first->p_left != nullptr) m_first = m_first->p_left;
     --m_size;
-    const std::unique_ptr<Node> first(p_first);
     return std::move(first->task);
 }
 
-TaskQueue::Node* TaskQueue::removeFirst(Node* p_node, Node** pp_first) {
-    if (p_node->p_left == nullptr) {
-        *pp_first = p_node;
-        return p_node->p_right;
-    }
-    p_node->p_left = removeFirst(p_node->p_left, pp_first);
+TaskQueue::Node* TaskQueue::withoutFirst(Node* p_node) {
+    if (p_node->p_left == nullptr) return p_node->p_right;
+    p_node->p_left = withoutFirst(p_node->p_left);
     update(p_node);
     return p_node;
 }

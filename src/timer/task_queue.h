@@ -34,11 +34,13 @@ public:
     bool empty() const { return m_root == nullptr; }
     std::size_t size() const { return m_size; }
 
-    /// Places @p task by the fire time that it has now.
-    void insert(Task task);
+    /// Places @p task by the fire time that it has now, and returns that.
+    double insert(Task task);
 
     /// The first task; empty when there is none.
     Task front() const;
+    /// The fire time that the first task has now; 0.0 when there is none.
+    double frontFireTime() const;
     /// The first task, which is removed; empty when there is none.
     Task popFront();
 
@@ -62,9 +64,8 @@ private:
     static double comparable(double fireTime);
     static void update(Node* p_node);
     static bool isInFront(const Node* p_node, double fireTime);
-    static Node* insertBelow(Node* p_node, Node* p_new);
     static void split(Node* p_node, double fireTime, Node** pp_front, Node** pp_back);
-    static Node* removeFirst(Node* p_node, Node** pp_first);
+    static Node* withoutFirst(Node* p_node);
 
     template <typename Visit>
     static void forEachBelow(Node* p_node, Visit& visit) {
@@ -79,6 +80,7 @@ private:
     std::uint32_t nextPriority();
 
     Node* m_root = nullptr;
+    Node* m_first = nullptr;  // The leftmost.
     std::size_t m_size = 0;
     std::uint32_t m_random = 0x9E3779B9U;
 };
