@@ -19,6 +19,7 @@
 #include "base/threading/current_thread.h"
 #include "monotonic_seconds.h"
 #include "thread_name.h"
+#include "timer/precise_wait.h"
 #include "timer/task_queue.h"
 
 namespace tevalon::base::timer {
@@ -108,7 +109,12 @@ public:
         // Without a clock nothing is known to be later.
         m_sleepsUntil = now < 0 ? std::numeric_limits<double>::infinity() : now + seconds;
         m_isWaiting = true;
-        (void)m_wakeup.wait_for(*p_lock, roundedUp(seconds));
+        if (m_taskQueue.empty()) {
+            (void)m_wakeup.wait_for(*p_lock, roundedUp(seconds));
+        } else {
+            const PreciseWait precise;
+            (void)m_wakeup.wait_for(*p_lock, roundedUp(seconds));
+        }
         m_isWaiting = false;
     }
 

@@ -25,6 +25,11 @@ TEVALON_BASE_EXPORT std::intptr_t WaitForInstance(std::intptr_t* p_instance);
 inline constexpr std::intptr_t kNoInstance = 0;
 inline constexpr std::intptr_t kInstanceBeingCreated = 1;
 
+/// An address in the upper half of a 32-bit process is a negative word.
+constexpr bool isInstance(std::intptr_t word) {
+    return static_cast<std::uintptr_t>(word) > static_cast<std::uintptr_t>(kInstanceBeingCreated);
+}
+
 }  // namespace internal
 
 /// The one instance of @p T in the process, also when an executable and several shared
@@ -45,7 +50,7 @@ public:
     /// the creating caller; every other call, then and later, waits for ever.
     static T* GetInstance() {
         const std::intptr_t instance = __atomic_load_n(&instance_, __ATOMIC_SEQ_CST);
-        if (instance > internal::kInstanceBeingCreated) return reinterpret_cast<T*>(instance);
+        if (internal::isInstance(instance)) return reinterpret_cast<T*>(instance);
         return createOrWait();
     }
 

@@ -15,6 +15,7 @@
 #include "thread_name.h"
 #include "timer/descriptor_set.h"
 #include "timer/expired_time.h"
+#include "timer/precise_wait.h"
 #include "timer/timer_impl.h"
 #include "timer/timer_list.h"
 
@@ -188,6 +189,7 @@ bool readHead(const char* function, ExpiredTime* p_expired) {
 
 // A null p_wait waits without limit.
 int waitForCmd(const char* function, DescriptorSet* p_commands, timeval* p_wait) {
+    const PreciseWait precise;
     errno = 0;
     const int ready = p_commands->waitReadable(p_wait);
     if (ready == -1) {
