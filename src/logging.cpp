@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -56,9 +55,14 @@ void writeDumpLine(std::uint32_t dumpId, const char* text) {
 }
 
 void writeDumpBytes(std::uint32_t dumpId, const unsigned char* data, int count) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
     std::array<char, 52> line = {};
     char* p_end = line.data();
-    for (int i = 0; i < count; ++i) p_end += std::sprintf(p_end, "%02X ", data[i]);
+    for (int i = 0; i < count; ++i) {
+        *p_end++ = kDigits[data[i] >> 4];
+        *p_end++ = kDigits[data[i] & 0xF];
+        *p_end++ = ' ';
+    }
     writeDumpLine(dumpId, line.data());
 }
 
@@ -122,14 +126,11 @@ std::uint32_t bootID() {
     return bootId;
 }
 
-FunctionTracer::FunctionTracer(const char* function, const char* file, int line)
-    : m_function(function), m_file(file), m_line(line) {
-    if (!isLogOn(kLogDebug)) return;
+void FunctionTracer::writeIn() const {
     zorDebugOutput0("TRACE -> [%s(IN)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
 }
 
-FunctionTracer::~FunctionTracer() {
-    if (!isLogOn(kLogDebug)) return;
+void FunctionTracer::writeOut() const {
     zorDebugOutput0("TRACE <- [%s(OUT)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
 }
 

@@ -1,14 +1,17 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 #include "probe.h"
 #include "zor_debug/zor_debug.h"
@@ -235,6 +238,83 @@ TEST(OutputTest, ForksWhileOthersWriteNeitherHangNorTear) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "<child>"), 40);
     EXPECT_EQ(static_cast<std::size_t>(std::count(lines.begin(), lines.end(), "<parent>")),
               lines.size() - 40);
+}
+
+// Beside one another, as not to standard error.
+TEST(OutputTest, ManyThreadsTearNoLineOfAFile) {
+    for (const std::string prefix : {"", "thread,time"}) {
+        const TemporaryFolder folder;
+        const std::string path = folder / "log";
+        const std::regex whole(
+            (prefix.empty() ? std::string() : R"(\[ *\d+\.\d{6}\] \[\d+ zor_debug_probe\] )") +
+            R"((<[0-3] \d+>|\([0-3] \d+\)))");
+
+        const ChildResult result = probe("storm")
+                                       .variable("ZOR_DEBUG_FILE", path)
+                                       .variable("ZOR_DEBUG_PREFIX", prefix)
+                                       .run();
+
+        EXPECT_EQ(result.exitStatus, 0);
+        const std::vector<std::string> lines = linesOf(contentsOf(path));
+        EXPECT_EQ(lines.size(), 4U * 300U * 2U);
+        for (const std::string& line : lines) EXPECT_TRUE(std::regex_match(line, whole)) << line;
+    }
+}
+
+TEST(OutputTest, ForksWhileOthersWriteToAFileNeitherHangNorTear) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result = probe("fork-storm").variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    const std::vector<std::string> lines = linesOf(contentsOf(path));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "<child>"), 40);
+    EXPECT_EQ(static_cast<std::size_t>(std::count(lines.begin(), lines.end(), "<parent>")),
+              lines.size() - 40);
+}
+
+// Under the address sanitizer and the thread sanitizer, a file that is closed under a writer shows.
+TEST(OutputTest, NoLineIsLostWhileTheDestinationChanges) {
+    constexpr int kThreads = 3;
+    constexpr int kLines = 2000;
+    const TemporaryFolder folder;
+    const std::string paths[] = {folder / "one", folder / "two"};
+    ASSERT_EQ(zorDebugSetFile(paths[0].c_str()), 0);
+    std::atomic<int> atWork{kThreads};
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kThreads; ++i) {
+        writers.emplace_back([&atWork] {
+            for (int line = 0; line < kLines; ++line)
+                zorDebugOutput0(line % 2 ? "<%d>\n" : "<%d", 1);
+            --atWork;
+        });
+    }
+
+    for (int i = 0; atWork > 0; ++i) EXPECT_EQ(zorDebugSetFile(paths[i % 2].c_str()), 0);
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+
+    const std::vector<std::string> lines = linesOf(contentsOf(paths[0]) + contentsOf(paths[1]));
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kLines / 2));
+    for (const std::string& line : lines) EXPECT_EQ(line, "<1<1>");
+}
+
+TEST(OutputTest, ThePrefixFollowsTheNameOfAThreadThatNamesItself) {
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(zorDebugSetPrefix("thread"), 0);
+
+    std::thread([] {
+        for (const char* p_name : {"first", "second"}) {
+            (void)pthread_setname_np(pthread_self(), p_name);
+            zorDebugOutput0("\n");
+        }
+    }).join();
+    EXPECT_EQ(zorDebugSetPrefix(""), 0);
+
+    const std::string written = ::testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(std::regex_match(written, std::regex(R"(\[\d+ first\] \n\[\d+ second\] \n)")))
+        << written;
 }
 
 TEST(OutputTest, WhatIsWrittenWhileTheProcessExitsIsNotLost) {

@@ -9,28 +9,41 @@
 
 namespace zor_debug {
 
-/// Restores errno at its end, and keeps the thread from being cancelled until then: a thread
-/// that a cancellation ends inside write() would never give the output lock back.
-class CallScope {
+/// Restores errno at its end.
+class ErrnoScope {
 public:
-    CallScope() : m_errno(errno) {
-        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
-    }
-    ~CallScope() {
-        int ignored = 0;
-        (void)pthread_setcancelstate(m_cancelState, &ignored);
-        errno = m_errno;
-    }
+    ErrnoScope() : m_errno(errno) {}
+    ~ErrnoScope() { errno = m_errno; }
 
-    CallScope(const CallScope&) = delete;
-    CallScope& operator=(const CallScope&) = delete;
-
-    /// errno as it was when the call began.
-    int callersErrno() const { return m_errno; }
+    ErrnoScope(const ErrnoScope&) = delete;
+    ErrnoScope& operator=(const ErrnoScope&) = delete;
 
 private:
     const int m_errno;
-    int m_cancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+/// Keeps the thread from being cancelled until its end: a thread that a cancellation ends inside
+/// a system call would never give back what it holds.
+class CancellationScope {
+public:
+    CancellationScope() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }
+    ~CancellationScope() {
+        int ignored = 0;
+        (void)pthread_setcancelstate(m_before, &ignored);
+    }
+
+    CancellationScope(const CancellationScope&) = delete;
+    CancellationScope& operator=(const CancellationScope&) = delete;
+
+private:
+    int m_before = PTHREAD_CANCEL_ENABLE;
+};
+
+/// Both.
+class CallScope {
+private:
+    const ErrnoScope m_errno;
+    const CancellationScope m_cancellation;
 };
 
 }  // namespace zor_debug

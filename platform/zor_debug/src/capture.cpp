@@ -2,8 +2,7 @@
 
 #include <sched.h>
 
-#include <atomic>
-
+#include "call_scope.h"
 #include "lock.h"
 #include "thread_state.h"
 
@@ -18,11 +17,10 @@ void* g_context = nullptr;
 
 // Writers announce themselves, then look whether the capture is there; a removal takes it away,
 // then looks for writers. Sequentially consistent, so that one of the two sees the other.
-std::atomic<bool> g_installed{false};
 std::atomic<unsigned> g_writersInside{0};
 
 void retire() {
-    g_installed.store(false);
+    g_isCaptureInstalled.store(false);
     // From inside the capture there is no waiting: it would wait for itself.
     if (t_state.inCapture) return;
     while (g_writersInside.load() != 0) (void)sched_yield();
@@ -30,15 +28,16 @@ void retire() {
 
 }  // namespace
 
-bool captureText(const char* p_text, std::size_t length) {
+bool offerText(std::string_view text) {
     // What a capture writes itself goes to the output, not round in circles.
-    if (!g_installed.load(std::memory_order_relaxed) || t_state.inCapture) return false;
+    if (t_state.inCapture) return false;
+    const CancellationScope scope;
     g_writersInside.fetch_add(1);
-    const bool installed = g_installed.load();
+    const bool installed = g_isCaptureInstalled.load();
     if (installed) {
         t_state.inCapture = true;
         const DebugLevelRecord record = t_state.lastOn;
-        g_capture(g_context, &record, p_text, length);
+        g_capture(g_context, &record, text.data(), text.size());
         t_state.inCapture = false;
     }
     g_writersInside.fetch_sub(1);
@@ -51,7 +50,7 @@ void installCapture(ZorDebugCapture capture, void* p_context) {
     if (capture == nullptr) return;
     g_capture = capture;
     g_context = p_context;
-    g_installed.store(true);
+    g_isCaptureInstalled.store(true);
 }
 
 void removeCapture() {

@@ -3,14 +3,23 @@
 #ifndef ZOR_DEBUG_SRC_CAPTURE_H
 #define ZOR_DEBUG_SRC_CAPTURE_H
 
-#include <cstddef>
+#include <atomic>
+#include <string_view>
 
 #include "zor_debug/zor_debug_control.h"
 
 namespace zor_debug {
 
-/// True when a capture took the text. Any thread.
-bool captureText(const char* p_text, std::size_t length);
+/// Whether there is a capture, as far as a glance can tell.
+inline std::atomic<bool> g_isCaptureInstalled{false};
+
+/// Hands the text, behind which a zero stands, to the capture, if there still is one.
+bool offerText(std::string_view text);
+
+/// True when a capture took the text, behind which a zero stands. Any thread.
+inline bool captureText(std::string_view text) {
+    return g_isCaptureInstalled.load(std::memory_order_relaxed) && offerText(text);
+}
 
 void installCapture(ZorDebugCapture capture, void* p_context);
 void removeCapture();

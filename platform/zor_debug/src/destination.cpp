@@ -1,12 +1,16 @@
 #include "destination.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,12 +51,16 @@ void waitUntilWritable(int descriptor) {
     (void)poll(&wanted, 1, -1);  // Interrupted or not, the write that follows finds out.
 }
 
-void writeAll(int descriptor, const char* p_text, std::size_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(descriptor, p_text, length);
+// As write(), which may cancel the thread and, in a process with threads, pays for it each time.
+ssize_t writeOnce(int descriptor, std::string_view text) {
+    return static_cast<ssize_t>(syscall(SYS_write, descriptor, text.data(), text.size()));
+}
+
+void writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = writeOnce(descriptor, text);
         if (written >= 0) {
-            p_text += written;
-            length -= static_cast<std::size_t>(written);
+            text.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             waitUntilWritable(descriptor);
         } else if (errno != EINTR) {
@@ -112,10 +120,32 @@ bool wantsColours(int descriptor) {
     return p_terminal == nullptr || std::strcmp(p_terminal, "dumb") != 0;
 }
 
-bool isPipeOrSocket(int descriptor) {
+mode_t typeOf(int descriptor) {
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0) return false;
-    return S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
+    return fstat(descriptor, &status) == 0 ? status.st_mode & S_IFMT : 0;
+}
+
+// Whether the file system locks a file before it looks for the end that is appended to. Those that
+// ask a server, or a process, may not.
+bool isLocal(int descriptor) {
+    struct statfs status = {};
+    if (fstatfs(descriptor, &status) != 0) return false;
+    switch (static_cast<std::uint32_t>(status.f_type)) {
+        case NFS_SUPER_MAGIC:
+        case V9FS_MAGIC:
+        case SMB_SUPER_MAGIC:
+        case 0xFF534D42:  // CIFS, which older headers do not name,
+        case 0xFE534D42:  // and SMB 2.
+        case FUSE_SUPER_MAGIC:
+            return false;
+        default:
+            return true;
+    }
+}
+
+bool appendsAtomically(int descriptor, mode_t type) {
+    if (descriptor == STDERR_FILENO || isatty(descriptor) == 1) return false;
+    return type == S_IFCHR || (type == S_IFREG && isLocal(descriptor));
 }
 
 }  // namespace
@@ -149,16 +179,18 @@ void Destination::turnTo(int descriptor) {
     if (m_descriptor > STDERR_FILENO) (void)close(m_descriptor);
     m_descriptor = descriptor;
     m_isColourful = wantsColours(descriptor);
-    m_mayBreak = isPipeOrSocket(descriptor);
+    const mode_t type = typeOf(descriptor);
+    m_mayBreak = type == S_IFIFO || type == S_IFSOCK;
+    m_isAtomic = appendsAtomically(descriptor, type);
 }
 
-void Destination::write(const char* p_text, std::size_t length) {
+void Destination::write(std::string_view text) const {
     if (!m_mayBreak) {
-        writeAll(m_descriptor, p_text, length);
+        writeAll(m_descriptor, text);
         return;
     }
     const PipeSignalGuard guard;
-    writeAll(m_descriptor, p_text, length);
+    writeAll(m_descriptor, text);
 }
 
 }  // namespace zor_debug

@@ -4,12 +4,13 @@
 #define ZOR_DEBUG_SRC_DESTINATION_H
 
 #include <cstddef>
+#include <string_view>
 
 namespace zor_debug {
 
 /// Where the output goes: standard error until told otherwise.
 ///
-/// Constant-initialised and never destroyed. Thread safety: none; the output lock guards it.
+/// Constant-initialised and never destroyed. Thread safety: none; the writer gate guards it.
 class Destination {
 public:
     /// Looks at standard error, which may have been redirected since the process began.
@@ -22,8 +23,14 @@ public:
     /// In a forked child: turns to the child's own file, if the name carries the process id.
     void followFork();
 
-    /// Writes the text whole, as far as the system takes it. Never raises SIGPIPE.
-    void write(const char* p_text, std::size_t length);
+    /// Writes the text whole, as far as the system takes it. Never raises SIGPIPE. May be called by
+    /// several threads at once where isAtomic() says so; without cancellation by then, or with it
+    /// held off.
+    void write(std::string_view text) const;
+
+    /// Whether the system itself keeps texts of several threads apart. Standard error is never
+    /// trusted to: anybody may redirect it to anything.
+    bool isAtomic() const { return m_isAtomic; }
 
     /// Whether it is a terminal that wants colours.
     bool isColourful() const { return m_isColourful; }
@@ -35,6 +42,7 @@ private:
 
     int m_descriptor = 2;
     bool m_isColourful = false;
+    bool m_isAtomic = false;
     bool m_mayBreak = false;            // A pipe or socket, whose reader may go away.
     char m_pathPattern[kMaxPath] = {};  // As it was given; empty for standard error.
 };

@@ -9,14 +9,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+
+#include "writer_gate.h"
 
 namespace zor_debug {
 
-/// Text that grows, in plain memory that may run out. Linked into the list of all buffers.
-/// Guarded by the output lock.
-struct LineBuffer {
-    LineBuffer* p_next = nullptr;
-    LineBuffer* p_previous = nullptr;
+/// Text that grows, in plain memory that may run out. Its thread's, which enters the gate by it,
+/// and that of whoever is alone.
+struct LineBuffer : GateMember {
     pid_t ownerId = 0;
     std::uint16_t level = 0;  // Of the line that is in the making.
     char* p_text = nullptr;
@@ -36,10 +37,12 @@ struct LineBuffer {
     }
 
     /// There must be room.
-    void append(const char* p_more, std::size_t moreLength) {
-        std::memcpy(p_text + length, p_more, moreLength);
-        length += moreLength;
+    void append(std::string_view more) {
+        std::memcpy(p_text + length, more.data(), more.size());
+        length += more.size();
     }
+
+    std::string_view view() const { return std::string_view(p_text, length); }
 
     void removeFront(std::size_t count) {
         std::memmove(p_text, p_text + count, length - count);

@@ -3,8 +3,7 @@
 #include <pthread.h>
 #include <time.h>
 
-#include <cstdio>
-
+#include "appender.h"
 #include "levels.h"
 #include "thread_id.h"
 
@@ -19,39 +18,62 @@ std::string_view colourOf(std::uint16_t level) {
     return "\033[2m";                            // Debug: faint.
 }
 
-// Appends formatted text behind the first @p length bytes and returns the new length.
-std::size_t print(char* p_text, std::size_t length, const char* p_format, ...)
-    __attribute__((format(printf, 3, 4)));
-
-std::size_t print(char* p_text, std::size_t length, const char* p_format, ...) {
-    va_list args;
-    va_start(args, p_format);
-    const int added = std::vsnprintf(p_text + length, kMaxDecoration - length, p_format, args);
-    va_end(args);
-    return added > 0 ? length + static_cast<std::size_t>(added) : length;
+timespec now() {
+    timespec time = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &time);  // Without a clock every line is at 0.
+    return time;
 }
 
-std::size_t printTime(char* p_text, std::size_t length) {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // Without a clock every line is at 0.
-    return print(p_text, length, "[%5lld.%06ld] ", static_cast<long long>(now.tv_sec),
-                 static_cast<long>(now.tv_nsec / 1000));
+void appendTime(Appender* p_out, const timespec& time) {
+    // A one before them makes six digits of the microseconds.
+    char microseconds[7];
+    (void)std::to_chars(microseconds, microseconds + sizeof(microseconds),
+                        static_cast<std::uint32_t>(1000000 + time.tv_nsec / 1000));
+    p_out->character('[');
+    for (time_t limit = 10000; time.tv_sec < limit && limit > 1; limit /= 10) p_out->character(' ');
+    p_out->decimal(time.tv_sec);
+    microseconds[0] = '.';
+    p_out->text(std::string_view(microseconds, sizeof(microseconds)));
+    p_out->text("] ");
 }
 
-std::size_t printThread(char* p_text, std::size_t length) {
+void makeLabel(ThreadLabel* p_label) {
     char name[16] = "";
     (void)pthread_getname_np(pthread_self(), name, sizeof(name));
-    return print(p_text, length, "[%ld %s] ", static_cast<long>(threadId()), name);
+    Appender out(p_label->text, sizeof(p_label->text));
+    out.character('[');
+    out.decimal(threadId());
+    out.character(' ');
+    out.text(name);
+    out.text("] ");
+    p_label->length = out.length();
+}
+
+// Asking the kernel for the name takes longer than all else about a line. A thread is named as it
+// begins, so its first lines always ask; later ones do not ask again within a burst.
+std::string_view threadLabel(const timespec& time) {
+    constexpr std::uint32_t kFirstUses = 32;
+    constexpr std::int64_t kBurst = 50000;
+    ThreadLabel& label = t_state.label;
+    const std::int64_t at = std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+    if (label.useCount < kFirstUses || at - label.madeAt > kBurst) {
+        if (label.useCount < kFirstUses) ++label.useCount;
+        label.madeAt = at;
+        makeLabel(&label);
+    }
+    return std::string_view(label.text, label.length);
 }
 
 }  // namespace
 
 std::size_t beginLine(char* p_text, LinePrefix prefix, bool isColourful, std::uint16_t level) {
-    std::size_t length = 0;
-    if (isColourful) length = colourOf(level).copy(p_text, kMaxDecoration);
-    if (prefix.time) length = printTime(p_text, length);
-    if (prefix.thread) length = printThread(p_text, length);
-    return length;
+    Appender out(p_text, kMaxDecoration);
+    if (isColourful) out.text(colourOf(level));
+    if (prefix.isEmpty()) return out.length();
+    const timespec time = now();
+    if (prefix.time) appendTime(&out, time);
+    if (prefix.thread) out.text(threadLabel(time));
+    return out.length();
 }
 
 std::string_view endOfColour() {

@@ -6,57 +6,65 @@
 #include <new>
 #include <string_view>
 
+#include "call_scope.h"
 #include "destination.h"
+#include "formatted_text.h"
 #include "line_buffer.h"
 #include "line_decoration.h"
-#include "lock.h"
 #include "thread_id.h"
 #include "thread_state.h"
+#include "writer_gate.h"
 
 namespace zor_debug {
 namespace {
 
 constexpr std::size_t kKeptCapacity = 4096;  // A buffer that has grown beyond it is given back.
 
-// Guards all that follows and every LineBuffer. A leaf: nothing is called with it held that
-// takes another lock or comes back here.
-Lock g_outputLock;
+// Beside others, a thread reads what follows, changes its own LineBuffer and writes whole lines;
+// alone, it changes whatever there is. A leaf: nothing is called inside that takes a lock.
+WriterGate g_gate;
 Destination g_destination;
 LinePrefix g_prefix;
-LineBuffer* g_buffers = nullptr;  // Of all threads that have one.
-pid_t g_openLineOwner = 0;        // Whose incomplete line was written last; 0 for none.
-bool g_isExiting = false;         // Nothing is kept back any more.
+pid_t g_openLineOwner = 0;  // Whose incomplete line was written last; 0 for none.
+bool g_isExiting = false;   // Nothing is kept back any more.
 bool g_hasKey = false;
 pthread_key_t g_bufferKey;  // Frees an ending thread's buffer.
 
-// Sends out text of @p owner. An incomplete line that was sent out for another thread is
+// Others may write lines beside each other where the destination keeps them apart, and while there
+// is no incomplete line that the next one must not be glued to.
+bool mayShare() {
+    return g_destination.isAtomic() && g_openLineOwner == 0 && !g_isExiting;
+}
+
+class Alone {
+public:
+    Alone() : m_isEntered(g_gate.enterAlone()) {}
+    ~Alone() { g_gate.leaveAlone(m_isEntered, mayShare()); }
+
+    Alone(const Alone&) = delete;
+    Alone& operator=(const Alone&) = delete;
+
+private:
+    const CancellationScope m_scope;
+    const bool m_isEntered;
+};
+
+// Alone: sends out text of @p owner. An incomplete line that was sent out for another thread is
 // ended first: lines are never glued together.
-void send(const char* p_text, std::size_t length, pid_t owner) {
-    if (length == 0) return;
-    if (g_openLineOwner != 0 && g_openLineOwner != owner) g_destination.write("\n", 1);
-    g_destination.write(p_text, length);
-    g_openLineOwner = p_text[length - 1] == '\n' ? 0 : owner;
-}
-
-void link(LineBuffer* p_buffer) {
-    p_buffer->p_next = g_buffers;
-    if (g_buffers != nullptr) g_buffers->p_previous = p_buffer;
-    g_buffers = p_buffer;
-}
-
-void unlink(LineBuffer* p_buffer) {
-    if (p_buffer->p_previous != nullptr) p_buffer->p_previous->p_next = p_buffer->p_next;
-    if (p_buffer->p_next != nullptr) p_buffer->p_next->p_previous = p_buffer->p_previous;
-    if (g_buffers == p_buffer) g_buffers = p_buffer->p_next;
+void send(std::string_view text, pid_t owner) {
+    if (text.empty()) return;
+    if (g_openLineOwner != 0 && g_openLineOwner != owner) g_destination.write("\n");
+    g_destination.write(text);
+    g_openLineOwner = text.back() == '\n' ? 0 : owner;
 }
 
 void destroy(LineBuffer* p_buffer) {
-    unlink(p_buffer);
+    g_gate.remove(p_buffer);
     std::free(p_buffer->p_text);
     std::free(p_buffer);
 }
 
-// The calling thread's buffer, or null when there is no memory for one or no way to free it.
+// Alone: the calling thread's buffer, or null when there is no memory for one or no way to free it.
 LineBuffer* ownBuffer() {
     if (t_state.p_line != nullptr || !g_hasKey) return t_state.p_line;
     void* p_memory = std::malloc(sizeof(LineBuffer));
@@ -67,7 +75,7 @@ LineBuffer* ownBuffer() {
         return nullptr;
     }
     p_buffer->ownerId = threadId();
-    link(p_buffer);
+    g_gate.add(p_buffer);
     t_state.p_line = p_buffer;
     return p_buffer;
 }
@@ -78,13 +86,14 @@ void appendPiece(LineBuffer* p_buffer, std::string_view piece, bool isLineBegun)
     if (!isLineBegun) {
         p_buffer->level = t_state.lastOn.level;
         char decoration[kMaxDecoration];
-        p_buffer->append(decoration, beginLine(decoration, g_prefix, isColourful, p_buffer->level));
+        p_buffer->append(
+            {decoration, beginLine(decoration, g_prefix, isColourful, p_buffer->level)});
     }
     const bool isLineEnd = piece.back() == '\n';
-    p_buffer->append(piece.data(), piece.size() - (isLineEnd ? 1 : 0));
+    p_buffer->append(piece.substr(0, piece.size() - (isLineEnd ? 1 : 0)));
     if (!isLineEnd) return;
-    if (isColourful) p_buffer->append(endOfColour().data(), endOfColour().size());
-    p_buffer->append("\n", 1);
+    if (isColourful) p_buffer->append(endOfColour());
+    p_buffer->append("\n");
 }
 
 // Appends the text line by line. False when there is no memory; nothing is appended then.
@@ -101,30 +110,72 @@ bool appendText(LineBuffer* p_buffer, std::string_view text) {
     return true;
 }
 
-void sendCompleteLines(LineBuffer* p_buffer) {
-    const std::string_view text(p_buffer->p_text, p_buffer->length);
-    const std::size_t lastEnd = text.rfind('\n');
-    if (lastEnd == std::string_view::npos && !g_isExiting) return;
-    const std::size_t count = g_isExiting ? text.size() : lastEnd + 1;
-    send(p_buffer->p_text, count, p_buffer->ownerId);
+void removeSent(LineBuffer* p_buffer, std::size_t count) {
     p_buffer->removeFront(count);
-    if (p_buffer->length == 0 && p_buffer->capacity > kKeptCapacity) {
-        std::free(p_buffer->p_text);
-        p_buffer->p_text = nullptr;
-        p_buffer->capacity = 0;
+    if (p_buffer->length > 0 || p_buffer->capacity <= kKeptCapacity) return;
+    std::free(p_buffer->p_text);
+    p_buffer->p_text = nullptr;
+    p_buffer->capacity = 0;
+}
+
+// Beside others: writes a text of whole lines without a detour. False when it is none.
+bool writeLines(FormattedText* p_text) {
+    const std::string_view text = p_text->view();
+    if (text.back() != '\n') return false;
+    if (!g_prefix.isEmpty()) {
+        if (text.find('\n') != text.size() - 1) return false;
+        char prefix[kMaxDecoration];
+        const std::size_t length = beginLine(prefix, g_prefix, false, 0);
+        if (!p_text->prepend(std::string_view(prefix, length))) return false;
     }
+    g_destination.write(p_text->view());
+    return true;
+}
+
+// Beside others: false, and nothing done, where that takes to be alone.
+bool writeBesideOthers(FormattedText* p_text, LineBuffer* p_buffer) {
+    if (p_buffer->length == 0 && writeLines(p_text)) return true;
+    if (!appendText(p_buffer, p_text->view())) return false;
+    if (p_text->view().find('\n') == std::string_view::npos) return true;
+    const std::size_t count = p_buffer->view().rfind('\n') + 1;
+    g_destination.write(p_buffer->view().substr(0, count));
+    removeSent(p_buffer, count);
+    return true;
+}
+
+bool isLineBegun() {
+    return t_state.p_line != nullptr && t_state.p_line->length > 0;
 }
 
 bool needsNoBuffer(std::string_view text) {
-    const bool isLineBegun = t_state.p_line != nullptr && t_state.p_line->length > 0;
-    const bool isDecorated = g_prefix.time || g_prefix.thread || g_destination.isColourful();
-    return !isLineBegun && !isDecorated && (text.back() == '\n' || g_isExiting);
+    const bool isDecorated = !g_prefix.isEmpty() || g_destination.isColourful();
+    return !isLineBegun() && !isDecorated && (text.back() == '\n' || g_isExiting);
+}
+
+void writeAlone(std::string_view text) {
+    // From now on this thread can write beside others.
+    if (g_destination.isAtomic()) (void)ownBuffer();
+    if (needsNoBuffer(text)) {
+        send(text, threadId());
+        return;
+    }
+    LineBuffer* p_buffer = ownBuffer();
+    if (p_buffer == nullptr || !appendText(p_buffer, text)) {
+        // Out of memory: a line in two pieces is better than none.
+        if (p_buffer != nullptr) send(p_buffer->view(), p_buffer->ownerId);
+        if (p_buffer != nullptr) p_buffer->length = 0;
+        send(text, threadId());
+        return;
+    }
+    const std::size_t count = g_isExiting ? p_buffer->length : p_buffer->view().rfind('\n') + 1;
+    send(p_buffer->view().substr(0, count), p_buffer->ownerId);
+    removeSent(p_buffer, count);
 }
 
 void onThreadEnd(void* p_buffer) {
-    const Locked locked(g_outputLock);
+    const Alone alone;
     auto* p_line = static_cast<LineBuffer*>(p_buffer);
-    send(p_line->p_text, p_line->length, p_line->ownerId);
+    send(p_line->view(), p_line->ownerId);
     destroy(p_line);
     // Another thread-specific destructor may still write and then gets a new buffer.
     t_state.p_line = nullptr;
@@ -132,9 +183,11 @@ void onThreadEnd(void* p_buffer) {
 
 // Sends what is kept back; from here on the process's last words go out as they come.
 __attribute__((destructor)) void onProcessExit() {
-    const Locked locked(g_outputLock);
-    for (LineBuffer* p_line = g_buffers; p_line != nullptr; p_line = p_line->p_next) {
-        send(p_line->p_text, p_line->length, p_line->ownerId);
+    const Alone alone;
+    for (GateMember* p_member = g_gate.members(); p_member != nullptr;
+         p_member = p_member->p_next) {
+        auto* p_line = static_cast<LineBuffer*>(p_member);
+        send(p_line->view(), p_line->ownerId);
         p_line->length = 0;
     }
     g_isExiting = true;
@@ -142,42 +195,35 @@ __attribute__((destructor)) void onProcessExit() {
 
 }  // namespace
 
-void writeText(const char* p_text, std::size_t length) {
-    if (length == 0) return;
-    const std::string_view text(p_text, length);
-    const Locked locked(g_outputLock);
-    if (needsNoBuffer(text)) {
-        send(p_text, length, threadId());
-        return;
+void writeText(FormattedText* p_text) {
+    if (p_text->view().empty()) return;
+    LineBuffer* p_buffer = t_state.p_line;
+    if (p_buffer != nullptr && g_gate.tryEnter(p_buffer)) {
+        const bool isWritten = writeBesideOthers(p_text, p_buffer);
+        g_gate.leave(p_buffer);
+        if (isWritten) return;
     }
-    LineBuffer* p_buffer = ownBuffer();
-    if (p_buffer == nullptr || !appendText(p_buffer, text)) {
-        // Out of memory: a line in two pieces is better than none.
-        if (p_buffer != nullptr) send(p_buffer->p_text, p_buffer->length, p_buffer->ownerId);
-        if (p_buffer != nullptr) p_buffer->length = 0;
-        send(p_text, length, threadId());
-        return;
-    }
-    sendCompleteLines(p_buffer);
+    const Alone alone;
+    writeAlone(p_text->view());
 }
 
 void writeOwnLine(const char* p_line) {
-    const Locked locked(g_outputLock);
-    send(p_line, std::strlen(p_line), threadId());
+    const Alone alone;
+    send(p_line, threadId());
 }
 
 void setPrefix(LinePrefix prefix) {
-    const Locked locked(g_outputLock);
+    const Alone alone;
     g_prefix = prefix;
 }
 
 void turnToStandardError() {
-    const Locked locked(g_outputLock);
+    const Alone alone;
     g_destination.useStandardError();
 }
 
 bool turnToFile(const char* p_path) {
-    const Locked locked(g_outputLock);
+    const Alone alone;
     return g_destination.useFile(p_path);
 }
 
@@ -186,18 +232,19 @@ void prepareLineWriter() {
 }
 
 void lockLineWriter() {
-    (void)pthread_mutex_lock(&g_outputLock.mutex);
+    (void)g_gate.enterAlone();
 }
 
 void unlockLineWriter() {
-    (void)pthread_mutex_unlock(&g_outputLock.mutex);
+    g_gate.leaveAlone(true, mayShare());
 }
 
 void resetLineWriterAfterFork() {
     if (t_state.p_line != nullptr) (void)pthread_setspecific(g_bufferKey, nullptr);
-    while (g_buffers != nullptr) destroy(g_buffers);
+    while (g_gate.members() != nullptr) destroy(static_cast<LineBuffer*>(g_gate.members()));
     t_state.p_line = nullptr;
     t_state.id = 0;
+    t_state.label = {};
     g_openLineOwner = 0;
     g_destination.followFork();
 }

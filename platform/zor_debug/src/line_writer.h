@@ -3,22 +3,24 @@
 #ifndef ZOR_DEBUG_SRC_LINE_WRITER_H
 #define ZOR_DEBUG_SRC_LINE_WRITER_H
 
-#include <cstddef>
-
 namespace zor_debug {
 
 /// What stands before each line.
 struct LinePrefix {
     bool time = false;
     bool thread = false;
+
+    bool isEmpty() const { return !time && !thread; }
 };
 
-/// Adds @p p_text to the calling thread's line, and writes what lines it completes. A thread's
-/// incomplete line is kept back, so that no other line lands in it, until the thread completes
-/// it or ends, or the process exits.
+class FormattedText;
+
+/// Adds @p p_text, which is used up, to the calling thread's line, and writes what lines it
+/// completes. A thread's incomplete line is kept back, so that no other line lands in it, until the
+/// thread completes it or ends, or the process exits.
 ///
 /// The functions below may be called from any thread at any time.
-void writeText(const char* p_text, std::size_t length);
+void writeText(FormattedText* p_text);
 
 /// Writes a line of the library's own, which ends in a line end, without prefix.
 void writeOwnLine(const char* p_line);

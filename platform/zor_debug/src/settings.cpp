@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +23,6 @@ constexpr const char* kFileVariable = "ZOR_DEBUG_FILE";
 constexpr const char* kPrefixVariable = "ZOR_DEBUG_PREFIX";
 
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
-std::atomic<bool> g_isRead{false};
 Lock g_levelsLock;  // One change of the levels at a time.
 
 bool isEmpty(const char* p_text) {
@@ -105,13 +103,12 @@ void readEnvironment() {
     readFile(secure_getenv(kFileVariable));
     readPrefix(std::getenv(kPrefixVariable));
     readLevels(std::getenv(kLevelsVariable));
-    g_isRead.store(true, std::memory_order_release);
+    g_isEnvironmentRead.store(true, std::memory_order_release);
 }
 
 }  // namespace
 
-void ensureSettings() {
-    if (g_isRead.load(std::memory_order_acquire)) return;
+void readEnvironmentOnce() {
     const CallScope scope;
     (void)pthread_once(&g_once, readEnvironment);
 }

@@ -3,11 +3,20 @@
 #ifndef ZOR_DEBUG_SRC_SETTINGS_H
 #define ZOR_DEBUG_SRC_SETTINGS_H
 
+#include <atomic>
+
 namespace zor_debug {
+
+/// Set once the environment has been read.
+inline std::atomic<bool> g_isEnvironmentRead{false};
+
+void readEnvironmentOnce();
 
 /// Reads the environment on the process's first call, and returns when it has been read. Any
 /// thread. Keeps errno.
-void ensureSettings();
+inline void ensureSettings() {
+    if (!g_isEnvironmentRead.load(std::memory_order_acquire)) readEnvironmentOnce();
+}
 
 /// Put a setting into force; see the control functions of the same purpose. False, and nothing
 /// changed, when it makes no sense. Null or "" is the default.

@@ -5,19 +5,31 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+#include <cstdint>
+
 #include "zor_debug/zor_debug.h"
 
 namespace zor_debug {
 
 struct LineBuffer;
 
+/// The thread's part of a line's prefix, as it was last made.
+struct ThreadLabel {
+    char text[32];
+    std::size_t length;
+    std::uint32_t useCount;  // Of the uses at the thread's beginning.
+    std::int64_t madeAt;     // In nanoseconds of the monotonic clock.
+};
+
 /// Plain data that starts as zeros, so that it is there before a thread's first constructor
 /// and after its last destructor.
 struct ThreadState {
     DebugLevelRecord lastOn;  // The record last found on: the level of what is written next.
-    LineBuffer* p_line;       // Guarded by the output lock.
+    LineBuffer* p_line;       // Guarded by the writer gate.
     pid_t id;                 // Kernel thread id; 0 until asked for.
     bool inCapture;
+    ThreadLabel label;
 };
 
 inline thread_local ThreadState t_state;

@@ -3,6 +3,8 @@
 #ifndef BASE_LOGGING_BLOG_H
 #define BASE_LOGGING_BLOG_H
 
+#include <cstring>
+
 #include "base/logging/entry_points.h"
 #include "base/logging/log_level.h"
 #include "zor_debug/zor_debug.h"
@@ -33,7 +35,7 @@
     do {                                                                                \
         if (::tevalon::base::isLogOn(level)) {                                          \
             ::zorDebugOutput0("[%s] %s:%d:%s(): " TEVALON_LOG_FORMAT(__VA_ARGS__), tag, \
-                              ::blog_base_name(file), line,                             \
+                              ::tevalon::base::internal::baseName(file), line,          \
                               function TEVALON_LOG_ARGUMENTS(__VA_ARGS__));             \
         }                                                                               \
     } while (false)
@@ -42,6 +44,16 @@
 #define BLOG_EXCEPTION_AT(tag, file, line, function, error)        \
     BLOG_AT(tag, ::tevalon::base::kLogError, file, line, function, \
             "An runtime_error has been caught:%s.\n", (error).what())
+
+namespace tevalon::base::internal {
+
+/// blog_base_name() where the compiler sees it: of a literal nothing is left to be done.
+inline const char* baseName(const char* path) {
+    const char* lastSlash = std::strrchr(path, '/');
+    return lastSlash != nullptr ? lastSlash + 1 : path;
+}
+
+}  // namespace tevalon::base::internal
 
 // The line's own arguments stand between the format and the message's arguments, so the two
 // are taken apart; in standard C++17, because `, ##__VA_ARGS__` warns in a pedantic client.

@@ -4,6 +4,7 @@
 #define BASE_LOGGING_FUNCTION_TRACER_H
 
 #include "base/export.h"
+#include "base/logging/log_level.h"
 
 namespace tevalon::base {
 
@@ -12,15 +13,24 @@ namespace tevalon::base {
 ///
 /// The strings are not copied and must outlive the tracer; null is shown as "". The file is
 /// shown as given, with its folders. Belongs to one thread.
-class TEVALON_BASE_EXPORT FunctionTracer {
+class FunctionTracer {
 public:
-    FunctionTracer(const char* function, const char* file, int line);
-    ~FunctionTracer();
+    FunctionTracer(const char* function, const char* file, int line)
+        : m_function(function), m_file(file), m_line(line) {
+        if (isLogOn(kLogDebug)) writeIn();
+    }
+    ~FunctionTracer() {
+        if (isLogOn(kLogDebug)) writeOut();
+    }
 
     FunctionTracer(const FunctionTracer&) = delete;
     FunctionTracer& operator=(const FunctionTracer&) = delete;
 
 private:
+    // Out of line: a trace that is off costs its function two calls and no code beside them.
+    TEVALON_BASE_EXPORT void writeIn() const;
+    TEVALON_BASE_EXPORT void writeOut() const;
+
     const char* m_function;
     const char* m_file;
     int m_line;

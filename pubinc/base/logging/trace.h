@@ -14,12 +14,12 @@
         __func__, __FILE__, __LINE__)
 
 /// Writes "[TRACE] file:line signature" if the debug level is on.
-#define BLOG_TRACE_POINT()                                                                \
-    do {                                                                                  \
-        if (::tevalon::base::isLogOn(::tevalon::base::kLogDebug)) {                       \
-            ::zorDebugOutput0("[TRACE] %s:%d:%s\n", ::blog_base_name(__FILE__), __LINE__, \
-                              __PRETTY_FUNCTION__);                                       \
-        }                                                                                 \
+#define BLOG_TRACE_POINT()                                                                         \
+    do {                                                                                           \
+        if (::tevalon::base::isLogOn(::tevalon::base::kLogDebug)) {                                \
+            ::zorDebugOutput0("[TRACE] %s:%d:%s\n", ::tevalon::base::internal::baseName(__FILE__), \
+                              __LINE__, __PRETTY_FUNCTION__);                                      \
+        }                                                                                          \
     } while (false)
 
 namespace tevalon::base::internal {

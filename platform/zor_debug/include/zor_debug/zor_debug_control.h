@@ -46,7 +46,9 @@ ZOR_DEBUG_EXPORT int zorDebugSetFile(const char* p_path);
 /** Sets what stands at the beginning of each output line.
  *
  *  @param p_text  "time" (monotonic seconds), "thread" (its id and name) or both, separated
- *                 by a comma; shown in this order. Null or "": nothing. Not kept.
+ *                 by a comma; shown in this order. Null or "": nothing. Not kept. The name is
+ *                 looked up for each of a thread's first lines; later, in a burst of lines, it
+ *                 may be up to 50 microseconds old.
  *  @return 0, or -1 when the text makes no sense; then nothing is changed or reported. */
 ZOR_DEBUG_EXPORT int zorDebugSetPrefix(const char* p_text);
 
