@@ -15,18 +15,19 @@
 #include <isa-l/crc64.h>
 #endif
 
+namespace bench {
 namespace {
 
 using tevalon::base::utils::CheckSum;
 
 template <typename Sum>
-void sumSamples(benchmark::State& state, Sum sum) {
-    const std::vector<unsigned char> bytes = sampleBytes(state);
-    for (auto _ : state) benchmark::DoNotOptimize(sum(bytes.data(), bytes.size()));
-    countBytes(state);
+void addSumRows(const std::string& task, const char* peer, Sum sum) {
+    addSampleRows(task, peer, [sum](const std::vector<unsigned char>& bytes) {
+        benchmark::DoNotOptimize(sum(bytes.data(), bytes.size()));
+    });
 }
 
-// ---- each of ours, beside its plain byte table, at full optimisation in this very file ----
+// ---- ours ----
 
 template <typename Register, unsigned kWidth, std::uint64_t kPolynomial, bool kReflected>
 struct ByteTable {
@@ -69,74 +70,64 @@ constexpr ByteTable<std::uint16_t, 16, 0x8408, true> kTableKermit;
 constexpr ByteTable<std::uint32_t, 32, 0xEDB88320, true> kTable32;
 constexpr ByteTable<std::uint64_t, 64, 0x42F0E1EBA9EA3693, false> kTable64;
 
-#define OURS(name, function)                                                   \
-    void name##Ours(benchmark::State& state) {                                 \
-        sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) {    \
-            return CheckSum().function(p_bytes, static_cast<unsigned int>(n)); \
-        });                                                                    \
-    }                                                                          \
-    BENCHMARK(name##Ours)->Apply(sampleSizes)
+// A member of CheckSum as a callable.
+template <typename Register, typename Length>
+auto ours(Register (CheckSum::*p_sum)(const unsigned char*, Length)) {
+    return [p_sum](const unsigned char* p_bytes, std::size_t length) {
+        return (CheckSum().*p_sum)(p_bytes, static_cast<Length>(length));
+    };
+}
 
-#define BYTE_TABLE(name, table)                                             \
-    void name##ByteTable(benchmark::State& state) {                         \
-        sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) { \
-            return table.sum(p_bytes, n, 0);                                \
-        });                                                                 \
-    }                                                                       \
-    BENCHMARK(name##ByteTable)->Apply(sampleSizes)
+// Each beside its byte table, at full optimisation in this very file.
+template <typename Sum, typename Table>
+void addRowsBesideTable(const std::string& task, Sum sum, const Table* p_table) {
+    addSumRows(task, kOurs, ours(sum));
+    addSumRows(task, kPlain, [p_table](const unsigned char* p_bytes, std::size_t length) {
+        return p_table->sum(p_bytes, length, 0);
+    });
+}
 
-OURS(Crc8, crc_8);
-BYTE_TABLE(Crc8, kTable8);
-OURS(Crc16, crc_16);
-BYTE_TABLE(Crc16, kTable16);
-OURS(CrcXmodem, crc_xmodem);
-BYTE_TABLE(CrcXmodem, kTableCcitt);
-OURS(CrcDnp, crc_dnp);
-BYTE_TABLE(CrcDnp, kTableDnp);
-OURS(CrcKermit, crc_kermit);
-BYTE_TABLE(CrcKermit, kTableKermit);
-OURS(Crc32, crc_32);
-BYTE_TABLE(Crc32, kTable32);
-OURS(Crc64, crc_64_ecma);
-BYTE_TABLE(Crc64, kTable64);
-OURS(CrcSick, crc_sick);  // Has no table to stand beside.
+void addOurRows() {
+    addRowsBesideTable("crc8", &CheckSum::crc_8, &kTable8);
+    addRowsBesideTable("crc16", &CheckSum::crc_16, &kTable16);
+    addRowsBesideTable("crc_xmodem", &CheckSum::crc_xmodem, &kTableCcitt);
+    addRowsBesideTable("crc_dnp", &CheckSum::crc_dnp, &kTableDnp);
+    addRowsBesideTable("crc_kermit", &CheckSum::crc_kermit, &kTableKermit);
+    addRowsBesideTable("crc32", &CheckSum::crc_32, &kTable32);
+    addRowsBesideTable("crc64", &CheckSum::crc_64_ecma, &kTable64);
+    addSumRows("crc_sick", kOurs, ours(&CheckSum::crc_sick));  // Has no table to stand beside.
+}
 
 // ---- the peers ----
 
+void addPeerRows() {
 #ifdef HAVE_ZLIB
-void Crc32Zlib(benchmark::State& state) {
-    sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) {
+    addSumRows("crc32", "zlib", [](const unsigned char* p_bytes, std::size_t n) {
         return crc32(0, p_bytes, static_cast<unsigned int>(n));
     });
-}
-BENCHMARK(Crc32Zlib)->Apply(sampleSizes);
 #endif
-
 #ifdef HAVE_BOOST
-void Crc32Boost(benchmark::State& state) {
-    sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) {
+    addSumRows("crc32", "Boost.CRC", [](const unsigned char* p_bytes, std::size_t n) {
         boost::crc_32_type crc;
         crc.process_bytes(p_bytes, n);
         return crc.checksum();
     });
-}
-BENCHMARK(Crc32Boost)->Apply(sampleSizes);
 #endif
-
 #ifdef HAVE_ISAL
-void Crc32Isal(benchmark::State& state) {
-    sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) {
+    addSumRows("crc32", "ISA-L", [](const unsigned char* p_bytes, std::size_t n) {
         return crc32_gzip_refl(0, p_bytes, n);
     });
-}
-BENCHMARK(Crc32Isal)->Apply(sampleSizes);
-
-void Crc64Isal(benchmark::State& state) {
-    sumSamples(state, [](const unsigned char* p_bytes, std::size_t n) {
+    addSumRows("crc64", "ISA-L", [](const unsigned char* p_bytes, std::size_t n) {
         return crc64_ecma_norm(0, p_bytes, n);
     });
-}
-BENCHMARK(Crc64Isal)->Apply(sampleSizes);
 #endif
+}
+
+const bool s_areRowsAdded = [] {
+    addOurRows();
+    addPeerRows();
+    return true;
+}();
 
 }  // namespace
+}  // namespace bench

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "base/container.h"
+#include "support/rows.h"
 
 #ifdef HAVE_QT
 #include <QString>
@@ -17,6 +18,7 @@
 #include <glib-object.h>
 #endif
 
+namespace bench {
 namespace {
 
 using tevalon::base::container::CommonValue;
@@ -62,23 +64,15 @@ void convert(benchmark::State& state, Convert convertOne) {
     }
 }
 
-#define FOUR_OF(peer, Value, toInt, toText)              \
-    void ValueConstruct##peer(benchmark::State& state) { \
-        construct<Value>(state);                         \
-    }                                                    \
-    void ValueCopy##peer(benchmark::State& state) {      \
-        copy<Value>(state);                              \
-    }                                                    \
-    void ValueToInt##peer(benchmark::State& state) {     \
-        convert<Value>(state, toInt);                    \
-    }                                                    \
-    void ValueToText##peer(benchmark::State& state) {    \
-        convert<Value>(state, toText);                   \
-    }                                                    \
-    BENCHMARK(ValueConstruct##peer);                     \
-    BENCHMARK(ValueCopy##peer);                          \
-    BENCHMARK(ValueToInt##peer);                         \
-    BENCHMARK(ValueToText##peer)
+template <typename Value, typename ToInt, typename ToText>
+void addValueRows(const char* peer, ToInt toInt, ToText toText) {
+    addRow("values/construct", peer, construct<Value>);
+    addRow("values/copy", peer, copy<Value>);
+    addRow("values/to_int", peer,
+           [toInt](benchmark::State& state) { convert<Value>(state, toInt); });
+    addRow("values/to_text", peer,
+           [toText](benchmark::State& state) { convert<Value>(state, toText); });
+}
 
 int oursToInt(const CommonValue& value) {
     return value;
@@ -86,7 +80,6 @@ int oursToInt(const CommonValue& value) {
 std::string oursToText(const CommonValue& value) {
     return value.convertToStringType();
 }
-FOUR_OF(Ours, CommonValue, oursToInt, oursToText);
 
 using Variant = std::variant<int, unsigned, short, unsigned short, long long, unsigned long long,
                              bool, float, double, std::string>;
@@ -111,7 +104,6 @@ int variantToInt(const Variant& value) {
 std::string variantToText(const Variant& value) {
     return std::visit(ToText(), value);
 }
-FOUR_OF(StdVariant, Variant, variantToInt, variantToText);
 
 #ifdef HAVE_QT
 int qtToInt(const QVariant& value) {
@@ -120,7 +112,6 @@ int qtToInt(const QVariant& value) {
 QString qtToText(const QVariant& value) {
     return value.toString();
 }
-FOUR_OF(QVariant, QVariant, qtToInt, qtToText);
 #endif
 
 #ifdef HAVE_POCO
@@ -130,7 +121,6 @@ int pocoToInt(const Poco::Dynamic::Var& value) {
 std::string pocoToText(const Poco::Dynamic::Var& value) {
     return value.toString();
 }
-FOUR_OF(PocoVar, Poco::Dynamic::Var, pocoToInt, pocoToText);
 #endif
 
 #ifdef HAVE_GOBJECT
@@ -168,7 +158,22 @@ int gobjectToInt(const GObjectValue& value) {
 std::string gobjectToText(const GObjectValue& value) {
     return value.toText();
 }
-FOUR_OF(GValue, GObjectValue, gobjectToInt, gobjectToText);
 #endif
 
+const bool s_areRowsAdded = [] {
+    addValueRows<CommonValue>(kOurs, oursToInt, oursToText);
+    addValueRows<Variant>("std::variant", variantToInt, variantToText);
+#ifdef HAVE_QT
+    addValueRows<QVariant>("Qt", qtToInt, qtToText);
+#endif
+#ifdef HAVE_POCO
+    addValueRows<Poco::Dynamic::Var>("POCO", pocoToInt, pocoToText);
+#endif
+#ifdef HAVE_GOBJECT
+    addValueRows<GObjectValue>("GLib", gobjectToInt, gobjectToText);
+#endif
+    return true;
+}();
+
 }  // namespace
+}  // namespace bench

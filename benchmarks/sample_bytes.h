@@ -6,11 +6,24 @@
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <vector>
 
-/// As many bytes as the benchmark's argument says, none of them special.
-inline std::vector<unsigned char> sampleBytes(const benchmark::State& state) {
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(state.range(0)));
+#include "support/rows.h"
+
+namespace bench {
+
+/// What is hashed: 64 bytes, 4 KiB and 1 MiB.
+struct SampleSize {
+    const char* name;
+    std::size_t bytes;
+};
+inline constexpr SampleSize kSampleSizes[] = {{"64_B", 64}, {"4_KiB", 4096}, {"1_MiB", 1U << 20}};
+
+/// So many bytes, none of them special.
+inline std::vector<unsigned char> sampleBytes(std::size_t size) {
+    std::vector<unsigned char> bytes(size);
     unsigned int next = 1;
     for (unsigned char& byte : bytes) {
         next = next * 1664525U + 1013904223U;
@@ -19,13 +32,21 @@ inline std::vector<unsigned char> sampleBytes(const benchmark::State& state) {
     return bytes;
 }
 
-inline void countBytes(benchmark::State& state) {
-    state.SetBytesProcessed(static_cast<long>(state.iterations()) * state.range(0));
+/// Adds the rows "task/size/peer", for each size one; an iteration is one call of @p process with
+/// the bytes.
+template <typename Process>
+void addSampleRows(const std::string& task, const char* peer, Process process) {
+    for (const SampleSize& size : kSampleSizes) {
+        const auto run = [=](benchmark::State& state) {
+            const std::vector<unsigned char> bytes = sampleBytes(size.bytes);
+            for (auto _ : state) process(bytes);
+            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                                    static_cast<std::int64_t>(size.bytes));
+        };
+        addRow(task + '/' + size.name, peer, run);
+    }
 }
 
-/// 64 bytes, 4 KiB and 1 MiB.
-inline void sampleSizes(benchmark::internal::Benchmark* p_benchmark) {
-    p_benchmark->Arg(64)->Arg(4096)->Arg(1 << 20);
-}
+}  // namespace bench
 
 #endif  // BENCHMARKS_SAMPLE_BYTES_H

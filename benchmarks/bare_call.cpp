@@ -1,0 +1,5 @@
+#include "bare_call.h"
+
+int bareCall(const void*) {
+    return 0;
+}
