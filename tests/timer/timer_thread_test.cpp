@@ -427,8 +427,11 @@ TEST_F(TimerThreadTest, TheWallClockIsNotLookedAt) {
         test::When().anyThread().everyTime());
     test::CountCalls waits(test::Call::PthreadCondTimedwait, test::When().anyThread());
 
-    m_thread.postTask(numbered(1, 0.0), 30);
-    m_thread.postTask(numbered(2, 0.0), 1);
+    ASSERT_TRUE(m_holder.hold(m_thread));
+    const double now = monotonicNow();
+    m_thread.postTask(numbered(1, now + 0.03));
+    m_thread.postTask(numbered(2, now + 0.001));
+    m_holder.letGo();
 
     EXPECT_TRUE(m_fires.waitFor(2));
     EXPECT_EQ(m_fires.fired(), (std::vector<int>{2, 1}));
