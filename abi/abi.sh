@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # abi.sh check|renew BUILD ARCHITECTURE: compares what the built libraries export, and the layout
-# behind it, with what is recorded here for that architecture; or records it anew.
+# behind it, with what is recorded here for that architecture, and how they are linked; or records
+# anew.
 set -euo pipefail
 
 abi=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -42,6 +43,23 @@ check_description() {
     return 1
 }
 
+# How a shared library of ours is linked: loaded for good and bound at once, with nothing writable
+# or executable that need not be.
+check_linking() {
+    local library=$1 headers expected
+    headers=$(readelf --wide --dynamic --program-headers "$library")
+    for expected in 'FLAGS_1.*NOW' 'FLAGS_1.*NODELETE' GNU_RELRO 'GNU_STACK.* RW '; do
+        grep -q "$expected" <<<"$headers" || {
+            echo "abi: ${library##*/} is not linked as it has to be: no '$expected' ($architecture)." >&2
+            return 1
+        }
+    done
+    ! grep TEXTREL <<<"$headers" || {
+        echo "abi: ${library##*/} has text relocations ($architecture)." >&2
+        return 1
+    }
+}
+
 base=$build/libtevalon-base.so
 zor_debug=$build/platform/zor_debug/libzor-debug.so
 case $way in
@@ -50,6 +68,8 @@ case $way in
         check_symbols "$base" "$abi/tevalon-base.$architecture.symbols" || same=false
         check_symbols "$zor_debug" "$abi/zor-debug.symbols" || same=false
         check_description "$base" || same=false
+        check_linking "$base" || same=false
+        check_linking "$zor_debug" || same=false
         $same
         ;;
     renew)

@@ -20,7 +20,7 @@ if(NOT Atomics_ARE_NATIVE)
 endif()
 
 if(Atomics_ARE_NATIVE OR Atomics_ARE_IN_LIBATOMIC)
-    set(Atomics_USABLE ON)
+    set(Atomics_USABLE TRUE)
 endif()
 find_package_handle_standard_args(Atomics REQUIRED_VARS Atomics_USABLE)
 

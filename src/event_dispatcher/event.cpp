@@ -41,11 +41,11 @@ BrowserEvent::BrowserEvent(std::int32_t srcModule_, std::int32_t eventType_, Eve
 
 BrowserEvent::~BrowserEvent() {
     delete param;
-    if (WaitObjects* const p_objects = waitObjects()) {
-        p_objects->release();
-    } else {
+    if (!m_hasWaitObjects) {
         delete waitResultMtx;
         delete waitResultCv;
+    } else if (WaitObjects* const p_objects = waitObjects()) {
+        p_objects->release();
     }
 }
 

@@ -43,7 +43,7 @@ public:
             p_last = listed.p_hub;
         }
         // The last one takes the event itself; mostly it is the only one.
-        return p_last == nullptr ? -1 : p_last->takeEvent(std::move(event));
+        return p_last == nullptr ? -1 : p_last->acceptEvent(std::move(event));
     }
 
 private:

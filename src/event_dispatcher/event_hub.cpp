@@ -69,10 +69,10 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
 }
 
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
-    return takeEvent(std::move(event));
+    return acceptEvent(std::move(event));
 }
 
-std::int32_t EventHub::takeEvent(std::shared_ptr<BrowserEvent>&& event) {
+std::int32_t EventHub::acceptEvent(std::shared_ptr<BrowserEvent>&& event) {
     if (m_impl == nullptr) {
         BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "receiveEvent", "m_impl is NULL.\n");
         return -1;
