@@ -155,26 +155,45 @@ public:
     ~CountCalls() { stop(); }
 };
 
+/// Hands an action to the threads that run it, and back to who made it: also for the eyes of the
+/// thread sanitizer, which does not look into the test support.
+class Handover {
+public:
+    void give() { m_isGiven.store(true, std::memory_order_release); }
+    [[nodiscard]] bool isGiven() const { return m_isGiven.load(std::memory_order_acquire); }
+    void giveBack() { m_returns.fetch_add(1, std::memory_order_release); }
+    void takeBack() { (void)m_returns.load(std::memory_order_acquire); }
+
+private:
+    std::atomic<bool> m_isGiven{false};
+    std::atomic<unsigned> m_returns{0};
+};
+
 /// Has the calling thread run @p action just before the call is made. The calls that the
 /// action makes itself are passed on untouched.
 class RunAtCall : public Intervention {
 public:
     RunAtCall(Call call, std::function<void()> action, const When& when = When())
         : Intervention(call, when), m_action(std::move(action)) {
-        m_ready.store(true, std::memory_order_release);
+        m_handover.give();
         startRunning(&RunAtCall::run, this);
     }
-    ~RunAtCall() { stop(); }
+    ~RunAtCall() {
+        stop();
+        m_handover.takeBack();
+    }
 
 private:
     static bool run(void* p_self, void*, void* const*) {
         auto* const self = static_cast<RunAtCall*>(p_self);
-        if (self->m_ready.load(std::memory_order_acquire)) self->m_action();
+        if (!self->m_handover.isGiven()) return false;
+        self->m_action();
+        self->m_handover.giveBack();
         return false;
     }
 
     const std::function<void()> m_action;
-    std::atomic<bool> m_ready{false};  // Hands m_action to threads that run already.
+    Handover m_handover;
 };
 
 template <typename Signature>
@@ -188,17 +207,21 @@ public:
     ReplaceCall(Call call, std::function<Result(Arguments...)> replacement,
                 const When& when = When().everyTime())
         : Intervention(call, when), m_replacement(std::move(replacement)) {
-        m_ready.store(true, std::memory_order_release);
+        m_handover.give();
         startRunning(&ReplaceCall::run, this);
     }
-    ~ReplaceCall() { stop(); }
+    ~ReplaceCall() {
+        stop();
+        m_handover.takeBack();
+    }
 
 private:
     static bool run(void* p_self, void* p_result, void* const* pp_arguments) {
         auto* const self = static_cast<ReplaceCall*>(p_self);
-        if (!self->m_ready.load(std::memory_order_acquire)) return false;
+        if (!self->m_handover.isGiven()) return false;
         *static_cast<Result*>(p_result) =
             self->callWith(pp_arguments, std::index_sequence_for<Arguments...>());
+        self->m_handover.giveBack();
         return true;
     }
 
@@ -208,7 +231,7 @@ private:
     }
 
     const std::function<Result(Arguments...)> m_replacement;
-    std::atomic<bool> m_ready{false};  // Hands m_replacement to threads that run already.
+    Handover m_handover;
 };
 
 /// While it lives, the calls of its thread are passed on untouched and uncounted. For what the
