@@ -38,6 +38,8 @@ public:
     std::int32_t registerHandler(std::int32_t srcModule, std::int32_t eventType, Handler handler);
     /// The handler of @p key may be empty; it is not looked at.
     bool handlerExists(const InnerHandler_t& key);
+    /// Queues @p event and returns 0; leaves it to the caller, and returns -1, when no handler
+    /// takes it or it is null.
     std::int32_t receiveEvent(std::shared_ptr<BrowserEvent>&& event);
     void onUnregistered();
 

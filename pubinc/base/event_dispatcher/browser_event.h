@@ -60,7 +60,8 @@ public:
 
     std::int32_t srcModule;  ///< The module whose hub made the event.
     std::int32_t eventType;
-    EventParam* param;                      ///< Owned; may be null.
+    EventParam* param;  ///< Owned; may be null.
+    // Made and freed together by the event: not to be replaced once it is armed.
     std::mutex* waitResultMtx;              ///< Owned; null until armed.
     std::condition_variable* waitResultCv;  ///< Owned; null until armed.
     // Atomic for the event that was never armed: the handlers of several hubs may then reply
