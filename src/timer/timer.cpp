@@ -317,26 +317,27 @@ int TimerImpl::start() {
         BLOG(kLogError, "Fail to start timer:'%s'.\n", m_name.c_str());
         return -1;
     }
-    m_needStop = false;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_isRunning = false;
+    m_needStop.store(false, std::memory_order_release);
+    m_isRunning.store(false, std::memory_order_release);  // Nobody is told: a stop waits on.
     return 0;
 }
 
 int TimerImpl::stop() {
     BLOG(kLogDebug, "Will stop timer:'%s'.\n", m_name.c_str());
-    m_needStop = true;
+    m_needStop.store(true, std::memory_order_release);
     BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_cond.wait(lock, [this] { return !m_isRunning; });
-    }
+    if (m_isRunning) waitForRun();
     BLOG(kLogAlways, "After wait timer:'%s' stop.\n", m_name.c_str());
     return 0;
 }
 
+void TimerImpl::waitForRun() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_cond.wait(lock, [this] { return !m_isRunning; });
+}
+
 int TimerImpl::stopNoBlock() {
-    m_needStop = true;
+    m_needStop.store(true, std::memory_order_release);
     return 0;
 }
 
@@ -381,7 +382,7 @@ int TimerImpl::caculateExpiredTime() {
         BLOG(kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error, strerror(error));
         return -1;
     }
-    m_expiredTime = after(now, timeout());
+    m_expiredTime.store(after(now, timeout()), std::memory_order_release);
     return 0;
 }
 
@@ -481,8 +482,9 @@ int Timer::start() {
     }
     const std::lock_guard<std::mutex> lock(g_timerMutex);
     if (m_impl->isStarted()) return 0;  // Another thread was faster.
-    m_impl->setStarted(true);
-    return InsterTimer(m_impl, true);
+    const int result = InsterTimer(m_impl, true);
+    m_impl->setStarted(true);  // Not where there was no memory to insert it.
+    return result;
 }
 
 int Timer::stop() {

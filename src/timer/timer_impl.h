@@ -56,7 +56,7 @@ public:
     bool needStop() const { return m_needStop; }
 
     // With the scheduler's mutex held: both change together, so that what is started is listed.
-    void setStarted(bool isStarted) { m_isStarted = isStarted; }
+    void setStarted(bool isStarted) { m_isStarted.store(isStarted, std::memory_order_release); }
     TimerList::Place& place() { return m_place; }
 
 private:
@@ -64,6 +64,7 @@ private:
     bool refusesTimeout(TimeoutTime const& timeout, TimerType_e type, const char* function) const;
     bool beginRun(std::shared_ptr<const TimerHandler>* p_handler, void** pp_userData);
     void endRun();
+    void waitForRun();
     TimeoutTime timeout();
 
     // Guards the properties, which a client may change while a last run begins, and the runs.
@@ -79,7 +80,8 @@ private:
     std::atomic<ExpiredTime> m_expiredTime{ExpiredTime{0, 0}};
     std::atomic<bool> m_isValid{true};
     std::atomic<bool> m_isStarted{false};
-    bool m_isRunning = false;  // Guarded by m_mutex; cleared by whichever run ends first.
+    // Set, and cleared by whichever run ends first, with m_mutex held; a start clears it without.
+    std::atomic<bool> m_isRunning{false};
     std::atomic<bool> m_needStop{false};
 
     int m_runs = 0;            // Guarded by m_mutex: all that go on.

@@ -1,13 +1,28 @@
 #include "timer/timer_list.h"
 
+#include <utility>
+
 #include "timer/timer_impl.h"
 
 namespace tevalon::base::simple_timer {
+namespace {
+
+std::size_t above(std::size_t index) {
+    return (index - 1) / 2;
+}
+
+}  // namespace
+
+bool TimerList::isBefore(const Entry& left, const Entry& right) {
+    if (left.expired < right.expired) return true;
+    return !(right.expired < left.expired) && left.turn < right.turn;
+}
 
 void TimerList::insert(const std::shared_ptr<TimerImpl>& timer) {
     Place& place = timer->place();
     if (place.m_isListed) return;
-    place.m_entry = m_entries.emplace(timer->expiredTime(), timer);
+    m_entries.emplace_back();
+    putUpwards(m_entries.size() - 1, {timer->expiredTime(), m_nextTurn++, timer});
     place.m_isListed = true;
 }
 
@@ -15,7 +30,41 @@ void TimerList::remove(TimerImpl& timer) {
     Place& place = timer.place();
     if (!place.m_isListed) return;
     place.m_isListed = false;
-    m_entries.erase(place.m_entry);
+    const std::size_t index = place.m_index;
+    const Entry removed = std::move(m_entries[index]);
+    Entry last = std::move(m_entries.back());
+    m_entries.pop_back();
+    if (index == m_entries.size()) return;
+    if (index > 0 && isBefore(last, m_entries[above(index)])) {
+        putUpwards(index, std::move(last));
+    } else {
+        putDownwards(index, std::move(last));
+    }
+}
+
+void TimerList::put(std::size_t index, Entry&& entry) {
+    entry.timer->place().m_index = index;
+    m_entries[index] = std::move(entry);
+}
+
+// The entry at the index is free; so is, in the end, the one where the other belongs.
+void TimerList::putUpwards(std::size_t index, Entry&& entry) {
+    while (index > 0 && isBefore(entry, m_entries[above(index)])) {
+        put(index, std::move(m_entries[above(index)]));
+        index = above(index);
+    }
+    put(index, std::move(entry));
+}
+
+void TimerList::putDownwards(std::size_t index, Entry&& entry) {
+    const std::size_t count = m_entries.size();
+    for (std::size_t below = 2 * index + 1; below < count; below = 2 * index + 1) {
+        if (below + 1 < count && isBefore(m_entries[below + 1], m_entries[below])) ++below;
+        if (!isBefore(m_entries[below], entry)) break;
+        put(index, std::move(m_entries[below]));
+        index = below;
+    }
+    put(index, std::move(entry));
 }
 
 }  // namespace tevalon::base::simple_timer
