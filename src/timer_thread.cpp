@@ -77,16 +77,19 @@ public:
         m_stopped.notify_all();
     }
 
-    template <typename Matches>
-    std::vector<CancelledTask> cancelTasks(Matches matches) {
+    std::vector<CancelledTask> cancelSession(std::int32_t sessionId) {
+        std::vector<CancelledTask> cancelled;
+        const AutoLock lock(m_queueMutex);
+        m_taskQueue.forEachOfSession(sessionId,
+                                     [&](TimerTaskBase& task) { cancel(&task, &cancelled); });
+        return cancelled;
+    }
+
+    std::vector<CancelledTask> cancelTask(std::int32_t taskId) {
         std::vector<CancelledTask> cancelled;
         const AutoLock lock(m_queueMutex);
         m_taskQueue.forEach([&](TimerTaskBase& task) {
-            if (!matches(task)) return;
-            const double fireTime = task.getNextFireTime();
-            cancelled.push_back(
-                {task.sessionId(), task.taskId(), fireTime, fireTime - monotonicSeconds()});
-            task.setNextFireTime(kNoFireTime);
+            if (task.taskId() == taskId) cancel(&task, &cancelled);
         });
         return cancelled;
     }
@@ -141,6 +144,14 @@ public:
     std::thread::id m_stopper;          // Who is joining. Guarded by m_queueMutex.
     std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
     char m_name[16] = "TimerThread";
+
+private:
+    static void cancel(TimerTaskBase* p_task, std::vector<CancelledTask>* p_cancelled) {
+        const double fireTime = p_task->getNextFireTime();
+        p_cancelled->push_back(
+            {p_task->sessionId(), p_task->taskId(), fireTime, fireTime - monotonicSeconds()});
+        p_task->setNextFireTime(kNoFireTime);
+    }
 };
 
 TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
@@ -227,8 +238,7 @@ void TimerThread::postTask(Task task, std::int32_t delayMs) {
 }
 
 void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
-    const std::vector<CancelledTask> cancelled = m_state->cancelTasks(
-        [sessionId](const TimerTaskBase& task) { return task.sessionId() == sessionId; });
+    const std::vector<CancelledTask> cancelled = m_state->cancelSession(sessionId);
     for (const CancelledTask& task : cancelled) {
         BLOG(kLogDebug, "CancelTask %d: taskid: %d,firetime:%f(%f)\n", task.sessionId, task.taskId,
              task.fireTime, task.secondsLeft);
@@ -237,8 +247,7 @@ void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
 }
 
 void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
-    const std::vector<CancelledTask> cancelled = m_state->cancelTasks(
-        [taskId](const TimerTaskBase& task) { return task.taskId() == taskId; });
+    const std::vector<CancelledTask> cancelled = m_state->cancelTask(taskId);
     for (const CancelledTask& task : cancelled) {
         BLOG(kLogDebug, "CancelTask %d,Session:%d firetime:%f(%f)\n", task.taskId, task.sessionId,
              task.fireTime, task.secondsLeft);

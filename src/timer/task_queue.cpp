@@ -2,106 +2,111 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <iterator>
 #include <utility>
 
 namespace tevalon::base::timer {
+namespace {
+
+// How many stand in front of the first that is later than the time: all, where none is, or where
+// the time is no number, which nothing is later than. Halves without a branch: where a new time
+// belongs is what no processor foresees.
+template <typename Sorted>
+std::ptrdiff_t countNotLater(const Sorted& sorted, double fireTime) {
+    const auto* p_first = sorted.data();
+    std::size_t count = sorted.size();
+    while (count > 0) {
+        const std::size_t half = (count + 1) / 2;
+        p_first += p_first[half - 1].latest > fireTime ? 0 : half;
+        count -= half;
+    }
+    return p_first - sorted.data();
+}
+
+}  // namespace
 
 TaskQueue::~TaskQueue() {
     while (!empty()) (void)popFront();
 }
 
-// A time that is no number is greater than none, as it would be to a walk.
-double TaskQueue::comparable(double fireTime) {
-    return std::isnan(fireTime) ? -std::numeric_limits<double>::infinity() : fireTime;
-}
-
-void TaskQueue::update(Node* p_node) {
-    p_node->greatest = p_node->fireTime;
-    for (const Node* p_child : {p_node->p_left, p_node->p_right}) {
-        if (p_child != nullptr) p_node->greatest = std::max(p_node->greatest, p_child->greatest);
-    }
-}
-
-// Whether a task of this time goes in front of the node: something greater stands at the node
-// or, further in front, below it on the left.
-bool TaskQueue::isInFront(const Node* p_node, double fireTime) {
-    if (p_node->fireTime > fireTime) return true;
-    return p_node->p_left != nullptr && p_node->p_left->greatest > fireTime;
-}
-
 double TaskQueue::insert(Task task) {
-    // Nothing is greater than a time that is no number, which therefore goes to the end.
     const double fireTime = task->getNextFireTime();
-    const double counted = comparable(fireTime);
-    auto* const p_new =
-        new Node{std::move(task), counted, counted, nullptr, nullptr, nextPriority()};
-
-    // Down to where its priority belongs; everything that is passed has it below.
-    bool isFirst = true;
-    Node** pp_place = &m_root;
-    while (*pp_place != nullptr && (*pp_place)->priority >= p_new->priority) {
-        Node* const p_node = *pp_place;
-        const bool goesInFront = isInFront(p_node, fireTime);
-        p_node->greatest = std::max(p_node->greatest, counted);
-        isFirst = isFirst && goesInFront;
-        pp_place = goesInFront ? &p_node->p_left : &p_node->p_right;
+    const Place place = {fireTime, m_tasks.nextNumber(), task->sessionId()};
+    auto block = m_blocks.begin() + countNotLater(m_blocks, fireTime);
+    if (block == m_blocks.end()) {
+        append(place);
+    } else {
+        if (block->places.size() == kMostPlaces) {
+            block = halve(block);
+            if (!(block->latest > fireTime)) ++block;
+        }
+        Places& places = block->places;
+        places.insert(places.begin() + countNotLater(places, fireTime), place);
     }
-    split(*pp_place, fireTime, &p_new->p_left, &p_new->p_right);
-    update(p_new);
-    *pp_place = p_new;
-
-    if (isFirst && p_new->p_left == nullptr) m_first = p_new;
+    m_tasks.put(std::move(task));
     ++m_size;
     return fireTime;
 }
 
-void TaskQueue::split(Node* p_node, double fireTime, Node** pp_front, Node** pp_back) {
-    if (p_node == nullptr) {
-        *pp_front = nullptr;
-        *pp_back = nullptr;
-    } else if (isInFront(p_node, fireTime)) {
-        split(p_node->p_left, fireTime, pp_front, &p_node->p_left);
-        update(p_node);
-        *pp_back = p_node;
+void TaskQueue::append(Place place) {
+    if (std::isnan(place.latest)) place.latest = empty() ? kNone : m_blocks.back().latest;
+    if (!empty() && m_blocks.back().places.size() < kMostPlaces) {
+        m_blocks.back().places.push_back(place);
+        m_blocks.back().latest = place.latest;
     } else {
-        split(p_node->p_right, fireTime, &p_node->p_right, pp_back);
-        update(p_node);
-        *pp_front = p_node;
+        m_blocks.push_back({place.latest, {place}});
     }
 }
 
+// Returns the first half.
+TaskQueue::Blocks::iterator TaskQueue::halve(Blocks::iterator block) {
+    const auto middle = block->places.begin() + kMostPlaces / 2;
+    Block second = {block->latest, Places(middle, block->places.end())};
+    block = std::prev(m_blocks.insert(std::next(block), std::move(second)));
+    block->places.resize(kMostPlaces / 2);
+    block->latest = block->places.back().latest;
+    return block;
+}
+
 TaskQueue::Task TaskQueue::front() const {
-    return m_first == nullptr ? nullptr : m_first->task;
+    return empty() ? nullptr : m_tasks[m_blocks.front().places.front().number];
 }
 
 double TaskQueue::frontFireTime() const {
-    return m_first == nullptr ? 0.0 : m_first->task->getNextFireTime();
+    return empty() ? 0.0 : m_tasks[m_blocks.front().places.front().number]->getNextFireTime();
 }
 
 TaskQueue::Task TaskQueue::popFront() {
-    if (m_root == nullptr) return nullptr;
-    const std::unique_ptr<Node> first(m_first);
-    m_root = withoutFirst(m_root);
-    m_first = m_root;
-    while (m_first != nullptr && m_first->p_left != nullptr) m_first = m_first->p_left;
+    if (empty()) return nullptr;
+    Places& places = m_blocks.front().places;
+    Task first = m_tasks.take(places.front().number);
+    places.erase(places.begin());
+    if (places.empty()) m_blocks.erase(m_blocks.begin());
     --m_size;
-    return std::move(first->task);
+    followFromFront();
+    return first;
 }
 
-TaskQueue::Node* TaskQueue::withoutFirst(Node* p_node) {
-    if (p_node->p_left == nullptr) return p_node->p_right;
-    p_node->p_left = withoutFirst(p_node->p_left);
-    update(p_node);
-    return p_node;
+// Until nothing changes: from there on everything stands as it did.
+void TaskQueue::followFromFront() {
+    double latest = kNone;
+    for (Block& block : m_blocks) {
+        for (Place& place : block.places) {
+            if (!follow(&place, latest)) {
+                block.latest = block.places.back().latest;
+                return;
+            }
+            latest = place.latest;
+        }
+        block.latest = latest;
+    }
 }
 
-// Marsaglia, "Xorshift RNGs", 2003. Any sequence serves that does not follow the times.
-std::uint32_t TaskQueue::nextPriority() {
-    m_random ^= m_random << 13;
-    m_random ^= m_random >> 17;
-    m_random ^= m_random << 5;
-    return m_random;
+bool TaskQueue::follow(Place* p_place, double latestBefore) const {
+    const double fireTime = m_tasks[p_place->number]->getNextFireTime();
+    // A time that is no number is greater than none.
+    const double latest = fireTime > latestBefore ? fireTime : latestBefore;
+    return std::exchange(p_place->latest, latest) != latest;
 }
 
 }  // namespace tevalon::base::timer

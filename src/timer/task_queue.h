@@ -5,9 +5,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <limits>
+#include <vector>
 
 #include "base/timer/timer_task.h"
+#include "timer/task_store.h"
 
 namespace tevalon::base::timer {
 
@@ -16,14 +18,15 @@ namespace tevalon::base::timer {
 /// front would put it, without the walk.
 ///
 /// Cancelled tasks stay where they are with the fire time 0.0, so the times alone are not
-/// sorted. The tasks are kept in a balanced tree, in order of their places, in which each node
-/// knows the greatest time below it; that finds the first greater time in logarithmic steps.
-/// (A treap: Seidel, Aragon, "Randomized Search Trees", 1996.)
+/// sorted. What is sorted, and serves as well, is the latest time up to each place: it becomes
+/// greater than a given one right where the first greater time stands. The places lie in short
+/// blocks, so that making room moves little, and side by side in memory, so that looking
+/// through all of them is cheap.
 ///
 /// Thread-safety: none; the owner's lock guards it.
 class TaskQueue {
 public:
-    using Task = std::shared_ptr<TimerTaskBase>;
+    using Task = TaskStore::Task;
 
     TaskQueue() = default;
     ~TaskQueue();
@@ -31,7 +34,7 @@ public:
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
 
-    bool empty() const { return m_root == nullptr; }
+    bool empty() const { return m_blocks.empty(); }
     std::size_t size() const { return m_size; }
 
     /// Places @p task by the fire time that it has now, and returns that.
@@ -48,41 +51,56 @@ public:
     /// the visit left it with.
     template <typename Visit>
     void forEach(Visit visit) {
-        forEachBelow(m_root, visit);
+        forEachWhere([](const Place&) { return true; }, visit);
+    }
+
+    /// The same with the tasks of one session, the others untouched.
+    template <typename Visit>
+    void forEachOfSession(std::int32_t sessionId, Visit visit) {
+        forEachWhere([=](const Place& place) { return place.sessionId == sessionId; }, visit);
     }
 
 private:
-    struct Node {
-        Task task;
-        double fireTime;  // By which the task is placed; the task's own may be set any time.
-        double greatest;  // Of this node and all below it.
-        Node* p_left = nullptr;
-        Node* p_right = nullptr;
-        std::uint32_t priority = 0;
+    struct Place {
+        double latest;         // Of the fire times up to here; the task's own may be set any time.
+        std::uint32_t number;  // The task's, in m_tasks.
+        std::int32_t sessionId;
     };
 
-    static double comparable(double fireTime);
-    static void update(Node* p_node);
-    static bool isInFront(const Node* p_node, double fireTime);
-    static void split(Node* p_node, double fireTime, Node** pp_front, Node** pp_back);
-    static Node* withoutFirst(Node* p_node);
+    using Places = std::vector<Place>;
 
-    template <typename Visit>
-    static void forEachBelow(Node* p_node, Visit& visit) {
-        if (p_node == nullptr) return;
-        forEachBelow(p_node->p_left, visit);
-        visit(*p_node->task);
-        p_node->fireTime = comparable(p_node->task->getNextFireTime());
-        forEachBelow(p_node->p_right, visit);
-        update(p_node);
+    struct Block {
+        double latest;  // That of its last place.
+        Places places;  // One at least, kMostPlaces at most.
+    };
+    using Blocks = std::vector<Block>;
+
+    static constexpr double kNone = -std::numeric_limits<double>::infinity();
+    static constexpr std::size_t kMostPlaces = 64;
+
+    void append(Place place);
+    Blocks::iterator halve(Blocks::iterator block);
+    void followFromFront();
+    bool follow(Place* p_place, double latestBefore) const;
+
+    template <typename IsWanted, typename Visit>
+    void forEachWhere(IsWanted isWanted, Visit& visit) {
+        double latest = kNone;
+        bool hasChanged = false;
+        for (Block& block : m_blocks) {
+            for (Place& place : block.places) {
+                const bool isVisited = isWanted(place);
+                if (isVisited) visit(*m_tasks[place.number]);
+                if (isVisited || hasChanged) hasChanged = follow(&place, latest);
+                latest = place.latest;
+            }
+            block.latest = latest;
+        }
     }
 
-    std::uint32_t nextPriority();
-
-    Node* m_root = nullptr;
-    Node* m_first = nullptr;  // The leftmost.
+    Blocks m_blocks;
     std::size_t m_size = 0;
-    std::uint32_t m_random = 0x9E3779B9U;
+    TaskStore m_tasks;
 };
 
 }  // namespace tevalon::base::timer
