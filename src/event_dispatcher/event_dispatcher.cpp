@@ -103,8 +103,12 @@ std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
 }
 
 std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
+    return deliver(std::move(event), target);
+}
+
+std::int32_t EventDispatcher::deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
     if (event == nullptr) {
-        BLOG(kLogError, "event is NULL.\n");
+        BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "send", "event is NULL.\n");
         return 2;
     }
     return m_hubs->deliver(std::move(event), target);
@@ -119,7 +123,7 @@ std::int32_t evtdispch_unregister_hub(EventHub* p_hub) {
 }
 
 std::int32_t evtdispch_send_event(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
-    return EventDispatcher::getInstance()->send(std::move(event), target);
+    return EventDispatcher::getInstance()->deliver(std::move(event), target);
 }
 
 }  // namespace tevalon::base::event_dispatcher

@@ -51,7 +51,7 @@ std::shared_ptr<BrowserEvent> EventHub::createEvent(std::int32_t eventType) cons
 }
 
 std::int32_t EventHub::sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
-    return evtdispch_send_event(std::move(event), target);
+    return EventDispatcher::getInstance()->deliver(std::move(event), target);
 }
 
 std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
@@ -151,10 +151,10 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     {
         const std::lock_guard<std::mutex> lock(m_queueMtx);
         m_eventQueue.push_back(std::move(event));
-        std::swap(isWaiting, m_isWaiting);
+        isWaiting = std::exchange(m_isWaiting, false);
     }
     // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
-    if (isWaiting) m_queueCv.notify_one();
+    if (isWaiting) m_queueCv.post();
     return 0;
 }
 
@@ -181,10 +181,11 @@ bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
 bool EventHubImpl::takeQueue() {
     std::unique_lock<std::mutex> lock(m_queueMtx);
     while (!m_exit && m_eventQueue.empty()) {
-        m_isWaiting = true;
-        m_queueCv.wait(lock);
+        m_isWaiting = true;  // Until somebody posts, who clears it: once for each wait.
+        lock.unlock();
+        m_queueCv.wait();
+        lock.lock();
     }
-    m_isWaiting = false;
     if (m_exit) return false;
     m_takenEvents.swap(m_eventQueue);
     return true;
@@ -213,10 +214,10 @@ void EventHubImpl::onUnregistered() {
 
 void EventHubImpl::requestExit() {
     m_exit = true;
-    // Under the lock: a thread that has found the queue empty must not miss the wake-up. It
-    // waits for the flag as well as for events, so none has to be made up, and allocated, here.
+    // After the flag: a thread that has found it clear, and the queue empty, says that it waits.
+    // It waits for the flag as well as for events, so none has to be made up, and allocated, here.
     const std::lock_guard<std::mutex> lock(m_queueMtx);
-    m_queueCv.notify_all();
+    if (std::exchange(m_isWaiting, false)) m_queueCv.post();
 }
 
 void EventHubImpl::joinThread() {

@@ -4,7 +4,6 @@
 #define SRC_EVENT_DISPATCHER_EVENT_HUB_IMPL_H
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -14,6 +13,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "event_dispatcher/handler_table.h"
+#include "event_dispatcher/semaphore.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -62,7 +62,7 @@ private:
     std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
     std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
     std::mutex m_queueMtx;                  // Guards m_eventQueue and m_isWaiting.
-    std::condition_variable m_queueCv;      // Wakes the handler thread where it waits.
+    Semaphore m_queueCv;                    // Wakes the handler thread where it waits.
     std::deque<std::shared_ptr<BrowserEvent>> m_eventQueue;  // Oldest first.
     std::mutex m_handlerMtx;                                 // One at a time adds to m_handlers.
     HandlerTable m_handlers;

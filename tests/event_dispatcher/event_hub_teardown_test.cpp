@@ -1,6 +1,7 @@
 // Stopping a hub's thread: by unregistering the hub, or by destroying it.
 
 #include <gtest/gtest.h>
+#include <semaphore.h>
 
 #include <atomic>
 #include <memory>
@@ -239,7 +240,7 @@ TEST_F(EventHubTeardownTest, ReachesAThreadThatIsJustAboutToWait) {
     test::Event go;
     test::Event stopped;
     test::RunAtCall atWait(
-        Call::PthreadCondWait,
+        Call::SemWait,
         [&] {
             aboutToWait.set();
             (void)go.wait();
@@ -249,20 +250,11 @@ TEST_F(EventHubTeardownTest, ReachesAThreadThatIsJustAboutToWait) {
     ASSERT_TRUE(aboutToWait.wait());
 
     std::thread stopping([&] {
-        // Either it is held up by the lock that the waiting thread has, or it has woken already.
-        test::ReplaceCall<int(pthread_mutex_t*)> lock(Call::PthreadMutexLock,
-                                                      [&](pthread_mutex_t* p_mutex) {
-                                                          if (pthread_mutex_trylock(p_mutex) == 0)
-                                                              return 0;
-                                                          go.set();
-                                                          return pthread_mutex_lock(p_mutex);
-                                                      });
-        test::ReplaceCall<int(pthread_cond_t*)> notify(
-            Call::PthreadCondBroadcast, [&](pthread_cond_t* p_condition) {
-                const int result = pthread_cond_broadcast(p_condition);
-                go.set();
-                return result;
-            });
+        test::ReplaceCall<int(sem_t*)> post(Call::SemPost, [&](sem_t* p_semaphore) {
+            const int result = sem_post(p_semaphore);
+            go.set();
+            return result;
+        });
         m_hub->onHubUnregistered();
         stopped.set();
     });

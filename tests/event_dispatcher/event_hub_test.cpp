@@ -424,6 +424,62 @@ TEST_F(EventHubTest, AHandlerMaySendToItsOwnHub) {
     EXPECT_EQ(m_inbox.events()[1]->eventType, 6);
 }
 
+TEST_F(EventHubTest, AThreadThatIsAtWorkIsNotWoken) {
+    test::Event inHand;
+    test::Event go;
+    m_hub.registerHandler(5, m_inbox.handler());
+    m_hub.registerHandler(6, [&](std::shared_ptr<BrowserEvent>) {
+        inHand.set();
+        (void)go.wait();
+    });
+    m_hub.receiveEvent(makeEvent(3, 6));
+    ASSERT_TRUE(inHand.wait());
+    const test::CountCalls wakeUps(Call::SemPost, When().everyTime());
+
+    for (int i = 0; i < 3; ++i) m_hub.receiveEvent(makeEvent(3, 5));
+
+    EXPECT_EQ(wakeUps.seen(), 0);
+    go.set();
+    EXPECT_TRUE(m_inbox.waitFor(3));
+}
+
+TEST_F(EventHubTest, AThreadThatWaitsIsWokenOnce) {
+    test::Event waiting;
+    test::Event go;
+    const test::RunAtCall atWait(
+        Call::SemWait,
+        [&] {
+            waiting.set();
+            (void)go.wait();
+        },
+        When().anyThread());
+    m_hub.registerHandler(5, m_inbox.handler());
+    ASSERT_TRUE(waiting.wait());
+    const test::CountCalls wakeUps(Call::SemPost, When().everyTime());
+
+    for (int i = 0; i < 3; ++i) m_hub.receiveEvent(makeEvent(3, 5));
+
+    EXPECT_EQ(wakeUps.seen(), 1);
+    go.set();
+    EXPECT_TRUE(m_inbox.waitFor(3));
+}
+
+TEST_F(EventHubTest, AWaitThatASignalInterruptsGoesOn) {
+    constexpr int kInterruptions = 3;
+    const test::FailCall interrupted(Call::SemWait, EINTR,
+                                     When().anyThread().times(kInterruptions));
+    test::Event waiting;
+    const test::RunAtCall atWait(
+        Call::SemWait, [&] { waiting.set(); }, When().anyThread().nth(kInterruptions + 1));
+    m_hub.registerHandler(5, m_inbox.handler());
+    ASSERT_TRUE(waiting.wait());
+
+    m_hub.receiveEvent(makeEvent(3, 5));
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+    EXPECT_EQ(interrupted.hits(), kInterruptions);
+}
+
 TEST_F(EventHubTest, SharesTheHandlersState) {
     auto calls = std::make_shared<std::atomic<int>>(0);
     m_hub.registerHandler(5, [&, calls](std::shared_ptr<BrowserEvent> event) {

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/select.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -295,6 +296,10 @@ TEVALON_TEST_INTERPOSE(PthreadCreate, ErrorNumber, pthread_create, int,
 TEVALON_TEST_INTERPOSE(PthreadJoin, ErrorNumber, pthread_join, int,
                        (pthread_t thread, void** pp_result),
                        nullptr, (nextCall, thread, pp_result))
+TEVALON_TEST_INTERPOSE(SemWait, MinusOneAndErrno, sem_wait, int, (sem_t* p_semaphore),
+                       p_semaphore, (nextCall, p_semaphore))
+TEVALON_TEST_INTERPOSE(SemPost, MinusOneAndErrno, sem_post, int, (sem_t* p_semaphore),
+                       p_semaphore, (nextCall, p_semaphore))
 TEVALON_TEST_INTERPOSE(ClockGettime, MinusOneAndErrno, clock_gettime, int,
                        (clockid_t clock, timespec* p_time), nullptr, (nextCall, clock, p_time))
 TEVALON_TEST_INTERPOSE(SchedYield, MinusOneAndErrno, sched_yield, int, (), nullptr, (nextCall))

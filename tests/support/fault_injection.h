@@ -37,6 +37,8 @@ enum class Call {
     PthreadCreate,
     PthreadJoin,
     PthreadCondTimedwait,
+    SemWait,
+    SemPost,
     ClockGettime,
     SchedYield,
     Nanosleep,

@@ -47,7 +47,15 @@ public:
     std::int32_t send(std::shared_ptr<BrowserEvent> event, std::int32_t target);
 
 private:
+    friend class EventHub;
+    friend std::int32_t evtdispch_send_event(std::shared_ptr<BrowserEvent> event,
+                                             std::int32_t target);
     class HubList;
+
+    /// send(), which leaves an event that is not queued to the caller.
+    TEVALON_BASE_LOCAL std::int32_t deliver(std::shared_ptr<BrowserEvent>&& event,
+                                            std::int32_t target);
+
     const std::unique_ptr<HubList> m_hubs;
 };
 
