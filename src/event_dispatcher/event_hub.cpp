@@ -150,7 +150,7 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     bool isWaiting = false;
     {
         const std::lock_guard<std::mutex> lock(m_queueMtx);
-        m_eventQueue.push_back(std::move(event));
+        m_eventQueue.push(std::move(event));
         isWaiting = std::exchange(m_isWaiting, false);
     }
     // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
@@ -173,8 +173,7 @@ void EventHubImpl::handleEventTask(EventHubImpl* self) {
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
     if (m_exit) return false;
     if (m_takenEvents.empty() && !takeQueue()) return false;
-    *p_event = std::move(m_takenEvents.front());
-    m_takenEvents.pop_front();
+    *p_event = m_takenEvents.pop();
     return true;
 }
 

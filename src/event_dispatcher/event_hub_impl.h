@@ -5,13 +5,13 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 #include "base/event_dispatcher/browser_event.h"
+#include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
 #include "event_dispatcher/semaphore.h"
 
@@ -63,13 +63,13 @@ private:
     std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
     std::mutex m_queueMtx;                  // Guards m_eventQueue and m_isWaiting.
     Semaphore m_queueCv;                    // Wakes the handler thread where it waits.
-    std::deque<std::shared_ptr<BrowserEvent>> m_eventQueue;  // Oldest first.
-    std::mutex m_handlerMtx;                                 // One at a time adds to m_handlers.
+    EventQueue m_eventQueue;
+    std::mutex m_handlerMtx;  // One at a time adds to m_handlers.
     HandlerTable m_handlers;
     bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.
-    // Taken from the queue, oldest first: what the handler thread, which alone touches it, does
-    // next. What is left when that ends waits for the next one.
-    std::deque<std::shared_ptr<BrowserEvent>> m_takenEvents;
+    // Taken from the queue: what the handler thread, which alone touches it, does next. What is
+    // left when that ends waits for the next one.
+    EventQueue m_takenEvents;
     std::mutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
     const std::int32_t m_moduleId;
 };

@@ -1,0 +1,131 @@
+#include "event_dispatcher/event_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <new>
+#include <random>
+
+#include "support/fault_injection.h"
+
+namespace {
+
+using test::Call;
+using test::When;
+using tevalon::base::event_dispatcher::BrowserEvent;
+using tevalon::base::event_dispatcher::EventQueue;
+using Event = EventQueue::Event;
+
+Event makeEvent() {
+    return std::make_shared<BrowserEvent>(1, 2, nullptr);
+}
+
+void push(EventQueue* p_queue, Event event) {
+    p_queue->push(std::move(event));
+}
+
+TEST(EventQueueTest, AllocatesNothingUntilTheFirstEvent) {
+    const Event event = makeEvent();
+    const test::CountCalls allocations(Call::New, When().everyTime());
+    EventQueue queue;
+    EventQueue other;
+    queue.swap(other);
+
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(allocations.seen(), 0);
+    push(&queue, event);
+    EXPECT_EQ(allocations.seen(), 1);
+}
+
+TEST(EventQueueTest, KeepsItsRoomWhileFewEventsComeAndGo) {
+    const Event event = makeEvent();
+    EventQueue queue;
+    push(&queue, event);
+    const test::CountCalls allocations(Call::New, When().everyTime());
+
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(queue.pop(), event);
+        ASSERT_TRUE(queue.empty());
+        push(&queue, event);
+    }
+
+    EXPECT_EQ(allocations.seen(), 0);
+}
+
+TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
+    std::mt19937 random(3);
+    std::uniform_int_distribution<int> chance(0, 99);
+    EventQueue queue;
+    EventQueue taken;
+    std::deque<Event> plain;
+    std::deque<Event> plainTaken;
+
+    for (int step = 0; step < 20000; ++step) {
+        const int pushChance = step / 500 % 2 == 0 ? 60 : 40;  // It grows, and shrinks.
+        const int dice = chance(random);
+        if (dice < pushChance) {
+            const Event event = makeEvent();
+            push(&queue, event);
+            plain.push_back(event);
+        } else if (dice < 98 && !plainTaken.empty()) {
+            ASSERT_EQ(taken.pop(), plainTaken.front());
+            plainTaken.pop_front();
+        } else {
+            queue.swap(taken);
+            plain.swap(plainTaken);
+        }
+        ASSERT_EQ(queue.empty(), plain.empty());
+        ASSERT_EQ(taken.empty(), plainTaken.empty());
+    }
+    while (!plain.empty()) {
+        ASSERT_EQ(queue.pop(), plain.front());
+        plain.pop_front();
+    }
+}
+
+TEST(EventQueueTest, LetsGoOfWhatIsTaken) {
+    const Event event = makeEvent();
+    EventQueue queue;
+    push(&queue, event);
+
+    (void)queue.pop();
+
+    EXPECT_EQ(event.use_count(), 1);
+}
+
+TEST(EventQueueTest, LetsGoOfWhatIsLeft) {
+    constexpr int kMany = 100000;
+    const Event event = makeEvent();
+    {
+        EventQueue queue;
+        for (int i = 0; i < kMany; ++i) push(&queue, event);
+        EXPECT_EQ(event.use_count(), kMany + 1);
+    }
+    EXPECT_EQ(event.use_count(), 1);
+}
+
+TEST(EventQueueTest, WithoutMemoryNothingHasChanged) {
+    const Event event = makeEvent();
+    int refusals = 0;
+    for (int queued = 0; queued < 100; ++queued) {
+        EventQueue queue;
+        for (int i = 0; i < queued; ++i) push(&queue, event);
+        Event last = makeEvent();
+        try {
+            const test::FailCall noMemory(Call::New, 0);
+            queue.push(std::move(last));
+            continue;
+        } catch (const std::bad_alloc&) {
+            ++refusals;
+        }
+        ASSERT_NE(last, nullptr);
+        push(&queue, last);
+
+        for (int i = 0; i < queued; ++i) ASSERT_EQ(queue.pop(), event);
+        EXPECT_EQ(queue.pop(), last);
+        EXPECT_TRUE(queue.empty());
+    }
+    EXPECT_GT(refusals, 1);
+}
+
+}  // namespace
