@@ -161,9 +161,11 @@ std::int32_t rmDir(char const* dirPath) {
         BLOG(kLogError, "Fail to opendir('%s').\n\n", dirPath);
         return -2;
     }
+    std::string path = std::string(dirPath) + "/";
+    const std::size_t folderLength = path.size();
     while (const dirent* p_entry = readdir(folder.get())) {
         if (isSelfOrParent(p_entry->d_name)) continue;
-        const std::string path = std::string(dirPath) + "/" + p_entry->d_name;
+        path.replace(folderLength, std::string::npos, p_entry->d_name);
         struct stat status = {};
         errno = 0;
         if (stat(path.c_str(), &status) != 0) {
