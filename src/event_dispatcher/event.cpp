@@ -6,6 +6,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/adaptive_spin.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -101,8 +102,14 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
         BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
+    if (timeout == kNoLimit || timeout > 0) lookForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
     return timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
+}
+
+void BrowserEvent::lookForReply() const {
+    static thread_local AdaptiveSpin t_spin;
+    t_spin.until([this] { return replied.load(std::memory_order_relaxed); });
 }
 
 EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {

@@ -151,6 +151,7 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     {
         const std::lock_guard<std::mutex> lock(m_queueMtx);
         m_eventQueue.push(std::move(event));
+        m_hasEvents.store(true, std::memory_order_relaxed);
         isWaiting = std::exchange(m_isWaiting, false);
     }
     // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
@@ -178,6 +179,7 @@ bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
 }
 
 bool EventHubImpl::takeQueue() {
+    lookForEvents();
     std::unique_lock<std::mutex> lock(m_queueMtx);
     while (!m_exit && m_eventQueue.empty()) {
         m_isWaiting = true;  // Until somebody posts, who clears it: once for each wait.
@@ -187,7 +189,12 @@ bool EventHubImpl::takeQueue() {
     }
     if (m_exit) return false;
     m_takenEvents.swap(m_eventQueue);
+    m_hasEvents.store(false, std::memory_order_relaxed);
     return true;
+}
+
+void EventHubImpl::lookForEvents() {
+    m_spin.until([this] { return m_hasEvents.load(std::memory_order_relaxed) || m_exit; });
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/event_dispatcher/browser_event.h"
+#include "event_dispatcher/adaptive_spin.h"
 #include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
 #include "event_dispatcher/semaphore.h"
@@ -54,6 +55,7 @@ private:
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue();
+    void lookForEvents();
     void handle(std::shared_ptr<BrowserEvent>&& event);
     void requestExit();
     void joinThread();
@@ -67,6 +69,10 @@ private:
     std::mutex m_handlerMtx;  // One at a time adds to m_handlers.
     HandlerTable m_handlers;
     bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.
+    // Whether the queue has events; changed with it, and read without the lock by the thread that
+    // looks for one.
+    std::atomic<bool> m_hasEvents{false};
+    AdaptiveSpin m_spin;  // The handler thread's.
     // Taken from the queue: what the handler thread, which alone touches it, does next. What is
     // left when that ends waits for the next one.
     EventQueue m_takenEvents;

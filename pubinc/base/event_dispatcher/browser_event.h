@@ -79,6 +79,7 @@ private:
 
     TEVALON_BASE_LOCAL WaitObjects* waitObjects() const;
     TEVALON_BASE_LOCAL void replyToWaiters(WaitObjects* p_objects, EventResult reply);
+    TEVALON_BASE_LOCAL void lookForReply() const;
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
     TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                                     std::int32_t timeoutMs);
