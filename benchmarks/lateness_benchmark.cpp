@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -125,6 +126,20 @@ double waitUntil(int delayMs) {
     return secondsSince(due);
 }
 
+/// What a simple timer has to do: its handler begins on a new thread.
+class NewThreadWait {
+public:
+    double operator()(int delayMs) {
+        m_lateness.expect(delayMs);
+        (void)sleepUntil<kNoSlack>(delayMs);
+        std::thread([this] { m_lateness.began(); }).detach();
+        return m_lateness.waitForSeconds();
+    }
+
+private:
+    Lateness m_lateness;
+};
+
 struct Quantiles {
     double median;
     double percentile99;
@@ -228,6 +243,8 @@ const bool s_areRowsAdded = [] {
     addRows("timers", kOurs, sharedWait<TimerWait>);
     addPeerRows("timers");
     addLimitRows<kDefaultSlack>("timers");
+    addRows("timers_limit_new_thread", kOurs, sharedWait<TimerWait>);
+    addRows("timers_limit_new_thread", kLimit, sharedWait<NewThreadWait>);
     return true;
 }();
 

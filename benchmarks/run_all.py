@@ -39,7 +39,7 @@ def commit():
 
 
 def run(program, results, quick, pattern):
-    repetitions, min_time = (3, 0.02) if quick else (9, 0.1)
+    repetitions, min_time = (3, 0.02) if quick else (7, 0.1)
     command = [program, f"--benchmark_repetitions={repetitions}",
                f"--benchmark_min_time={min_time}", "--benchmark_enable_random_interleaving=true",
                f"--benchmark_out={results / program.name}.json", "--benchmark_out_format=json"]
