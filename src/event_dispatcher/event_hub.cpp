@@ -151,9 +151,9 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     {
         const std::lock_guard<std::mutex> lock(m_queueMtx);
         m_eventQueue.push(std::move(event));
-        m_hasEvents.store(true, std::memory_order_relaxed);
         isWaiting = std::exchange(m_isWaiting, false);
     }
+    m_hasNews.store(true, std::memory_order_relaxed);
     // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
     if (isWaiting) m_queueCv.post();
     return 0;
@@ -189,12 +189,12 @@ bool EventHubImpl::takeQueue() {
     }
     if (m_exit) return false;
     m_takenEvents.swap(m_eventQueue);
-    m_hasEvents.store(false, std::memory_order_relaxed);
+    m_hasNews.store(false, std::memory_order_relaxed);
     return true;
 }
 
 void EventHubImpl::lookForEvents() {
-    m_spin.until([this] { return m_hasEvents.load(std::memory_order_relaxed) || m_exit; });
+    m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
@@ -220,8 +220,9 @@ void EventHubImpl::onUnregistered() {
 
 void EventHubImpl::requestExit() {
     m_exit = true;
-    // After the flag: a thread that has found it clear, and the queue empty, says that it waits.
-    // It waits for the flag as well as for events, so none has to be made up, and allocated, here.
+    m_hasNews.store(true, std::memory_order_relaxed);
+    // Either the thread sees the flag when it has the lock, or we see that it waits. It waits for
+    // the flag as well as for events, so none has to be made up, and allocated, here.
     const std::lock_guard<std::mutex> lock(m_queueMtx);
     if (std::exchange(m_isWaiting, false)) m_queueCv.post();
 }

@@ -4,6 +4,7 @@
 #define SRC_EVENT_DISPATCHER_EVENT_HUB_IMPL_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -60,24 +61,28 @@ private:
     void requestExit();
     void joinThread();
 
-    std::mutex m_threadMtx;                 // Guards m_thread.
-    std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
-    std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
-    std::mutex m_queueMtx;                  // Guards m_eventQueue and m_isWaiting.
-    Semaphore m_queueCv;                    // Wakes the handler thread where it waits.
+    // What the senders and the handler thread write keeps off the lines of what they only read:
+    // the processors would hand those to and fro as well.
+    static constexpr std::size_t kCacheLine = 64;
+
+    std::mutex m_threadMtx;                     // Guards m_thread.
+    std::atomic<bool> m_exit{false};            // Tells the handler thread to leave its loop.
+    std::shared_ptr<std::thread> m_thread;      // Null before the first handler and after teardown.
+    alignas(kCacheLine) std::mutex m_queueMtx;  // Guards m_eventQueue and m_isWaiting.
+    Semaphore m_queueCv;  // Does a condition variable's work, and wakes the handler thread.
     EventQueue m_eventQueue;
-    std::mutex m_handlerMtx;  // One at a time adds to m_handlers.
-    HandlerTable m_handlers;
     bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.
-    // Whether the queue has events; changed with it, and read without the lock by the thread that
-    // looks for one.
-    std::atomic<bool> m_hasEvents{false};
-    AdaptiveSpin m_spin;  // The handler thread's.
-    // Taken from the queue: what the handler thread, which alone touches it, does next. What is
-    // left when that ends waits for the next one.
-    EventQueue m_takenEvents;
+    // Whether the handler thread finds something to do, for its look without the lock; it may look
+    // in vain. Set when the lock is released, lest the thread runs into it.
+    std::atomic<bool> m_hasNews{false};
+    alignas(kCacheLine) std::mutex m_handlerMtx;  // One at a time adds to m_handlers.
+    HandlerTable m_handlers;
     std::mutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
     const std::int32_t m_moduleId;
+    // Taken from the queue: what the handler thread, which alone touches it, does next. What is
+    // left when that ends waits for the next one.
+    alignas(kCacheLine) EventQueue m_takenEvents;
+    AdaptiveSpin m_spin;  // The handler thread's.
 };
 
 }  // namespace tevalon::base::event_dispatcher

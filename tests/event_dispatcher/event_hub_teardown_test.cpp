@@ -263,6 +263,44 @@ TEST_F(EventHubTeardownTest, ReachesAThreadThatIsJustAboutToWait) {
     stopping.join();
 }
 
+// The sender has taken it upon itself to wake the thread, and has not yet: who stops it then must
+// not wake it too, nor pass it by, and the next thread must not find a wake-up left over.
+TEST_F(EventHubTeardownTest, WaitsForASenderThatIsAboutToWakeTheThread) {
+    test::Event aboutToWait;
+    {
+        const test::RunAtCall atWait(
+            Call::SemWait, [&] { aboutToWait.set(); }, When().anyThread());
+        m_hub->registerHandler(kType, ignore);
+        ASSERT_TRUE(aboutToWait.wait());
+    }
+    test::Event aboutToWake;
+    test::Event exitRequested;
+    test::CountCalls wakeUps(Call::SemPost, When().anyThread().everyTime());
+    std::thread sending([&] {
+        const test::RunAtCall atPost(Call::SemPost, [&] {
+            aboutToWake.set();
+            (void)exitRequested.wait();
+        });
+        m_hub->receiveEvent(countedEvent());
+    });
+    ASSERT_TRUE(aboutToWake.wait());
+    std::thread stopping([&] {
+        const test::RunAtCall atJoin(Call::PthreadJoin, [&] { exitRequested.set(); });
+        m_hub->onHubUnregistered();
+    });
+    sending.join();
+    stopping.join();
+    EXPECT_EQ(wakeUps.seen(), 1);
+
+    test::CountCalls waits(Call::SemWait, When().anyThread().everyTime());
+    test::Event handled;
+    m_hub->registerHandler(kType + 1, [&](std::shared_ptr<BrowserEvent>) { handled.set(); });
+    m_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kType + 1, nullptr));
+    EXPECT_TRUE(handled.wait());
+    m_hub->onHubUnregistered();
+    EXPECT_EQ(waits.seen() + 1, wakeUps.seen());
+}
+
 TEST_F(EventHubTeardownTest, StopsManyShortLivedHubs) {
     constexpr int kThreads = 2;
     constexpr int kHubs = 150;
