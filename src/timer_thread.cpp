@@ -44,6 +44,28 @@ struct CancelledTask {
     double secondsLeft;
 };
 
+/// Cancels tasks and keeps what there is to say of each, for when the lock is released.
+class CancelledTasks {
+public:
+    void cancel(TimerTaskBase* p_task) {
+        const double fireTime = p_task->getNextFireTime();
+        p_task->setNextFireTime(kNoFireTime);
+        ++m_count;
+        if (!m_isLogged) return;
+        m_toLog.push_back(
+            {p_task->sessionId(), p_task->taskId(), fireTime, fireTime - monotonicSeconds()});
+    }
+
+    int count() const { return m_count; }
+    /// Of each; none where nobody would read it.
+    const std::vector<CancelledTask>& toLog() const { return m_toLog; }
+
+private:
+    const bool m_isLogged = isLogOn(kLogDebug);
+    int m_count = 0;
+    std::vector<CancelledTask> m_toLog;
+};
+
 }  // namespace
 
 // What the thread and its clients share.
@@ -77,19 +99,19 @@ public:
         m_stopped.notify_all();
     }
 
-    std::vector<CancelledTask> cancelSession(std::int32_t sessionId) {
-        std::vector<CancelledTask> cancelled;
+    CancelledTasks cancelSession(std::int32_t sessionId) {
+        CancelledTasks cancelled;
         const AutoLock lock(m_queueMutex);
         m_taskQueue.forEachOfSession(sessionId,
-                                     [&](TimerTaskBase& task) { cancel(&task, &cancelled); });
+                                     [&](TimerTaskBase& task) { cancelled.cancel(&task); });
         return cancelled;
     }
 
-    std::vector<CancelledTask> cancelTask(std::int32_t taskId) {
-        std::vector<CancelledTask> cancelled;
+    CancelledTasks cancelTask(std::int32_t taskId) {
+        CancelledTasks cancelled;
         const AutoLock lock(m_queueMutex);
         m_taskQueue.forEach([&](TimerTaskBase& task) {
-            if (task.taskId() == taskId) cancel(&task, &cancelled);
+            if (task.taskId() == taskId) cancelled.cancel(&task);
         });
         return cancelled;
     }
@@ -144,14 +166,6 @@ public:
     std::thread::id m_stopper;          // Who is joining. Guarded by m_queueMutex.
     std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
     char m_name[16] = "TimerThread";
-
-private:
-    static void cancel(TimerTaskBase* p_task, std::vector<CancelledTask>* p_cancelled) {
-        const double fireTime = p_task->getNextFireTime();
-        p_cancelled->push_back(
-            {p_task->sessionId(), p_task->taskId(), fireTime, fireTime - monotonicSeconds()});
-        p_task->setNextFireTime(kNoFireTime);
-    }
 };
 
 TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
@@ -238,21 +252,21 @@ void TimerThread::postTask(Task task, std::int32_t delayMs) {
 }
 
 void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
-    const std::vector<CancelledTask> cancelled = m_state->cancelSession(sessionId);
-    for (const CancelledTask& task : cancelled) {
+    const CancelledTasks cancelled = m_state->cancelSession(sessionId);
+    for (const CancelledTask& task : cancelled.toLog()) {
         BLOG(kLogDebug, "CancelTask %d: taskid: %d,firetime:%f(%f)\n", task.sessionId, task.taskId,
              task.fireTime, task.secondsLeft);
     }
-    BLOG(kLogDebug, "Canceled Task Count: %d\n", static_cast<int>(cancelled.size()));
+    BLOG(kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
 }
 
 void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
-    const std::vector<CancelledTask> cancelled = m_state->cancelTask(taskId);
-    for (const CancelledTask& task : cancelled) {
+    const CancelledTasks cancelled = m_state->cancelTask(taskId);
+    for (const CancelledTask& task : cancelled.toLog()) {
         BLOG(kLogDebug, "CancelTask %d,Session:%d firetime:%f(%f)\n", task.taskId, task.sessionId,
              task.fireTime, task.secondsLeft);
     }
-    BLOG(kLogDebug, "Canceled Task Count: %d\n", static_cast<int>(cancelled.size()));
+    BLOG(kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
 }
 
 bool TimerThread::hasTask() {

@@ -123,7 +123,7 @@ std::int32_t evtdispch_unregister_hub(EventHub* p_hub) {
 }
 
 std::int32_t evtdispch_send_event(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
-    return EventDispatcher::getInstance()->deliver(std::move(event), target);
+    return EventDispatcher::getInstance()->send(std::move(event), target);
 }
 
 }  // namespace tevalon::base::event_dispatcher

@@ -14,7 +14,7 @@
 namespace tevalon::base::timer {
 
 /// Tasks by number: small and trivial where a pointer that owns would have to be moved with care.
-/// What was made room for once is used again, and most of it given back when the last task goes.
+/// Room is used again; beyond that for a few tasks it is given back when the last one goes.
 ///
 /// Thread-safety: none.
 class TaskStore {
@@ -47,9 +47,11 @@ public:
 private:
     static constexpr std::size_t kKept = 64;
 
+    // All room first, and for all numbers to be free one day: nothing after it allocates.
     void grow() {
+        if (m_tasks.size() == m_tasks.capacity()) m_tasks.reserve(2 * m_tasks.size() + 1);
+        m_free.reserve(m_tasks.capacity());
         m_tasks.emplace_back();
-        m_free.reserve(m_tasks.capacity());  // All of them, one day: take() must not allocate.
         m_free.push_back(static_cast<std::uint32_t>(m_tasks.size() - 1));
     }
 

@@ -324,7 +324,9 @@ int TimerImpl::start() {
 
 int TimerImpl::stop() {
     BLOG(kLogDebug, "Will stop timer:'%s'.\n", m_name.c_str());
-    m_needStop.store(true, std::memory_order_release);
+    // In one order with the running flag, not only released: either a run sees that it is to stop,
+    // or we see that it goes on.
+    m_needStop = true;
     BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
     if (m_isRunning) waitForRun();
     BLOG(kLogAlways, "After wait timer:'%s' stop.\n", m_name.c_str());
@@ -482,9 +484,14 @@ int Timer::start() {
     }
     const std::lock_guard<std::mutex> lock(g_timerMutex);
     if (m_impl->isStarted()) return 0;  // Another thread was faster.
-    const int result = InsterTimer(m_impl, true);
-    m_impl->setStarted(true);  // Not where there was no memory to insert it.
-    return result;
+    try {
+        InsterTimer(m_impl, true);
+    } catch (const std::bad_alloc&) {
+        BLOG(kLogError, "Fail to start timer:'%s'.\n", m_impl->name().c_str());
+        return -1;
+    }
+    m_impl->setStarted(true);
+    return 0;
 }
 
 int Timer::stop() {

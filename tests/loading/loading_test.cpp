@@ -1,5 +1,6 @@
 // The library in processes that load it, by itself or through their plugins, and let it go again.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -68,6 +69,19 @@ TEST_P(LinkedHostTest, FindsWhatItChecksAndExitsSilently) {
 
 INSTANTIATE_TEST_SUITE_P(Loading, LinkedHostTest,
                          testing::Values("load-before", "load-after", "load-at-work"), nameOf);
+
+// A symbol that is to be unique in the process would keep it.
+TEST(LockingPluginTest, GoesWhenItIsLetGoOf) {
+    void* const p_plugin = dlopen(TEVALON_TEST_LOCKING_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(p_plugin, nullptr) << dlerror();
+    const auto work = reinterpret_cast<int (*)()>(dlsym(p_plugin, "lockingPluginWork"));
+    ASSERT_NE(work, nullptr) << dlerror();
+    EXPECT_EQ(work(), 4);
+
+    EXPECT_EQ(dlclose(p_plugin), 0);
+
+    EXPECT_EQ(dlopen(TEVALON_TEST_LOCKING_PLUGIN, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
 
 TEST(CHostTest, CallsTheEntryPointsByTheirNames) {
     const test::ChildResult result = quietProcess({TEVALON_TEST_C_HOST, TEVALON_TEST_LIBRARY})

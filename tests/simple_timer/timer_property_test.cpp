@@ -214,6 +214,33 @@ TEST_F(TimerPropertyTest, ChangesTakeEffectAtTheNextStart) {
     EXPECT_TRUE(first.runs().empty());
 }
 
+TEST_F(TimerPropertyTest, WithoutMemoryAStartFailsAndChangesNothing) {
+    constexpr int kMany = 300;  // Room is made for several at once.
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int i = 0; i < kMany; ++i) {
+        timers.push_back(std::make_unique<Timer>("many", kFar, ignore, nullptr, ONCE));
+    }
+    m_log.clear();
+    Lines expected;
+    for (const auto& timer : timers) {
+        int result = 0;
+        {
+            const test::FailCall noMemory(Call::New, ENOMEM, When().everyTime());
+            result = timer->start();
+        }
+        EXPECT_EQ(timer->isStarted(), result == 0);
+        if (result == 0) continue;
+        expected.push_back(timerLine(kLogError, "start", "Fail to start timer:'many'.\n"));
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(timer->start(), 0);
+    }
+
+    EXPECT_FALSE(expected.empty());
+    EXPECT_EQ(lines(), expected);
+    for (const auto& timer : timers) EXPECT_TRUE(timer->isStarted());
+    m_log.clear();
+}
+
 TEST_F(TimerPropertyTest, WithoutMemoryTheTimerDoesNothingButSaySo) {
     const TimerHandler handler = ignore;
     alignas(Timer) unsigned char memory[sizeof(Timer)];

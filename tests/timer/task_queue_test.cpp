@@ -5,11 +5,16 @@
 #include <algorithm>
 #include <deque>
 #include <limits>
+#include <new>
 #include <random>
 #include <vector>
 
+#include "support/fault_injection.h"
+
 namespace {
 
+using test::Call;
+using test::When;
 using tevalon::base::timer::TaskQueue;
 using tevalon::base::timer::TimerTaskBase;
 using Task = std::shared_ptr<TimerTaskBase>;
@@ -126,6 +131,41 @@ TEST(TaskQueueTest, TheQueueLetsGoOfItsTasks) {
         EXPECT_EQ(task.use_count(), 2);
     }
     EXPECT_EQ(task.use_count(), 1);
+}
+
+TEST(TaskQueueTest, IsAsGoodAsNewWhenManyTasksAreGone) {
+    TaskQueue queue;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 500; ++i) queue.insert(taskAt(1000 - i));
+        for (int i = 0; i < 500; ++i) ASSERT_EQ(queue.popFront()->getNextFireTime(), 501 + i);
+        EXPECT_TRUE(queue.empty());
+        EXPECT_EQ(queue.size(), 0U);
+    }
+}
+
+TEST(TaskQueueTest, WithoutMemoryNothingIsInserted) {
+    TaskQueue queue;
+    PlainQueue plain;
+    int refusals = 0;
+    for (int i = 0; i < 300; ++i) {
+        const Task task = taskAt(i * 7 % 100);
+        for (int n = 1;; ++n) {
+            const test::FailCall noMemory(Call::New, 0, When().nth(n));
+            try {
+                queue.insert(task);
+            } catch (const std::bad_alloc&) {
+                ++refusals;
+                EXPECT_EQ(task.use_count(), 1);
+                ASSERT_EQ(queue.size(), plain.tasks().size());
+                continue;
+            }
+            break;
+        }
+        plain.insert(task);
+    }
+
+    EXPECT_GT(refusals, 3);
+    EXPECT_EQ(orderOf(queue), orderOf(plain));
 }
 
 class TaskQueueAgainstWalkTest : public ::testing::TestWithParam<unsigned> {};

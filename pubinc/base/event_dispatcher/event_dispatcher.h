@@ -48,8 +48,6 @@ public:
 
 private:
     friend class EventHub;
-    friend std::int32_t evtdispch_send_event(std::shared_ptr<BrowserEvent> event,
-                                             std::int32_t target);
     class HubList;
 
     /// send(), which leaves an event that is not queued to the caller.

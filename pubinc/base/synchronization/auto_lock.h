@@ -22,21 +22,17 @@ public:
 
     /// @param mutex  Not owned; must outlive the guard.
     explicit AutoLock(NativeMutex& mutex) TEVALON_UNCHECKED_MUTEX : m_mutex(&mutex) {
-        internal::lockOrLog(m_mutex, kLocking);
+        internal::lockOrLog(m_mutex, "auto_lock.h", 31, "AutoLock");
     }
 
     ~AutoLock() TEVALON_RELEASE() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
-        internal::unlockOrLog(m_mutex, kUnlocking);
+        internal::unlockOrLog(m_mutex, "auto_lock.h", 44, "~AutoLock");
     }
 
     AutoLock(const AutoLock&) = delete;
     AutoLock& operator=(const AutoLock&) = delete;
 
 private:
-    // Constants: nothing is put together where nothing fails.
-    static constexpr internal::GuardPlace kLocking = {"auto_lock.h", 31, "AutoLock"};
-    static constexpr internal::GuardPlace kUnlocking = {"auto_lock.h", 44, "~AutoLock"};
-
     NativeMutex* m_mutex;
 };
 

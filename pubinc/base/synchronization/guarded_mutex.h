@@ -37,21 +37,23 @@ inline pthread_mutex_t* posixMutex(std::mutex* p_mutex) {
     return p_mutex->native_handle();
 }
 
+// The place comes in pieces, which are put together only where a call has failed.
+
 template <typename NativeMutex>
-void lockOrLog(NativeMutex* p_mutex, const GuardPlace& place) {
+void lockOrLog(NativeMutex* p_mutex, const char* file, int line, const char* function) {
     try {
         lockMutex(p_mutex);
     } catch (const std::runtime_error& error) {
-        logGuardFailure(place, error);
+        logGuardFailure({file, line, function}, error);
     }
 }
 
 template <typename NativeMutex>
-void unlockOrLog(NativeMutex* p_mutex, const GuardPlace& place) {
+void unlockOrLog(NativeMutex* p_mutex, const char* file, int line, const char* function) {
     try {
         unlockMutex(p_mutex);
     } catch (const std::runtime_error& error) {
-        logGuardFailure(place, error);
+        logGuardFailure({file, line, function}, error);
     }
 }
 

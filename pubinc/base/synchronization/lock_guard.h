@@ -22,21 +22,17 @@ public:
 
     /// @param mutex  Not owned; must outlive the guard.
     explicit LockGuard(NativeMutex& mutex) TEVALON_UNCHECKED_MUTEX : m_mutex(&mutex) {
-        internal::lockOrLog(m_mutex, kLocking);
+        internal::lockOrLog(m_mutex, "lock_guard.h", 29, "LockGuard");
     }
 
     ~LockGuard() TEVALON_RELEASE() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
-        internal::unlockOrLog(m_mutex, kUnlocking);
+        internal::unlockOrLog(m_mutex, "lock_guard.h", 43, "~LockGuard");
     }
 
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
 
 private:
-    // Constants: nothing is put together where nothing fails.
-    static constexpr internal::GuardPlace kLocking = {"lock_guard.h", 29, "LockGuard"};
-    static constexpr internal::GuardPlace kUnlocking = {"lock_guard.h", 43, "~LockGuard"};
-
     NativeMutex* m_mutex;
 };
 

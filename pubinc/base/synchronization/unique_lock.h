@@ -25,12 +25,12 @@ public:
     /// @param p_mutex  Not owned; must outlive the lock. Null makes a lock that holds nothing.
     explicit UniqueLock(NativeMutex* p_mutex) TEVALON_UNCHECKED_MUTEX : m_mutex(p_mutex) {
         if (m_mutex == nullptr) return;
-        internal::lockOrLog(m_mutex, kLocking);
+        internal::lockOrLog(m_mutex, "unique_lock.h", 33, "UniqueLock");
     }
 
     ~UniqueLock() TEVALON_RELEASE() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
         if (m_mutex == nullptr) return;
-        internal::unlockOrLog(m_mutex, kUnlocking);
+        internal::unlockOrLog(m_mutex, "unique_lock.h", 47, "~UniqueLock");
     }
 
     UniqueLock(const UniqueLock&) = delete;
@@ -42,10 +42,6 @@ public:
     }
 
 private:
-    // Constants: nothing is put together where nothing fails.
-    static constexpr internal::GuardPlace kLocking = {"unique_lock.h", 33, "UniqueLock"};
-    static constexpr internal::GuardPlace kUnlocking = {"unique_lock.h", 47, "~UniqueLock"};
-
     NativeMutex* m_mutex;
 };
 

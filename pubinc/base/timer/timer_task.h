@@ -18,8 +18,8 @@ namespace tevalon::base::timer {
 /// Lifecycle: constructed; given a time; posted to a TimerThread, which fires it once. It may
 /// be posted again then, from fire() too.
 ///
-/// Thread-safety: any thread may call any method. To give a new time to a task that is queued
-/// neither moves it nor changes where tasks that come later are placed; post it again instead.
+/// Thread-safety: any thread may call any method. To give a new time to a task that is queued does
+/// not move it, and tasks that come later may be placed by either time; post it again instead.
 class TEVALON_BASE_EXPORT TimerTaskBase {
 public:
     /// Fire time 0.0, task id 0, and the next session id of the process: 1 for the first task.
