@@ -24,6 +24,7 @@ namespace tevalon::base::event_dispatcher {
 /// The locks are leaves, except that m_teardownMtx is held over a whole teardown and the
 /// others are taken below it. None is held while a handler runs or a line is logged, but for
 /// m_teardownMtx, which nothing but a teardown ever takes.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): on purpose, see below.
 class EventHubImpl {
 public:
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;

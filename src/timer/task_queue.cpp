@@ -49,7 +49,8 @@ double TaskQueue::insert(Task task) {
 }
 
 void TaskQueue::append(Place place) {
-    if (std::isnan(place.latest)) place.latest = empty() ? kNone : m_blocks.back().latest;
+    const double latest = empty() ? kNone : double{m_blocks.back().latest};
+    if (std::isnan(place.latest)) place.latest = latest;
     if (!empty() && m_blocks.back().places.size() < kMostPlaces) {
         m_blocks.back().places.push_back(place);
         m_blocks.back().latest = place.latest;
