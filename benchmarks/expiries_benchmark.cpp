@@ -11,6 +11,7 @@
 
 #include "base/simple_timer.h"
 #include "support/arrivals.h"
+#include "support/bare_thread.h"
 #include "support/rows.h"
 #include "support/thread_births.h"
 
@@ -62,10 +63,11 @@ void expireOnce(benchmark::State& state) {
 // From a thread that has slept, as the timers' own has.
 void enterBareThread(benchmark::State& state) {
     Entry entry;
+    auto body = [&] { entry.entered(); };
     for (auto _ : state) {
         entry.expect();
         std::this_thread::sleep_for(std::chrono::microseconds(50));
-        std::thread([&] { entry.entered(); }).detach();
+        startBareThread(&body);
         state.SetIterationTime(entry.waitForAge());
     }
 }
@@ -114,9 +116,10 @@ void expireTogether(benchmark::State& state) {
 void enterBareThreads(benchmark::State& state) {
     while (state.KeepRunningBatch(kBurst)) {
         Crowd crowd(kBurst);
+        auto body = [&] { crowd.entered(); };
         const Clock::time_point due = Clock::now() + std::chrono::milliseconds(kBurstDelayMs);
         std::this_thread::sleep_until(due);
-        for (int i = 0; i < kBurst; ++i) std::thread([&] { crowd.entered(); }).detach();
+        for (int i = 0; i < kBurst; ++i) startBareThread(&body);
         state.SetIterationTime(crowd.waitForSecondsSince(due));
     }
 }

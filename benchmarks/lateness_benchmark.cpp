@@ -11,13 +11,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "base/simple_timer.h"
 #include "schedulers/all.h"
 #include "support/arrivals.h"
+#include "support/bare_thread.h"
 #include "support/rows.h"
 #ifdef HAVE_LIBUV
 #include "schedulers/uv_scheduler.h"
@@ -132,7 +132,8 @@ public:
     double operator()(int delayMs) {
         m_lateness.expect(delayMs);
         (void)sleepUntil<kNoSlack>(delayMs);
-        std::thread([this] { m_lateness.began(); }).detach();
+        auto body = [this] { m_lateness.began(); };
+        startBareThread(&body);
         return m_lateness.waitForSeconds();
     }
 

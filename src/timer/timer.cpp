@@ -6,12 +6,12 @@
 #include <cstring>
 #include <exception>
 #include <new>
-#include <thread>
 #include <utility>
 
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "base/simple_timer.h"
+#include "detached_thread.h"
 #include "thread_name.h"
 #include "timer/descriptor_set.h"
 #include "timer/expired_time.h"
@@ -113,7 +113,7 @@ void RunTimerHandler(std::shared_ptr<TimerImpl> timer) {
 
 void startHandlerThread(const std::shared_ptr<TimerImpl>& timer) {
     try {
-        std::thread(RunTimerHandler, timer).detach();
+        startDetachedThread([timer]() mutable { RunTimerHandler(std::move(timer)); });
     } catch (const std::exception& error) {
         BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "HandleTimeout",
                 "Fail to create handler thread of timer:'%s', error:'%s'.\n", timer->name().c_str(),
@@ -241,7 +241,7 @@ void StartTimerThreadOnce() {
         return;
     }
     try {
-        std::thread(HandleTimerThread).detach();
+        startDetachedThread([] { HandleTimerThread(); });
     } catch (const std::exception& error) {
         BLOG(kLogError, "Fail to create timer thread, error:'%s'.\n", error.what());
     }

@@ -1,7 +1,9 @@
 // The order in which timers fire, and the scheduler under load.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <numeric>
 #include <random>
 #include <set>
@@ -71,6 +73,29 @@ TEST_F(SchedulerTest, FiresInOrderOfExpiry) {
 TEST_F(SchedulerTest, EqualExpiriesFireInTheOrderOfStarting) {
     EXPECT_EQ(fireOrderOf({{0, 5, 0}, {0, 5, 0}, {0, 0, 5000}, {0, 4, 1000}, {0, 1, 0}}),
               (std::vector<std::string>{"4", "0", "1", "2", "3"}));
+}
+
+// Detaching one that may have ended already can touch memory that is gone.
+TEST_F(SchedulerTest, HandlersThreadsAreDetachedFromTheStart) {
+    using Create = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    std::atomic<int> state{-1};
+    const test::ReplaceCall<Create> create(
+        Call::PthreadCreate,
+        [&](pthread_t* p_thread, const pthread_attr_t* p_attributes, void* (*p_run)(void*),
+            void* p_argument) {
+            int detachState = PTHREAD_CREATE_JOINABLE;
+            if (p_attributes != nullptr) {
+                (void)pthread_attr_getdetachstate(p_attributes, &detachState);
+            }
+            state = detachState;
+            return pthread_create(p_thread, p_attributes, p_run, p_argument);
+        },
+        When().anyThread());
+    Timer timer("detached", {0, 1, 0}, m_runs.handler(), nullptr, ONCE);
+    timer.start();
+
+    ASSERT_TRUE(m_runs.waitFor(1));
+    EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
 }
 
 TEST_F(SchedulerTest, ManyFireInOrder) {

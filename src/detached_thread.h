@@ -1,0 +1,50 @@
+// detached_thread.h: a thread that nobody joins.
+
+#ifndef SRC_DETACHED_THREAD_H
+#define SRC_DETACHED_THREAD_H
+
+#include <pthread.h>
+
+#include <memory>
+#include <system_error>
+#include <utility>
+
+namespace tevalon::base {
+namespace internal {
+
+/// Throws std::system_error.
+inline void createDetached(void* (*run)(void*), void* p_argument) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error == 0) {
+        (void)pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+        pthread_t thread = {};
+        error = pthread_create(&thread, &attributes, run, p_argument);
+        (void)pthread_attr_destroy(&attributes);
+    }
+    if (error != 0) throw std::system_error(error, std::generic_category());
+}
+
+template <typename Body>
+void* runBody(void* p_argument) {
+    const std::unique_ptr<Body> body(static_cast<Body*>(p_argument));
+    (*body)();
+    return nullptr;
+}
+
+}  // namespace internal
+
+/// Runs @p body on a new thread, which is detached from the start: glibc's pthread_detach() looks
+/// at the thread once more after another may have seen it end and given its memory back.
+///
+/// Throws std::system_error where there is no thread.
+template <typename Body>
+void startDetachedThread(Body body) {
+    auto owned = std::make_unique<Body>(std::move(body));
+    internal::createDetached(internal::runBody<Body>, owned.get());
+    (void)owned.release();  // The thread's.
+}
+
+}  // namespace tevalon::base
+
+#endif  // SRC_DETACHED_THREAD_H
