@@ -24,13 +24,14 @@ public:
     explicit HeldReceiver(int handlers = 1) : m_type(kType + handlers - 1), m_hub(kReceiver) {
         for (int type = kType; type <= m_type; ++type) m_hub.registerHandler(type, [](Event) {});
         m_hub.registerHandler(kHoldType, [this](Event) { m_hold.keep(); });
-        m_hub.registerHandler(kLastType, [this](Event) { m_isDrained.open(); });
+        m_hub.registerHandler(kLastType, [this](Event) { m_last.keep(); });
         events::evtdispch_register_hub(&m_hub);
         send(kHoldType);
         m_hold.waitUntilThere();
     }
     ~HeldReceiver() {
         m_hold.release();
+        m_last.release();
         events::evtdispch_unregister_hub(&m_hub);
     }
 
@@ -45,10 +46,10 @@ public:
     void post(Event event) { m_sender.sendEvent(std::move(event), kReceiver); }
     void call(Event event) { m_sender.sendEventSync(std::move(event), kReceiver, 0); }
 
-    /// The events that are queued, and those only.
+    /// The events that are queued, and those only: the thread is kept in the last one's handler.
     void drain() {
         m_hold.release();
-        m_isDrained.pass();
+        m_last.waitUntilThere();
     }
     void queueLast() { send(kLastType); }
 
@@ -56,7 +57,7 @@ private:
     void send(int type) { m_sender.sendEvent(m_sender.createEvent(type), kReceiver); }
 
     Hold m_hold;
-    Gate m_isDrained;
+    Hold m_last;
     const int m_type;
     events::EventHub m_sender{kSender};
     events::EventHub m_hub;

@@ -34,11 +34,20 @@ void TimerList::remove(TimerImpl& timer) {
     const Entry removed = std::move(m_entries[index]);
     Entry last = std::move(m_entries.back());
     m_entries.pop_back();
+    giveRoomBack();
     if (index == m_entries.size()) return;
     if (index > 0 && isBefore(last, m_entries[above(index)])) {
         putUpwards(index, std::move(last));
     } else {
         putDownwards(index, std::move(last));
+    }
+}
+
+// What many timers needed once is not kept for few; without memory to move to, it is.
+void TimerList::giveRoomBack() {
+    constexpr std::size_t kKept = 64;
+    if (m_entries.capacity() > kKept && m_entries.size() < m_entries.capacity() / 4) {
+        m_entries.shrink_to_fit();
     }
 }
 

@@ -47,6 +47,7 @@ private:
         std::shared_ptr<TimerImpl> timer;
     };
 
+    void giveRoomBack();
     static bool isBefore(const Entry& left, const Entry& right);
     void put(std::size_t index, Entry&& entry);
     void putUpwards(std::size_t index, Entry&& entry);
