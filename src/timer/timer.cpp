@@ -113,7 +113,7 @@ void RunTimerHandler(std::shared_ptr<TimerImpl> timer) {
 
 void startHandlerThread(const std::shared_ptr<TimerImpl>& timer) {
     try {
-        startDetachedThread([timer]() mutable { RunTimerHandler(std::move(timer)); });
+        startDetachedThread([timer] { RunTimerHandler(timer); });
     } catch (const std::exception& error) {
         BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "HandleTimeout",
                 "Fail to create handler thread of timer:'%s', error:'%s'.\n", timer->name().c_str(),
