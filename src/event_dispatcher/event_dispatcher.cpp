@@ -13,8 +13,8 @@
 
 namespace tevalon::base::event_dispatcher {
 
-// The registered hubs in order of registration. Lock order: this lock, then a hub's handler
-// lock, then, that one released, the hub's queue lock.
+// The registered hubs in order of registration. Lock order: this lock, then a hub's queue lock;
+// its handlers are found without one.
 class EventDispatcher::HubList {
 public:
     bool add(EventHub* p_hub) {

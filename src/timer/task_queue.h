@@ -48,7 +48,7 @@ public:
     Task popFront();
 
     /// Calls @p visit with each task, from front to back, and then goes by the fire time that
-    /// the visit left it with.
+    /// the visit left it with. Where a visit throws, places behind it go by what was before.
     template <typename Visit>
     void forEach(Visit visit) {
         forEachWhere([](const Place&) { return true; }, visit);

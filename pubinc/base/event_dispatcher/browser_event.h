@@ -54,6 +54,9 @@ public:
     /// @param timeout  In milliseconds on the monotonic clock; -1 waits without limit, other
     ///                 negative values have passed already.
     ///
+    /// Where a reply lately came within some 15 us it looks for it as long, awake, before it
+    /// sleeps; never on a machine with one processor.
+    ///
     /// On an event that was never armed it writes an error line and returns kEventResultNone
     /// at once. Throws std::system_error when the lock cannot be taken.
     std::int32_t waitForResult(std::int32_t timeout);
