@@ -4,6 +4,7 @@
 
 #include "base/logging/blog.h"
 #include "base/synchronization/unique_lock.h"
+#include "os/no_cancellation.h"
 
 // These lines carry fixed numbers, by which they are found in the logs of all releases.
 #define LOG_CALLED_AT(line) BLOG_AT(BLOG_TAG, kLogInfo, __FILE__, line, __func__, "called\n\n")
@@ -16,6 +17,7 @@ Runnable::Runnable(std::int32_t interval) {
 }
 
 Runnable::~Runnable() {
+    const NoCancellation noCancellation;
     BLOG(kLogInfo, "called\n\n");
 }
 

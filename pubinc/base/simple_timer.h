@@ -15,7 +15,9 @@ namespace tevalon::base::simple_timer {
 class Timer;
 class TimerImpl;
 
-/// A duration, the sum of its fields. Negative fields count as they stand.
+/// A duration, the sum of its fields. Negative fields count as they stand, but make a poor timeout:
+/// where they leave a negative part of a second, the timer fires with the next whole second, and a
+/// CONTINUE timer whose sum is zero or less fires at once and then every millisecond.
 struct TimeoutTime {
     std::int32_t sec;
     std::int32_t msec;
@@ -24,7 +26,8 @@ struct TimeoutTime {
 
 enum TimerType_e : std::int32_t {
     ONCE = 0,      ///< Fires once and is stopped then.
-    CONTINUE = 1,  ///< Fires after every timeout, counted from when it was last due and seen to.
+    CONTINUE = 1,  ///< Fires after every timeout. The next one begins when an expiry is processed:
+                   ///< periods drift.
 };
 
 /// Called with the timer and the user's data, each time on a new thread of its own. Must not
@@ -45,8 +48,13 @@ using TimerHandler = std::function<void(Timer*, void*)>;
 /// timer that is gone.
 ///
 /// Thread-safety: any thread may call any method but the destructor, handlers included; where
-/// two threads start and stop one timer at once, either may come last. Not from the timer's own
-/// handler: stop(), restart() and the destructor, which would wait for it.
+/// two threads start and stop one timer at once, either may come last. In the timer's own handler,
+/// stop() and restart() wait for no run, and the destructor only for the other runs; the run that
+/// they are called in goes on to its end. A handler may call exit().
+///
+/// A handler that ends its thread (pthread_exit(), cancellation) has ended its run. start(),
+/// stopNoBlock() and the destructor are no cancellation points; stop() is one while it waits, with
+/// the timer stopped.
 ///
 /// Methods that return int return 0, or -1 after an error line that says why.
 class TEVALON_BASE_EXPORT Timer {

@@ -41,6 +41,12 @@ inline TimeoutTime normalised(const TimeoutTime& timeout) {
 }
 
 /// @param timeout  Normalised.
+inline bool isPositive(const TimeoutTime& timeout) {
+    const std::int64_t microseconds = std::int64_t{1000} * timeout.msec + timeout.usec;
+    return std::int64_t{1000000} * timeout.sec + microseconds > 0;
+}
+
+/// @param timeout  Normalised.
 inline ExpiredTime after(const ExpiredTime& now, const TimeoutTime& timeout) {
     constexpr std::int32_t kNanosecondsPerSecond = 1000000000;
     const std::int32_t nsec = now.nsec + 1000000 * timeout.msec + 1000 * timeout.usec;
@@ -50,8 +56,11 @@ inline ExpiredTime after(const ExpiredTime& now, const TimeoutTime& timeout) {
 
 /// How long to wait, in whole microseconds: up to one too short, and not at all for the past.
 inline timeval waitUntil(const ExpiredTime& expired, const ExpiredTime& now) {
+    // Negative nanoseconds are what a timeout with negative parts leaves. Such a time comes with
+    // its second, as operator< has it; to wait for less would be to look without pause.
+    const std::int32_t nsec = std::max(expired.nsec, 0);
     const std::int64_t seconds = std::int64_t{expired.sec} - now.sec;
-    const std::int64_t nanoseconds = seconds * 1000000000 + expired.nsec - now.nsec;
+    const std::int64_t nanoseconds = seconds * 1000000000 + nsec - now.nsec;
     const std::int64_t microseconds = std::max<std::int64_t>(nanoseconds, 0) / 1000;
     timeval wait = {};
     wait.tv_sec = static_cast<time_t>(microseconds / 1000000);

@@ -12,6 +12,8 @@
 #include "base/logging/trace.h"
 #include "base/simple_timer.h"
 #include "detached_thread.h"
+#include "os/no_cancellation.h"
+#include "os/own_thread.h"
 #include "thread_name.h"
 #include "timer/descriptor_set.h"
 #include "timer/expired_time.h"
@@ -28,9 +30,18 @@ constexpr int CMD_RESCHEDULE = 2;
 constexpr int kReadEnd = 0;
 constexpr int kWriteEnd = 1;
 
+// Earlier and later than every expiry: the scheduler is about to look at the list, or waits for a
+// command alone.
+constexpr ExpiredTime kLooksAtOnce = {INT32_MIN, INT32_MIN};
+constexpr ExpiredTime kSleepsForEver = {INT32_MAX, INT32_MAX};
+
 pthread_once_t g_timerThreadOnce = PTHREAD_ONCE_INIT;
 int g_cmdPipe[2] = {0, 0};  // Written once, before there is a second thread to read it.
 std::mutex g_timerMutex;    // Guards the list, and with it which timers are started.
+
+// Until when the scheduler sleeps unless a command wakes it. Guarded by g_timerMutex. A head that
+// is earlier has not been announced: its command was lost.
+ExpiredTime g_sleepsUntil = kSleepsForEver;
 
 // Never destroyed: the scheduler goes on while the process exits.
 TimerList& timerList() {
@@ -51,12 +62,16 @@ bool readClock(ExpiredTime* p_now) {
     return true;
 }
 
+// With g_timerMutex held, and cancellation off: write() is a cancellation point.
 void SendCmd(int cmd) {
     errno = 0;
-    if (write(g_cmdPipe[kWriteEnd], &cmd, sizeof(cmd)) != -1) return;
+    const bool isWritten = write(g_cmdPipe[kWriteEnd], &cmd, sizeof(cmd)) != -1;
     const int error = errno;
     // A pipe that is full of commands will wake the thread as well as one more would.
-    if (error == EAGAIN) return;
+    if (isWritten || error == EAGAIN) {
+        g_sleepsUntil = kLooksAtOnce;
+        return;
+    }
     BLOG(kLogError, "Fail to wrtie data, errno(%d):'%s'.\n", error, strerror(error));
 }
 
@@ -66,37 +81,47 @@ int receiveCmd() {
     return cmd;
 }
 
-// With g_timerMutex held.
-int InsterTimer(std::shared_ptr<TimerImpl> const& timer, bool sendCmd) {
+void sendReschedule(const char* function, const char* name) {
+    BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, function,
+            "Send CMD_RESCHEDULE(%d) because of timer('%s').\n", CMD_RESCHEDULE, name);
+    SendCmd(CMD_RESCHEDULE);
+}
+
+// With g_timerMutex held, and cancellation off. The expiry is read once, by the caller: another
+// thread that starts the same timer may change it at any time, and the place in the list and the
+// command must go by the same one.
+int InsterTimer(std::shared_ptr<TimerImpl> const& timer, const ExpiredTime& expired, bool sendCmd) {
     const char* name = timer->name().c_str();
     BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
     TimerList& list = timerList();
     if (list.empty()) {
         BLOG(kLogDebug, "Has no timer yet, insert timer:'%s' to head.\n", name);
-        list.insert(timer);
+        list.insert(timer, expired);
         if (!sendCmd) return 0;
         BLOG(kLogDebug, "Send CMD_START(%d) because of timer('%s').\n", CMD_START, name);
         SendCmd(CMD_START);
-    } else if (timer->expiredTime() < list.headExpiredTime()) {
+    } else if (expired < list.headExpiredTime()) {
         BLOG(kLogDebug, "Insert timer:'%s' to head.\n", name);
-        list.insert(timer);
-        if (!sendCmd) return 0;
-        BLOG(kLogDebug, "Send CMD_RESCHEDULE(%d) because of timer('%s').\n", CMD_RESCHEDULE, name);
-        SendCmd(CMD_RESCHEDULE);
+        list.insert(timer, expired);
+        if (sendCmd) sendReschedule(__func__, name);
     } else {
-        list.insert(timer);
+        list.insert(timer, expired);
         BLOG(kLogDebug, "Insert timer:'%s' to normal position.\n", name);
+        // Only where an earlier command was lost.
+        if (sendCmd && list.headExpiredTime() < g_sleepsUntil) sendReschedule(__func__, name);
     }
     return 0;
 }
 
 int RemoveTimer(std::shared_ptr<TimerImpl> const& timer) {
+    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     BLOG(kLogInfo, "Will remove timer('%s').\n", timer->name().c_str());
     const std::lock_guard<std::mutex> lock(g_timerMutex);
     TimerList& list = timerList();
     const bool isHead = !list.empty() && list.head() == timer;
     list.remove(*timer);
+    list.giveRoomBack();
     timer->setStarted(false);
     if (isHead) {
         BLOG(kLogDebug, "Remove timer('%s') from head, send CMD_RESCHEDULE(%d).\n",
@@ -121,8 +146,8 @@ void startHandlerThread(const std::shared_ptr<TimerImpl>& timer) {
     }
 }
 
-// With g_timerMutex held. The head is due.
-void fireHead(const char* function) {
+// With g_timerMutex held. The head is due at @p now.
+void fireHead(const char* function, const ExpiredTime& now) {
     TimerList& list = timerList();
     const std::shared_ptr<TimerImpl> timer = list.head();
     list.remove(*timer);
@@ -134,8 +159,9 @@ void fireHead(const char* function) {
     } else {
         BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, function,
                 "Timer:'%s' type is CONTINUE, reschedule it.\n", name);
-        (void)timer->caculateExpiredTime();  // It has reported its own failure.
-        InsterTimer(timer, false);
+        timer->reschedule(now);
+        // Into the room that it had: the list has given none back since.
+        InsterTimer(timer, timer->expiredTime(), false);
     }
     startHandlerThread(timer);
 }
@@ -148,8 +174,9 @@ void HandleTimeout() {
         return;
     }
     const std::lock_guard<std::mutex> lock(g_timerMutex);
-    const TimerList& list = timerList();
-    while (!list.empty() && !(now < list.headExpiredTime())) fireHead(__func__);
+    TimerList& list = timerList();
+    while (!list.empty() && !(now < list.headExpiredTime())) fireHead(__func__, now);
+    list.giveRoomBack();
 }
 
 bool CaculateSelectTimeout(const ExpiredTime& expired, timeval* p_wait) {
@@ -164,26 +191,27 @@ bool CaculateSelectTimeout(const ExpiredTime& expired, timeval* p_wait) {
     return true;
 }
 
-// The head's expiry; false when there is no timer.
+// The head's expiry; false when there is no timer. Allocates nothing: without memory the timers
+// go on.
 bool readHead(const char* function, ExpiredTime* p_expired) {
-    std::string name;
+    std::shared_ptr<TimerImpl> head;  // Keeps the name for the line, which is written unlocked.
     {
         const std::lock_guard<std::mutex> lock(g_timerMutex);
         const TimerList& list = timerList();
         if (!list.empty()) {
-            name = list.head()->name();
+            head = list.head();
             *p_expired = list.headExpiredTime();
-        } else {
-            p_expired = nullptr;
         }
+        g_sleepsUntil = head != nullptr ? *p_expired : kSleepsForEver;
     }
-    if (p_expired == nullptr) {
+    if (head == nullptr) {
         BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, function, "No timer need handle.\n");
         return false;
     }
     BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, function,
-            "Waiting for timer('%s') expired, expiredTime(sec:%ld, nsec:%ld).\n", name.c_str(),
-            static_cast<long>(p_expired->sec), static_cast<long>(p_expired->nsec));
+            "Waiting for timer('%s') expired, expiredTime(sec:%ld, nsec:%ld).\n",
+            head->name().c_str(), static_cast<long>(p_expired->sec),
+            static_cast<long>(p_expired->nsec));
     return true;
 }
 
@@ -218,20 +246,20 @@ void serveTimers(const char* function, DescriptorSet* p_commands) {
     }
 }
 
-[[noreturn]] void HandleTimerThread() {
+[[noreturn]] void HandleTimerThread(DescriptorSet* p_commands) {
     nameThisThread("SimpleTimer");
-    DescriptorSet commands(g_cmdPipe[kReadEnd]);
     while (true) {
         BLOG(kLogInfo, "No timer, wait for ever.\n");
-        if (waitForCmd(__func__, &commands, nullptr) == -1) continue;
+        if (waitForCmd(__func__, p_commands, nullptr) == -1) continue;
         BLOG(kLogInfo, "Has new timer, begin work.\n");
         const int cmd = receiveCmd();
         BLOG(kLogInfo, "cmd:%d.\n", cmd);
-        serveTimers(__func__, &commands);
+        serveTimers(__func__, p_commands);
     }
 }
 
 void StartTimerThreadOnce() {
+    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     errno = 0;
     // Not inherited by what the browser executes; never blocking whoever wakes the thread.
@@ -241,7 +269,9 @@ void StartTimerThreadOnce() {
         return;
     }
     try {
-        startDetachedThread([] { HandleTimerThread(); });
+        auto commands = std::make_unique<DescriptorSet>(g_cmdPipe[kReadEnd]);
+        startDetachedThread([p_commands = commands.get()] { HandleTimerThread(p_commands); });
+        (void)commands.release();  // The thread's, which never ends.
     } catch (const std::exception& error) {
         BLOG(kLogError, "Fail to create timer thread, error:'%s'.\n", error.what());
     }
@@ -328,7 +358,7 @@ int TimerImpl::stop() {
     // or we see that it goes on.
     m_needStop = true;
     BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
-    if (m_isRunning) waitForRun();
+    if (m_isRunning && !RunningThread::isThisThreadOf(this)) waitForRun();
     BLOG(kLogAlways, "After wait timer:'%s' stop.\n", m_name.c_str());
     return 0;
 }
@@ -344,37 +374,65 @@ int TimerImpl::stopNoBlock() {
 }
 
 void TimerImpl::retire() {
+    // The run that destroys its own timer goes on: it keeps what it still touches, and the timer
+    // is not among that.
+    const int ownRuns = RunningThread::isThisThreadOf(this) ? 1 : 0;
     std::shared_ptr<const TimerHandler> handler;  // Goes with the timer, and without the lock.
     std::unique_lock<std::mutex> lock(m_mutex);
     m_isRetired = true;
-    m_cond.wait(lock, [this] { return m_runs == 0; });
+    m_cond.wait(lock, [&] { return m_runs == ownRuns; });
     handler = std::move(m_handler);
 }
 
+// A run that has begun is ended by the destructor, for a handler may leave in other ways than by
+// returning: pthread_exit() and cancellation unwind the stack.
+class TimerImpl::HandlerRun {
+public:
+    explicit HandlerRun(TimerImpl* p_timer) : m_timer(*p_timer) {
+        const std::lock_guard<std::mutex> lock(m_timer.m_mutex);
+        if (m_timer.m_isRetired) return;
+        m_timer.m_isRunning = true;
+        ++m_timer.m_runs;
+        m_handler = m_timer.m_handler;
+        m_userData = m_timer.m_userData;
+    }
+    ~HandlerRun() {
+        if (m_handler == nullptr) return;
+        m_handler.reset();  // Before the end is told: its code may be unloaded with the timer.
+        const std::lock_guard<std::mutex> lock(m_timer.m_mutex);
+        m_timer.m_isRunning = false;
+        --m_timer.m_runs;
+        m_timer.m_cond.notify_all();
+    }
+
+    HandlerRun(const HandlerRun&) = delete;
+    HandlerRun& operator=(const HandlerRun&) = delete;
+
+    void callHandler() const {
+        if (m_handler != nullptr) (*m_handler)(m_timer.m_timer, m_userData);
+    }
+
+private:
+    TimerImpl& m_timer;
+    std::shared_ptr<const TimerHandler> m_handler;  // Null where the timer has been retired.
+    void* m_userData = nullptr;
+};
+
 void TimerImpl::runHandler() {
-    std::shared_ptr<const TimerHandler> handler;
-    void* p_userData = nullptr;
-    if (!beginRun(&handler, &p_userData)) return;
-    (*handler)(m_timer, p_userData);
-    handler.reset();  // With the run: its code may be unloaded once the timer is gone.
-    endRun();
+    // First, and so ended last: what a handler holds may destroy the timer with the handler.
+    const RunningThread thread(this);
+    const HandlerRun run(this);
+    run.callHandler();
 }
 
-bool TimerImpl::beginRun(std::shared_ptr<const TimerHandler>* p_handler, void** pp_userData) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_isRetired) return false;
-    m_isRunning = true;
-    ++m_runs;
-    *p_handler = m_handler;
-    *pp_userData = m_userData;
-    return true;
-}
-
-void TimerImpl::endRun() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_isRunning = false;
-    --m_runs;
-    m_cond.notify_all();
+void TimerImpl::reschedule(const ExpiredTime& now) {
+    constexpr TimeoutTime kShortestPause = {0, 1, 0};
+    const bool isKnown = caculateExpiredTime() == 0;  // It has reported its own failure.
+    if (isKnown && isPositive(timeout())) return;
+    // A period that is over before it begins, or an expiry that stays in the past, would start
+    // threads without end.
+    const ExpiredTime earliest = after(now, kShortestPause);
+    if (m_expiredTime.load() < earliest) m_expiredTime.store(earliest);
 }
 
 int TimerImpl::caculateExpiredTime() {
@@ -424,6 +482,7 @@ Timer::Timer(std::string name, TimeoutTime timeout, TimerHandler handler, void* 
 }
 
 Timer::~Timer() {
+    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     if (m_impl == nullptr) return;
     BLOG(kLogDebug, "Destroy timer:'%s'.\n", m_impl->name().c_str());
@@ -471,6 +530,7 @@ int Timer::changeHandler(TimerHandler handler, void* userData) {
 }
 
 int Timer::start() {
+    const NoCancellation noCancellation;
     if (!hasImpl(__func__)) return -1;
     if (m_impl->isStarted()) return 0;
     if (!m_impl->isValid()) {
@@ -485,7 +545,7 @@ int Timer::start() {
     const std::lock_guard<std::mutex> lock(g_timerMutex);
     if (m_impl->isStarted()) return 0;  // Another thread was faster.
     try {
-        InsterTimer(m_impl, true);
+        InsterTimer(m_impl, m_impl->expiredTime(), true);
     } catch (const std::bad_alloc&) {
         BLOG(kLogError, "Fail to start timer:'%s'.\n", m_impl->name().c_str());
         return -1;
@@ -502,6 +562,7 @@ int Timer::stop() {
 }
 
 int Timer::stopNoBlock() {
+    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     if (!hasImpl(__func__)) return -1;
     BLOG(kLogInfo, "m_impl is not NULL.\n");

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/simple_timer.h"
+#include "os/own_thread.h"
 #include "timer/expired_time.h"
 #include "timer/timer_list.h"
 
@@ -35,15 +36,22 @@ public:
     int changeHandler(TimerHandler handler, void* userData);
 
     int start();
-    /// Waits until no run of the handler is marked as going on.
+    /// Waits until no run of the handler is marked as going on. In a run it waits for none: two
+    /// that stop their timer would wait for each other.
     int stop();
     int stopNoBlock();
 
-    /// Lets no further run of the handler begin, and waits for all that go on.
+    /// Lets no further run of the handler begin, and waits for all that go on, but for the one
+    /// that it is called in.
     void retire();
 
     /// One run of the handler, on the calling thread. None once the timer has been retired.
     void runHandler();
+
+    /// For the next run of a CONTINUE timer that is due at @p now: one timeout from now, as
+    /// caculateExpiredTime(), and a millisecond at least where the timeout is not positive or
+    /// the clock cannot be read.
+    void reschedule(const ExpiredTime& now);
 
     /// Sets the expiry to one timeout from now. Returns 0, or -1 when the clock cannot be read.
     int caculateExpiredTime();
@@ -60,10 +68,11 @@ public:
     TimerList::Place& place() { return m_place; }
 
 private:
+    class HandlerRun;
+    using RunningThread = OwnThread<TimerImpl>;
+
     void caculateTimeout();
     bool refusesTimeout(TimeoutTime const& timeout, TimerType_e type, const char* function) const;
-    bool beginRun(std::shared_ptr<const TimerHandler>* p_handler, void** pp_userData);
-    void endRun();
     void waitForRun();
     TimeoutTime timeout();
 

@@ -18,11 +18,11 @@ bool TimerList::isBefore(const Entry& left, const Entry& right) {
     return !(right.expired < left.expired) && left.turn < right.turn;
 }
 
-void TimerList::insert(const std::shared_ptr<TimerImpl>& timer) {
+void TimerList::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired) {
     Place& place = timer->place();
     if (place.m_isListed) return;
     m_entries.emplace_back();
-    putUpwards(m_entries.size() - 1, {timer->expiredTime(), m_nextTurn++, timer});
+    putUpwards(m_entries.size() - 1, {expired, m_nextTurn++, timer});
     place.m_isListed = true;
 }
 
@@ -34,7 +34,6 @@ void TimerList::remove(TimerImpl& timer) {
     const Entry removed = std::move(m_entries[index]);
     Entry last = std::move(m_entries.back());
     m_entries.pop_back();
-    giveRoomBack();
     if (index == m_entries.size()) return;
     if (index > 0 && isBefore(last, m_entries[above(index)])) {
         putUpwards(index, std::move(last));
@@ -43,7 +42,6 @@ void TimerList::remove(TimerImpl& timer) {
     }
 }
 
-// What many timers needed once is not kept for few; without memory to move to, it is.
 void TimerList::giveRoomBack() {
     constexpr std::size_t kKept = 64;
     if (m_entries.capacity() > kKept && m_entries.size() < m_entries.capacity() / 4) {

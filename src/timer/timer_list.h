@@ -35,10 +35,14 @@ public:
     ExpiredTime headExpiredTime() const { return m_entries.front().expired; }
 
     /// Behind all that are due at the same time. A timer that is listed stays where it is.
-    void insert(const std::shared_ptr<TimerImpl>& timer);
+    /// Allocates nothing if a timer was removed since the room was last given back.
+    void insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired);
 
-    /// A timer that is not listed is ignored.
+    /// A timer that is not listed is ignored. Keeps the room.
     void remove(TimerImpl& timer);
+
+    /// What many timers needed once is not kept for few; without memory to move to, it is.
+    void giveRoomBack();
 
 private:
     struct Entry {
@@ -47,7 +51,6 @@ private:
         std::shared_ptr<TimerImpl> timer;
     };
 
-    void giveRoomBack();
     static bool isBefore(const Entry& left, const Entry& right);
     void put(std::size_t index, Entry&& entry);
     void putUpwards(std::size_t index, Entry&& entry);

@@ -287,26 +287,4 @@ TEST(SchedulerDeathTest, AnEmptyHandlerEndsTheProcess) {
         testing::KilledBySignal(SIGABRT), "bad_function_call");
 }
 
-TEST(SchedulerDeathTest, AHandlerThatStopsItsOwnTimerHangs) {
-    EXPECT_EXIT(
-        {
-            LogCapture log(kLogError);
-            test::Event waiting;
-            test::RunAtCall atWait(
-                Call::PthreadCondWait, [&] { waiting.set(); }, When().anyThread());
-            std::atomic<bool> returned{false};
-            Timer timer(
-                "self", kSoon,
-                [&](Timer* p_timer, void*) {
-                    (void)p_timer->stop();
-                    returned = true;
-                },
-                nullptr, ONCE);
-            (void)timer.start();
-            const bool hangs = waiting.wait() && !returned;
-            std::_Exit(hangs ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "");
-}
-
 }  // namespace

@@ -44,7 +44,7 @@ void insertByWalk(std::list<Impl>* p_list, const Impl& timer) {
 TEST(TimerListTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
     TimerList list;
     const std::vector<Impl> timers = {timerDueAt({5, 1}), timerDueAt({5, 1}), timerDueAt({5, 0})};
-    for (const Impl& timer : timers) list.insert(timer);
+    for (const Impl& timer : timers) list.insert(timer, timer->expiredTime());
 
     for (const Impl& expected : {timers[2], timers[0], timers[1]}) {
         EXPECT_EQ(list.head(), expected);
@@ -56,13 +56,26 @@ TEST(TimerListTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
 TEST(TimerListTest, ATimerIsListedOnce) {
     TimerList list;
     const Impl timer = timerDueAt({5, 1});
-    list.insert(timer);
-    list.insert(timer);
+    list.insert(timer, timer->expiredTime());
+    list.insert(timer, timer->expiredTime());
 
     list.remove(*timer);
     EXPECT_TRUE(list.empty());
     list.remove(*timer);
     EXPECT_TRUE(list.empty());
+}
+
+// Not by the timer's own, which another start of it may change meanwhile.
+TEST(TimerListTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
+    TimerList list;
+    const Impl first = timerDueAt({5, 0});
+    const Impl second = timerDueAt({30, 0});
+
+    list.insert(first, {20, 0});
+    list.insert(second, {10, 0});
+
+    EXPECT_EQ(list.head(), second);
+    EXPECT_FALSE(list.headExpiredTime() < (ExpiredTime{10, 0}));
 }
 
 TEST(TimerListTest, PlacesAreThoseOfTheWalk) {
@@ -77,7 +90,7 @@ TEST(TimerListTest, PlacesAreThoseOfTheWalk) {
         if (plain.empty() || chance(random) < 55) {
             const Impl timer = timerDueAt({second(random), nanosecond(random)});
             insertByWalk(&plain, timer);
-            list.insert(timer);
+            list.insert(timer, timer->expiredTime());
         } else {
             std::uniform_int_distribution<std::size_t> any(0, plain.size() - 1);
             const auto victim = std::next(plain.begin(), static_cast<long>(any(random)));
