@@ -9,6 +9,7 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 #include "base/logging/blog.h"
 #include "event_dispatcher/event_hub_impl.h"
+#include "os/no_cancellation.h"
 #include "thread_name.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -95,7 +96,16 @@ void EventHub::onHubUnregistered() {
 EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
 
 EventHubImpl::~EventHubImpl() {
+    {
+        const std::lock_guard<std::mutex> lock(m_threadMtx);
+        m_isDestroyed = true;
+    }
     onUnregistered();
+    if (HandlerThread::isThisThreadOf(this)) letOwnThreadGo();
+    // Handlers first, then the events that none of them has seen, oldest first.
+    m_handlers.clear();
+    m_takenEvents.clear();
+    m_eventQueue.clear();
 }
 
 std::int32_t EventHubImpl::registerHandler(std::int32_t eventType, Handler handler) {
@@ -117,20 +127,33 @@ std::int32_t EventHubImpl::registerHandler(std::int32_t srcModule, std::int32_t 
 }
 
 bool EventHubImpl::ensureThread() {
-    const std::lock_guard<std::mutex> lock(m_threadMtx);
-    if (m_thread != nullptr) return true;
+    std::shared_ptr<std::thread> left;
+    std::unique_lock<std::mutex> lock(m_threadMtx);
+    if (m_isDestroyed) return false;
+    // A thread that is being joined may be here itself: a handler in hand registers another. It
+    // must neither wait for that join nor start a second thread.
+    if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
+    left = std::move(m_thread);
     m_exit = false;
+    m_hasLeft = false;
     try {
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
     } catch (const std::exception&) {
-        return false;  // No thread, or no memory for one.
+        m_thread = nullptr;  // No thread, or no memory for one.
     }
-    return true;
+    const bool isStarted = m_thread != nullptr;
+    lock.unlock();
+    if (left != nullptr) left->join();  // Returns soon: it has left.
+    return isStarted;
 }
 
-bool EventHubImpl::hasThread() {
-    const std::lock_guard<std::mutex> lock(m_threadMtx);
-    return m_thread != nullptr;
+// A thread that was told to leave from one of its own handlers goes on if it has not left yet, so
+// that no two threads ever serve one hub.
+bool EventHubImpl::staysForNewHandler() {
+    const std::lock_guard<std::mutex> lock(m_queueMtx);
+    if (m_hasLeft) return false;
+    m_exit = false;
+    return true;
 }
 
 bool EventHubImpl::addUnlessExists(InnerHandler_t record) {
@@ -159,36 +182,60 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     return 0;
 }
 
+// Tells that the handler thread has left, in whatever way: pthread_exit() in a handler, or
+// cancellation, unwinds the stack.
+class EventHubImpl::Leaving {
+public:
+    Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
+    ~Leaving() {
+        if (m_thread.isOwnerGone()) return;
+        const std::lock_guard<std::mutex> lock(m_hub.m_queueMtx);
+        m_hub.m_hasLeft = true;
+    }
+
+    Leaving(const Leaving&) = delete;
+    Leaving& operator=(const Leaving&) = delete;
+
+private:
+    EventHubImpl& m_hub;
+    const HandlerThread& m_thread;
+};
+
 void EventHubImpl::handleEventTask(EventHubImpl* self) {
     if (self == nullptr) {
         BLOG(kLogError, "Param is NULL.\n");
         return;
     }
     nameThisThread("Evt:%d", self->m_moduleId);
+    const HandlerThread thread(self);
+    const Leaving leaving(self, thread);
     std::shared_ptr<BrowserEvent> event;
-    while (self->takeEvent(&event)) {
+    // A handler may destroy the hub: nothing of it is touched then.
+    while (!thread.isOwnerGone() && self->takeEvent(&event)) {
         if (event != nullptr) self->handle(std::move(event));
     }
 }
 
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
-    if (m_exit) return false;
-    if (m_takenEvents.empty() && !takeQueue()) return false;
+    if ((m_exit || m_takenEvents.empty()) && !takeQueue()) return false;
     *p_event = m_takenEvents.pop();
     return true;
 }
 
 bool EventHubImpl::takeQueue() {
-    lookForEvents();
+    if (!m_exit) lookForEvents();
     std::unique_lock<std::mutex> lock(m_queueMtx);
-    while (!m_exit && m_eventQueue.empty()) {
+    while (!m_exit && m_takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Until somebody posts, who clears it: once for each wait.
         lock.unlock();
         m_queueCv.wait();
         lock.lock();
     }
-    if (m_exit) return false;
-    m_takenEvents.swap(m_eventQueue);
+    if (m_exit) {
+        m_hasLeft = true;
+        return false;
+    }
+    if (m_takenEvents.empty()) m_takenEvents.swap(m_eventQueue);
     m_hasNews.store(false, std::memory_order_relaxed);
     return true;
 }
@@ -206,8 +253,16 @@ void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
 }
 
 void EventHubImpl::onUnregistered() {
+    const NoCancellation noCancellation;
+    if (HandlerThread::isThisThreadOf(this)) {
+        // Without m_teardownMtx: whoever holds it may be waiting for this thread.
+        BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
+        requestExit();
+        BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+        return;
+    }
     const std::lock_guard<std::mutex> teardown(m_teardownMtx);
-    if (!hasThread()) {
+    if (!claimJoin()) {
         BLOG(kLogInfo, "Didn't create thread, so need not destroy thread.\n");
         BLOG(kLogAlways, "Exit onUnregistered.\n");
         return;
@@ -216,6 +271,15 @@ void EventHubImpl::onUnregistered() {
     requestExit();
     joinThread();
     BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+}
+
+// False where there is no thread.
+bool EventHubImpl::claimJoin() {
+    const std::lock_guard<std::mutex> lock(m_threadMtx);
+    if (m_thread == nullptr) return false;
+    m_isJoining =
+        true;  // Before the thread is told to leave, lest a registration tells it to stay.
+    return true;
 }
 
 void EventHubImpl::requestExit() {
@@ -233,11 +297,20 @@ void EventHubImpl::joinThread() {
         const std::lock_guard<std::mutex> lock(m_threadMtx);
         thread = m_thread;
     }
-    // Unlocked, and m_thread still set: a handler in hand may register another handler, which
-    // must neither wait for this join nor start a second thread.
+    // Unlocked, and m_thread still set; see ensureThread().
     if (thread->joinable()) thread->join();
     const std::lock_guard<std::mutex> lock(m_threadMtx);
+    m_isJoining = false;
     m_thread.reset();
+}
+
+// The hub is destroyed in one of its own handlers. The thread ends when that returns, and touches
+// nothing but its stack until then. Where another thread is waiting for it, that one is owed the
+// join; the process is ending then.
+void EventHubImpl::letOwnThreadGo() {
+    HandlerThread::ownerIsGone();
+    const std::lock_guard<std::mutex> lock(m_threadMtx);
+    if (m_thread != nullptr && !m_isJoining) m_thread->detach();
 }
 
 }  // namespace tevalon::base::event_dispatcher

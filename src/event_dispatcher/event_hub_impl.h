@@ -16,14 +16,19 @@
 #include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
 #include "event_dispatcher/semaphore.h"
+#include "os/own_thread.h"
 
 namespace tevalon::base::event_dispatcher {
 
 /// Thread-safety: any thread may call anything but the destructor; see EventHub.
 ///
-/// The locks are leaves, except that m_teardownMtx is held over a whole teardown and the
-/// others are taken below it. None is held while a handler runs or a line is logged, but for
+/// Lock order: m_teardownMtx, held over a whole teardown, then m_threadMtx, then m_queueMtx;
+/// m_handlerMtx is a leaf. None is held while a handler runs or a line is logged, but for
 /// m_teardownMtx, which nothing but a teardown ever takes.
+///
+/// A handler may unregister or destroy its own hub, and a client may register handlers, and
+/// tear down, on other threads meanwhile. At most one thread serves a hub at any time: one that
+/// was told to leave either stays (staysForNewHandler()) or has left before the next one starts.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): on purpose, see below.
 class EventHubImpl {
 public:
@@ -44,14 +49,19 @@ public:
     /// Queues @p event and returns 0; leaves it to the caller, and returns -1, when no handler
     /// takes it or it is null.
     std::int32_t receiveEvent(std::shared_ptr<BrowserEvent>&& event);
+    /// Ends the handler thread and waits for it; on that very thread, from a handler, it does not
+    /// wait: the thread ends when the handler returns.
     void onUnregistered();
 
     /// The body of the handler thread.
     static void handleEventTask(EventHubImpl* self);
 
 private:
+    class Leaving;
+    using HandlerThread = OwnThread<EventHubImpl>;
+
     bool ensureThread();
-    bool hasThread();
+    bool staysForNewHandler();
     bool addUnlessExists(InnerHandler_t record);
     /// Blocks for the next event; false when the thread is to end.
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
@@ -60,16 +70,23 @@ private:
     void lookForEvents();
     void handle(std::shared_ptr<BrowserEvent>&& event);
     void requestExit();
+    bool claimJoin();
     void joinThread();
+    void letOwnThreadGo();
 
     // What the senders and the handler thread write keeps off the lines of what they only read:
     // the processors would hand those to and fro as well.
     static constexpr std::size_t kCacheLine = 64;
 
-    std::mutex m_threadMtx;                     // Guards m_thread.
-    std::atomic<bool> m_exit{false};            // Tells the handler thread to leave its loop.
-    std::shared_ptr<std::thread> m_thread;      // Null before the first handler and after teardown.
-    alignas(kCacheLine) std::mutex m_queueMtx;  // Guards m_eventQueue and m_isWaiting.
+    std::mutex m_threadMtx;                 // Guards m_thread, m_isJoining and m_isDestroyed.
+    std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
+    std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
+    bool m_isJoining = false;               // A teardown waits for the thread; nobody revives it.
+    bool m_isDestroyed = false;             // No thread is started any more.
+    // The handler thread has looked at m_exit for the last time, and touches nothing here any
+    // more. Guarded by m_queueMtx: a registration may call the thread back until then.
+    bool m_hasLeft = false;
+    alignas(kCacheLine) std::mutex m_queueMtx;  // Guards m_eventQueue, m_isWaiting, m_hasLeft.
     Semaphore m_queueCv;  // Does a condition variable's work, and wakes the handler thread.
     EventQueue m_eventQueue;
     bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.

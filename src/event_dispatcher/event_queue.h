@@ -22,7 +22,7 @@ public:
 
     EventQueue() = default;
     ~EventQueue() {
-        while (!empty()) (void)pop();
+        clear();
         delete m_first;
     }
 
@@ -49,6 +49,11 @@ public:
             dropChunk();
         }
         return event;
+    }
+
+    /// Destroys the events, oldest first.
+    void clear() {
+        while (!empty()) (void)pop();
     }
 
     void swap(EventQueue& other) {

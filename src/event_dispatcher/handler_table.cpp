@@ -4,11 +4,11 @@
 
 namespace tevalon::base::event_dispatcher {
 
-HandlerTable::~HandlerTable() {
+void HandlerTable::clear() {
     for (std::atomic<Node*>& chain : m_chains) {
-        for (Node* p_node = chain; p_node != nullptr;) {
-            const std::unique_ptr<Node> gone(p_node);
-            p_node = gone->p_next;
+        for (Node* p_node = chain.exchange(nullptr); p_node != nullptr;) {
+            const std::unique_ptr<Node> removed(p_node);
+            p_node = removed->p_next;
         }
     }
 }

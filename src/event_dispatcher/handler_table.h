@@ -29,7 +29,7 @@ struct InnerHandler_t {
 class HandlerTable {
 public:
     HandlerTable() = default;
-    ~HandlerTable();
+    ~HandlerTable() { clear(); }
 
     HandlerTable(const HandlerTable&) = delete;
     HandlerTable& operator=(const HandlerTable&) = delete;
@@ -38,6 +38,9 @@ public:
     const InnerHandler_t* find(std::int32_t srcModule, std::int32_t eventType) const;
 
     void add(InnerHandler_t record);
+
+    /// Destroys the handlers. Nobody may look one up meanwhile, but for what they do themselves.
+    void clear();
 
 private:
     struct Node {

@@ -36,9 +36,9 @@ public:
     /// already; 2 when it is null. Several hubs may share a module id.
     std::int32_t registerHub(EventHub* p_hub);
 
-    /// Removes @p p_hub and stops its thread, waiting for the handler in hand: not to be
-    /// called from one of its own handlers. Returns 0, also when it was not listed; 2 when it
-    /// is null.
+    /// Removes @p p_hub and stops its thread, waiting for the handler in hand; from one of its own
+    /// handlers it does not wait, and the thread ends with that. Returns 0, also when it was not
+    /// listed; 2 when it is null.
     std::int32_t unregisterHub(EventHub* p_hub);
 
     /// Hands @p event to every hub whose module id is @p target, or to every hub at all for

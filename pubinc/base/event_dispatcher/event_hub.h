@@ -28,11 +28,18 @@ class EventHubImpl;
 /// Lifecycle: construct, register handlers (the first starts the thread), register the hub
 /// with the dispatcher; unregister it, which stops the thread, before it is destroyed. Events
 /// that still wait then are destroyed with the hub, unhandled, unless a later registerHandler()
-/// starts a new thread.
+/// starts a new thread: a hub that is unregistered and registered again queues what it is sent,
+/// and handles nothing, until a handler is registered.
 ///
 /// Thread-safety: any thread may call any method but the destructor. Handlers run without a
 /// lock held and may send, also synchronously to other hubs, and register further handlers. A
-/// handler must not send synchronously to its own hub, unregister its own hub, or throw.
+/// handler must not send synchronously to its own hub, or throw.
+///
+/// A handler may unregister or destroy its own hub, or call exit(): whatever would wait for that
+/// handler does not. The thread ends when the handler returns, unless one is registered meanwhile,
+/// which has it go on; never do two threads run handlers of one hub at once. A handler that ends
+/// its thread (pthread_exit(), cancellation) leaves the hub without one: events are queued, and
+/// the next registerHandler() starts a new thread, which handles them.
 ///
 /// A hub whose implementation could not be allocated says so in an error line at each use and
 /// answers -1.
@@ -42,7 +49,8 @@ public:
 
     /// Starts no thread.
     explicit EventHub(std::int32_t moduleId);
-    /// Stops the thread after the handler in hand. Does not unregister the hub.
+    /// Stops the thread after the handler in hand, then destroys the handlers, then the events that
+    /// were not handled. Does not unregister the hub.
     ~EventHub();
 
     EventHub(const EventHub&) = delete;

@@ -1,0 +1,272 @@
+// Hubs that are unregistered, destroyed and abandoned by their own handlers.
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "event_dispatcher/event_fixtures.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::event_dispatcher;
+using test::Call;
+using test::LogCapture;
+using test::LogEntry;
+using test::When;
+
+using Event = std::shared_ptr<BrowserEvent>;
+
+constexpr std::int32_t kModule = 7;
+constexpr std::int32_t kLeave = 5;
+constexpr std::int32_t kLater = 6;
+
+Event makeEvent(std::int32_t type) {
+    return std::make_shared<BrowserEvent>(3, type, nullptr);
+}
+
+class EventHubOwnThreadTest : public testing::Test {
+protected:
+    LogCapture m_log{kLogInfo};
+    test::Event m_done;
+    Inbox m_inbox;
+};
+
+TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterItsHub) {
+    EventHub hub(kModule);
+    hub.registerHandler(kLeave, [&](const Event&) {
+        EXPECT_EQ(evtdispch_unregister_hub(&hub), 0);
+        m_done.set();
+    });
+    hub.registerHandler(kLater, m_inbox.handler());
+    evtdispch_register_hub(&hub);
+    m_log.clear();
+
+    hub.receiveEvent(makeEvent(kLeave));
+    hub.receiveEvent(makeEvent(kLater));
+
+    ASSERT_TRUE(m_done.wait());
+    hub.onHubUnregistered();  // Which waits for the thread, wherever it is by now.
+    EXPECT_TRUE(m_inbox.events().empty());
+    EXPECT_EQ(evtdispch_send_event(makeEvent(kLater), kModule), -1);
+    std::vector<LogEntry> lines = m_log.entriesWithoutLineNumbers();
+    lines.erase(lines.begin());  // The dispatcher's, which names the hub's address.
+    std::vector<LogEntry> expected = teardownLines();
+    for (const LogEntry& line : teardownLines()) expected.push_back(line);
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(EventHubOwnThreadTest, AHandlerMayDestroyItsHub) {
+    std::atomic<int> deletions{0};
+    const auto held = std::make_shared<int>(7);
+    auto* const p_hub = new EventHub(kModule);
+    int seen = 0;
+    p_hub->registerHandler(kLeave, [held, p_hub, &seen, this](Event event) {
+        delete p_hub;
+        seen = *held;
+        m_inbox.take(std::move(event));
+    });
+    p_hub->registerHandler(kLater, [](const Event&) {});
+    test::Event blocked;
+    p_hub->registerHandler(kLater + 1, [&](const Event&) { (void)blocked.wait(); });
+    p_hub->receiveEvent(makeEvent(kLater + 1));
+    p_hub->receiveEvent(makeEvent(kLeave));
+    p_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kLater, new CountedParam(&deletions)));
+    m_log.clear();
+    blocked.set();
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+    EXPECT_EQ(seen, 7);
+    EXPECT_EQ(deletions, 1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+// In the handler itself: the thread goes on, and is the only one.
+TEST_F(EventHubOwnThreadTest, ARegistrationInTheHandlerHasTheThreadGoOn) {
+    EventHub hub(kModule);
+    test::CountCalls threads(Call::PthreadCreate, When().anyThread());
+    hub.registerHandler(kLeave, [&](Event event) {
+        hub.onHubUnregistered();
+        EXPECT_EQ(hub.registerHandler(kLater, m_inbox.handler()), 0);
+        m_inbox.take(std::move(event));
+    });
+
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    hub.receiveEvent(makeEvent(kLater));
+
+    ASSERT_TRUE(m_inbox.waitFor(2));
+    EXPECT_EQ(m_inbox.threads()[0], m_inbox.threads()[1]);
+    EXPECT_EQ(threads.seen(), 1);
+}
+
+// On another thread, while the handler still runs: no second thread serves the hub beside it.
+TEST_F(EventHubOwnThreadTest, ARegistrationElsewhereDoesNotStartASecondThread) {
+    EventHub hub(kModule);
+    test::Event unregistered;
+    test::Event release;
+    std::atomic<int> inside{0};
+    std::atomic<int> most{0};
+    const auto enter = [&] {
+        if (++inside > 1) most = 2;
+    };
+    hub.registerHandler(kLeave, [&](Event event) {
+        enter();
+        hub.onHubUnregistered();
+        unregistered.set();
+        (void)release.wait();
+        --inside;
+        m_inbox.take(std::move(event));
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(unregistered.wait());
+
+    EXPECT_EQ(hub.registerHandler(kLater,
+                                  [&](Event event) {
+                                      enter();
+                                      --inside;
+                                      m_inbox.take(std::move(event));
+                                  }),
+              0);
+    hub.receiveEvent(makeEvent(kLater));
+    release.set();
+
+    ASSERT_TRUE(m_inbox.waitFor(2));
+    EXPECT_EQ(m_inbox.threads()[0], m_inbox.threads()[1]);
+    EXPECT_EQ(most, 0);
+}
+
+// Once it has left, a registration starts another one, which handles what is queued.
+TEST_F(EventHubOwnThreadTest, UnregisteredAndRegisteredAgainAtAnyMomentItHandlesEverything) {
+    EventHub hub(kModule);
+    constexpr int kRounds = 500;
+    hub.registerHandler(kLeave, [&](Event event) {
+        hub.onHubUnregistered();
+        m_inbox.take(std::move(event));
+    });
+    for (int round = 1; round <= kRounds; ++round) {
+        ASSERT_EQ(hub.receiveEvent(makeEvent(kLeave)), 0);
+        ASSERT_TRUE(m_inbox.waitFor(static_cast<std::size_t>(2 * round - 1)));
+        // Too late to be called back in some of the rounds, not in others.
+        (void)hub.registerHandler(1000 + round, m_inbox.handler());
+        ASSERT_EQ(hub.receiveEvent(makeEvent(1000 + round)), 0);
+        ASSERT_TRUE(m_inbox.waitFor(static_cast<std::size_t>(2 * round)));
+    }
+}
+
+// The handler tears down while another thread already waits for it to end.
+TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterAHubThatIsBeingTornDown) {
+    EventHub hub(kModule);
+    test::Event entered;
+    test::Event joining;
+    hub.registerHandler(kLeave, [&](Event event) {
+        entered.set();
+        (void)joining.wait();
+        hub.onHubUnregistered();
+        m_inbox.take(std::move(event));
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(entered.wait());
+    test::RunAtCall atJoin(Call::PthreadJoin, [&] { joining.set(); });
+
+    hub.onHubUnregistered();
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+TEST_F(EventHubOwnThreadTest, PthreadExitLeavesTheHubWithoutAThreadUntilTheNextRegistration) {
+    EventHub hub(kModule);
+    test::Event entered;
+    hub.registerHandler(kLeave, [&](const Event&) {
+        entered.set();
+        pthread_exit(nullptr);
+    });
+    hub.registerHandler(kLater, m_inbox.handler());
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(entered.wait());
+    hub.receiveEvent(makeEvent(kLater));
+
+    // Whether the thread has gone already shows in nothing but that it handles the event.
+    for (std::int32_t type = 100; m_inbox.events().empty() && type < 100000; ++type) {
+        (void)hub.registerHandler(type, [](const Event&) {});
+    }
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+TEST_F(EventHubOwnThreadTest, PthreadExitDoesNotHangTheTeardown) {
+    EventHub hub(kModule);
+    test::Event entered;
+    hub.registerHandler(kLeave, [&](const Event&) {
+        entered.set();
+        pthread_exit(nullptr);
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(entered.wait());
+    m_log.clear();
+
+    hub.onHubUnregistered();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+/// Writes its name when it goes.
+class Witness {
+public:
+    Witness(std::string name, std::vector<std::string>* p_gone)
+        : m_name(std::move(name)), m_gone(p_gone) {}
+    ~Witness() { m_gone->push_back(m_name); }
+
+    Witness(const Witness&) = delete;
+    Witness& operator=(const Witness&) = delete;
+
+private:
+    const std::string m_name;
+    std::vector<std::string>* const m_gone;
+};
+
+class WitnessParam : public EventParam {
+public:
+    WitnessParam(std::string name, std::vector<std::string>* p_gone)
+        : m_witness(std::move(name), p_gone) {}
+
+private:
+    const Witness m_witness;
+};
+
+TEST_F(EventHubOwnThreadTest, DestructionTakesTheHandlersFirstAndThenTheEventsInTheirOrder) {
+    std::vector<std::string> gone;
+    test::Event entered[2];
+    test::Event release[2];
+    std::atomic<int> calls{0};
+    auto hub = std::make_unique<EventHub>(kModule);
+    hub->registerHandler(kLeave,
+                         [witness = std::make_shared<Witness>("handler", &gone)](const Event&) {});
+    hub->registerHandler(kLater, [&](const Event&) {
+        const int call = calls++;
+        entered[call].set();
+        (void)release[call].wait();
+    });
+    // The thread takes the whole queue at once: the first holds it until all are there, the second
+    // until the hub is torn down; the third is then taken, and the fourth still queued.
+    hub->receiveEvent(makeEvent(kLater));
+    ASSERT_TRUE(entered[0].wait());
+    hub->receiveEvent(makeEvent(kLater));
+    hub->receiveEvent(std::make_shared<BrowserEvent>(3, kLeave, new WitnessParam("taken", &gone)));
+    release[0].set();
+    ASSERT_TRUE(entered[1].wait());
+    hub->receiveEvent(std::make_shared<BrowserEvent>(3, kLeave, new WitnessParam("queued", &gone)));
+    test::RunAtCall atJoin(
+        Call::PthreadJoin, [&] { release[1].set(); }, When().anyThread());
+
+    hub.reset();
+
+    EXPECT_EQ(gone, (std::vector<std::string>{"handler", "taken", "queued"}));
+}
+
+}  // namespace
