@@ -10,6 +10,8 @@
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
 #include "monotonic_seconds.h"
+#include "os/no_cancellation.h"
+#include "os/own_thread.h"
 #include "thread_name.h"
 
 namespace tevalon::base::timer {
@@ -78,6 +80,8 @@ constexpr double kNoTime = 1.0;
 
 constexpr timespec kCheckPeriod = {0, 100000000};
 
+using WatchThread = OwnThread<WatchDog>;
+
 // To its end, however many signals arrive.
 void sleepForCheckPeriod() {
     timespec left = kCheckPeriod;
@@ -100,7 +104,14 @@ WatchDog::WatchDog() : m_thread{this, {}} {
 }
 
 WatchDog::~WatchDog() {
+    const NoCancellation noCancellation;
     stop();
+    if (WatchThread::isThisThreadOf(this)) {
+        // In the callback: the thread ends when that returns.
+        WatchThread::ownerIsGone();
+        (void)pthread_detach(pthread_self());
+        return;
+    }
     (void)pthread_join(m_thread.handle, nullptr);
 }
 
@@ -148,19 +159,26 @@ void WatchDog::stopWatch(WATCH_ID id) {
 
 std::vector<int> WatchDog::checkTimers() {
     std::vector<int> logged;
+    checkAll(&logged);
+    return logged;
+}
+
+void WatchDog::checkAll(std::vector<int>* p_logged) {
+    const bool isOwnThread = WatchThread::isThisThreadOf(this);
     for (int i = 0; i < kWatchCount; ++i) {
         Report report = {};
         if (!takeOverrun(i, &report)) continue;
         const auto id = static_cast<WATCH_ID>(i);
         if (report.callback != nullptr) {
             report.callback(report.p_context, id, report.seconds);
+            // It may have destroyed this object: nothing of it is touched then.
+            if (isOwnThread && !WatchThread::isThisThreadOf(this)) return;
             continue;
         }
-        BLOG(kLogError, "Watch dog Timeout : %d(%s) ,  %f \n", i, getWatchIdName(id),
-             report.seconds);
-        logged.push_back(i);
+        BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "checkTimers",
+                "Watch dog Timeout : %d(%s) ,  %f \n", i, getWatchIdName(id), report.seconds);
+        if (p_logged != nullptr) p_logged->push_back(i);
     }
-    return logged;
 }
 
 // Written so that a time that is no number is never overdue.
@@ -184,9 +202,10 @@ void WatchDog::stop() {
 }
 
 int WatchDog::run() {
-    while (m_running) {
-        (void)checkTimers();
-        sleepForCheckPeriod();
+    const WatchThread thread(this);
+    while (!thread.isOwnerGone() && m_running) {
+        checkAll(nullptr);  // Which needs no memory so.
+        if (!thread.isOwnerGone()) sleepForCheckPeriod();
     }
     return 0;
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/event_dispatcher.h"
 #include "base/simple_timer.h"
 #include "base/timer.h"
 
@@ -108,10 +109,46 @@ void makeStaticOnes() {
     while (s_runs < 3) (void)usleep(100);
 }
 
+// Each is destroyed by the very exit that its own handler, task or callback calls.
+
+void exitInOwnHandler() {
+    static Timer s_timer(
+        "own", {0, 1, 0}, [](Timer*, void*) { std::exit(0); }, nullptr, simple_timer::CONTINUE);
+    (void)s_timer.start();
+    waitForEver();
+}
+
+void exitInOwnEventHandler() {
+    using namespace event_dispatcher;
+    static EventHub s_hub(7);
+    s_hub.registerHandler(5, [](const std::shared_ptr<BrowserEvent>&) { std::exit(0); });
+    s_hub.receiveEvent(s_hub.createEvent(5));
+    s_hub.receiveEvent(s_hub.createEvent(5));
+    waitForEver();
+}
+
+void exitInOwnTask() {
+    static TimerThread s_thread;
+    s_thread.postTask(std::make_shared<CallableTimerTask>([] {}), 3600 * 1000);
+    s_thread.postTask(std::make_shared<CallableTimerTask>([] { std::exit(0); }), 0);
+    waitForEver();
+}
+
+void exitInOwnCallback() {
+    static WatchDog s_dog;
+    s_dog.setTimeoutCallback([](void*, WatchDog::WATCH_ID, double) { std::exit(0); }, nullptr);
+    s_dog.beginWatch(WatchDog::eWatchIDNull, 0.0);
+    waitForEver();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string manner = argc > 1 ? argv[1] : "";
+    if (manner == "own-handler") exitInOwnHandler();
+    if (manner == "own-event-handler") exitInOwnEventHandler();
+    if (manner == "own-task") exitInOwnTask();
+    if (manner == "own-watch") exitInOwnCallback();
     if (manner == "static") makeStaticOnes();
     fillTheWorld();
     while (!world().isBusy()) (void)usleep(100);

@@ -44,7 +44,9 @@ TEST_P(ProcessExitTest, IsCleanWhileEverythingIsLogged) {
 INSTANTIATE_TEST_SUITE_P(From, ProcessExitTest,
                          testing::Values("return", "exit", "quick", "handler", "quick-handler",
                                          "task", "quick-task", "worker", "quick-worker",
-                                         "main-task", "watch", "quick-watch", "static"),
+                                         "main-task", "watch", "quick-watch", "static",
+                                         "own-handler", "own-event-handler", "own-task",
+                                         "own-watch"),
                          [](const auto& parameter) {
                              std::string name = parameter.param;
                              for (char& c : name) {

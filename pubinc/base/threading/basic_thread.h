@@ -11,7 +11,8 @@
 namespace tevalon::base::Threading {
 
 /// A POSIX thread that calls its owner's `int run()`. Held by std::shared_ptr: the last holder
-/// that lets go waits for the thread. That must not be the thread itself.
+/// that lets go waits for the thread. Where that is the thread itself, it is detached instead; the
+/// owner then sees to it that run() returns without touching what is gone.
 ///
 /// T has `int run()`, the thread's body, and `void stop()`, which makes run() return soon and
 /// may be called at any time.
@@ -29,7 +30,11 @@ public:
     /// Stops the owner and waits until its run() has returned.
     ~BasicThread() {
         m_owner->stop();
-        (void)pthread_join(m_handle, nullptr);  // Fails only for a thread that joins itself.
+        if (pthread_equal(m_handle, pthread_self()) != 0) {
+            (void)pthread_detach(m_handle);
+        } else {
+            (void)pthread_join(m_handle, nullptr);
+        }
     }
 
     BasicThread(const BasicThread&) = delete;

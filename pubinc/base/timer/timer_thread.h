@@ -22,11 +22,24 @@ namespace tevalon::base::timer {
 /// go unfired.
 ///
 /// Thread-safety: any thread may call any method but the destructor; a task may post and
-/// cancel, on its own thread too, but not stop or destroy it.
+/// cancel, on its own thread too.
+///
+/// A task may stop or destroy its own thread, or call exit(): whatever would wait for that task
+/// does not. The thread ends when the task returns, unless a post has come meanwhile, which has
+/// it go on; never do two threads run tasks of one object at once. A task that ends its thread
+/// (pthread_exit(), cancellation) ends the worker: the queue stays, and the next post starts a
+/// new one.
+///
+/// A task posted while it is queued is queued twice, and fires twice. Tasks may post from their
+/// destructors, also when they are destroyed with this object, unfired; what they post then goes
+/// the same way.
+///
+/// Two posts at once may both find no thread. Whichever cannot start one throws; the other starts
+/// it itself, or throws as well.
 class TEVALON_BASE_EXPORT TimerThread {
 public:
     TimerThread();
-    /// Waits for the task in hand.
+    /// Waits for the task in hand, and destroys those that are queued.
     ~TimerThread();
 
     TimerThread(const TimerThread&) = delete;
@@ -79,6 +92,7 @@ private:
     /// @param name  The thread's, at most 15 characters. Copied.
     TEVALON_BASE_LOCAL explicit TimerThread(const char* name);
 
+    TEVALON_BASE_LOCAL void startIfIdle();
     TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task);
     TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
 

@@ -45,8 +45,9 @@ public:
     static void postForegroundTask(std::shared_ptr<TimerTaskBase> task);
     static void postBackgroundTask(std::shared_ptr<TimerTaskBase> task);
 
-    /// Posts to the first worker whose queue is empty; else to a new one while there may be
-    /// more; else to the one with the fewest tasks, the one in hand included.
+    /// Posts to the first worker whose queue is empty, though it may be busy with a task for
+    /// however long; else to a new one while there may be more; else to the one with the fewest
+    /// tasks, the one in hand included.
     static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
 
 private:

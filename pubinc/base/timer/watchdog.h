@@ -24,7 +24,10 @@ namespace tevalon::base::timer {
 /// Lifecycle: the constructor starts the thread; the destructor ends it, which takes up to a
 /// tenth of a second.
 ///
-/// Thread-safety: any thread may call any method but the destructor, also from the callback.
+/// Thread-safety: any thread may call any method but the destructor, also from the callback. The
+/// callback may destroy the watchdog, or call exit(): the destructor then does not wait, and the
+/// thread ends when the callback returns. A callback that ends its thread (pthread_exit(),
+/// cancellation) ends all watching; the destructor works as ever.
 class TEVALON_BASE_EXPORT WatchDog {
 public:
     enum WATCH_ID : std::int32_t {
@@ -140,6 +143,8 @@ private:
 
     TEVALON_BASE_LOCAL static void* runOwner(void* p_thread);
     TEVALON_BASE_LOCAL static bool isWatchable(WATCH_ID id);
+    /// @param p_logged  Gets what checkTimers() returns; may be null.
+    TEVALON_BASE_LOCAL void checkAll(std::vector<int>* p_logged) TEVALON_EXCLUDES(m_mutex);
     TEVALON_BASE_LOCAL bool takeOverrun(int id, Report* p_report) TEVALON_EXCLUDES(m_mutex);
 
     TimeoutCallback m_callback TEVALON_GUARDED_BY(m_mutex) = nullptr;

@@ -1,0 +1,51 @@
+// cancelled_tasks.h: what a cancellation has to say, gathered under the lock, logged after it.
+
+#ifndef SRC_TIMER_THREAD_CANCELLED_TASKS_H
+#define SRC_TIMER_THREAD_CANCELLED_TASKS_H
+
+#include <cstdint>
+#include <vector>
+
+#include "base/logging/log_level.h"
+#include "base/timer/timer_task.h"
+#include "monotonic_seconds.h"
+
+namespace tevalon::base::timer {
+
+/// Not set yet; once queued, cancelled.
+inline constexpr double kNoFireTime = 0.0;
+
+struct CancelledTask {
+    std::int32_t sessionId;
+    std::int32_t taskId;
+    double fireTime;
+    double secondsLeft;
+};
+
+/// Cancels tasks and keeps what there is to say of each, for when the lock is released.
+///
+/// Thread-safety: none.
+class CancelledTasks {
+public:
+    void cancel(TimerTaskBase* p_task) {
+        const double fireTime = p_task->getNextFireTime();
+        p_task->setNextFireTime(kNoFireTime);
+        ++m_count;
+        if (!m_isLogged) return;
+        m_toLog.push_back(
+            {p_task->sessionId(), p_task->taskId(), fireTime, fireTime - monotonicSeconds()});
+    }
+
+    int count() const { return m_count; }
+    /// Of each; none where nobody would read it.
+    const std::vector<CancelledTask>& toLog() const { return m_toLog; }
+
+private:
+    const bool m_isLogged = isLogOn(kLogDebug);
+    int m_count = 0;
+    std::vector<CancelledTask> m_toLog;
+};
+
+}  // namespace tevalon::base::timer
+
+#endif  // SRC_TIMER_THREAD_CANCELLED_TASKS_H

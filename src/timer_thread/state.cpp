@@ -1,0 +1,201 @@
+#include "timer_thread/state.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <utility>
+
+#include "timer/precise_wait.h"
+
+namespace tevalon::base::timer {
+namespace {
+
+constexpr double kLongestWaitSeconds = 1e9;  // What the clock's arithmetic holds.
+
+std::chrono::nanoseconds roundedUp(double seconds) {
+    const double bounded = std::min(seconds, kLongestWaitSeconds);
+    return std::chrono::nanoseconds(static_cast<std::int64_t>(std::ceil(bounded * 1e9)));
+}
+
+}  // namespace
+
+void TimerThread::State::setName(const char* name) {
+    std::snprintf(m_name, sizeof(m_name), "%s", name);
+}
+
+bool TimerThread::State::claimStart() {
+    const AutoLock lock(m_queueMutex);
+    if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
+    m_running = true;
+    // Told to leave, it has not left yet: it sees the flag again when its task returns.
+    if (m_worker != nullptr && !m_hasLeft) return false;
+    m_isStarting = true;
+    m_starter = std::this_thread::get_id();
+    return true;
+}
+
+std::shared_ptr<TimerThread::State::Worker> TimerThread::State::takeLeftWorker() {
+    const AutoLock lock(m_queueMutex);
+    return m_hasLeft ? std::move(m_worker) : nullptr;
+}
+
+// The worker is made under the lock: whoever stops finds either none or its handle.
+void TimerThread::State::startWorker(TimerThread* p_owner) {
+    const AutoLock lock(m_queueMutex);
+    m_isStarting = false;
+    m_started.notify_all();
+    if (m_worker != nullptr) return;
+    m_running = true;
+    m_hasLeft = false;
+    try {
+        m_worker = std::make_shared<Worker>(p_owner);
+    } catch (...) {
+        m_running = false;
+        throw;
+    }
+}
+
+// With m_queueMutex held.
+void TimerThread::State::waitWhileStarting() {
+    if (!m_isStarting) return;
+    std::unique_lock<std::mutex> lock(m_queueMutex, std::adopt_lock);
+    // Whoever starts may come by itself, from where its log lines go.
+    m_started.wait(lock,
+                   [this] { return !m_isStarting || m_starter == std::this_thread::get_id(); });
+    (void)lock.release();
+}
+
+// With m_queueMutex held: a task queued now would wait for the next post.
+bool TimerThread::State::isIdle() const {
+    if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
+    return m_worker == nullptr || m_hasLeft;
+}
+
+// With m_queueMutex held. The worker is not woken where it would only look, and sleep as long as
+// before; the front's time is looked at as it is now, for its owner may have changed it meanwhile.
+bool TimerThread::State::claimWakeUp(bool isWatched) {
+    if (!m_isWaiting) return false;
+    const bool isSooner = !(m_taskQueue.frontFireTime() >= m_sleepsUntil);  // Cancelled: 0.0.
+    if (!isSooner && !isWatched) return false;
+    m_isWaiting = false;
+    return true;
+}
+
+CancelledTasks TimerThread::State::cancelSession(std::int32_t sessionId) {
+    CancelledTasks cancelled;
+    const AutoLock lock(m_queueMutex);
+    m_taskQueue.forEachOfSession(sessionId, [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+    return cancelled;
+}
+
+CancelledTasks TimerThread::State::cancelTask(std::int32_t taskId) {
+    CancelledTasks cancelled;
+    const AutoLock lock(m_queueMutex);
+    m_taskQueue.forEach([&](TimerTaskBase& task) {
+        if (task.taskId() == taskId) cancelled.cancel(&task);
+    });
+    return cancelled;
+}
+
+std::size_t TimerThread::State::taskCount() {
+    const AutoLock lock(m_queueMutex);
+    return m_taskQueue.size();
+}
+
+double TimerThread::State::frontFireTime() {
+    const AutoLock lock(m_queueMutex);
+    return m_taskQueue.frontFireTime();
+}
+
+TimerThread::State::Task TimerThread::State::popFront() {
+    const AutoLock lock(m_queueMutex);
+    return m_taskQueue.popFront();
+}
+
+std::shared_ptr<TimerThread::State::Worker> TimerThread::State::claimStop() {
+    std::unique_lock<std::mutex> lock(m_queueMutex);
+    // The joining thread comes by here again, from the handle's destructor.
+    if (m_stopper == std::this_thread::get_id()) return nullptr;
+    m_stopped.wait(lock, [this] { return !m_isStopping; });
+    if (m_worker == nullptr) return nullptr;
+    m_isStopping = true;
+    m_stopper = std::this_thread::get_id();
+    return std::move(m_worker);
+}
+
+void TimerThread::State::wakeForStop() {
+    const AutoLock lock(m_queueMutex);
+    m_running = false;  // A post may have had the worker stay before the stop was claimed.
+    m_wakeup.notify_one();
+}
+
+void TimerThread::State::endStop() {
+    const AutoLock lock(m_queueMutex);
+    m_isStopping = false;
+    m_stopper = std::thread::id();
+    m_stopped.notify_all();
+}
+
+void TimerThread::State::beginDestruction() {
+    const AutoLock lock(m_queueMutex);
+    m_isDestroyed = true;
+    m_running = false;
+}
+
+void TimerThread::State::dropTasks() {
+    while (popFront() != nullptr) {
+    }
+}
+
+std::shared_ptr<TimerThread::State::Worker> TimerThread::State::takeWorker() {
+    const AutoLock lock(m_queueMutex);
+    return std::move(m_worker);
+}
+
+bool TimerThread::State::leave() {
+    const AutoLock lock(m_queueMutex);
+    if (m_running) return false;
+    m_hasLeft = true;
+    return true;
+}
+
+void TimerThread::State::leaveAbnormally() {
+    const AutoLock lock(m_queueMutex);
+    if (m_hasLeft) return;
+    m_hasLeft = true;
+    m_running = false;
+    m_busy = false;
+}
+
+bool TimerThread::State::waitForTask(double timeoutSeconds) {
+    std::unique_lock<std::mutex> lock(m_queueMutex);
+    if (!m_running) return false;
+    const double now = monotonicSeconds();
+    m_sleepsUntil = now + timeoutSeconds;
+    if (m_taskQueue.empty()) {
+        m_isWaiting = true;
+        (void)m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
+    } else {
+        const double fireTime = m_taskQueue.frontFireTime();
+        const double interval = fireTime - now;
+        if (fireTime == kNoFireTime || interval <= 0) return true;
+        if (interval < timeoutSeconds) {
+            timeoutSeconds = interval;
+            m_sleepsUntil = fireTime;
+        }
+        m_isWaiting = true;
+        const PreciseWait precise;
+        (void)m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
+    }
+    m_isWaiting = false;
+    return true;
+}
+
+bool TimerThread::State::isBusy() {
+    const AutoLock lock(m_queueMutex);
+    return m_busy;
+}
+
+}  // namespace tevalon::base::timer

@@ -1,0 +1,163 @@
+// state.h: what a timer thread's worker and its clients share.
+
+#ifndef SRC_TIMER_THREAD_STATE_H
+#define SRC_TIMER_THREAD_STATE_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "base/synchronization/auto_lock.h"
+#include "base/threading/basic_thread.h"
+#include "base/timer/timer_thread.h"
+#include "os/own_thread.h"
+#include "timer/task_queue.h"
+#include "timer_thread/cancelled_tasks.h"
+
+namespace tevalon::base::timer {
+
+/// The queue, and the worker's life:
+///
+///     no worker --claimStart(), startWorker()--> running --claimStop(), join, endStop()--> none
+///
+/// A worker that its own task stops cannot be joined by that task: it goes on until the task
+/// returns, and its handle stays. A post until then has it stay (claimStart()); afterwards it has
+/// left, and the next start joins it first. So at most one worker fires tasks at any time.
+///
+/// Thread-safety: all but construction and destruction. No lock is held over a task, a task's
+/// destructor, a log line or a join.
+class TimerThread::State {
+public:
+    using Task = std::shared_ptr<TimerTaskBase>;
+    using Worker = Threading::BasicThread<TimerThread>;
+    using WorkerThread = OwnThread<TimerThread>;
+    class WorkerScope;
+
+    /// @param name  The worker's. Cut off at 15 characters.
+    void setName(const char* name);
+    const char* name() const { return m_name; }
+
+    /// True for the one caller who has to call TimerThread::start().
+    bool claimStart();
+
+    /// A worker that has left, to be joined; null where there is none.
+    std::shared_ptr<Worker> takeLeftWorker();
+
+    /// Starts a worker unless there is one, and ends the claim. Throws as BasicThread does.
+    void startWorker(TimerThread* p_owner);
+
+    /// Queues @p *p_task and wakes the worker where that has to look at the queue now. False, and
+    /// nothing done, when there is no worker and nobody is starting one. Waits for one that is
+    /// being started, lest the task is queued for a worker that then could not be had.
+    ///
+    /// Touches nothing of this object once it has released the lock: the task may fire at once,
+    /// and its owner destroy the thread.
+    ///
+    /// @param isWatched    Wake the worker for every task: the debug level shows it look.
+    /// @param afterInsert  Called under the lock.
+    template <typename AfterInsert>
+    bool insert(Task* p_task, bool isWatched, AfterInsert afterInsert) {
+        const AutoLock lock(m_queueMutex);
+        waitWhileStarting();
+        if (isIdle()) return false;
+        m_taskQueue.insert(std::move(*p_task));
+        afterInsert();
+        if (claimWakeUp(isWatched)) m_wakeup.notify_one();
+        return true;
+    }
+
+    CancelledTasks cancelSession(std::int32_t sessionId);
+    CancelledTasks cancelTask(std::int32_t taskId);
+
+    std::size_t taskCount();
+    /// 0.0 where there is no task, or where it is cancelled.
+    double frontFireTime();
+    Task popFront();
+
+    /// The worker leaves when its task in hand returns, unless a post has it stay.
+    void requestStop() { m_running = false; }
+    /// The worker, for the one caller who has to join it. Others wait until that is done.
+    std::shared_ptr<Worker> claimStop();
+    void wakeForStop();
+    void endStop();
+
+    /// From now on nothing starts a worker.
+    void beginDestruction();
+    /// Destroys the tasks that are queued, one by one, while everything else still stands: a
+    /// task's destructor may post.
+    void dropTasks();
+    /// The worker's handle; for the worker itself, which destroys its own thread object.
+    std::shared_ptr<Worker> takeWorker();
+
+    bool isRunning() const { return m_running; }
+    /// For the worker: whether it goes on. Once false, it has left.
+    bool staysRunning() { return m_running || !leave(); }
+    /// For the worker: sleeps for @p timeoutSeconds at most, until the first task is due or
+    /// something is posted. False when the worker is to leave.
+    bool waitForTask(double timeoutSeconds);
+
+    bool isBusy();
+    void setBusy(bool isBusy) { m_busy = isBusy; }
+    std::int32_t threadId() const { return m_threadId; }
+    void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
+
+private:
+    void waitWhileStarting();
+    bool isIdle() const;
+    bool claimWakeUp(bool isWatched);
+    bool leave();
+    void leaveAbnormally();
+
+    TaskQueue m_taskQueue;  // Guarded by m_queueMutex.
+    std::atomic<bool> m_running{false};
+    std::atomic<std::int32_t> m_threadId{-1};
+    std::mutex m_queueMutex;           // A leaf.
+    std::condition_variable m_wakeup;  // Wakes the worker where it waits, and is to look.
+    std::shared_ptr<Worker> m_worker;  // Guarded by m_queueMutex.
+    std::atomic<bool> m_busy{false};
+
+    // Whether the worker waits and nobody has woken it yet, and until when, in seconds on the
+    // monotonic clock. Guarded by m_queueMutex.
+    bool m_isWaiting = false;
+    double m_sleepsUntil = 0;
+
+    // All guarded by m_queueMutex.
+    bool m_isStarting = false;   // From a claim to the start, which a stop may come between.
+    bool m_hasLeft = false;      // The worker has looked at m_running for the last time.
+    bool m_isStopping = false;   // A worker is being joined: no other is started meanwhile.
+    bool m_isDestroyed = false;  // Destruction has begun.
+    std::thread::id m_starter;
+    std::thread::id m_stopper;
+    std::condition_variable m_started;  // Signalled when m_isStarting is cleared.
+    std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
+
+    char m_name[16] = "TimerThread";
+};
+
+/// On the stack of the worker: marks its thread, and tells the state if the thread ends in the
+/// middle of a task, by pthread_exit() or cancellation.
+class TimerThread::State::WorkerScope {
+public:
+    WorkerScope(TimerThread* p_owner, State* p_state) : m_thread(p_owner), m_state(*p_state) {}
+    ~WorkerScope() {
+        if (!isOwnerGone()) m_state.leaveAbnormally();
+    }
+
+    WorkerScope(const WorkerScope&) = delete;
+    WorkerScope& operator=(const WorkerScope&) = delete;
+
+    /// Whether a task has destroyed the thread object: it is not to be touched any more.
+    [[nodiscard]] bool isOwnerGone() const { return m_thread.isOwnerGone(); }
+
+private:
+    const WorkerThread m_thread;
+    State& m_state;
+};
+
+}  // namespace tevalon::base::timer
+
+#endif  // SRC_TIMER_THREAD_STATE_H
