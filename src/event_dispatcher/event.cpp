@@ -1,14 +1,38 @@
 #define BLOG_TAG "EventDispatcher"
 
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <new>
+#include <system_error>
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
 #include "event_dispatcher/adaptive_spin.h"
 
 namespace tevalon::base::event_dispatcher {
+
+namespace {
+
+timespec toTimespec(std::chrono::steady_clock::time_point time) {
+    const auto sinceStart = time.time_since_epoch();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
+    timespec result = {};
+    result.tv_sec = static_cast<time_t>(seconds.count());
+    result.tv_nsec = static_cast<long>(std::chrono::nanoseconds(sinceStart - seconds).count());
+    return result;
+}
+
+// The waits of the standard library ignore a failure, and a loop around one that keeps failing
+// never sleeps. Ours reports it as the standard library reports others.
+void throwUnlessOk(int error) {
+    if (error != 0) throw std::system_error(error, std::generic_category());
+}
+
+}  // namespace
 
 EventParam::~EventParam() = default;
 
@@ -113,16 +137,28 @@ void BrowserEvent::lookForReply() const {
 }
 
 EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
-    waitResultCv->wait(*p_lock, [this] { return replied.load(); });
+    while (!replied) {
+        throwUnlessOk(
+            pthread_cond_wait(waitResultCv->native_handle(), p_lock->mutex()->native_handle()));
+    }
     return result;
 }
 
 EventResult BrowserEvent::waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                            std::int32_t timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    const bool answered =
-        waitResultCv->wait_until(*p_lock, deadline, [this] { return replied.load(); });
-    return answered ? result.load() : kEventResultTimeout;
+    // At the clock's start at the earliest: the system takes no time before it.
+    const auto deadline =
+        std::max(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs),
+                 std::chrono::steady_clock::time_point());
+    const timespec until = toTimespec(deadline);
+    while (!replied) {
+        const int error =
+            pthread_cond_clockwait(waitResultCv->native_handle(), p_lock->mutex()->native_handle(),
+                                   CLOCK_MONOTONIC, &until);
+        if (error != ETIMEDOUT) throwUnlessOk(error);
+        if (std::chrono::steady_clock::now() >= deadline) break;
+    }
+    return replied ? result.load() : kEventResultTimeout;
 }
 
 }  // namespace tevalon::base::event_dispatcher

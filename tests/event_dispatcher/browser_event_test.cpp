@@ -379,6 +379,27 @@ TEST_F(BrowserEventTest, ATimeoutThatHasPassedReturnsAtOnce) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+TEST_F(BrowserEventTest, AFailedTimedWaitIsThrown) {
+    m_event.initWaitResultCv();
+    test::FailCall fail(Call::PthreadCondClockwait, EINVAL, When().everyTime());
+
+    try {
+        (void)m_event.waitForResult(30000);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::error_code(EINVAL, std::generic_category()));
+    }
+    EXPECT_EQ(fail.hits(), 1);
+}
+
+TEST_F(BrowserEventTest, AFailedWaitWithoutLimitIsThrown) {
+    m_event.initWaitResultCv();
+    test::FailCall fail(Call::PthreadCondWait, EINVAL, When().everyTime());
+
+    EXPECT_THROW((void)m_event.waitForResult(-1), std::system_error);
+    EXPECT_EQ(fail.hits(), 1);
+}
+
 TEST_F(BrowserEventTest, ATimeoutDoesNotPassEarly) {
     m_event.initWaitResultCv();
     const SteadyClock::time_point start = SteadyClock::now();

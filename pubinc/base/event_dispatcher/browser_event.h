@@ -58,7 +58,7 @@ public:
     /// sleeps; never on a machine with one processor.
     ///
     /// On an event that was never armed it writes an error line and returns kEventResultNone
-    /// at once. Throws std::system_error when the lock cannot be taken.
+    /// at once. Throws std::system_error when the lock cannot be taken or the wait fails.
     std::int32_t waitForResult(std::int32_t timeout);
 
     std::int32_t srcModule;  ///< The module whose hub made the event.
