@@ -120,10 +120,15 @@ void exitInOwnHandler() {
 
 void exitInOwnEventHandler() {
     using namespace event_dispatcher;
+    static std::atomic<bool> s_isSent{false};
     static EventHub s_hub(7);
-    s_hub.registerHandler(5, [](const std::shared_ptr<BrowserEvent>&) { std::exit(0); });
+    s_hub.registerHandler(5, [](const std::shared_ptr<BrowserEvent>&) {
+        while (!s_isSent) (void)usleep(100);  // Nobody uses the hub while it is destroyed.
+        std::exit(0);
+    });
     s_hub.receiveEvent(s_hub.createEvent(5));
     s_hub.receiveEvent(s_hub.createEvent(5));
+    s_isSent = true;
     waitForEver();
 }
 
