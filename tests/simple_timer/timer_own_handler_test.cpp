@@ -81,7 +81,7 @@ TEST(TimerOwnHandlerTest, MayDestroyItsTimer) {
             seen = *held;  // What the handler holds is there until it returns.
             done.set();
         },
-        nullptr, CONTINUE);
+        nullptr, ONCE);
 
     ASSERT_EQ(p_timer->start(), 0);
 
