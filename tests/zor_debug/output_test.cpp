@@ -240,6 +240,15 @@ TEST(OutputTest, ForksWhileOthersWriteNeitherHangNorTear) {
               lines.size() - 40);
 }
 
+TEST(OutputTest, AForkDuringAnotherThreadsFirstCallLeavesAChildThatCanFork) {
+    const ChildResult result = probe("fork-in-first-call").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    std::vector<std::string> lines = linesOf(result.errors);
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (std::vector<std::string>{"child", "grandchild", "thread"}));
+}
+
 // Beside one another, as not to standard error.
 TEST(OutputTest, ManyThreadsTearNoLineOfAFile) {
     for (const std::string prefix : {"", "thread,time"}) {

@@ -1,6 +1,7 @@
 // probe.cpp: a process that uses the debug library in one named way, for tests to watch from
 // outside.
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -138,6 +139,35 @@ int forkInLine(const Arguments&) {
     return isChildWell ? 0 : 1;
 }
 
+// While it is set, a thread that reads a setting says so and waits for a fork to begin.
+std::atomic<bool> g_holdsSettings{false};
+std::atomic<bool> g_isReadingSettings{false};
+std::atomic<bool> g_isForking{false};
+
+// Another thread is in its first call, reading the settings, when this one forks; the child writes
+// and forks as well.
+int forkInFirstCall(const Arguments&) {
+    (void)pthread_atfork([] { g_isForking = true; }, nullptr, nullptr);
+    g_holdsSettings = true;
+    std::thread writer([] { write("thread\n"); });
+    while (!g_isReadingSettings) std::this_thread::yield();
+    const pid_t child = fork();
+    g_holdsSettings = false;
+    if (child == 0) {
+        (void)alarm(20);
+        write("child\n");
+        const pid_t grandchild = fork();
+        if (grandchild == 0) {
+            (void)alarm(20);
+            write("grandchild\n");
+            _exit(0);
+        }
+        _exit(waitForChild(grandchild) ? 0 : 1);
+    }
+    writer.join();
+    return waitForChild(child) ? 0 : 1;
+}
+
 struct LateWriter {
     ~LateWriter() { write("static destructor\n"); }
 };
@@ -224,6 +254,7 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
     {"storm", storm},
     {"fork-storm", forkStorm},
     {"fork-in-line", forkInLine},
+    {"fork-in-first-call", forkInFirstCall},
     {"late-exit", lateExit},
     {"long-line", longLine},
     {"keep-errno", keepErrno},
@@ -234,6 +265,17 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
 };
 
 }  // namespace
+
+// In place of the C library's, where the debug library looks for it.
+extern "C" char* secure_getenv(const char* p_name) noexcept {
+    if (g_holdsSettings) {
+        g_isReadingSettings = true;
+        while (!g_isForking) std::this_thread::yield();
+    }
+    using Function = char* (*)(const char*);
+    static const auto s_next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "secure_getenv"));
+    return s_next(p_name);
+}
 
 int main(int argc, char** argv) {
     const auto way = argc > 1 ? kWays.find(argv[1]) : kWays.end();
