@@ -2,6 +2,8 @@
 // outside.
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -168,6 +170,42 @@ int forkInFirstCall(const Arguments&) {
     return waitForChild(child) ? 0 : 1;
 }
 
+// Turns standard error to a pipe that stays open and that nobody reads.
+int turnToDeadReader() {
+    int ends[2];
+    if (pipe(ends) != 0) std::exit(2);
+    (void)dup2(ends[1], STDERR_FILENO);
+    (void)close(ends[1]);
+    return ends[0];
+}
+
+bool takesText(int descriptor) {
+    pollfd wanted = {descriptor, POLLOUT, 0};
+    return poll(&wanted, 1, 0) == 1;
+}
+
+int exitBesideStuckWriter(const Arguments&) {
+    (void)turnToDeadReader();
+    std::thread([] { write(std::string(1 << 20, 'x') + "\n"); }).detach();
+    while (takesText(STDERR_FILENO)) std::this_thread::yield();
+    std::printf("exits");
+    return 0;
+}
+
+// What is kept back at the end of the process finds the pipe full.
+int exitWithTextThatNobodyReads(const Arguments&) {
+    const int reader = turnToDeadReader();
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    (void)fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
+    const std::string filling(4096, 'x');
+    while (::write(STDERR_FILENO, filling.data(), filling.size()) > 0) {
+    }
+    (void)fcntl(STDERR_FILENO, F_SETFL, flags);
+    write("kept back");
+    std::printf("exits");
+    return reader >= 0 ? 0 : 2;
+}
+
 struct LateWriter {
     ~LateWriter() { write("static destructor\n"); }
 };
@@ -255,6 +293,8 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
     {"fork-storm", forkStorm},
     {"fork-in-line", forkInLine},
     {"fork-in-first-call", forkInFirstCall},
+    {"exit-beside-stuck-writer", exitBesideStuckWriter},
+    {"exit-with-text-that-nobody-reads", exitWithTextThatNobodyReads},
     {"late-exit", lateExit},
     {"long-line", longLine},
     {"keep-errno", keepErrno},

@@ -9,6 +9,10 @@
  *
  * A variable that makes no sense is reported once and taken as unset.
  *
+ * A write waits for its reader: of a pipe, a socket or a terminal. An exiting process does not for
+ * ever: half a second for threads that are still writing, and half a second for a reader of what
+ * was kept back of their lines. What has not been taken by then is dropped, and all that follows.
+ *
  * Thread safety: any function, from any thread, at any time. None changes errno. */
 
 #ifndef ZOR_DEBUG_ZOR_DEBUG_CONTROL_H
