@@ -49,6 +49,17 @@ build_with_pkg_config() {
             "${flags[@]}" -o "$folder/consumer"
 }
 
+# The compiler refuses a log statement whose format does not fit, says so once, and has nothing
+# against one that fits.
+checks_formats() {
+    local folder=$1 complaints
+    cmake --build "$folder" --target right_formats &&
+        ! cmake --build "$folder" --target wrong_formats >"$folder/formats.log" 2>&1 || return
+    cat "$folder/formats.log"
+    complaints=$(grep -c 'formats\.cpp:.*-W\(error[=,]\(-W\)\?\)\?format' "$folder/formats.log")
+    [[ $complaints == 1 ]]
+}
+
 links_shared_library() {
     readelf -d "$1" | grep -q 'NEEDED.*\[libtevalon-base\.so\.1\]'
 }
@@ -72,6 +83,9 @@ check() {
     local compiler=$1 standard=$2 way=$3 linkage=$4
     local folder=$work/$compiler-$standard-$way-$linkage
     "build_with_${way/-/_}" "$compiler" "$standard" "$linkage" "$folder" || return
+    if [[ $way-$linkage == cmake-shared ]]; then
+        checks_formats "$folder" || return
+    fi
     if [[ $linkage == shared ]]; then
         links_shared_library "$folder/consumer" || return
     else
