@@ -145,13 +145,18 @@ int forkInLine(const Arguments&) {
 std::atomic<bool> g_holdsSettings{false};
 std::atomic<bool> g_isReadingSettings{false};
 std::atomic<bool> g_isForking{false};
+std::atomic<bool> g_isWritten{false};
 
 // Another thread is in its first call, reading the settings, when this one forks; the child writes
 // and forks as well.
 int forkInFirstCall(const Arguments&) {
     (void)pthread_atfork([] { g_isForking = true; }, nullptr, nullptr);
     g_holdsSettings = true;
-    std::thread writer([] { write("thread\n"); });
+    // Detached: the child, which does not have it, cannot join it.
+    std::thread([] {
+        write("thread\n");
+        g_isWritten = true;
+    }).detach();
     while (!g_isReadingSettings) std::this_thread::yield();
     const pid_t child = fork();
     g_holdsSettings = false;
@@ -166,7 +171,7 @@ int forkInFirstCall(const Arguments&) {
         }
         _exit(waitForChild(grandchild) ? 0 : 1);
     }
-    writer.join();
+    while (!g_isWritten) std::this_thread::yield();
     return waitForChild(child) ? 0 : 1;
 }
 
