@@ -7,7 +7,7 @@ FOLDER holds one JSON file for each benchmark program, what run_all.py noted of 
 machine.json and what futex_counts.py counted. table.json and plot.svg are written beside them. With
 --markdown the tables, the plot and the commit also go into FILE, between its two marks. A row's
 figure is the median of its repetitions; its spread is the distance between their quartiles, shown
-half to either side in per cent of the median.
+half to either side in per cent of the median. Fewer than three repetitions have none.
 """
 
 import argparse
@@ -58,7 +58,7 @@ class Row:
 
     def spread(self):
         if len(self.values) < 3:
-            return 0.0
+            return None
         low, _, high = statistics.quantiles(self.values, n=4, method="inclusive")
         return (high - low) / self.median()
 
@@ -131,7 +131,8 @@ def cells(line):
     def figure(name):
         if name not in medians:
             return ""
-        return f"{with_unit(medians[name], line['unit'])} ±{spreads[name] * 50:.0f}%"
+        value = with_unit(medians[name], line["unit"])
+        return value if spreads[name] is None else f"{value} ±{spreads[name] * 50:.0f}%"
 
     def ratio(name):
         return f"{line[name]:.2f}" if name in line else ""
@@ -191,7 +192,8 @@ def write_markdown(path, lines, remarks, machine, folder):
 def noise(machine, lines):
     """Why the figures are not to be trusted; empty where they are."""
     reasons = []
-    spreads = [spread for line in lines for spread in line["spreads"].values()]
+    spreads = [spread for line in lines for spread in line["spreads"].values()
+               if spread is not None]
     noisy = sum(spread > NOISY_SPREAD for spread in spreads)
     if spreads and noisy > NOISY_ROWS * len(spreads):
         reasons.append(f"{noisy} of {len(spreads)} rows spread by more than "

@@ -34,10 +34,11 @@ endfunction()
 
 # How our shared libraries are linked. Their threads and their threads' clean-up may outlive every
 # user of theirs, so the code stays mapped once it is loaded; nothing is writable that need not be.
+# A run path is the newer kind, which LD_LIBRARY_PATH is searched before.
 function(tevalon_shared_library target)
     target_link_options(${target} PRIVATE
-        LINKER:--as-needed LINKER:-Bsymbolic-functions LINKER:-z,nodelete LINKER:-z,relro
-        LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text)
+        LINKER:--as-needed LINKER:-Bsymbolic-functions LINKER:--enable-new-dtags
+        LINKER:-z,nodelete LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text)
     # Calls of our own exported functions need not go through the linker's tables.
     target_compile_options(${target} PRIVATE -fno-semantic-interposition
         $<$<CONFIG:MinSizeRel>:-ffunction-sections;-fdata-sections>)

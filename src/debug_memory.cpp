@@ -36,9 +36,9 @@ void keepInfo(const char* p_text) {
 }
 
 void report(const char* p_title, const char* p_text) {
+    const double now = monotonicSeconds();
     // Once for both: an identifier of 0 is not kept, and the next one would be another.
     const int id = static_cast<int>(bootID());
-    const double now = monotonicSeconds();
     std::printf(REPORT_FORMAT, REPORT_ARGUMENTS(id, now, p_title, p_text));
     if (!isLogOn(kLogAlways)) return;
     zorDebugOutput0(REPORT_FORMAT, REPORT_ARGUMENTS(id, now, p_title, p_text));

@@ -1,3 +1,4 @@
+#define TEVALON_BASE_TRACER_INLINE  // Defined here, for modules that were built earlier.
 #include "base/logging.h"
 
 #include <time.h>

@@ -132,6 +132,8 @@ template std::int32_t convert2HexStr(int, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned int, std::string&, bool);
 template std::int32_t convert2HexStr(long, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned long, std::string&, bool);
+template std::int32_t convert2HexStr(long long, std::string&, bool);
+template std::int32_t convert2HexStr(unsigned long long, std::string&, bool);
 
 std::string generateUUID() {
     constexpr std::size_t kTextSize = 256;

@@ -45,7 +45,12 @@ private:
     static event_base* newBase() {
         static const int s_useThreads = evthread_use_pthreads();
         (void)s_useThreads;
-        return event_base_new();
+        // Without it libevent reads a coarse clock and waits for whole milliseconds.
+        event_config* const p_config = event_config_new();
+        event_config_set_flag(p_config, EVENT_BASE_FLAG_PRECISE_TIMER);
+        event_base* const p_base = event_base_new_with_config(p_config);
+        event_config_free(p_config);
+        return p_base;
     }
 
     event_base* const m_base;

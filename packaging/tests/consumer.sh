@@ -2,7 +2,8 @@
 # consumer.sh PREFIX WORK all|some|armhf: builds tests/consumer against the installation below
 # PREFIX, runs what comes out, and compares all that it writes. `all` is every way there is; `some`
 # has each compiler, standard, way to find the package and way to link once; `armhf` builds for
-# that architecture and runs under emulation.
+# that architecture and runs under emulation. `all` takes PREFIX for one that the loader does not
+# search by itself.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -49,6 +50,26 @@ build_with_pkg_config() {
             "${flags[@]}" -o "$folder/consumer"
 }
 
+# The compiler refuses a log statement whose format does not fit, says so once, and has nothing
+# against one that fits.
+checks_formats() {
+    local folder=$1 complaints
+    cmake --build "$folder" --target right_formats &&
+        ! cmake --build "$folder" --target wrong_formats >"$folder/formats.log" 2>&1 || return
+    cat "$folder/formats.log"
+    complaints=$(grep -c 'formats\.cpp:.*-W\(error[=,]\(-W\)\?\)\?format' "$folder/formats.log")
+    [[ $complaints == 1 ]]
+}
+
+# A client that does not need the debug-output library itself starts where neither the loader nor
+# the environment knows the prefix.
+starts_without_help() {
+    local folder=$1
+    cmake --build "$folder" --target hub_client &&
+        ! readelf -d "$folder/hub_client" | grep 'NEEDED.*libzor-debug' &&
+        env -u LD_LIBRARY_PATH ZOR_DEBUG=off "$folder/hub_client"
+}
+
 links_shared_library() {
     readelf -d "$1" | grep -q 'NEEDED.*\[libtevalon-base\.so\.1\]'
 }
@@ -72,6 +93,10 @@ check() {
     local compiler=$1 standard=$2 way=$3 linkage=$4
     local folder=$work/$compiler-$standard-$way-$linkage
     "build_with_${way/-/_}" "$compiler" "$standard" "$linkage" "$folder" || return
+    if [[ $way-$linkage == cmake-shared ]]; then
+        checks_formats "$folder" || return
+        [[ $kind != all ]] || starts_without_help "$folder" || return
+    fi
     if [[ $linkage == shared ]]; then
         links_shared_library "$folder/consumer" || return
     else
@@ -82,8 +107,8 @@ check() {
 
 # Its own process, so that several run at once.
 if [[ $1 == --check ]]; then
-    libdir=$2 work=$3
-    shift 3
+    libdir=$2 work=$3 kind=$4
+    shift 4
     log=$work/$1-$2-$3-$4.log
     if check "$@" >"$log" 2>&1; then
         echo "consumer: C++$2 with $1, found by $3, $4: as expected"
@@ -101,4 +126,4 @@ libdir=$(find "$(cd "$1" && pwd)" -name libtevalon-base.so -printf '%h')
     echo "consumer: no libtevalon-base.so below $1" >&2
     exit 1
 }
-combinations "$3" | xargs -P "$(nproc)" -L 1 "${BASH_SOURCE[0]}" --check "$libdir" "$work"
+combinations "$3" | xargs -P "$(nproc)" -L 1 "${BASH_SOURCE[0]}" --check "$libdir" "$work" "$3"

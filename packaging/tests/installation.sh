@@ -51,6 +51,8 @@ while read -r library; do
     [[ -f $machine/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug ]] ||
         fail "finding the debug information of $library"
 done < <(find "$machine/usr/lib" -name 'lib*.so*' -type f)
+! find "$machine/usr/lib" -name 'lib*.so*' -type f -exec readelf -d {} + |
+    grep 'R\(UN\)\?PATH' || fail "finding no run path in the libraries"
 run_dpkg --verify libtevalon-base1 libtevalon-base-dev libzor-debug || fail "verifying the files"
 mapfile -t names < <(for file in "${all[@]}"; do dpkg-deb -f "$file" Package; done)
 run_dpkg --purge "${names[@]}" || fail "removing the packages"

@@ -475,6 +475,26 @@ TEST_F(DebugMemoryDeathTest, WritesTheSameIdentifierTwiceEvenOneThatIsNotKept) {
     });
 }
 
+TEST_F(DebugMemoryDeathTest, TakesTheTimeStampBeforeTheIdentifier) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([&] {
+        const ScratchFolder scratch;
+        const std::string path = scratch.file("file", "text\n");
+        (void)debug_init();
+        int readings = 0;
+        const Clock clock(Call::ClockGettime, [&](clockid_t, timespec* p_time) {
+            ++readings;
+            *p_time = {readings, 10 * readings};
+            return 0;
+        });
+
+        const std::string output = outputOf([&] { showFileContents("Title:", path.c_str()); });
+
+        EXPECT_EQ(output,
+                  "{20-1.000000}[B-LOG] debug_memory.cpp:79:showFileContents(): ==Title:==\n"
+                  " text\n");
+    });
+}
+
 TEST_F(DebugMemoryDeathTest, ShowsTheBootIdentifierAsASignedNumber) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([&] {
         const ScratchFolder scratch;

@@ -260,7 +260,9 @@ protected:
     }
 };
 
-using HexTypes = testing::Types<char, unsigned char, int, unsigned int, long, unsigned long>;
+// Every type that std::int64_t or std::uint64_t is a name of, on either architecture.
+using HexTypes = testing::Types<char, unsigned char, int, unsigned int, long, unsigned long,
+                                long long, unsigned long long>;
 TYPED_TEST_SUITE(HexTest, HexTypes, IntegerNames);
 
 TYPED_TEST(HexTest, ASingleDigitReplacesAndMoreAreAppended) {
@@ -289,6 +291,16 @@ TYPED_TEST(HexTest, TheHighestValueIsAllFs) {
     EXPECT_EQ(convert2HexStr(highest, out, true), 0);
 
     EXPECT_EQ(out, "#" + std::string(2 * sizeof(TypeParam), 'F'));
+}
+
+TEST(HexByHandTest, NumbersOfSixtyFourBits) {
+    std::string out = "0x";
+    EXPECT_EQ(convert2HexStr(std::uint64_t{0xFEDCBA9876543210U}, out, true), 0);
+    EXPECT_EQ(out, "0xFEDCBA9876543210");
+    EXPECT_EQ(convert2HexStr(std::uint64_t{15}, out, true), 0);
+    EXPECT_EQ(out, "F");
+    EXPECT_EQ(convert2HexStr(std::int64_t{-1}, out, false), 0);
+    EXPECT_EQ(out, "F" + std::string(16, 'f'));
 }
 
 TEST(HexByHandTest, Texts) {

@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/event.h"
+#include "support/fault_injection.h"
+#include "support/threads.h"
 #include "zor_debug/zor_debug.h"
 #include "zor_debug/zor_debug_control.h"
 
@@ -141,6 +146,97 @@ TEST_F(CaptureTest, RemovalWaitsForTheThreadThatIsInside) {
     writer.join();
 
     EXPECT_TRUE(wasLeftBeforeRemovalReturned);
+}
+
+// A capture that lets another thread begin to wait for it, and then does something.
+struct Meeting {
+    test::Event entered;
+    test::Event awaited;
+    std::function<void()> action;
+
+    static void hold(void* p_context, const DebugLevelRecord*, const char*, std::size_t) {
+        auto* p_self = static_cast<Meeting*>(p_context);
+        p_self->entered.set();
+        EXPECT_TRUE(p_self->awaited.wait());
+        p_self->action();
+    }
+
+    // Has @p change made by another thread while the capture holds its writer.
+    void meet(const std::function<void()>& change) {
+        zorDebugInstallCapture(hold, this);
+        std::thread writer([] { zorDebugOutput0("text"); });
+        ASSERT_TRUE(entered.wait());
+        // Who waits for the writer gives its processor away.
+        const test::RunAtCall waiting(
+            test::Call::SchedYield, [this] { awaited.set(); }, test::When().anyThread());
+        std::thread changer(change);
+        changer.join();
+        writer.join();
+    }
+};
+
+TEST_F(CaptureTest, ACaptureCanBeReplacedFromInsideWhileAnotherThreadReplacesIt) {
+    Calls fromInside;
+    Calls fromOutside;
+    Meeting meeting;
+    meeting.action = [&] { zorDebugInstallCapture(Calls::add, &fromInside); };
+
+    meeting.meet([&] { zorDebugInstallCapture(Calls::add, &fromOutside); });
+    zorDebugOutput0("after both");
+
+    EXPECT_TRUE(fromOutside.calls.empty());
+    ASSERT_EQ(fromInside.calls.size(), 1U);
+    EXPECT_EQ(fromInside.calls[0].text, "after both");
+}
+
+TEST_F(CaptureTest, ACaptureThatIsBeingRemovedCanFork) {
+    Meeting meeting;
+    int status = -1;
+    meeting.action = [&] {
+        const pid_t child = fork();
+        if (child == 0) _exit(7);
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+    };
+
+    meeting.meet([] { zorDebugRemoveCapture(); });
+
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+// A capture that knows its own context, and puts its twin in its place.
+struct Twin {
+    ZorDebugCapture function;
+    Twin* p_other;
+    std::atomic<int> calls{0};
+
+    static std::atomic<int> s_strangers;
+
+    template <int kNumber>
+    static void swap(void* p_context, const DebugLevelRecord*, const char*, std::size_t) {
+        auto* p_self = static_cast<Twin*>(p_context);
+        if (p_self->function != &Twin::swap<kNumber>) ++s_strangers;
+        ++p_self->calls;
+        zorDebugInstallCapture(p_self->p_other->function, p_self->p_other);
+    }
+};
+
+std::atomic<int> Twin::s_strangers{0};
+
+TEST_F(CaptureTest, AFunctionIsNeverCalledWithTheContextOfAnother) {
+    constexpr int kThreads = 3;
+    constexpr int kTexts = 200000;
+    Twin one = {&Twin::swap<1>, nullptr};
+    Twin two = {&Twin::swap<2>, &one};
+    one.p_other = &two;
+    zorDebugInstallCapture(one.function, &one);
+
+    test::runAtOnce(kThreads, [](int) {
+        for (int i = 0; i < kTexts; ++i) zorDebugOutput0("text");
+    });
+
+    EXPECT_EQ(Twin::s_strangers, 0);
+    EXPECT_EQ(one.calls + two.calls, kThreads * kTexts);
 }
 
 // Under the thread and address sanitizers a capture that is entered after its removal shows.

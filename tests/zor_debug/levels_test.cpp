@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+
 #include "probe.h"
 #include "zor_debug/zor_debug.h"
 #include "zor_debug/zor_debug_control.h"
@@ -128,6 +132,32 @@ TEST_F(LevelsTest, ASettingThatMakesNoSenseAtRunTimeChangesNothing) {
     EXPECT_EQ(zorDebugSetLevels("debug,nonsense"), -1);
 
     EXPECT_EQ(zorDebugGetLevel(95), 4000);
+}
+
+// Its entry comes and goes, and moves behind others that do.
+TEST_F(LevelsTest, ALevelThatStaysOnIsNeverReadAsOff) {
+    constexpr int kChanges = 30000;
+    std::string others = "error";
+    for (int module = 1; module < 64; ++module) others += "," + std::to_string(module) + "=warn";
+    const std::string settings[] = {"debug", others + ",95=debug", "error,95=debug"};
+    ASSERT_EQ(zorDebugSetLevels("debug"), 0);
+    std::atomic<bool> stop{false};
+    std::atomic<int> readings{0};
+    std::atomic<int> off{0};
+    std::thread reader([&] {
+        while (!stop) {
+            if (!isOn(5000, 95)) ++off;
+            ++readings;
+        }
+    });
+
+    for (int i = 0; i < kChanges || readings == 0; ++i) {
+        EXPECT_EQ(zorDebugSetLevels(settings[i % 3].c_str()), 0);
+    }
+    stop = true;
+    reader.join();
+
+    EXPECT_EQ(off, 0) << "of " << readings;
 }
 
 }  // namespace

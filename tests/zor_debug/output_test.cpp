@@ -240,6 +240,15 @@ TEST(OutputTest, ForksWhileOthersWriteNeitherHangNorTear) {
               lines.size() - 40);
 }
 
+TEST(OutputTest, AForkDuringAnotherThreadsFirstCallLeavesAChildThatCanFork) {
+    const ChildResult result = probe("fork-in-first-call").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    std::vector<std::string> lines = linesOf(result.errors);
+    std::sort(lines.begin(), lines.end());
+    EXPECT_EQ(lines, (std::vector<std::string>{"child", "grandchild", "thread"}));
+}
+
 // Beside one another, as not to standard error.
 TEST(OutputTest, ManyThreadsTearNoLineOfAFile) {
     for (const std::string prefix : {"", "thread,time"}) {
@@ -324,6 +333,13 @@ TEST(OutputTest, WhatIsWrittenWhileTheProcessExitsIsNotLost) {
     EXPECT_EQ(probe("late-exit").run().errors, "main without endatexit\nstatic destructor\n");
 }
 
+TEST(OutputTest, WhatIsWrittenAfterTheLibrarysOwnDestructorIsNotLost) {
+    const ChildResult result =
+        probe("write", {"kept back, "}).variable("PROBE_LAST_WORDS", "1").run();
+
+    EXPECT_EQ(result.errors, "kept back, last words");
+}
+
 TEST(OutputTest, WritingBeforeMainWorks) {
     const ChildResult result = probe("write", {"main\n"}).variable("PROBE_BEFORE_MAIN", "1").run();
 
@@ -342,6 +358,30 @@ TEST(OutputTest, APipeWhoseReaderHasGoneDoesNotEndTheProcess) {
 
     EXPECT_EQ(result.signal, 0);
     EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST(OutputTest, AnExitDoesNotWaitForAWriterWhomNobodyReads) {
+    const ChildResult result = probe("exit-beside-stuck-writer").run();
+
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "exits");
+}
+
+TEST(OutputTest, AnExitThatIsStuckDropsWhatFollows) {
+    const ChildResult result =
+        probe("exit-beside-stuck-writer").variable("PROBE_LAST_WORDS", "1").run();
+
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST(OutputTest, AnExitDoesNotWaitForAReaderOfWhatWasKeptBack) {
+    const ChildResult result = probe("exit-with-text-that-nobody-reads").run();
+
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "exits");
 }
 
 TEST(OutputTest, AFullDiskDoesNotHoldUpTheProcess) {

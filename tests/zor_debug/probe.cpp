@@ -1,6 +1,9 @@
 // probe.cpp: a process that uses the debug library in one named way, for tests to watch from
 // outside.
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -138,6 +141,76 @@ int forkInLine(const Arguments&) {
     return isChildWell ? 0 : 1;
 }
 
+// While it is set, a thread that reads a setting says so and waits for a fork to begin.
+std::atomic<bool> g_holdsSettings{false};
+std::atomic<bool> g_isReadingSettings{false};
+std::atomic<bool> g_isForking{false};
+std::atomic<bool> g_isWritten{false};
+
+// Another thread is in its first call, reading the settings, when this one forks; the child writes
+// and forks as well.
+int forkInFirstCall(const Arguments&) {
+    (void)pthread_atfork([] { g_isForking = true; }, nullptr, nullptr);
+    g_holdsSettings = true;
+    // Detached: the child, which does not have it, cannot join it.
+    std::thread([] {
+        write("thread\n");
+        g_isWritten = true;
+    }).detach();
+    while (!g_isReadingSettings) std::this_thread::yield();
+    const pid_t child = fork();
+    g_holdsSettings = false;
+    if (child == 0) {
+        (void)alarm(20);
+        write("child\n");
+        const pid_t grandchild = fork();
+        if (grandchild == 0) {
+            (void)alarm(20);
+            write("grandchild\n");
+            _exit(0);
+        }
+        _exit(waitForChild(grandchild) ? 0 : 1);
+    }
+    while (!g_isWritten) std::this_thread::yield();
+    return waitForChild(child) ? 0 : 1;
+}
+
+// Turns standard error to a pipe that stays open and that nobody reads.
+int turnToDeadReader() {
+    int ends[2];
+    if (pipe(ends) != 0) std::exit(2);
+    (void)dup2(ends[1], STDERR_FILENO);
+    (void)close(ends[1]);
+    return ends[0];
+}
+
+bool takesText(int descriptor) {
+    pollfd wanted = {descriptor, POLLOUT, 0};
+    return poll(&wanted, 1, 0) == 1;
+}
+
+int exitBesideStuckWriter(const Arguments&) {
+    (void)turnToDeadReader();
+    std::thread([] { write(std::string(1 << 20, 'x') + "\n"); }).detach();
+    while (takesText(STDERR_FILENO)) std::this_thread::yield();
+    std::printf("exits");
+    return 0;
+}
+
+// What is kept back at the end of the process finds the pipe full.
+int exitWithTextThatNobodyReads(const Arguments&) {
+    const int reader = turnToDeadReader();
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    (void)fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
+    const std::string filling(4096, 'x');
+    while (::write(STDERR_FILENO, filling.data(), filling.size()) > 0) {
+    }
+    (void)fcntl(STDERR_FILENO, F_SETFL, flags);
+    write("kept back");
+    std::printf("exits");
+    return reader >= 0 ? 0 : 2;
+}
+
 struct LateWriter {
     ~LateWriter() { write("static destructor\n"); }
 };
@@ -224,6 +297,9 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
     {"storm", storm},
     {"fork-storm", forkStorm},
     {"fork-in-line", forkInLine},
+    {"fork-in-first-call", forkInFirstCall},
+    {"exit-beside-stuck-writer", exitBesideStuckWriter},
+    {"exit-with-text-that-nobody-reads", exitWithTextThatNobodyReads},
     {"late-exit", lateExit},
     {"long-line", longLine},
     {"keep-errno", keepErrno},
@@ -234,6 +310,17 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
 };
 
 }  // namespace
+
+// In place of the C library's, where the debug library looks for it.
+extern "C" char* secure_getenv(const char* p_name) noexcept {
+    if (g_holdsSettings) {
+        g_isReadingSettings = true;
+        while (!g_isForking) std::this_thread::yield();
+    }
+    using Function = char* (*)(const char*);
+    static const auto s_next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "secure_getenv"));
+    return s_next(p_name);
+}
 
 int main(int argc, char** argv) {
     const auto way = argc > 1 ? kWays.find(argv[1]) : kWays.end();

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -49,6 +50,15 @@ private:
 void waitUntilWritable(int descriptor) {
     pollfd wanted = {descriptor, POLLOUT, 0};
     (void)poll(&wanted, 1, -1);  // Interrupted or not, the write that follows finds out.
+}
+
+bool becomesWritable(int descriptor, const Deadline& deadline) {
+    pollfd wanted = {descriptor, POLLOUT, 0};
+    int ready = 0;
+    do {
+        ready = poll(&wanted, 1, deadline.remainingMs());
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
 }
 
 // As write(), which may cancel the thread and, in a process with threads, pays for it each time.
@@ -181,6 +191,7 @@ void Destination::turnTo(int descriptor) {
     m_isColourful = wantsColours(descriptor);
     const mode_t type = typeOf(descriptor);
     m_mayBreak = type == S_IFIFO || type == S_IFSOCK;
+    m_mayBlock = m_mayBreak || isatty(descriptor) == 1;
     m_isAtomic = appendsAtomically(descriptor, type);
 }
 
@@ -191,6 +202,22 @@ void Destination::write(std::string_view text) const {
     }
     const PipeSignalGuard guard;
     writeAll(m_descriptor, text);
+}
+
+bool Destination::writeUntil(const Deadline& deadline, std::string_view text) const {
+    if (!m_mayBlock) {
+        write(text);
+        return true;
+    }
+    // A pipe that is writable takes so much without blocking; a terminal may have less room.
+    const std::size_t maxPiece = m_mayBreak ? PIPE_BUF : 256;
+    while (!text.empty()) {
+        const std::string_view piece = text.substr(0, maxPiece);
+        if (!becomesWritable(m_descriptor, deadline)) return false;
+        write(piece);
+        text.remove_prefix(piece.size());
+    }
+    return true;
 }
 
 }  // namespace zor_debug

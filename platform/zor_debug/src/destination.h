@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "deadline.h"
+
 namespace zor_debug {
 
 /// Where the output goes: standard error until told otherwise.
@@ -28,6 +30,9 @@ public:
     /// held off.
     void write(std::string_view text) const;
 
+    /// As write(), but gives up at the deadline where nobody takes the text: false then.
+    bool writeUntil(const Deadline& deadline, std::string_view text) const;
+
     /// Whether the system itself keeps texts of several threads apart. Standard error is never
     /// trusted to: anybody may redirect it to anything.
     bool isAtomic() const { return m_isAtomic; }
@@ -44,6 +49,7 @@ private:
     bool m_isColourful = false;
     bool m_isAtomic = false;
     bool m_mayBreak = false;            // A pipe or socket, whose reader may go away.
+    bool m_mayBlock = false;            // One of these or a terminal: it may take nothing for ever.
     char m_pathPattern[kMaxPath] = {};  // As it was given; empty for standard error.
 };
 

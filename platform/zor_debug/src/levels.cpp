@@ -18,11 +18,21 @@ constexpr NamedLevel kNamedLevels[] = {{"off", kLevelOff},
                                        {"info", kLevelInfo},
                                        {"debug", kLevelDebug}};
 
-// What is in force. Read without a lock; each word is whole by itself, and a reader that meets
-// a change half way sees each module at its old or its new level.
-std::atomic<std::uint16_t> g_common{kLevelError};
-std::array<std::atomic<std::uint32_t>, LevelSettings::kMaxModules> g_modules = {};
-std::atomic<std::size_t> g_moduleCount{0};
+// Settings that are or were in force, each word of them read without a lock.
+struct LevelTable {
+    std::atomic<std::uint16_t> common{kLevelError};
+    std::atomic<std::size_t> moduleCount{0};
+    std::array<std::atomic<std::uint32_t>, LevelSettings::kMaxModules> modules = {};
+};
+
+// Two tables: a change fills the one that is not in force and then puts it into force, so that a
+// reader meets the old settings or the new ones and never a mixture, in which a level that is on
+// before and after the change may be off. A reader that meets two changes reads again.
+//
+// Release and acquire throughout: who reads a word of the change after next also finds that the
+// next one has been counted.
+std::array<LevelTable, 2> g_tables = {};
+std::atomic<std::uint32_t> g_changeCount{0};  // Modulo 2 the table in force.
 
 constexpr std::uint32_t pack(ModuleLevel entry) {
     return (std::uint32_t{entry.module} << 16) | entry.level;
@@ -48,6 +58,23 @@ bool parseItem(std::string_view item, LevelSettings* p_settings) {
     std::uint16_t module = 0;
     return parseNumber(item.substr(0, equals), &module) &&
            parseLevel(item.substr(equals + 1), &level) && p_settings->set(module, level);
+}
+
+void fill(LevelTable* p_table, const LevelSettings& settings) {
+    p_table->common.store(settings.common, std::memory_order_release);
+    p_table->moduleCount.store(settings.moduleCount, std::memory_order_release);
+    for (std::size_t i = 0; i < settings.moduleCount; ++i) {
+        p_table->modules[i].store(pack(settings.modules[i]), std::memory_order_release);
+    }
+}
+
+std::uint16_t lookUp(const LevelTable& table, std::uint16_t module) {
+    const std::size_t count = table.moduleCount.load(std::memory_order_acquire);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t entry = table.modules[i].load(std::memory_order_acquire);
+        if ((entry >> 16) == module) return static_cast<std::uint16_t>(entry & 0xFFFFU);
+    }
+    return table.common.load(std::memory_order_acquire);
 }
 
 }  // namespace
@@ -82,16 +109,15 @@ bool parseLevels(std::string_view text, LevelSettings* p_settings, std::string_v
 void applyLevels(const LevelSettings& settings) {
     std::array<std::uint16_t, g_silentLevels.size()> ceiling = {};
     ceiling.fill(settings.common);
-
-    g_common.store(settings.common, std::memory_order_relaxed);
     for (std::size_t i = 0; i < settings.moduleCount; ++i) {
         const ModuleLevel& entry = settings.modules[i];
-        g_modules[i].store(pack(entry), std::memory_order_relaxed);
         std::uint16_t& groupCeiling = ceiling[entry.module & 0xFFU];
         groupCeiling = std::max(groupCeiling, entry.level);
     }
-    // Release: a reader that counts an entry finds it written.
-    g_moduleCount.store(settings.moduleCount, std::memory_order_release);
+
+    const std::uint32_t next = g_changeCount.load(std::memory_order_relaxed) + 1;
+    fill(&g_tables[next % 2], settings);
+    g_changeCount.store(next, std::memory_order_release);
 
     for (std::size_t group = 0; group < ceiling.size(); ++group) {
         g_silentLevels[group].store(static_cast<std::uint16_t>(UINT16_MAX - ceiling[group]),
@@ -100,12 +126,13 @@ void applyLevels(const LevelSettings& settings) {
 }
 
 std::uint16_t levelOf(std::uint16_t module) {
-    const std::size_t count = g_moduleCount.load(std::memory_order_acquire);
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t entry = g_modules[i].load(std::memory_order_relaxed);
-        if ((entry >> 16) == module) return static_cast<std::uint16_t>(entry & 0xFFFFU);
+    std::uint32_t change = g_changeCount.load(std::memory_order_acquire);
+    while (true) {
+        const std::uint16_t level = lookUp(g_tables[change % 2], module);
+        const std::uint32_t changeAfter = g_changeCount.load(std::memory_order_acquire);
+        if (changeAfter == change) return level;
+        change = changeAfter;
     }
-    return g_common.load(std::memory_order_relaxed);
 }
 
 }  // namespace zor_debug

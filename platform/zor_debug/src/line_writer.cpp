@@ -3,10 +3,12 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <string_view>
 
 #include "call_scope.h"
+#include "deadline.h"
 #include "destination.h"
 #include "formatted_text.h"
 #include "line_buffer.h"
@@ -20,13 +22,19 @@ namespace {
 
 constexpr std::size_t kKeptCapacity = 4096;  // A buffer that has grown beyond it is given back.
 
+// How long an exiting process waits for threads that are writing, and then for a reader.
+constexpr std::int64_t kExitPatienceMs = 500;
+
 // Beside others, a thread reads what follows, changes its own LineBuffer and writes whole lines;
 // alone, it changes whatever there is. A leaf: nothing is called inside that takes a lock.
 WriterGate g_gate;
 Destination g_destination;
 LinePrefix g_prefix;
 pid_t g_openLineOwner = 0;  // Whose incomplete line was written last; 0 for none.
-bool g_isExiting = false;   // Nothing is kept back any more.
+bool g_isExiting = false;   // Nothing is kept back any more, nor waited for without limit.
+// The process exits and its output is stuck: text is dropped. Read without the gate, which may be
+// stuck too; relaxed, for a thread that sees it late only waits, as it would have before.
+std::atomic<bool> g_isGivenUp{false};
 bool g_hasKey = false;
 pthread_key_t g_bufferKey;  // Frees an ending thread's buffer.
 
@@ -49,12 +57,22 @@ private:
     const bool m_isEntered;
 };
 
+// Alone.
+void writeOut(std::string_view text) {
+    if (!g_isExiting) {
+        g_destination.write(text);
+    } else if (!g_isGivenUp.load(std::memory_order_relaxed) &&
+               !g_destination.writeUntil(Deadline::inMilliseconds(kExitPatienceMs), text)) {
+        g_isGivenUp.store(true, std::memory_order_relaxed);
+    }
+}
+
 // Alone: sends out text of @p owner. An incomplete line that was sent out for another thread is
 // ended first: lines are never glued together.
 void send(std::string_view text, pid_t owner) {
     if (text.empty()) return;
-    if (g_openLineOwner != 0 && g_openLineOwner != owner) g_destination.write("\n");
-    g_destination.write(text);
+    if (g_openLineOwner != 0 && g_openLineOwner != owner) writeOut("\n");
+    writeOut(text);
     g_openLineOwner = text.back() == '\n' ? 0 : owner;
 }
 
@@ -181,16 +199,22 @@ void onThreadEnd(void* p_buffer) {
     t_state.p_line = nullptr;
 }
 
-// Sends what is kept back; from here on the process's last words go out as they come.
+// Sends what is kept back; from here on the process's last words go out as they come. A thread that
+// is stuck in a write, for nobody reads, holds the gate: the exit does not wait for it for ever.
 __attribute__((destructor)) void onProcessExit() {
-    const Alone alone;
+    const CancellationScope scope;
+    if (!g_gate.enterAloneUntil(Deadline::inMilliseconds(kExitPatienceMs))) {
+        g_isGivenUp.store(true, std::memory_order_relaxed);
+        return;
+    }
+    g_isExiting = true;
     for (GateMember* p_member = g_gate.members(); p_member != nullptr;
          p_member = p_member->p_next) {
         auto* p_line = static_cast<LineBuffer*>(p_member);
         send(p_line->view(), p_line->ownerId);
         p_line->length = 0;
     }
-    g_isExiting = true;
+    g_gate.leaveAlone(true, mayShare());
 }
 
 }  // namespace
@@ -203,6 +227,7 @@ void writeText(FormattedText* p_text) {
         g_gate.leave(p_buffer);
         if (isWritten) return;
     }
+    if (g_isGivenUp.load(std::memory_order_relaxed)) return;
     const Alone alone;
     writeAlone(p_text->view());
 }

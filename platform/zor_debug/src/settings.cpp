@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "call_scope.h"
-#include "fork.h"
 #include "levels.h"
 #include "line_writer.h"
 #include "lock.h"
@@ -22,7 +21,9 @@ constexpr const char* kLevelsVariable = "ZOR_DEBUG";
 constexpr const char* kFileVariable = "ZOR_DEBUG_FILE";
 constexpr const char* kPrefixVariable = "ZOR_DEBUG_PREFIX";
 
-pthread_once_t g_once = PTHREAD_ONCE_INIT;
+// Held while the environment is read. A lock and not pthread_once(): a fork waits for it, so that
+// no child finds the settings half read, and reads them again on top.
+Lock g_environmentLock;
 Lock g_levelsLock;  // One change of the levels at a time.
 
 bool isEmpty(const char* p_text) {
@@ -96,7 +97,6 @@ void readLevels(const char* p_text) {
 }
 
 void readEnvironment() {
-    prepareForForks();
     prepareLineWriter();
     turnToStandardError();
     // The destination first: that is where complaints about the others are looked for.
@@ -110,7 +110,8 @@ void readEnvironment() {
 
 void readEnvironmentOnce() {
     const CallScope scope;
-    (void)pthread_once(&g_once, readEnvironment);
+    const Locked locked(g_environmentLock);
+    if (!g_isEnvironmentRead.load(std::memory_order_relaxed)) readEnvironment();
 }
 
 bool setLevels(const char* p_text) {
@@ -130,11 +131,13 @@ bool setPrefixText(const char* p_text) {
 }
 
 void lockSettings() {
+    (void)pthread_mutex_lock(&g_environmentLock.mutex);
     (void)pthread_mutex_lock(&g_levelsLock.mutex);
 }
 
 void unlockSettings() {
     (void)pthread_mutex_unlock(&g_levelsLock.mutex);
+    (void)pthread_mutex_unlock(&g_environmentLock.mutex);
 }
 
 }  // namespace zor_debug

@@ -12,6 +12,7 @@
 
 namespace zor_debug {
 
+struct Capture;
 struct LineBuffer;
 
 /// The thread's part of a line's prefix, as it was last made.
@@ -28,7 +29,7 @@ struct ThreadState {
     DebugLevelRecord lastOn;  // The record last found on: the level of what is written next.
     LineBuffer* p_line;       // Guarded by the writer gate.
     pid_t id;                 // Kernel thread id; 0 until asked for.
-    bool inCapture;
+    Capture* p_capture;       // That the thread is in; null outside.
     ThreadLabel label;
 };
 

@@ -1,25 +1,8 @@
 #include "writer_gate.h"
 
-#include <sched.h>
-#include <time.h>
+#include "backoff.h"
 
 namespace zor_debug {
-namespace {
-
-// Sleeps where yielding has not helped: it never does when who is inside has a lower priority.
-void waitUntilOutside(const GateMember& member) {
-    constexpr int kYields = 100;
-    constexpr timespec kPause = {0, 50000};
-    for (int i = 0; member.isInside.load(); ++i) {
-        if (i < kYields) {
-            (void)sched_yield();
-        } else {
-            (void)nanosleep(&kPause, nullptr);
-        }
-    }
-}
-
-}  // namespace
 
 bool WriterGate::enterAlone() {
     const bool isEntered = pthread_mutex_lock(&m_aloneLock.mutex) == 0;
@@ -27,9 +10,32 @@ bool WriterGate::enterAlone() {
     if (!m_isOpen.load(std::memory_order_relaxed)) return isEntered;
     m_isOpen.store(false);
     for (const GateMember* p_member = m_members; p_member != nullptr; p_member = p_member->p_next) {
-        waitUntilOutside(*p_member);
+        Backoff backoff;
+        while (p_member->isInside.load()) backoff.pause();
     }
     return isEntered;
+}
+
+bool WriterGate::enterAloneUntil(const Deadline& deadline) {
+    // Polled: the C libraries that know pthread_mutex_clocklock() are newer than some that we meet.
+    Backoff backoff;
+    while (pthread_mutex_trylock(&m_aloneLock.mutex) != 0) {
+        if (deadline.hasPassed()) return false;
+        backoff.pause();
+    }
+    const bool wasOpen = m_isOpen.load(std::memory_order_relaxed);
+    if (!wasOpen) return true;
+    m_isOpen.store(false);
+    for (const GateMember* p_member = m_members; p_member != nullptr; p_member = p_member->p_next) {
+        while (p_member->isInside.load()) {
+            if (deadline.hasPassed()) {
+                leaveAlone(true, wasOpen);
+                return false;
+            }
+            backoff.pause();
+        }
+    }
+    return true;
 }
 
 void WriterGate::leaveAlone(bool wasEntered, bool isOpenNow) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "deadline.h"
 #include "lock.h"
 
 namespace zor_debug {
@@ -35,6 +36,8 @@ public:
     /// Closes the gate and returns when no thread is inside. False when that cannot be had: then
     /// the caller goes on all the same, for its line matters more than its neighbours' order.
     bool enterAlone();
+    /// The same, but gives up at the deadline: false, and not entered.
+    bool enterAloneUntil(const Deadline& deadline);
     /// @p wasEntered is enterAlone()'s result.
     void leaveAlone(bool wasEntered, bool isOpenNow);
 

@@ -6,6 +6,12 @@
 #include "base/export.h"
 #include "base/logging/log_level.h"
 
+// Empty in the one source of the library that defines these functions for modules which were built
+// before they were inlined, and call them.
+#ifndef TEVALON_BASE_TRACER_INLINE
+#define TEVALON_BASE_TRACER_INLINE inline
+#endif
+
 namespace tevalon::base {
 
 /// Writes one debug-level line when it is constructed and one when it is destroyed. Each
@@ -15,13 +21,8 @@ namespace tevalon::base {
 /// shown as given, with its folders. Belongs to one thread.
 class FunctionTracer {
 public:
-    FunctionTracer(const char* function, const char* file, int line)
-        : m_function(function), m_file(file), m_line(line) {
-        if (isLogOn(kLogDebug)) writeIn();
-    }
-    ~FunctionTracer() {
-        if (isLogOn(kLogDebug)) writeOut();
-    }
+    TEVALON_BASE_EXPORT FunctionTracer(const char* function, const char* file, int line);
+    TEVALON_BASE_EXPORT ~FunctionTracer();
 
     FunctionTracer(const FunctionTracer&) = delete;
     FunctionTracer& operator=(const FunctionTracer&) = delete;
@@ -35,6 +36,16 @@ private:
     const char* m_file;
     int m_line;
 };
+
+TEVALON_BASE_TRACER_INLINE FunctionTracer::FunctionTracer(const char* function, const char* file,
+                                                          int line)
+    : m_function(function), m_file(file), m_line(line) {
+    if (isLogOn(kLogDebug)) writeIn();
+}
+
+TEVALON_BASE_TRACER_INLINE FunctionTracer::~FunctionTracer() {
+    if (isLogOn(kLogDebug)) writeOut();
+}
 
 }  // namespace tevalon::base
 

@@ -17,6 +17,12 @@ TEVALON_BASE_EXPORT bool isPathExists(char const* name);
 /// that it cannot remove is reported by an error line. Links are followed: what is in a linked
 /// folder is removed, the link is left. So are devices, pipes and sockets.
 ///
+/// Beware of links: one that leads out of the folder takes this function with it, to whatever the
+/// process may delete there. A link to a folder that it lies in is followed until the system says
+/// that there are too many; of two such links each is followed behind each of the other, twice as
+/// often with every level of some forty, which takes longer than anyone lives. Not for folders in
+/// which somebody else can make links.
+///
 /// Returns 0; -1 for null; -2 when the folder cannot be opened; -3 when it cannot be removed in
 /// the end, as when something was left in it. Holds one descriptor per level of folders. Any
 /// thread.

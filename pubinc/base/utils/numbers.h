@@ -26,7 +26,8 @@ TEVALON_BASE_EXPORT std::int32_t dstoull(std::string const& text, unsigned long 
 
 /// Writes @p value, taken as unsigned of its own width, as hexadecimal without prefix or
 /// leading zeros. A value below 16 replaces what @p out held by its one digit; a larger one is
-/// appended to it. Returns 0. For char, int, long and their unsigned kin; any thread.
+/// appended to it. Returns 0. For char, int, long, long long and their unsigned kin; any
+/// thread.
 ///
 /// @param upper  Whether the letters are capitals.
 template <typename T>
@@ -38,6 +39,10 @@ extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(int, std::string
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned int, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(long, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned long, std::string&, bool);
+// std::int64_t and its unsigned kin: long on 64-bit systems, long long on 32-bit ones.
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(long long, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned long long, std::string&,
+                                                                bool);
 
 }  // namespace tevalon::base
 

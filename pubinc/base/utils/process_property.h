@@ -7,6 +7,10 @@
 
 #include "base/export.h"
 
+/// Not tevalon::base. Whoever opens namespace tevalon, or says `using namespace tevalon`, has two
+/// namespaces called base: inside the first, `base` is tevalon::base, which has no process
+/// properties; after the second it is ambiguous. `::base::get_process_property(...)` is right
+/// everywhere.
 namespace base {
 
 /// Returns the value stored under @p name, or "" when there is none or @p name is null. Any

@@ -9,6 +9,10 @@
  *
  * A variable that makes no sense is reported once and taken as unset.
  *
+ * A write waits for its reader: of a pipe, a socket or a terminal. An exiting process does not for
+ * ever: half a second for threads that are still writing, and half a second for a reader of what
+ * was kept back of their lines. What has not been taken by then is dropped, and all that follows.
+ *
  * Thread safety: any function, from any thread, at any time. None changes errno. */
 
 #ifndef ZOR_DEBUG_ZOR_DEBUG_CONTROL_H
@@ -65,12 +69,16 @@ ZOR_DEBUG_EXPORT int zorDebugSetPrefix(const char* p_text);
 typedef void (*ZorDebugCapture)(void* p_context, const DebugLevelRecord* p_record,
                                 const char* p_text, size_t length);
 
-/** Hands all text of the process to @p capture from now on; replaces an earlier one, as
- *  zorDebugRemoveCapture() does. @p p_context is passed through, not owned. */
+/** Hands all text of the process to @p capture from now on, in place of an earlier one; returns
+ *  when no other thread is in an earlier one. Null removes it. @p p_context is passed through, not
+ *  owned. Without memory for it there is no capture.
+ *
+ *  Callable from a capture. It returns at once then, and other threads may still be in the one that
+ *  was replaced: only a call from outside says when its context can go. */
 ZOR_DEBUG_EXPORT void zorDebugInstallCapture(ZorDebugCapture capture, void* p_context);
 
-/** Sends the text to the output again. Returns when no other thread is in the capture, nor
- *  will enter it. Callable from the capture itself. */
+/** Sends the text to the output again. Returns when no other thread is in the capture, or in one
+ *  that it replaced, nor will enter it. Callable from a capture, as zorDebugInstallCapture() is. */
 ZOR_DEBUG_EXPORT void zorDebugRemoveCapture(void);
 
 #ifdef __cplusplus
