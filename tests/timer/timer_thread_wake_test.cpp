@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "timer/timer_fixtures.h"
 
@@ -152,7 +153,15 @@ TEST_F(TimerThreadWakeTest, AStopDoes) {
     post(1, kHourMs);
     ASSERT_TRUE(m_waits.waitForBegun(1));
 
-    m_thread.stop();
+    test::Event stopped;
+    std::thread stopping([&] {
+        m_thread.stop();
+        stopped.set();
+    });
+    const bool hasStopped = stopped.wait();
+    EXPECT_TRUE(hasStopped);
+    if (!hasStopped) post(2, 0);  // Wakes it for the stop.
+    stopping.join();
 
     EXPECT_EQ(m_thread.taskCount(), 1);
 }
