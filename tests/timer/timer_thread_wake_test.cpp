@@ -126,6 +126,21 @@ TEST_F(TimerThreadWakeTest, AnyPostDoesBehindACancelledTask) {
     EXPECT_EQ(cancelled.use_count(), 1);
 }
 
+// Who reads the debug lines sees the thread look at its queue after each post.
+TEST_F(TimerThreadWakeTest, AnyPostDoesWhereTheLogTells) {
+    post(1, kHourMs);
+    ASSERT_TRUE(m_waits.waitForBegun(1));
+    test::setLogLevel(kLogDebug);
+    m_log.clear();
+
+    post(2, 2 * kHourMs);
+
+    ASSERT_TRUE(m_waits.waitForBegun(2));
+    EXPECT_EQ(linesOf("run", m_log.entriesWithoutLineNumbers()),
+              std::vector<test::LogEntry>{threadLine(
+                  kLogDebug, "run", "[" + address(&m_thread) + "]: Not timeout, continue.\n")});
+}
+
 TEST_F(TimerThreadWakeTest, APostDoesWhereTheThreadCouldNotReadTheClock) {
     const pthread_t self = pthread_self();
     const test::ReplaceCall<ReadClock> noClock(
