@@ -52,6 +52,29 @@ TEST_F(TimerLifetimeTest, StopWaitsForARunThatGoesOn) {
     stopping.join();
 }
 
+TEST_F(TimerLifetimeTest, AllWhoStopItReturnWhenTheRunEnds) {
+    constexpr int kStoppers = 3;
+    HeldHandler held;
+    Timer timer("stopped", kAtOnce, held.handler(), nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(held.waitUntilEntered());
+    test::Countdown waiting(kStoppers);
+    const test::RunAtCall atWait(
+        Call::PthreadCondWait, [&] { waiting.arrive(); }, When().anyThread().everyTime());
+
+    std::vector<std::thread> stoppers;
+    for (int i = 0; i < kStoppers; ++i) {
+        stoppers.emplace_back([&] {
+            EXPECT_EQ(timer.stop(), 0);
+            EXPECT_TRUE(held.hasReturned());
+        });
+    }
+    EXPECT_TRUE(waiting.wait());
+    held.letGo();
+
+    for (std::thread& stopper : stoppers) stopper.join();
+}
+
 TEST_F(TimerLifetimeTest, StopNoBlockDoesNotWait) {
     HeldHandler held;
     Timer timer("held", kSoon, held.handler(), nullptr, CONTINUE);
