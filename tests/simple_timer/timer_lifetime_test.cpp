@@ -325,6 +325,31 @@ TEST_F(TimerLifetimeTest, ATimerThatItsHandlerStartsDuringDestructionIsGoneAllTh
     });
 }
 
+TEST_F(TimerLifetimeTest, ATimerThatItsHandlerStartsDuringDestructionIsNotWaitedFor) {
+    const std::string isEmpty = "No timer need handle.";
+    test::setLogLevel(kLogDebug);
+    test::Event entered;
+    test::Event release;
+    auto timer = std::make_unique<Timer>(
+        "again", kAtOnce,
+        [&](Timer* p_timer, void*) {
+            entered.set();
+            (void)release.wait();
+            EXPECT_EQ(p_timer->changeTimeout(kFar), 0);
+            EXPECT_EQ(p_timer->start(), 0);
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(m_log.waitFor(isEmpty));
+    m_log.clear();
+    test::RunAtCall atWait(Call::PthreadCondWait, [&] { release.set(); });
+
+    timer.reset();
+
+    EXPECT_TRUE(m_log.waitFor(isEmpty));  // Once more, instead of an expiry.
+}
+
 TEST_F(TimerLifetimeTest, AHandlerMayDestroyAnotherTimer) {
     auto victim = std::make_unique<Timer>("victim", kSoon, m_runs.handler(), nullptr, CONTINUE);
     ASSERT_EQ(victim->start(), 0);
