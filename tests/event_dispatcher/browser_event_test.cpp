@@ -4,11 +4,14 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <type_traits>
@@ -321,6 +324,80 @@ TEST_F(BrowserEventTest, AReplyWakesAllWhoWait) {
     for (std::thread& waiter : waiters) waiter.join();
 
     for (const std::int32_t result : results) EXPECT_EQ(result, 7);
+}
+
+/// Waits on the event's own objects, as a client may; false when nobody wakes it in time.
+bool isWokenBy(EventResult reply, BrowserEvent& event, test::Countdown* p_waiting) {
+    std::unique_lock<std::mutex> lock(*event.waitResultMtx);
+    p_waiting->arrive();  // A reply needs the lock, and so comes after the wait has begun.
+    while (event.result != reply) {
+        if (event.waitResultCv->wait_for(lock, test::kPatience) == std::cv_status::timeout) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// How many of three such clients a reply wakes.
+int countWokenBy(EventResult reply, BrowserEvent& event) {
+    constexpr int kClients = 3;
+    std::atomic<int> woken{0};
+    test::Countdown waiting(kClients);
+    std::vector<std::thread> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back([&] { woken += isWokenBy(reply, event, &waiting) ? 1 : 0; });
+    }
+    EXPECT_TRUE(waiting.wait());
+    event.replyResult(reply);
+    for (std::thread& client : clients) client.join();
+    return woken;
+}
+
+TEST_F(BrowserEventTest, EveryReplyWakesClientsThatWaitOnTheConditionVariableItself) {
+    m_event.initWaitResultCv();
+
+    EXPECT_EQ(countWokenBy(7, m_event), 3);
+    EXPECT_EQ(countWokenBy(8, m_event), 3);  // There is a reply already.
+    m_event.initWaitResultCv();
+    EXPECT_EQ(countWokenBy(9, m_event), 3);
+}
+
+TEST_F(BrowserEventTest, EveryReplyWakesClientsThatWaitOnObjectsOfTheirOwn) {
+    m_event.waitResultMtx = new std::mutex();
+    m_event.waitResultCv = new std::condition_variable();
+
+    EXPECT_EQ(countWokenBy(7, m_event), 3);
+    EXPECT_EQ(countWokenBy(8, m_event), 3);
+    EXPECT_EQ(m_event.waitForResult(-1), 8);
+}
+
+TEST_F(BrowserEventTest, ArmingKeepsTheObjectsOfAClient) {
+    auto* const p_mutex = new std::mutex();
+    auto* const p_condition = new std::condition_variable();
+    m_event.waitResultMtx = p_mutex;
+    m_event.waitResultCv = p_condition;
+    m_event.replyResult(7);
+
+    EXPECT_EQ(m_event.initWaitResultCv(), 0);
+
+    EXPECT_EQ(m_event.waitResultMtx, p_mutex);
+    EXPECT_EQ(m_event.waitResultCv, p_condition);
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(),
+              std::vector<LogEntry>{
+                  eventCppLine(kLogInfo, "initWaitResultCv", "Already initialized.\n")});
+    EXPECT_EQ(countWokenBy(8, m_event), 3);
+}
+
+TEST_F(BrowserEventTest, ObjectsOfAClientAreFreedWithTheEvent) {
+    test::CountCalls destroyed(Call::PthreadCondDestroy);
+    {
+        BrowserEvent event(1, 2, nullptr);
+        event.waitResultMtx = new std::mutex();
+        event.waitResultCv = new std::condition_variable();
+    }
+
+    EXPECT_EQ(destroyed.seen(), 1);
 }
 
 // Waiting.

@@ -137,6 +137,37 @@ TEST_F(EventHubTeardownTest, TheEventInHandIsFinishedAndTheRestStaysUnhandled) {
     EXPECT_EQ(m_inbox.events().size(), 1U);
 }
 
+// However many the thread has found queued at once.
+TEST_F(EventHubTeardownTest, EventsThatWereQueuedBeforeTheOneInHandStayUnhandledToo) {
+    constexpr std::int32_t kFirst = 4;
+    test::Event firstEntered;
+    test::Event allQueued;
+    m_hub->registerHandler(kFirst, [&](std::shared_ptr<BrowserEvent>) {
+        firstEntered.set();
+        (void)allQueued.wait();
+    });
+    m_hub->registerHandler(kBlocking, [&](std::shared_ptr<BrowserEvent> event) {
+        m_entered.set();
+        (void)m_release.wait();
+        m_inbox.take(std::move(event));
+    });
+    m_hub->registerHandler(kType, m_inbox.handler());
+    m_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kFirst, nullptr));
+    ASSERT_TRUE(firstEntered.wait());
+    m_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kBlocking, nullptr));
+    for (int i = 0; i < 3; ++i) m_hub->receiveEvent(countedEvent());
+    allQueued.set();
+    ASSERT_TRUE(m_entered.wait());
+
+    tearDownWhileBlocked([&] { m_hub->onHubUnregistered(); });
+
+    EXPECT_EQ(m_inbox.events().size(), 1U);
+    EXPECT_EQ(m_deletions, 0);
+    m_hub.reset();
+    EXPECT_EQ(m_deletions, 3);
+    EXPECT_EQ(m_inbox.events().size(), 1U);
+}
+
 TEST_F(EventHubTeardownTest, DestructionDropsTheQueuedEventsUnhandled) {
     blockTheThread();
     m_hub->registerHandler(kType, m_inbox.handler());

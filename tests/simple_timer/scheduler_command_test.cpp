@@ -1,205 +1,87 @@
-// Commands that are lost, and threads that are cancelled where they would send one.
+// Which changes of the list are commands in the scheduler's pipe, counted where they are written.
 
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <functional>
-#include <memory>
-
-#include "simple_timer/scheduler_fixtures.h"
+#include "simple_timer/simple_timer_fixtures.h"
 
 namespace {
 
 using namespace tevalon::base;
-using namespace tevalon::base::simple_timer;
 using test::Call;
-using test::FailCall;
 using test::LogCapture;
-using test::LogEntry;
 using test::When;
+using tevalon::base::simple_timer::CONTINUE;
+using tevalon::base::simple_timer::ONCE;
 
-using Lines = std::vector<LogEntry>;
+// Everything that any thread writes: there is nothing else to write, for the log is captured.
+class SchedulerCommandTest : public testing::Test {
+protected:
+    static When everyWrite() { return When().anyThread().everyTime(); }
 
-std::vector<LogEntry> linesOf(const std::string& function, const LogCapture& log) {
-    Lines lines = log.entriesWithoutLineNumbers();
-    const std::string mark = ":#:" + function + "(): ";
-    lines.erase(std::remove_if(lines.begin(), lines.end(),
-                               [&](const LogEntry& entry) {
-                                   return entry.text.find(mark) == std::string::npos;
-                               }),
-                lines.end());
-    return lines;
-}
+    LogCapture m_log{kLogError};
+    Runs m_runs;
+};
 
-LogEntry insertLine(const std::string& message) {
-    return timerLine(kLogDebug, "InsterTimer", message);
-}
-
-TEST(SchedulerCommandTest, TheNextStartMakesUpForALostCommand) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        LogCapture log;
-        Runs runs;
-        Timer first("first", kSoon, runs.handler(), nullptr, ONCE);
-        Timer second("second", kFar, ignore, nullptr, ONCE);
-        ASSERT_TRUE(log.waitFor("No timer, wait for ever."));
-        {
-            FailCall lost(Call::Write, EIO);
-            ASSERT_EQ(first.start(), 0);
-            ASSERT_EQ(lost.hits(), 1);
-        }
-        EXPECT_EQ(linesOf("SendCmd", log),
-                  Lines{timerLine(kLogError, "SendCmd",
-                                  "Fail to wrtie data, errno(5):'" +
-                                      std::string(std::strerror(EIO)) + "'.\n")});
-        log.clear();
-
-        ASSERT_EQ(second.start(), 0);
-
-        EXPECT_EQ(linesOf("InsterTimer", log),
-                  (Lines{insertLine("Begin inster timer:'second'.\n"),
-                         insertLine("Insert timer:'second' to normal position.\n"),
-                         insertLine("Send CMD_RESCHEDULE(2) because of timer('second').\n")}));
-        EXPECT_TRUE(runs.waitFor(1));
-    });
-}
-
-// Of a command that is on its way no second one is sent.
-TEST(SchedulerCommandTest, NothingIsMadeUpForWhatWasNotLost) {
-    LogCapture log;
-    Timer first("first", kFar, ignore, nullptr, ONCE);
-    Timer second("second", {2000000, 0, 0}, ignore, nullptr, ONCE);
-    for (int i = 0; i < 100; ++i) {
-        ASSERT_EQ(first.start(), 0);
-        test::CountCalls commands(Call::Write, When().everyTime());
-
-        ASSERT_EQ(second.start(), 0);
-        EXPECT_EQ(second.stop(), 0);
-
-        EXPECT_EQ(commands.seen(), 0);
-        EXPECT_EQ(first.stop(), 0);
-    }
-}
-
-/// Runs @p work on a thread whose cancellation is pending; returns whether it was cancelled only
-/// after the work.
-bool survivesPendingCancellation(const std::function<void()>& work) {
-    struct Job {
-        const std::function<void()>& work;
-        bool isDone;
-    };
-    Job job = {work, false};
-    pthread_t thread = {};
-    const auto run = [](void* p_job) -> void* {
-        auto* const self = static_cast<Job*>(p_job);
-        (void)pthread_cancel(pthread_self());
-        self->work();
-        self->isDone = true;
-        pthread_testcancel();
-        return nullptr;
-    };
-    if (pthread_create(&thread, nullptr, run, &job) != 0) return false;
-    void* p_result = nullptr;
-    (void)pthread_join(thread, &p_result);
-    return job.isDone && p_result == PTHREAD_CANCELED;
-}
-
-TEST(SchedulerCommandTest, ACancelledThreadStartsItsTimerAllTheSame) {
-    Runs runs;
-    Timer timer("t", kSoon, runs.handler(), nullptr, ONCE);
-
-    EXPECT_TRUE(survivesPendingCancellation([&] { EXPECT_EQ(timer.start(), 0); }));
-
-    EXPECT_TRUE(runs.waitFor(1));
-}
-
-TEST(SchedulerCommandTest, ACancelledThreadStopsItsTimerAllTheSame) {
-    Timer timer("t", kFar, ignore, nullptr, CONTINUE);
+TEST_F(SchedulerCommandTest, ThePeriodsOfALoneTimerAreNone) {
+    Timer timer("beat", kSoon, m_runs.handler(), nullptr, CONTINUE);
     ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(m_runs.waitFor(1));
 
-    EXPECT_TRUE(survivesPendingCancellation([&] { EXPECT_EQ(timer.stopNoBlock(), 0); }));
+    const test::CountCalls writes(Call::Write, everyWrite());
+    EXPECT_TRUE(m_runs.waitFor(m_runs.runs().size() + 5));
 
-    EXPECT_FALSE(timer.isStarted());
+    EXPECT_EQ(writes.seen(), 0);
+    (void)timer.stop();
 }
 
-TEST(SchedulerCommandTest, ACancelledThreadDestroysItsTimer) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        EXPECT_TRUE(survivesPendingCancellation([] {
-            HeldHandler held;
-            auto timer = std::make_unique<Timer>("t", kSoon, held.handler(), nullptr, CONTINUE);
-            EXPECT_EQ(timer->start(), 0);
-            int stateBefore = 0;
-            (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &stateBefore);
-            EXPECT_TRUE(held.waitUntilEntered());
-            held.letGo();
-            (void)pthread_setcancelstate(stateBefore, nullptr);
-            timer.reset();
-        }));
-    });
+TEST_F(SchedulerCommandTest, ThePeriodsOfAHeadThatIsHeadAgainAreNone) {
+    Timer late("late", kFar, ignore, nullptr, ONCE);
+    ASSERT_EQ(late.start(), 0);
+    Timer timer("beat", kSoon, m_runs.handler(), nullptr, CONTINUE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(m_runs.waitFor(1));
+
+    const test::CountCalls writes(Call::Write, everyWrite());
+    EXPECT_TRUE(m_runs.waitFor(m_runs.runs().size() + 5));
+
+    EXPECT_EQ(writes.seen(), 0);
+    (void)timer.stop();
+    (void)late.stop();
 }
 
-TEST(SchedulerCommandTest, ATimeoutBelowZeroFiresOnceInAMillisecond) {
-    for (const TimeoutTime& timeout : {TimeoutTime{0, 0, -5}, TimeoutTime{1, -1000, 0}}) {
-        constexpr int kRuns = 20;
-        test::CountCalls threads(Call::PthreadCreate, When().anyThread());
-        Runs runs;
-        Runs others;
-        Timer other("other", kSoon, others.handler(), nullptr, ONCE);
-        Timer timer("negative", timeout, runs.handler(), nullptr, CONTINUE);
-        const double start = monotonicNow();
+TEST_F(SchedulerCommandTest, TheEndOfATimerThatFiresOnceIsNone) {
+    Timer timer("once", kSoon, m_runs.handler(), nullptr, ONCE);
+    const test::CountCalls writes(Call::Write, everyWrite());
 
-        ASSERT_EQ(timer.start(), 0);
-        ASSERT_EQ(other.start(), 0);
+    ASSERT_EQ(timer.start(), 0);
+    EXPECT_TRUE(m_runs.waitFor(1));
+    EXPECT_EQ(timer.stop(), 0);
 
-        EXPECT_TRUE(runs.waitFor(kRuns));
-        EXPECT_TRUE(others.waitFor(1));
-        EXPECT_EQ(timer.stop(), 0);
-        const double elapsed = monotonicNow() - start;
-        EXPECT_GE(elapsed, (kRuns - 1) * 0.001);
-        EXPECT_LE(static_cast<double>(threads.seen()), elapsed * 1000 + 3);
-    }
+    EXPECT_EQ(writes.seen(), 1);  // The start's.
 }
 
-TEST(SchedulerCommandTest, APeriodWhoseClockFailsDoesNotFireWithoutEnd) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        LogCapture log(kLogError);
-        test::CountCalls threads(Call::PthreadCreate, When().anyThread());
-        Runs runs;
-        Timer timer("t", kSoon, runs.handler(), nullptr, CONTINUE);
-        // The scheduler reads it for its wait, for its wake, and then for each period.
-        const SchedulerClock clock([](int reading) { return reading >= 3 && reading < 13; });
-        const double start = monotonicNow();
+TEST_F(SchedulerCommandTest, EachChangeOfTheHeadByAClientIsOne) {
+    Timer late("late", kFar, ignore, nullptr, ONCE);
+    Timer later("later", {2000000, 0, 0}, ignore, nullptr, ONCE);
+    Timer early("early", {500000, 0, 0}, ignore, nullptr, ONCE);
+    const test::CountCalls writes(Call::Write, everyWrite());
 
-        ASSERT_EQ(timer.start(), 0);
-
-        EXPECT_TRUE(runs.waitFor(5));
-        EXPECT_EQ(timer.stop(), 0);
-        const double elapsed = monotonicNow() - start;
-        EXPECT_GE(elapsed, 0.004);
-        EXPECT_LE(static_cast<double>(threads.seen()), elapsed * 1000 + 3);
-    });
-}
-
-TEST(SchedulerCommandTest, APassNeedsNoMemory) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        LogCapture log;
-        const std::string name(100, 'n');  // Beyond what a string holds without allocating.
-        Runs runs;
-        Timer timer(name, kSoon, runs.handler(), nullptr, CONTINUE);
-        ASSERT_TRUE(log.waitFor("No timer, wait for ever."));
-        {
-            FailCall noMemory(Call::New, ENOMEM, When().anyThread().everyTime());
-            const test::PassCalls pass;
-            ASSERT_EQ(timer.start(), 0);
-            // Without memory there is no thread for the handler; the passes go on.
-            EXPECT_TRUE(log.waitFor("Fail to create handler thread of timer:'" + name));
-            EXPECT_EQ(noMemory.hits() > 0, true);
-        }
-
-        EXPECT_TRUE(runs.waitFor(1));
-    });
+    (void)late.start();  // Into the empty list.
+    EXPECT_EQ(writes.seen(), 1);
+    (void)later.start();  // Behind the head.
+    EXPECT_EQ(writes.seen(), 1);
+    (void)early.start();  // Before the head.
+    EXPECT_EQ(writes.seen(), 2);
+    (void)early.start();  // Started already.
+    EXPECT_EQ(writes.seen(), 2);
+    (void)later.stop();  // Not the head.
+    EXPECT_EQ(writes.seen(), 2);
+    (void)later.stopNoBlock();  // Stopped already.
+    EXPECT_EQ(writes.seen(), 2);
+    (void)early.stopNoBlock();  // The head.
+    EXPECT_EQ(writes.seen(), 3);
+    (void)late.stop();  // The head, and the last one.
+    EXPECT_EQ(writes.seen(), 4);
 }
 
 }  // namespace

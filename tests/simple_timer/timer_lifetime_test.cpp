@@ -52,6 +52,29 @@ TEST_F(TimerLifetimeTest, StopWaitsForARunThatGoesOn) {
     stopping.join();
 }
 
+TEST_F(TimerLifetimeTest, AllWhoStopItReturnWhenTheRunEnds) {
+    constexpr int kStoppers = 3;
+    HeldHandler held;
+    Timer timer("stopped", kAtOnce, held.handler(), nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(held.waitUntilEntered());
+    test::Countdown waiting(kStoppers);
+    const test::RunAtCall atWait(
+        Call::PthreadCondWait, [&] { waiting.arrive(); }, When().anyThread().everyTime());
+
+    std::vector<std::thread> stoppers;
+    for (int i = 0; i < kStoppers; ++i) {
+        stoppers.emplace_back([&] {
+            EXPECT_EQ(timer.stop(), 0);
+            EXPECT_TRUE(held.hasReturned());
+        });
+    }
+    EXPECT_TRUE(waiting.wait());
+    held.letGo();
+
+    for (std::thread& stopper : stoppers) stopper.join();
+}
+
 TEST_F(TimerLifetimeTest, StopNoBlockDoesNotWait) {
     HeldHandler held;
     Timer timer("held", kSoon, held.handler(), nullptr, CONTINUE);
@@ -300,6 +323,31 @@ TEST_F(TimerLifetimeTest, ATimerThatItsHandlerStartsDuringDestructionIsGoneAllTh
         }
         EXPECT_EQ(held.use_count(), 1);  // Not listed any more.
     });
+}
+
+TEST_F(TimerLifetimeTest, ATimerThatItsHandlerStartsDuringDestructionIsNotWaitedFor) {
+    const std::string isEmpty = "No timer need handle.";
+    test::setLogLevel(kLogDebug);
+    test::Event entered;
+    test::Event release;
+    auto timer = std::make_unique<Timer>(
+        "again", kAtOnce,
+        [&](Timer* p_timer, void*) {
+            entered.set();
+            (void)release.wait();
+            EXPECT_EQ(p_timer->changeTimeout(kFar), 0);
+            EXPECT_EQ(p_timer->start(), 0);
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(m_log.waitFor(isEmpty));
+    m_log.clear();
+    test::RunAtCall atWait(Call::PthreadCondWait, [&] { release.set(); });
+
+    timer.reset();
+
+    EXPECT_TRUE(m_log.waitFor(isEmpty));  // Once more, instead of an expiry.
 }
 
 TEST_F(TimerLifetimeTest, AHandlerMayDestroyAnotherTimer) {

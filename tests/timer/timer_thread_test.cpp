@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <cerrno>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -395,6 +396,28 @@ TEST_F(TimerThreadTest, OneWaitIsOnTheMonotonicClock) {
         static_cast<double>(deadline.tv_sec) + 1e-9 * static_cast<double>(deadline.tv_nsec);
     EXPECT_GE(at, before + 500.0 - 1e-6);
     EXPECT_LE(at, monotonicNow() + 500.0 + 1e-6);
+}
+
+// Else the thread would look, and wait, once more before its task is due.
+TEST_F(TimerThreadTest, OneWaitIsRoundedUpToWholeNanoseconds) {
+    ASSERT_TRUE(m_holder.hold(m_thread));
+    timespec deadline{};
+    test::ReplaceCall<int(clockid_t, timespec*)> stoppedClock(test::Call::ClockGettime,
+                                                              [](clockid_t, timespec* p_time) {
+                                                                  *p_time = {1000, 500};
+                                                                  return 0;
+                                                              });
+    test::ReplaceCall<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)> wait(
+        test::Call::PthreadCondClockwait,
+        [&](pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec* p_deadline) {
+            deadline = *p_deadline;
+            return ETIMEDOUT;
+        });
+
+    m_thread.waitNextTaskWithTimeOut(1.5e-9);
+
+    EXPECT_EQ(deadline.tv_sec, 1000);
+    EXPECT_EQ(deadline.tv_nsec, 502);
 }
 
 TEST_F(TimerThreadTest, TimesBeyondAllClocksAreWaitedFor) {

@@ -1,6 +1,11 @@
 #include <gtest/gtest.h>
 
+#ifdef __x86_64__
+#include <cpuid.h>
+#endif
+
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -249,6 +254,153 @@ TEST(CrcEngineTest, CheckSumGivesTheSameWithEveryEngine) {
         }
     }
     g_engine = &preferred;
+}
+
+#ifdef __x86_64__
+
+/// What the processor says of itself, by the bits that its makers' manuals name. Asked here once
+/// more, apart from the library: an engine that is never found to be supported is a mistake which
+/// no result shows.
+class Processor {
+public:
+    Processor() {
+        (void)__get_cpuid(1, &m_eax, &m_ebx, &m_ecx1, &m_edx);
+        (void)__get_cpuid_count(7, 0, &m_eax, &m_ebx7, &m_ecx7, &m_edx);
+        if (bit(m_ecx1, kOsxsave)) m_saved = savedState();
+    }
+
+    bool canRun(const std::string& engine) const {
+        if (engine == "tables") return true;
+        if (engine == "PCLMULQDQ") return hasFold128();
+        if (engine == "VPCLMULQDQ 256") return hasFold256();
+        return engine == "VPCLMULQDQ 512" && hasFold512();
+    }
+
+private:
+    static constexpr int kPclmulqdq = 1, kSse41 = 19, kOsxsave = 27;                // Leaf 1, ECX.
+    static constexpr int kAvx2 = 5, kAvx512f = 16, kAvx512bw = 30, kAvx512vl = 31;  // 7, EBX.
+    static constexpr int kGfni = 8, kVpclmulqdq = 10;                               // Leaf 7, ECX.
+    static constexpr unsigned kYmmState = 0x06;
+    static constexpr unsigned kZmmState = 0xE6;
+
+    static bool bit(unsigned word, int number) { return (word >> number & 1U) != 0; }
+
+    /// The registers that the system saves.
+    static unsigned savedState() {
+        unsigned low = 0;
+        unsigned high = 0;
+        __asm__ __volatile__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+        return low;
+    }
+
+    bool hasFold128() const { return bit(m_ecx1, kPclmulqdq) && bit(m_ecx1, kSse41); }
+    bool hasFold256() const {
+        return hasFold128() && bit(m_ecx7, kVpclmulqdq) && bit(m_ebx7, kAvx2) &&
+               (m_saved & kYmmState) == kYmmState;
+    }
+    bool hasFold512() const {
+        return hasFold256() && bit(m_ebx7, kAvx512f) && bit(m_ebx7, kAvx512bw) &&
+               bit(m_ebx7, kAvx512vl) && bit(m_ecx7, kGfni) && (m_saved & kZmmState) == kZmmState;
+    }
+
+    unsigned m_eax = 0, m_ebx = 0, m_edx = 0;
+    unsigned m_ecx1 = 0, m_ebx7 = 0, m_ecx7 = 0;
+    unsigned m_saved = 0;
+};
+
+TEST(CrcEngineTest, AnEngineIsSupportedExactlyWhereTheProcessorCanRunIt) {
+    const Processor processor;
+    for (const Engine* const* pp = allEngines(); *pp != nullptr; ++pp) {
+        EXPECT_EQ((*pp)->p_isSupported(), processor.canRun((*pp)->p_name)) << (*pp)->p_name;
+    }
+}
+
+// The widest, for it is the fastest; or, on processors of several kinds, the one that each of them
+// is to show at work.
+TEST(CrcEngineTest, TheWidestEngineThatTheProcessorCanRunIsUsed) {
+    const Processor processor;
+    std::string expected;
+    for (const char* name : {"tables", "PCLMULQDQ", "VPCLMULQDQ 256", "VPCLMULQDQ 512"}) {
+        if (processor.canRun(name)) expected = name;
+    }
+    if (const char* const p_shown = std::getenv("TEVALON_TEST_CRC_ENGINE")) {
+        if (!processor.canRun(p_shown)) GTEST_SKIP() << "this processor cannot run " << p_shown;
+        expected = p_shown;
+    }
+
+    EXPECT_EQ(engine().p_name, expected);
+}
+
+#endif  // __x86_64__
+
+int g_engineCalls = 0;
+int g_instructionCalls = 0;
+
+template <bool kReflected>
+std::uint64_t countedFold(std::uint64_t crc, const unsigned char*, std::size_t length,
+                          const FoldConstants&) {
+    EXPECT_GE(length, kFoldMinimum);
+    ++g_engineCalls;
+    return crc;
+}
+
+std::uint32_t countedUpdate(std::uint32_t crc, const unsigned char*, std::size_t) {
+    ++g_instructionCalls;
+    return crc;
+}
+
+/// While it lives, the CRCs are computed by an engine that counts its calls and computes nothing.
+class CountingEngine {
+public:
+    explicit CountingEngine(UpdateCrc32 p_updateCrc32 = nullptr)
+        : m_engine{"counting", nullptr, countedFold<true>, countedFold<false>, p_updateCrc32} {
+        g_engine = &m_engine;
+    }
+    ~CountingEngine() { g_engine = &m_before; }
+
+    CountingEngine(const CountingEngine&) = delete;
+    CountingEngine& operator=(const CountingEngine&) = delete;
+
+    /// How many of the twelve CRCs of so many bytes come by it.
+    static int callsFor(unsigned int length) {
+        const std::vector<unsigned char> data(length);
+        g_engineCalls = 0;
+        (void)allCrcs(data.data(), length);
+        return g_engineCalls;
+    }
+
+private:
+    const Engine& m_before = engine();
+    const Engine m_engine;
+};
+
+// All but the one of the SICK sensors, which folds differently.
+TEST(CrcEngineTest, EveryCrcOfEnoughBytesIsTheEnginesWork) {
+    const CountingEngine counting;
+
+    EXPECT_EQ(CountingEngine::callsFor(kFoldMinimum), 11);
+    EXPECT_EQ(CountingEngine::callsFor(17), 11);
+    EXPECT_EQ(CountingEngine::callsFor(100000), 11);
+}
+
+TEST(CrcEngineTest, FewerBytesThanAnEngineTakesAreNotGivenToIt) {
+    const CountingEngine counting;
+
+    for (unsigned int length = 0; length < kFoldMinimum; ++length) {
+        EXPECT_EQ(CountingEngine::callsFor(length), 0) << length;
+    }
+}
+
+TEST(CrcEngineTest, InstructionsForTheCrc32ComeBeforeItsFold) {
+    const CountingEngine counting(countedUpdate);
+    const auto data = randomBytes(64, 18);
+    CheckSum sum;
+    g_engineCalls = 0;
+    g_instructionCalls = 0;
+
+    EXPECT_EQ(sum.crc_32(data.data(), 64), 0U);  // The start value's complement, untouched.
+    EXPECT_EQ(g_engineCalls, 0);
+    EXPECT_EQ(g_instructionCalls, 1);
 }
 
 TEST(CrcTableTest, HoldsTheEntriesThatAreFixed) {

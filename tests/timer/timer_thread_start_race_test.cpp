@@ -1,0 +1,156 @@
+// A stop that comes while a post is about to start the thread.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "support/threads.h"
+#include "timer/timer_fixtures.h"
+#include "zor_debug/zor_debug_control.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::timer;
+using test::Call;
+using test::When;
+
+/// Holds the first thread that writes a line with a given text, there, until it is let go. Takes
+/// the place of a LogCapture.
+class HeldLine {
+public:
+    explicit HeldLine(std::string part)
+        : m_part(std::move(part)), m_levelBefore(zorDebugGetLevel(kBlogModule)) {
+        test::setLogLevel(kLogAlways);
+        zorDebugInstallCapture(&HeldLine::capture, this);
+    }
+    ~HeldLine() {
+        letGo();
+        zorDebugRemoveCapture();
+        test::setLogLevel(m_levelBefore);
+    }
+
+    HeldLine(const HeldLine&) = delete;
+    HeldLine& operator=(const HeldLine&) = delete;
+
+    [[nodiscard]] bool waitUntilHeld() { return m_held.wait(); }
+    void letGo() { m_release.set(); }
+
+private:
+    static void capture(void* p_self, const DebugLevelRecord*, const char* p_text,
+                        std::size_t length) {
+        const test::PassCalls pass;
+        auto* const self = static_cast<HeldLine*>(p_self);
+        if (std::string(p_text, length).find(self->m_part) == std::string::npos) return;
+        if (self->m_isFirst.exchange(false)) {
+            self->m_held.set();
+            (void)self->m_release.wait();
+        }
+    }
+
+    const std::string m_part;
+    const std::uint16_t m_levelBefore;
+    std::atomic<bool> m_isFirst{true};
+    test::Event m_held;
+    test::Event m_release;
+};
+
+class TimerThreadStartRaceTest : public testing::Test {
+protected:
+    void post(int number) {
+        m_thread.postTask(makeTask([this, number] { m_fires.add(number); }), 0);
+    }
+
+    HeldLine m_line{"Need start TimerThread."};
+    FireLog m_fires;
+    TimerThread m_thread;
+};
+
+TEST_F(TimerThreadStartRaceTest, APostAndAStopBeforeTheStartMakeNoSecondThread) {
+    std::thread starting([&] { post(1); });
+    EXPECT_TRUE(m_line.waitUntilHeld());
+    {
+        test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+
+        m_thread.stop();
+        post(2);
+        m_line.letGo();
+        starting.join();
+        post(3);
+
+        EXPECT_TRUE(m_fires.waitFor(3));
+        EXPECT_EQ(created.seen(), 1);
+    }
+
+    // It ends with the next stop, and others come after it.
+    test::CountCalls joined(Call::PthreadJoin, When().anyThread().everyTime());
+    m_thread.stop();
+    EXPECT_EQ(joined.seen(), 1);
+    post(4);
+    EXPECT_TRUE(m_fires.waitFor(4));
+    m_thread.stop();
+    EXPECT_EQ(joined.seen(), 2);
+    EXPECT_EQ(m_thread.taskCount(), 0);
+}
+
+TEST_F(TimerThreadStartRaceTest, AStopThatAStartOvertakesEndsThatThreadToo) {
+    test::Event posted;
+    std::thread starting([&] {
+        post(1);
+        posted.set();
+    });
+    EXPECT_TRUE(m_line.waitUntilHeld());
+    test::Event stopped;
+    std::thread stopping([&] {
+        test::RunAtCall overtaken(Call::PthreadMutexLock, [&] {
+            m_line.letGo();
+            (void)posted.wait();
+        });
+        m_thread.stop();
+        stopped.set();
+    });
+
+    const bool hasReturned = stopped.wait();
+    EXPECT_TRUE(hasReturned);
+    if (!hasReturned) m_thread.stop();  // Lets the thread go that the other stop waits for.
+    m_line.letGo();
+    starting.join();
+    stopping.join();
+
+    post(2);
+    EXPECT_TRUE(m_fires.waitFor(2));
+    m_thread.stop();
+    EXPECT_EQ(m_thread.taskCount(), 0);
+}
+
+TEST(TimerThreadStartStormTest, TwoPostsAndAStopAtOnceLoseNeitherThreadsNorTasks) {
+    constexpr int kRounds = 300;
+    const test::LogCapture log(0);
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    test::CountCalls joined(Call::PthreadJoin, When().anyThread().everyTime());
+    for (int round = 0; round < kRounds; ++round) {
+        std::atomic<int> fired{0};
+        TimerThread thread;
+        test::runAtOnce(3, [&](int i) {
+            if (i == 0) {
+                thread.stop();
+            } else {
+                thread.postTask(makeTask([&] { ++fired; }), 0);
+            }
+        });
+        thread.stop();
+        ASSERT_EQ(joined.seen(), created.seen()) << round;
+        ASSERT_EQ(fired + thread.taskCount(), 2) << round;
+
+        test::Event last;
+        thread.postTask(makeTask([&] { last.set(); }), 0);
+        ASSERT_TRUE(last.wait()) << round;
+        ASSERT_EQ(fired, 2) << round;
+    }
+    EXPECT_EQ(joined.seen(), created.seen());
+}
+
+}  // namespace
