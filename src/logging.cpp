@@ -8,6 +8,8 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "os/no_cancellation.h"
+
 namespace {
 
 using tevalon::base::DebugLevelRecord;
@@ -131,7 +133,9 @@ void FunctionTracer::writeIn() const {
     zorDebugOutput0("TRACE -> [%s(IN)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
 }
 
+// Written by a destructor, where cancellation in the output would end the process.
 void FunctionTracer::writeOut() const {
+    const NoCancellation noCancellation;
     zorDebugOutput0("TRACE <- [%s(OUT)] :%s:%d \n", orEmpty(m_function), orEmpty(m_file), m_line);
 }
 
@@ -143,6 +147,7 @@ void ScopeTrace::writeIn() const {
 }
 
 void ScopeTrace::writeOut() const {
+    const NoCancellation noCancellation;  // As above.
     zorDebugOutput0("[TRACE <- %s(OUT)] %s:%d:%s() \n", m_function, blog_base_name(m_file), m_line,
                     m_function);
 }

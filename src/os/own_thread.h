@@ -16,24 +16,27 @@ namespace tevalon::base {
 template <typename Owner>
 class OwnThread {
 public:
-    explicit OwnThread(const Owner* p_owner) : m_owner(p_owner), m_outer(t_served) {
-        t_served = p_owner;
+    explicit OwnThread(const Owner* p_owner) : m_owner(p_owner), m_outer(t_innermost) {
+        t_innermost = this;
     }
-    ~OwnThread() { t_served = m_outer; }
+    ~OwnThread() { t_innermost = m_outer; }
 
     OwnThread(const OwnThread&) = delete;
     OwnThread& operator=(const OwnThread&) = delete;
 
-    static bool isThisThreadOf(const Owner* p_owner) { return t_served == p_owner; }
-    static void ownerIsGone() { t_served = nullptr; }
+    static bool isThisThreadOf(const Owner* p_owner) {
+        return t_innermost != nullptr && t_innermost->m_owner == p_owner;
+    }
+    /// On the owner's own thread.
+    static void ownerIsGone() { t_innermost->m_owner = nullptr; }
 
-    [[nodiscard]] bool isOwnerGone() const { return t_served != m_owner; }
+    [[nodiscard]] bool isOwnerGone() const { return m_owner == nullptr; }
 
 private:
-    static inline thread_local const Owner* t_served = nullptr;
+    static inline thread_local OwnThread* t_innermost = nullptr;
 
-    const Owner* const m_owner;
-    const Owner* const m_outer;
+    const Owner* m_owner;  // Null once it is gone.
+    OwnThread* const m_outer;
 };
 
 }  // namespace tevalon::base

@@ -49,6 +49,9 @@ TimerList& timerList() {
     return *s_timerList;
 }
 
+// Steps of InsterTimer(), under whose name they log.
+#define INSERT_LOG(...) BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, "InsterTimer", __VA_ARGS__)
+
 bool isZero(const TimeoutTime& timeout) {
     return timeout.sec == 0 && timeout.msec == 0 && timeout.usec == 0;
 }
@@ -81,15 +84,24 @@ int receiveCmd() {
     return cmd;
 }
 
-void sendReschedule(const char* function, const char* name) {
-    BLOG_AT(BLOG_TAG, kLogDebug, __FILE__, __LINE__, function,
-            "Send CMD_RESCHEDULE(%d) because of timer('%s').\n", CMD_RESCHEDULE, name);
-    SendCmd(CMD_RESCHEDULE);
+// With g_timerMutex held. Once a timer is listed nothing may be cancelled before its command is
+// sent and it is marked started: neither a log line nor the command.
+void sendCmdBecauseOf(const char* name, int cmd) {
+    const NoCancellation noCancellation;
+    const char* const command = cmd == CMD_START ? "CMD_START" : "CMD_RESCHEDULE";
+    INSERT_LOG("Send %s(%d) because of timer('%s').\n", command, cmd, name);
+    SendCmd(cmd);
 }
 
-// With g_timerMutex held, and cancellation off. The expiry is read once, by the caller: another
-// thread that starts the same timer may change it at any time, and the place in the list and the
-// command must go by the same one.
+void logNormalPosition(const char* name) {
+    if (!isLogOn(kLogDebug)) return;
+    const NoCancellation noCancellation;
+    INSERT_LOG("Insert timer:'%s' to normal position.\n", name);
+}
+
+// With g_timerMutex held. The expiry is read once, by the caller: another thread that starts the
+// same timer may change it at any time, and the place in the list and the command must go by the
+// same one.
 int InsterTimer(std::shared_ptr<TimerImpl> const& timer, const ExpiredTime& expired, bool sendCmd) {
     const char* name = timer->name().c_str();
     BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
@@ -97,24 +109,21 @@ int InsterTimer(std::shared_ptr<TimerImpl> const& timer, const ExpiredTime& expi
     if (list.empty()) {
         BLOG(kLogDebug, "Has no timer yet, insert timer:'%s' to head.\n", name);
         list.insert(timer, expired);
-        if (!sendCmd) return 0;
-        BLOG(kLogDebug, "Send CMD_START(%d) because of timer('%s').\n", CMD_START, name);
-        SendCmd(CMD_START);
+        if (sendCmd) sendCmdBecauseOf(name, CMD_START);
     } else if (expired < list.headExpiredTime()) {
         BLOG(kLogDebug, "Insert timer:'%s' to head.\n", name);
         list.insert(timer, expired);
-        if (sendCmd) sendReschedule(__func__, name);
+        if (sendCmd) sendCmdBecauseOf(name, CMD_RESCHEDULE);
     } else {
         list.insert(timer, expired);
-        BLOG(kLogDebug, "Insert timer:'%s' to normal position.\n", name);
-        // Only where an earlier command was lost.
-        if (sendCmd && list.headExpiredTime() < g_sleepsUntil) sendReschedule(__func__, name);
+        logNormalPosition(name);
+        const bool isLost = list.headExpiredTime() < g_sleepsUntil;  // An earlier command.
+        if (sendCmd && isLost) sendCmdBecauseOf(name, CMD_RESCHEDULE);
     }
     return 0;
 }
 
 int RemoveTimer(std::shared_ptr<TimerImpl> const& timer) {
-    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     BLOG(kLogInfo, "Will remove timer('%s').\n", timer->name().c_str());
     const std::lock_guard<std::mutex> lock(g_timerMutex);
@@ -124,6 +133,7 @@ int RemoveTimer(std::shared_ptr<TimerImpl> const& timer) {
     list.giveRoomBack();
     timer->setStarted(false);
     if (isHead) {
+        const NoCancellation noCancellation;
         BLOG(kLogDebug, "Remove timer('%s') from head, send CMD_RESCHEDULE(%d).\n",
              timer->name().c_str(), CMD_RESCHEDULE);
         SendCmd(CMD_RESCHEDULE);
@@ -530,7 +540,6 @@ int Timer::changeHandler(TimerHandler handler, void* userData) {
 }
 
 int Timer::start() {
-    const NoCancellation noCancellation;
     if (!hasImpl(__func__)) return -1;
     if (m_impl->isStarted()) return 0;
     if (!m_impl->isValid()) {
@@ -562,7 +571,6 @@ int Timer::stop() {
 }
 
 int Timer::stopNoBlock() {
-    const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     if (!hasImpl(__func__)) return -1;
     BLOG(kLogInfo, "m_impl is not NULL.\n");

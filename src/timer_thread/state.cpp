@@ -59,7 +59,6 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
 
 // With m_queueMutex held.
 void TimerThread::State::waitWhileStarting() {
-    if (!m_isStarting) return;
     std::unique_lock<std::mutex> lock(m_queueMutex, std::adopt_lock);
     // Whoever starts may come by itself, from where its log lines go.
     m_started.wait(lock,
@@ -75,28 +74,8 @@ bool TimerThread::State::isIdle() const {
 
 // With m_queueMutex held. The worker is not woken where it would only look, and sleep as long as
 // before; the front's time is looked at as it is now, for its owner may have changed it meanwhile.
-bool TimerThread::State::claimWakeUp(bool isWatched) {
-    if (!m_isWaiting) return false;
-    const bool isSooner = !(m_taskQueue.frontFireTime() >= m_sleepsUntil);  // Cancelled: 0.0.
-    if (!isSooner && !isWatched) return false;
-    m_isWaiting = false;
-    return true;
-}
-
-CancelledTasks TimerThread::State::cancelSession(std::int32_t sessionId) {
-    CancelledTasks cancelled;
-    const AutoLock lock(m_queueMutex);
-    m_taskQueue.forEachOfSession(sessionId, [&](TimerTaskBase& task) { cancelled.cancel(&task); });
-    return cancelled;
-}
-
-CancelledTasks TimerThread::State::cancelTask(std::int32_t taskId) {
-    CancelledTasks cancelled;
-    const AutoLock lock(m_queueMutex);
-    m_taskQueue.forEach([&](TimerTaskBase& task) {
-        if (task.taskId() == taskId) cancelled.cancel(&task);
-    });
-    return cancelled;
+bool TimerThread::State::isToLook(bool isWatched) const {
+    return isWatched || !(m_taskQueue.frontFireTime() >= m_sleepsUntil);  // Cancelled: 0.0.
 }
 
 std::size_t TimerThread::State::taskCount() {

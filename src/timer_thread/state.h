@@ -62,16 +62,33 @@ public:
     template <typename AfterInsert>
     bool insert(Task* p_task, bool isWatched, AfterInsert afterInsert) {
         const AutoLock lock(m_queueMutex);
-        waitWhileStarting();
-        if (isIdle()) return false;
+        if (m_isStarting) waitWhileStarting();
+        if (!m_running && isIdle()) return false;
         m_taskQueue.insert(std::move(*p_task));
         afterInsert();
-        if (claimWakeUp(isWatched)) m_wakeup.notify_one();
+        if (m_isWaiting && isToLook(isWatched)) {
+            m_isWaiting = false;
+            m_wakeup.notify_one();
+        }
         return true;
     }
 
-    CancelledTasks cancelSession(std::int32_t sessionId);
-    CancelledTasks cancelTask(std::int32_t taskId);
+    CancelledTasks cancelSession(std::int32_t sessionId) {
+        CancelledTasks cancelled;
+        const AutoLock lock(m_queueMutex);
+        m_taskQueue.forEachOfSession(sessionId,
+                                     [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+        return cancelled;
+    }
+
+    CancelledTasks cancelTask(std::int32_t taskId) {
+        CancelledTasks cancelled;
+        const AutoLock lock(m_queueMutex);
+        m_taskQueue.forEach([&](TimerTaskBase& task) {
+            if (task.taskId() == taskId) cancelled.cancel(&task);
+        });
+        return cancelled;
+    }
 
     std::size_t taskCount();
     /// 0.0 where there is no task, or where it is cancelled.
@@ -108,7 +125,7 @@ public:
 private:
     void waitWhileStarting();
     bool isIdle() const;
-    bool claimWakeUp(bool isWatched);
+    bool isToLook(bool isWatched) const;
     bool leave();
     void leaveAbnormally();
 

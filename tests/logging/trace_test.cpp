@@ -1,10 +1,13 @@
 #include "base/logging/trace.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <string>
 #include <vector>
 
+#include "base/logging/function_tracer.h"
+#include "support/fresh_process.h"
 #include "support/log_capture.h"
 
 namespace tracing {
@@ -41,6 +44,28 @@ TEST(BlogTraceScopeTest, WritesNothingWhenTheDebugLevelIsOff) {
     (void)traceScope();
 
     EXPECT_TRUE(log.entries().empty());
+}
+
+// The output is a cancellation point, and the line is written by a destructor.
+TEST(BlogTraceScopeTest, IsLeftByACancelledThreadWithItsLine) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        pthread_t thread = {};
+        const auto run = [](void*) -> void* {
+            {
+                BLOG_TRACE_SCOPE();
+                const FunctionTracer tracer("run", "trace_test.cpp", 1);
+                test::setLogLevel(kLogDebug);
+                (void)pthread_cancel(pthread_self());
+            }
+            test::setLogLevel(kLogError);
+            pthread_testcancel();
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
+        void* p_result = nullptr;
+        (void)pthread_join(thread, &p_result);
+        EXPECT_EQ(p_result, PTHREAD_CANCELED);
+    });
 }
 
 TEST(BlogTraceScopeTest, ChecksTheLevelAgainAtTheScopesEnd) {
