@@ -152,7 +152,8 @@ bool TimerThread::State::waitForTask(double timeoutSeconds) {
     std::unique_lock<std::mutex> lock(m_queueMutex);
     if (!m_running) return false;
     const double now = monotonicSeconds();
-    m_sleepsUntil = now + timeoutSeconds;
+    // Without a clock nothing is known to be later: any post wakes the worker.
+    m_sleepsUntil = now < 0 ? std::numeric_limits<double>::infinity() : now + timeoutSeconds;
     if (m_taskQueue.empty()) {
         m_isWaiting = true;
         (void)m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
