@@ -86,6 +86,8 @@ test_packages() {
 test_installations() {
     local odd="$work/opt/an odd-prefix_1.2+x"
     quietly cmake --install "$build/package-amd64" --prefix "$odd"
+    "$tests/links.sh" "$root"
+    "$tests/links.sh" "$odd/share/doc/tevalon-base"
     "$tests/consumer.sh" "$odd" "$work/consumer-odd" all
     "$tests/consumer.sh" "$work/amd64/machine/usr" "$work/consumer-amd64" some
     "$tests/consumer.sh" "$work/armhf/machine/usr" "$work/consumer-armhf" armhf

@@ -1,5 +1,9 @@
 #include "application_manager.h"
 
+#include <functional>
+#include <optional>
+#include <utility>
+
 #include "base/simple_timer.h"
 #include "base/utils.h"
 #include "patience.h"
@@ -14,6 +18,38 @@ using tevalon::base::timer::WatchDog;
 
 // Beyond it the viewer is told that something is on its way.
 constexpr tevalon::base::simple_timer::TimeoutTime kLongLaunch = {0, 150, 0};
+
+// Tells the viewer of a launch that takes long, until it is over.
+class LoadingMessage {
+public:
+    using Note = std::function<void(const std::string&)>;
+
+    LoadingMessage(const std::string& app, Note note)
+        : m_text("\"loading " + app + "\""), m_note(std::move(note)) {
+        m_timer.emplace(
+            "launch", kLongLaunch, [this](Timer*, void*) { putUp(); }, nullptr,
+            tevalon::base::simple_timer::ONCE);
+        (void)m_timer->start();  // Without it the viewer waits without a word.
+    }
+    ~LoadingMessage() {
+        m_timer.reset();  // Waits for a handler that runs; after it nothing is put up any more.
+        if (m_isUp) m_note("takes down " + m_text);
+    }
+
+    LoadingMessage(const LoadingMessage&) = delete;
+    LoadingMessage& operator=(const LoadingMessage&) = delete;
+
+private:
+    void putUp() {
+        m_note("puts up " + m_text);
+        m_isUp = true;
+    }
+
+    const std::string m_text;
+    const Note m_note;
+    bool m_isUp = false;  // The handler's until the timer has gone.
+    std::optional<Timer> m_timer;
+};
 
 // What a page gets to know: its instance, the size of the screen, whether it may take keys.
 CommonValue valuesFor(const std::string& instance) {
@@ -41,15 +77,7 @@ ApplicationManager::ApplicationManager(Timeline& timeline)
 Reply ApplicationManager::launch(const PageRequest& request) {
     if (m_running.count(request.app) != 0) return Reply::AlreadyRunning;
     const OperationWatch::Operation operation(m_watch, WatchDog::eWatchID_app_launch_new);
-    Timer longLaunch(
-        "launch", kLongLaunch,
-        [this, &request](Timer*, void*) { note("puts up \"loading " + request.app + "\""); },
-        nullptr, tevalon::base::simple_timer::ONCE);
-    (void)longLaunch.start();  // Without it the viewer waits without a word.
-    const Reply loaded =
-        ask(ModuleId::BrowserEngine,
-            std::make_unique<PageRequest>(EventType::LoadPage, "load", request.app, request.file),
-            kPatienceWithEngine);
+    const Reply loaded = load(request);
     if (loaded == Reply::TimedOut) {
         // It may still load the page some time, and nobody will want it then.
         tell(ModuleId::BrowserEngine,
@@ -61,6 +89,14 @@ Reply ApplicationManager::launch(const PageRequest& request) {
     m_running[request.app] = instance;
     tellState(request.app, AppState::Hidden);
     return Reply::Ok;
+}
+
+Reply ApplicationManager::load(const PageRequest& request) {
+    const LoadingMessage message(request.app, [this](const std::string& text) { note(text); });
+    return ask(
+        ModuleId::BrowserEngine,
+        std::make_unique<PageRequest>(EventType::LoadPage, "load", request.app, request.file),
+        kPatienceWithEngine);
 }
 
 Reply ApplicationManager::show(const std::string& app) {

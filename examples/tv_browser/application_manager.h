@@ -19,6 +19,7 @@ public:
 
 private:
     Reply launch(const PageRequest& request);
+    Reply load(const PageRequest& request);
     Reply show(const std::string& app);
     Reply hide(const std::string& app);
     Reply stopApp(const std::string& app);

@@ -2,6 +2,7 @@
 
 #include "browser_engine.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "base/logging.h"
@@ -52,9 +53,9 @@ Reply BrowserEngine::load(const PageRequest& request) {
 void BrowserEngine::noteDigests(const Page& page, const std::string& html) {
     MD5 md5(html);
     const auto* p_bytes = reinterpret_cast<const unsigned char*>(html.data());
-    std::string crc;
-    (void)tevalon::base::convert2HexStr(
-        CheckSum().crc_32(p_bytes, static_cast<unsigned int>(html.size())), crc, true);
+    char crc[9];
+    std::snprintf(crc, sizeof crc, "%08X",
+                  CheckSum().crc_32(p_bytes, static_cast<unsigned int>(html.size())));
     note("\"" + page.title + "\" has MD5 " + md5.hexDigest() + ", CRC-32 " + crc);
 }
 

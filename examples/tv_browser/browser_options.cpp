@@ -14,7 +14,8 @@ using tevalon::base::utils::CommandLine;
 constexpr const char* kUsage =
     "Usage: tv_browser --session=FILE [options]\n"
     "Plays a session of a small TV browser: its story on standard output, the log on\n"
-    "standard error. The status is 0 when the session has ended, 2 when it makes no sense.\n\n";
+    "standard error; on a terminal the log goes into a file. The status is 0 when the\n"
+    "session has ended, 2 when it makes no sense.\n\n";
 
 bool chooseBackend(const CommandLine& commandLine, std::string* p_backend, std::string* p_why) {
     int chosen = 0;
@@ -34,6 +35,14 @@ bool readOptions(int argc, char** argv, BrowserOptions* p_options, std::string* 
     CommandLine commandLine(argc, argv, kUsage, "", true);
     commandLine.AddOption("session", 'S', true,
                           "Play the session in this file; '-' plays standard input, line by line",
+                          true, nullptr);
+    // placeLog() has read these two; here they are known and explained. Neither begins with the
+    // other: the parser clears the first argument that holds an option's name.
+    commandLine.AddOption("log", 'L', true, "Show the log beside the story on a terminal too",
+                          false, nullptr);
+    commandLine.AddOption("save-log", 'F', true,
+                          "Where the log goes on a terminal instead of beside the story; "
+                          "tv_browser.log by default",
                           true, nullptr);
     commandLine.Parse();
 

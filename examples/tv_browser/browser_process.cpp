@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <iostream>
 #include <sstream>
+#include <system_error>
 
+#include "screen.h"
 #include "session_parser.h"
 #include "session_player.h"
 #include "session_reader.h"
@@ -36,6 +38,13 @@ bool rehearse(SessionReader session) {
     return status == SessionReader::Status::End;
 }
 
+// A path below the working directory as one types it there.
+std::string shortened(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path nearer = std::filesystem::proximate(path, error);
+    return error || nearer.empty() || *nearer.begin() == ".." ? path : nearer.string();
+}
+
 void showFirstPage(const std::string& url, SessionPlayer* p_player) {
     if (url.empty()) return;
     p_player->play(command::Launch{"url", {url, url}});
@@ -55,7 +64,8 @@ SessionReader::Status playAll(SessionReader* p_session, SessionPlayer* p_player)
 
 ExitStatus perform(SessionReader* p_session, const std::string& title,
                    const BrowserOptions& options) {
-    Timeline timeline(stdout);
+    const Screen screen;
+    Timeline timeline(screen.story(), screen.layout());
     timeline.begin("tv_browser plays " + title);
     timeline.chapter("The set is turned on.");
     publishSettings(options);
@@ -63,11 +73,16 @@ ExitStatus perform(SessionReader* p_session, const std::string& title,
     if (!television.turnOn()) return ExitStatus::Failed;
 
     SessionPlayer player(timeline);
+    if (screen.isTerminal()) player.summariseReports();
     showFirstPage(options.url, &player);
     const SessionReader::Status end = playAll(p_session, &player);
     timeline.chapter("The set is turned off.");
     player.prepareTurnOff();
     television.turnOff();
+    if (!options.logFile.empty()) {
+        timeline.remark("The log is in " + shortened(options.logFile) +
+                        "; --log shows it with the story.");
+    }
 
     if (end == SessionReader::Status::Error) return ExitStatus::Refused;
     return timeline.complete() ? ExitStatus::Ok : ExitStatus::Failed;

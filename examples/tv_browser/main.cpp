@@ -5,10 +5,12 @@
 
 #include "browser_options.h"
 #include "browser_process.h"
+#include "log_place.h"
 
 int main(int argc, char** argv) {
     try {
         tv_browser::BrowserOptions options;
+        options.logFile = tv_browser::placeLog(argc, argv);
         std::string why;
         if (!tv_browser::readOptions(argc, argv, &options, &why)) {
             tv_browser::complain(why);

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "base/logging.h"
+#include "memory_summary.h"
 #include "patience.h"
 #include "session_settings.h"
 
@@ -88,6 +89,10 @@ void SessionPlayer::perform(const command::Wait& wait) {
 void SessionPlayer::perform(const command::Memory&) {
     (void)tevalon::base::debug::debug_init();  // Here the report was asked for in any case.
     tevalon::base::debug::debug_dump_system_memory_status();
+    if (!m_summarisesReports) return;
+    const char* p_report = tevalon::base::debug::g_webengine_memory_debug_info;
+    const std::string summary = summariseMemory(p_report != nullptr ? p_report : "");
+    if (!summary.empty()) m_session.note(summary);
 }
 
 void SessionPlayer::perform(const command::Quit&) {

@@ -18,6 +18,10 @@ public:
     /// @param timeline  Must outlive the player.
     explicit SessionPlayer(Timeline& timeline);
 
+    /// Has reports of the system, which are many lines long, told on the timeline in one. From
+    /// then on; for a timeline that the reports themselves do not stand in.
+    void summariseReports() { m_summarisesReports = true; }
+
     /// Blocks until @p command is done.
     void play(const Command& command);
 
@@ -46,6 +50,7 @@ private:
     Module m_viewer;
     Module m_broadcaster;
     bool m_finished = false;
+    bool m_summarisesReports = false;
 };
 
 }  // namespace tv_browser

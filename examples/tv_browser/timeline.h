@@ -5,32 +5,28 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "base/synchronization/mutex.h"
 #include "events.h"
+#include "timeline_row.h"
 
 namespace tv_browser {
 
-/// What kind of thing happened: the sign in front of it.
-enum class Sign {
-    Does,     ///< A module does something.
-    Asks,     ///< It sends a request, and waits for the reply.
-    Tells,    ///< It sends a notice, and goes on.
-    Replied,  ///< It got the reply.
-    GaveUp,   ///< It got no reply in time, or got one too late.
-};
-
-/// Writes one line for each thing that happens, at once and whole, with the seconds since the
+/// Writes a row for each thing that happens, at once and whole, with the seconds since the
 /// timeline was made.
 ///
-/// Thread-safety: any thread may call any method. Lines stand in the order of their times.
+/// Thread-safety: any thread may call any method. Rows stand in the order of their times.
 class Timeline {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// @param p_output  Where the lines go. Not owned; must outlive the timeline.
-    explicit Timeline(std::FILE* p_output) : m_output(p_output) {}
+    /// @param p_output  Where the rows go. Not owned; must outlive the timeline.
+    /// @param layout    How they look; never null.
+    explicit Timeline(std::FILE* p_output,
+                      std::unique_ptr<const RowLayout> layout = std::make_unique<PlainLayout>())
+        : m_output(p_output), m_layout(std::move(layout)) {}
 
     /// Writes the title and explains the signs.
     ///
@@ -46,14 +42,18 @@ public:
     /// Starts a chapter.
     void chapter(const std::string& text) TEVALON_EXCLUDES(m_mutex);
 
+    /// Writes a line behind an empty one, for what is no part of the story.
+    void remark(const std::string& text) TEVALON_EXCLUDES(m_mutex);
+
     /// Whether every line could be written.
     bool complete() TEVALON_EXCLUDES(m_mutex);
 
 private:
-    void write(const std::string& line) TEVALON_REQUIRES(m_mutex);
-    std::string time() const;
+    void write(const std::string& lines) TEVALON_REQUIRES(m_mutex);
+    double seconds() const;
 
     std::FILE* const m_output;
+    const std::unique_ptr<const RowLayout> m_layout;
     const Clock::time_point m_start = Clock::now();
     tevalon::base::Mutex m_mutex;  // Leaf: nothing else is locked under it.
     bool m_complete TEVALON_GUARDED_BY(m_mutex) = true;

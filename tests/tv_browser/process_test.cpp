@@ -105,6 +105,8 @@ TEST(EveningSessionTest, TellsItsStory) {
                    "broadcaster -> hbbtv_controller: start film from ../pages/film.html",
                    "application_manager puts up \"loading film\"",
                    "browser_engine loads \"The Lighthouse Keeper\", 229 bytes",
+                   "application_manager takes down \"loading film\"",
+                   "application_manager => everybody: film runs hidden",
                    "viewer -> application_manager: show film",
                    "browser_engine draws \"The Lighthouse Keeper\"",
                    "viewer -> hbbtv_controller: key blue",
@@ -126,6 +128,8 @@ TEST(EveningSessionTest, TellsItsStory) {
     EXPECT_EQ(timesTold(story, " !! "), 0);
     EXPECT_EQ(timesTold(story, " -> "), timesTold(story, " <- "));
     EXPECT_GE(timesTold(story, kSlowLaunch), 1);
+    EXPECT_EQ(timesTold(story, "puts up"), 1);
+    EXPECT_EQ(timesTold(story, "takes down"), 1);
     for (const char* part : {"browser_engine decodes \"Evening News\" on a worker thread",
                              "browser_engine caches \"Evening News\" on the background thread",
                              "browser_engine lays out \"Evening News\" on the main thread",
@@ -187,6 +191,7 @@ TEST(TroubleSessionTest, TellsWhatGoesWrongAndGoesOn) {
                    "broadcaster -> hbbtv_controller: start quiz from ../pages/quiz.html",
                    "application_manager puts up \"loading quiz\"",
                    "application_manager !! browser_engine: no answer within 400 ms",
+                   "application_manager takes down \"loading quiz\"",
                    "application_manager => browser_engine: drop quiz",
                    "broadcaster <- hbbtv_controller: no answer from further down",
                    "browser_engine loads \"Quiz of the Day\", 140 bytes",
@@ -286,6 +291,18 @@ TEST(TypedSessionTest, AModuleThatIsBusyAtTheEndDoesNotHoldItUp) {
                                  "session <- browser_engine: ok",
                                  "op_app_host !! answers 'finish, we turn off' only now: ok",
                              }));
+}
+
+TEST(TypedSessionTest, AChecksumHasEightDigits) {
+    const test::ScratchFile file("page.html", "<title>Page 21</title>\n");
+
+    const ChildResult result = playTyped("launch page " + file.path() + "\n");
+
+    EXPECT_EQ(timesTold(storyOf(result.output),
+                        "browser_engine \"Page 21\" has MD5 3960c06f7b1f71209132e7ec9bee81f0, "
+                        "CRC-32 05AEC05F"),
+              1)
+        << result.output;
 }
 
 // ---- sessions from files ----

@@ -145,8 +145,8 @@ bool isLocal(int descriptor) {
         case V9FS_MAGIC:
         case SMB_SUPER_MAGIC:
         case 0xFF534D42:  // CIFS, which older headers do not name,
-        case 0xFE534D42:  // and SMB 2.
-        case FUSE_SUPER_MAGIC:
+        case 0xFE534D42:  // nor SMB 2,
+        case 0x65735546:  // nor FUSE.
             return false;
         default:
             return true;
