@@ -42,7 +42,6 @@ TimerThread::~TimerThread() {
 
 void TimerThread::start() {
     BLOG_TRACE_POINT();
-    (void)m_state->takeLeftWorker();  // Which joins it.
     m_state->startWorker(this);
     BLOG_TRACE_POINT();
 }
@@ -50,9 +49,12 @@ void TimerThread::start() {
 void TimerThread::stop() {
     const NoCancellation noCancellation;
     BLOG_TRACE_POINT();
-    m_state->requestStop();
-    const bool isOwnWorker = State::WorkerThread::isThisThreadOf(this);
-    std::shared_ptr<State::Worker> worker = isOwnWorker ? nullptr : m_state->claimStop();
+    std::shared_ptr<State::Worker> worker;
+    if (State::WorkerThread::isThisThreadOf(this)) {
+        m_state->requestStop();
+    } else {
+        worker = m_state->claimStop();
+    }
     if (worker != nullptr) {
         BLOG(kLogDebug, "Wakeup worker\n");
         m_state->wakeForStop();
@@ -82,13 +84,15 @@ void TimerThread::postTask(Task task) {
     // Who watches the debug level sees the thread look at its queue after each post.
     const bool isWatched = isLogOn(kLogDebug);
     const auto afterInsert = [this] { debugIterateTaskQueue("After insert new task:"); };
-    // Again where the start that another post had begun has failed.
-    while (!m_state->insert(&task, isWatched, afterInsert)) startIfIdle();
+    // Again where a start that another post had claimed has failed.
+    while (!m_state->insert(this, &task, isWatched, afterInsert)) startIfIdle();
 }
 
 void TimerThread::startIfIdle() {
-    if (m_state->isRunning() || !m_state->claimStart()) return;
+    std::shared_ptr<State::Worker> left;
+    if (m_state->isRunning() || !m_state->claimStart(&left)) return;
     POST_LOG(kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
+    left.reset();  // Joined here.
     start();
 }
 

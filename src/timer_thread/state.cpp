@@ -25,28 +25,28 @@ void TimerThread::State::setName(const char* name) {
     std::snprintf(m_name, sizeof(m_name), "%s", name);
 }
 
-bool TimerThread::State::claimStart() {
+bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_left) {
     const AutoLock lock(m_queueMutex);
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
     m_running = true;
     // Told to leave, it has not left yet: it sees the flag again when its task returns.
     if (m_worker != nullptr && !m_hasLeft) return false;
+    *p_left = std::move(m_worker);
     m_isStarting = true;
     m_starter = std::this_thread::get_id();
     return true;
 }
 
-std::shared_ptr<TimerThread::State::Worker> TimerThread::State::takeLeftWorker() {
-    const AutoLock lock(m_queueMutex);
-    return m_hasLeft ? std::move(m_worker) : nullptr;
-}
-
-// The worker is made under the lock: whoever stops finds either none or its handle.
 void TimerThread::State::startWorker(TimerThread* p_owner) {
     const AutoLock lock(m_queueMutex);
     m_isStarting = false;
-    m_started.notify_all();
-    if (m_worker != nullptr) return;
+    createWorker(p_owner);
+}
+
+// With m_queueMutex held: whoever stops finds either no worker or its handle. While one is being
+// joined there is no other: it would set the flag that the old one leaves by.
+void TimerThread::State::createWorker(TimerThread* p_owner) {
+    if (m_worker != nullptr || m_isStopping) return;
     m_running = true;
     m_hasLeft = false;
     try {
@@ -55,15 +55,6 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
         m_running = false;
         throw;
     }
-}
-
-// With m_queueMutex held.
-void TimerThread::State::waitWhileStarting() {
-    std::unique_lock<std::mutex> lock(m_queueMutex, std::adopt_lock);
-    // Whoever starts may come by itself, from where its log lines go.
-    m_started.wait(lock,
-                   [this] { return !m_isStarting || m_starter == std::this_thread::get_id(); });
-    (void)lock.release();
 }
 
 // With m_queueMutex held: a task queued now would wait for the next post.
@@ -95,18 +86,21 @@ TimerThread::State::Task TimerThread::State::popFront() {
 
 std::shared_ptr<TimerThread::State::Worker> TimerThread::State::claimStop() {
     std::unique_lock<std::mutex> lock(m_queueMutex);
-    // The joining thread comes by here again, from the handle's destructor.
-    if (m_stopper == std::this_thread::get_id()) return nullptr;
+    // A handle's destructor stops its owner before it joins: whoever joins comes by here again, and
+    // must not stop what another thread has started meanwhile.
+    const std::thread::id self = std::this_thread::get_id();
+    if (m_stopper == self || (m_isStarting && m_starter == self)) return nullptr;
+    m_running = false;
     m_stopped.wait(lock, [this] { return !m_isStopping; });
     if (m_worker == nullptr) return nullptr;
+    m_running = false;  // A post may have had the worker stay during the wait.
     m_isStopping = true;
-    m_stopper = std::this_thread::get_id();
+    m_stopper = self;
     return std::move(m_worker);
 }
 
 void TimerThread::State::wakeForStop() {
     const AutoLock lock(m_queueMutex);
-    m_running = false;  // A post may have had the worker stay before the stop was claimed.
     m_wakeup.notify_one();
 }
 

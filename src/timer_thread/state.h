@@ -26,7 +26,11 @@ namespace tevalon::base::timer {
 ///
 /// A worker that its own task stops cannot be joined by that task: it goes on until the task
 /// returns, and its handle stays. A post until then has it stay (claimStart()); afterwards it has
-/// left, and the next start joins it first. So at most one worker fires tasks at any time.
+/// left, and whoever claims the next start joins it. So at most one worker fires tasks at any time.
+///
+/// Between a claim and the start its line is written, which may take long. A post in between does
+/// not wait for it, nor queue its task for a worker that then may not be had: it starts the worker
+/// itself.
 ///
 /// Thread-safety: all but construction and destruction. No lock is held over a task, a task's
 /// destructor, a log line or a join.
@@ -42,17 +46,17 @@ public:
     const char* name() const { return m_name; }
 
     /// True for the one caller who has to call TimerThread::start().
-    bool claimStart();
+    ///
+    /// @param p_left  Gets a worker that has left, to be let go of, which joins it, without a lock.
+    bool claimStart(std::shared_ptr<Worker>* p_left);
 
-    /// A worker that has left, to be joined; null where there is none.
-    std::shared_ptr<Worker> takeLeftWorker();
-
-    /// Starts a worker unless there is one, and ends the claim. Throws as BasicThread does.
+    /// Ends the claim, and starts a worker unless there is one, or one is being joined. Throws as
+    /// BasicThread does.
     void startWorker(TimerThread* p_owner);
 
     /// Queues @p *p_task and wakes the worker where that has to look at the queue now. False, and
-    /// nothing done, when there is no worker and nobody is starting one. Waits for one that is
-    /// being started, lest the task is queued for a worker that then could not be had.
+    /// nothing done, when there is no worker and nobody has claimed to start one. Throws as
+    /// startWorker(), with the task not queued.
     ///
     /// Touches nothing of this object once it has released the lock: the task may fire at once,
     /// and its owner destroy the thread.
@@ -60,9 +64,9 @@ public:
     /// @param isWatched    Wake the worker for every task: the debug level shows it look.
     /// @param afterInsert  Called under the lock.
     template <typename AfterInsert>
-    bool insert(Task* p_task, bool isWatched, AfterInsert afterInsert) {
+    bool insert(TimerThread* p_owner, Task* p_task, bool isWatched, AfterInsert afterInsert) {
         const AutoLock lock(m_queueMutex);
-        if (m_isStarting) waitWhileStarting();
+        if (m_isStarting) createWorker(p_owner);
         if (!m_running && isIdle()) return false;
         m_taskQueue.insert(std::move(*p_task));
         afterInsert();
@@ -123,7 +127,7 @@ public:
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 
 private:
-    void waitWhileStarting();
+    void createWorker(TimerThread* p_owner);
     bool isIdle() const;
     bool isToLook(bool isWatched) const;
     bool leave();
@@ -149,7 +153,6 @@ private:
     bool m_isDestroyed = false;  // Destruction has begun.
     std::thread::id m_starter;
     std::thread::id m_stopper;
-    std::condition_variable m_started;  // Signalled when m_isStarting is cleared.
     std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
 
     char m_name[16] = "TimerThread";

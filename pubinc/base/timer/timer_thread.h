@@ -34,8 +34,8 @@ namespace tevalon::base::timer {
 /// destructors, also when they are destroyed with this object, unfired; what they post then goes
 /// the same way.
 ///
-/// Two posts at once may both find no thread. Whichever cannot start one throws; the other starts
-/// it itself, or throws as well.
+/// Where two posts at once find no thread, either may start it; one that cannot throws, and the
+/// other starts it itself, or throws as well.
 class TEVALON_BASE_EXPORT TimerThread {
 public:
     TimerThread();
