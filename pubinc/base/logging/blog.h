@@ -15,6 +15,16 @@
 #define BLOG_TAG "B-LOG"
 #endif
 
+/// The file that this source file's lines and traces name, and the number in them. A source that
+/// was split off another defines them before its first include, to keep the other's name in the log
+/// and to stay clear of its numbers.
+#ifndef BLOG_FILE
+#define BLOG_FILE __FILE__
+#endif
+#ifndef BLOG_LINE
+#define BLOG_LINE __LINE__
+#endif
+
 /// BLOG(level, format, ...): writes "[tag] file:line:function(): " and the message in one
 /// output call, if @p level is on. Arguments are evaluated only then.
 ///
@@ -23,10 +33,15 @@
 /// @p format is a string literal, checked against the arguments (30 at most) by the compiler;
 /// it brings its own line end. A single statement, so it needs no braces after an if.
 /// Any thread, at any time. Reports no failure.
-#define BLOG(level, ...) BLOG_AT(BLOG_TAG, level, __FILE__, __LINE__, __func__, __VA_ARGS__)
+#define BLOG(level, ...) BLOG_AS(__func__, level, __VA_ARGS__)
+
+/// BLOG_AS(function, level, format, ...): BLOG in the name of another function, for the steps of
+/// one whose name is in the line.
+#define BLOG_AS(function, level, ...) \
+    BLOG_AT(BLOG_TAG, level, BLOG_FILE, BLOG_LINE, function, __VA_ARGS__)
 
 /// BLOG_EXCEPTION(error): the line for a std::runtime_error that was caught.
-#define BLOG_EXCEPTION(error) BLOG_EXCEPTION_AT(BLOG_TAG, __FILE__, __LINE__, __func__, error)
+#define BLOG_EXCEPTION(error) BLOG_EXCEPTION_AT(BLOG_TAG, BLOG_FILE, BLOG_LINE, __func__, error)
 
 /// BLOG_AT(tag, level, file, line, function, format, ...): BLOG with every part of the line
 /// named by the statement. For lines whose number is a promise to those who search for it,

@@ -11,15 +11,16 @@
 /// statement's line number.
 #define BLOG_TRACE_SCOPE()                                                                     \
     const ::tevalon::base::internal::ScopeTrace TEVALON_LOG_JOIN(tevalonScopeTrace, __LINE__)( \
-        __func__, __FILE__, __LINE__)
+        __func__, BLOG_FILE, BLOG_LINE)
 
 /// Writes "[TRACE] file:line signature" if the debug level is on.
-#define BLOG_TRACE_POINT()                                                                         \
-    do {                                                                                           \
-        if (::tevalon::base::isLogOn(::tevalon::base::kLogDebug)) {                                \
-            ::zorDebugOutput0("[TRACE] %s:%d:%s\n", ::tevalon::base::internal::baseName(__FILE__), \
-                              __LINE__, __PRETTY_FUNCTION__);                                      \
-        }                                                                                          \
+#define BLOG_TRACE_POINT()                                                               \
+    do {                                                                                 \
+        if (::tevalon::base::isLogOn(::tevalon::base::kLogDebug)) {                      \
+            ::zorDebugOutput0("[TRACE] %s:%d:%s\n",                                      \
+                              ::tevalon::base::internal::baseName(BLOG_FILE), BLOG_LINE, \
+                              __PRETTY_FUNCTION__);                                      \
+        }                                                                                \
     } while (false)
 
 namespace tevalon::base::internal {
