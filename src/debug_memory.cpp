@@ -8,7 +8,7 @@
 #include "base/logging/blog.h"
 #include "base/logging/boot_id.h"
 #include "base/logging/debug_memory.h"
-#include "monotonic_seconds.h"
+#include "os/monotonic_time.h"
 
 // The reports' lines carry fixed numbers, by which scripts find them.
 #define REPORT_FORMAT "{%d-%f}[%s] %s:%d:%s(): ==%s==\n %s\n"

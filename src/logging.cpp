@@ -7,7 +7,9 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstring>
+#include <optional>
 
+#include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
 
 namespace {
@@ -28,11 +30,9 @@ const char* orEmpty(const char* text) {
 }
 
 // Only the nanoseconds field, not the whole time: enough to tell dumps and runs apart.
-bool readMonotonicNanoseconds(std::uint32_t* p_nanoseconds) {
-    timespec now = {};
-    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
-    *p_nanoseconds = static_cast<std::uint32_t>(now.tv_nsec);
-    return true;
+std::uint32_t monotonicNanosecondsOr(std::uint32_t withoutClock) {
+    const std::optional<timespec> now = tevalon::base::readMonotonicClock();
+    return now ? static_cast<std::uint32_t>(now->tv_nsec) : withoutClock;
 }
 
 void printLog(int levelIndex, const char* tag, const char* file, int line, const char* function,
@@ -93,8 +93,7 @@ void print_hbbtv_controller_log(int levelIndex, const char* tag, const char* fil
 }
 
 void dump_memory(const char* title, const unsigned char* data, int length) {
-    std::uint32_t dumpId = 0;
-    (void)readMonotonicNanoseconds(&dumpId);  // Without a clock all dumps are dump 0.
+    const std::uint32_t dumpId = monotonicNanosecondsOr(0);
 
     writeDumpLine(dumpId, title != nullptr ? title : "(null)");
     if (data == nullptr) return;
@@ -124,7 +123,7 @@ std::uint32_t bootID() {
 
     std::uint32_t bootId = s_bootId.load(std::memory_order_relaxed);
     if (bootId != 0) return bootId;
-    if (!readMonotonicNanoseconds(&bootId)) bootId = kWithoutClock;
+    bootId = monotonicNanosecondsOr(kWithoutClock);
     s_bootId.store(bootId, std::memory_order_relaxed);
     return bootId;
 }

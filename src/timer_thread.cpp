@@ -5,9 +5,9 @@
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "base/threading/current_thread.h"
-#include "monotonic_seconds.h"
+#include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
-#include "thread_name.h"
+#include "os/thread_name.h"
 #include "timer_thread/state.h"
 
 namespace tevalon::base::timer {
@@ -65,9 +65,6 @@ void TimerThread::stop() {
     m_state->endStop();
 }
 
-// A step of postTask(), under whose name it logs.
-#define POST_LOG(level, ...) BLOG_AT(BLOG_TAG, level, __FILE__, __LINE__, "postTask", __VA_ARGS__)
-
 void TimerThread::postTask(Task task) {
     if (task == nullptr) {
         BLOG(kLogError, "Invalid Empty task\n");
@@ -91,7 +88,7 @@ void TimerThread::postTask(Task task) {
 void TimerThread::startIfIdle() {
     std::shared_ptr<State::Worker> left;
     if (m_state->isRunning() || !m_state->claimStart(&left)) return;
-    POST_LOG(kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
+    BLOG_AS("postTask", kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
     left.reset();  // Joined here.
     start();
 }
@@ -168,23 +165,21 @@ std::int32_t TimerThread::run() {
     return 0;
 }
 
-// Steps of run(), under whose name they log.
-#define RUN_LOG(level, ...) BLOG_AT(BLOG_TAG, level, __FILE__, __LINE__, "run", __VA_ARGS__)
-
 void TimerThread::handleTask(const Task& task) {
     void* const self = this;
     void* const address = task.get();
-    RUN_LOG(kLogDebug, "[%p]:Find a task:[%p - id:%d] to fire.\n", self, address, task->taskId());
+    BLOG_AS("run", kLogDebug, "[%p]:Find a task:[%p - id:%d] to fire.\n", self, address,
+            task->taskId());
     const double fireTime = task->getNextFireTime();
     if (fireTime == kNoFireTime) {
-        RUN_LOG(kLogDebug, "[%p]:task:[%p - id:%d] fireTime is 0, is a canceled task.\n", self,
-                address, task->taskId());
+        BLOG_AS("run", kLogDebug, "[%p]:task:[%p - id:%d] fireTime is 0, is a canceled task.\n",
+                self, address, task->taskId());
         return;
     }
     const double now = monotonicSeconds();
-    RUN_LOG(kLogDebug, "[%p]:fireTime:%f, nowTime:%f\n", self, fireTime, now);
+    BLOG_AS("run", kLogDebug, "[%p]:fireTime:%f, nowTime:%f\n", self, fireTime, now);
     if (fireTime > now) {
-        RUN_LOG(kLogWarn,
+        BLOG_AS("run", kLogWarn,
                 "[%p]:Put the task[%p - id:%d] back to queue because (fireTime:%f > "
                 "nowTime:%f).\n",
                 self, address, task->taskId(), fireTime, now);
@@ -197,11 +192,13 @@ void TimerThread::handleTask(const Task& task) {
 void TimerThread::fireTask(const Task& task) {
     void* const self = this;
     void* const address = task.get();
-    RUN_LOG(kLogAlways, "[%p]:Begin fire task:(%p - id:%d).\n", self, address, task->taskId());
+    BLOG_AS("run", kLogAlways, "[%p]:Begin fire task:(%p - id:%d).\n", self, address,
+            task->taskId());
     m_state->setBusy(true);
     task->fire();
     if (State::WorkerThread::isThisThreadOf(this)) m_state->setBusy(false);  // Else it is gone.
-    RUN_LOG(kLogAlways, "[%p]:Finish fire task:(%p - id:%d).\n", self, address, task->taskId());
+    BLOG_AS("run", kLogAlways, "[%p]:Finish fire task:(%p - id:%d).\n", self, address,
+            task->taskId());
 }
 
 double TimerThread::getNextFiringInterval() {

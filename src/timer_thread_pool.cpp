@@ -11,10 +11,6 @@
 
 namespace tevalon::base::timer {
 
-// Steps of postWorkerTask(), under whose name they log.
-#define WORKER_LOG(level, ...) \
-    BLOG_AT(BLOG_TAG, level, __FILE__, __LINE__, "postWorkerTask", __VA_ARGS__)
-
 TimerThreadPool::TimerThreadPool()
     : m_mainThread("Timer:main"),
       m_foregroundThread("Timer:foregrnd"),
@@ -78,9 +74,9 @@ TimerThread* TimerThreadPool::chooseWorker() {
     const std::size_t count = m_workers.size();
     if (static_cast<std::int32_t>(count) < m_maxWorkerCount) return addWorker();
 
-    WORKER_LOG(kLogInfo, "Worker Count: %lu\n", static_cast<unsigned long>(count));
+    BLOG_AS("postWorkerTask", kLogInfo, "Worker Count: %lu\n", static_cast<unsigned long>(count));
     if (count == 0) {
-        WORKER_LOG(kLogError, "No worker threads available. ignore task.\n");
+        BLOG_AS("postWorkerTask", kLogError, "No worker threads available. ignore task.\n");
         return nullptr;
     }
     return findLeastLoadedWorker();
@@ -95,7 +91,7 @@ TimerThread* TimerThreadPool::findIdleWorker() {
 
 TimerThread* TimerThreadPool::addWorker() {
     const int number = static_cast<int>(m_workers.size());
-    WORKER_LOG(kLogAlways, "Crate Worker Thread: %d\n", number);
+    BLOG_AS("postWorkerTask", kLogAlways, "Crate Worker Thread: %d\n", number);
     char name[32];
     std::snprintf(name, sizeof(name), "Timer:work%d", number);
     // Not made by std::make_shared, which has no access to the constructor that takes a name.
@@ -113,7 +109,8 @@ TimerThread* TimerThreadPool::findLeastLoadedWorker() {
         best = i;
         least = load;
     }
-    WORKER_LOG(kLogInfo, "Post To Worker %d : taskcount: %d\n", static_cast<int>(best), least);
+    BLOG_AS("postWorkerTask", kLogInfo, "Post To Worker %d : taskcount: %d\n",
+            static_cast<int>(best), least);
     return m_workers[best].get();
 }
 

@@ -96,9 +96,6 @@ public:
     std::string name();
 
 private:
-    TEVALON_BASE_LOCAL bool hasImpl(const char* function) const;
-    TEVALON_BASE_LOCAL bool canChangeProperty(const char* function) const;
-
     std::shared_ptr<TimerImpl> m_impl;  // Null only if it could not be allocated.
 };
 

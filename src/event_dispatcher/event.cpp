@@ -11,7 +11,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
-#include "event_dispatcher/adaptive_spin.h"
+#include "event_dispatcher/spin.h"
 
 namespace tevalon::base::event_dispatcher {
 

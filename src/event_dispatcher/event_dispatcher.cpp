@@ -3,13 +3,14 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "base/event_dispatcher/event_hub.h"
 #include "base/logging/blog.h"
 #include "base/singleton.h"
+#include "event_dispatcher/status.h"
+#include "os/annotated_mutex.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -18,14 +19,14 @@ namespace tevalon::base::event_dispatcher {
 class EventDispatcher::HubList {
 public:
     bool add(EventHub* p_hub) {
-        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        const MutexGuard lock(m_hubsMtx);
         if (find(p_hub) != m_hubs.end()) return false;
         m_hubs.push_back({p_hub->moduleId(), p_hub});
         return true;
     }
 
     bool remove(EventHub* p_hub) {
-        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        const MutexGuard lock(m_hubsMtx);
         const auto listed = find(p_hub);
         if (listed == m_hubs.end()) return false;
         m_hubs.erase(listed);
@@ -35,15 +36,15 @@ public:
     /// Leaves an event that is not queued to the caller: what the payload's destructor does, it
     /// does without our lock.
     std::int32_t deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
-        const std::lock_guard<std::mutex> lock(m_hubsMtx);
+        const MutexGuard lock(m_hubsMtx);
         EventHub* p_last = nullptr;
         for (const Listed& listed : m_hubs) {
             if (target != kAnyModule && target != listed.moduleId) continue;
-            if (p_last != nullptr) (void)p_last->receiveEvent(event);
+            if (p_last != nullptr) (void)p_last->receive(std::shared_ptr<BrowserEvent>(event));
             p_last = listed.p_hub;
         }
         // The last one takes the event itself; mostly it is the only one.
-        return p_last == nullptr ? -1 : p_last->acceptEvent(std::move(event));
+        return p_last == nullptr ? kFailed : p_last->receive(std::move(event));
     }
 
 private:
@@ -52,13 +53,13 @@ private:
         EventHub* p_hub;        // Not owned.
     };
 
-    std::vector<Listed>::iterator find(const EventHub* p_hub) {
+    std::vector<Listed>::iterator find(const EventHub* p_hub) TEVALON_REQUIRES(m_hubsMtx) {
         return std::find_if(m_hubs.begin(), m_hubs.end(),
                             [=](const Listed& listed) { return listed.p_hub == p_hub; });
     }
 
-    std::mutex m_hubsMtx;  // Guards m_hubs, over a whole delivery.
-    std::vector<Listed> m_hubs;
+    AnnotatedMutex m_hubsMtx;  // Held over a whole delivery.
+    std::vector<Listed> m_hubs TEVALON_GUARDED_BY(m_hubsMtx);
 };
 
 EventDispatcher::EventDispatcher() : m_hubs(std::make_unique<HubList>()) {
@@ -79,27 +80,27 @@ EventDispatcher* EventDispatcher::getInstance() {
 std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
     if (p_hub == nullptr) {
         BLOG(kLogError, "p_hub is NULL.\n");
-        return 2;
+        return kNullArgument;
     }
     BLOG(kLogInfo, "Register hub:%p for moudle:%d.\n", static_cast<void*>(p_hub),
          p_hub->moduleId());
     if (!m_hubs->add(p_hub)) {
         BLOG(kLogError, "EventHub:%p already exists.\n", static_cast<void*>(p_hub));
-        return 1;
+        return kExists;
     }
     p_hub->onHubRegistered();
-    return 0;
+    return kOk;
 }
 
 std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
     if (p_hub == nullptr) {
         BLOG(kLogError, "p_hub is NULL.\n");
-        return 2;
+        return kNullArgument;
     }
     BLOG(kLogInfo, "UnRegister hub:%p from module:%d.\n", static_cast<void*>(p_hub),
          p_hub->moduleId());
     if (m_hubs->remove(p_hub)) p_hub->onHubUnregistered();
-    return 0;
+    return kOk;
 }
 
 std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int32_t target) {
@@ -108,8 +109,8 @@ std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int
 
 std::int32_t EventDispatcher::deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
     if (event == nullptr) {
-        BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "send", "event is NULL.\n");
-        return 2;
+        BLOG_AS("send", kLogError, "event is NULL.\n");
+        return kNullArgument;
     }
     return m_hubs->deliver(std::move(event), target);
 }

@@ -8,15 +8,15 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "base/event_dispatcher/browser_event.h"
-#include "event_dispatcher/adaptive_spin.h"
 #include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
-#include "event_dispatcher/semaphore.h"
+#include "event_dispatcher/spin.h"
+#include "os/annotated_mutex.h"
 #include "os/own_thread.h"
+#include "os/semaphore.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -60,43 +60,53 @@ private:
     class Leaving;
     using HandlerThread = OwnThread<EventHubImpl>;
 
-    bool ensureThread();
-    bool staysForNewHandler();
-    bool addUnlessExists(InnerHandler_t record);
+    bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
+    void expectNoExit() TEVALON_EXCLUDES(m_queueMtx);
+    bool staysForNewHandler() TEVALON_EXCLUDES(m_queueMtx);
+    bool addUnlessExists(InnerHandler_t record) TEVALON_EXCLUDES(m_handlerMtx);
     /// Blocks for the next event; false when the thread is to end.
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
-    bool takeQueue();
+    bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void lookForEvents();
     void handle(std::shared_ptr<BrowserEvent>&& event);
-    void requestExit();
-    bool claimJoin();
-    void joinThread();
-    void letOwnThreadGo();
+    void requestExit() TEVALON_EXCLUDES(m_queueMtx);
+    bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);
+    void joinThread() TEVALON_EXCLUDES(m_threadMtx);
+    void letOwnThreadGo() TEVALON_EXCLUDES(m_threadMtx);
 
-    // What the senders and the handler thread write keeps off the lines of what they only read:
-    // the processors would hand those to and fro as well.
+    // Written and read-only fields stand on separate cache lines, against false sharing between the
+    // senders and the handler thread.
     static constexpr std::size_t kCacheLine = 64;
 
-    std::mutex m_threadMtx;                 // Guards m_thread, m_isJoining and m_isDestroyed.
-    std::atomic<bool> m_exit{false};        // Tells the handler thread to leave its loop.
-    std::shared_ptr<std::thread> m_thread;  // Null before the first handler and after teardown.
-    bool m_isJoining = false;               // A teardown waits for the thread; nobody revives it.
-    bool m_isDestroyed = false;             // No thread is started any more.
+    AnnotatedMutex m_threadMtx TEVALON_ACQUIRED_AFTER(m_teardownMtx);
+    std::atomic<bool> m_exit{false};  // Tells the handler thread to leave its loop.
+    // Null before the first handler and after teardown.
+    std::shared_ptr<std::thread> m_thread TEVALON_GUARDED_BY(m_threadMtx);
+    // A teardown waits for the thread; nobody revives it.
+    bool m_isJoining TEVALON_GUARDED_BY(m_threadMtx) = false;
+    // No thread is started any more.
+    bool m_isDestroyed TEVALON_GUARDED_BY(m_threadMtx) = false;
     // The handler thread has looked at m_exit for the last time, and touches nothing here any
-    // more. Guarded by m_queueMtx: a registration may call the thread back until then.
-    bool m_hasLeft = false;
-    alignas(kCacheLine) std::mutex m_queueMtx;  // Guards m_eventQueue, m_isWaiting, m_hasLeft.
-    Semaphore m_queueCv;  // Does a condition variable's work, and wakes the handler thread.
-    EventQueue m_eventQueue;
-    bool m_isWaiting = false;  // The handler thread waits, and nobody has woken it yet.
-    // Whether the handler thread finds something to do, for its look without the lock; it may look
-    // in vain. Set when the lock is released, lest the thread runs into it.
+    // more. A registration may call it back until then.
+    bool m_hasLeft TEVALON_GUARDED_BY(m_queueMtx) = false;
+
+    alignas(kCacheLine) AnnotatedMutex m_queueMtx TEVALON_ACQUIRED_AFTER(m_threadMtx);
+    // A semaphore instead of a condition variable, which re-acquires its mutex marked contended:
+    // an extra futex call at each unlock.
+    Semaphore m_wakeUp;
+    EventQueue m_eventQueue TEVALON_GUARDED_BY(m_queueMtx);
+    // The handler thread waits, and nobody has woken it yet.
+    bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
+    // Hint for spinning without the lock; may be stale. Set after unlocking, so that the handler
+    // thread does not meet the mutex.
     std::atomic<bool> m_hasNews{false};
-    alignas(kCacheLine) std::mutex m_handlerMtx;  // One at a time adds to m_handlers.
-    HandlerTable m_handlers;
-    std::mutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
+
+    alignas(kCacheLine) AnnotatedMutex m_handlerMtx;  // One at a time adds to m_handlers.
+    HandlerTable m_handlers;                          // Looked up without a lock.
+    AnnotatedMutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
     const std::int32_t m_moduleId;
+
     // Taken from the queue: what the handler thread, which alone touches it, does next. What is
     // left when that ends waits for the next one.
     alignas(kCacheLine) EventQueue m_takenEvents;

@@ -1,7 +1,7 @@
-// adaptive_spin.h: a thread's last look before it sleeps.
+// spin.h: a thread's last look before it sleeps.
 
-#ifndef SRC_EVENT_DISPATCHER_ADAPTIVE_SPIN_H
-#define SRC_EVENT_DISPATCHER_ADAPTIVE_SPIN_H
+#ifndef SRC_EVENT_DISPATCHER_SPIN_H
+#define SRC_EVENT_DISPATCHER_SPIN_H
 
 #include <algorithm>
 #include <thread>
@@ -73,4 +73,4 @@ private:
 
 }  // namespace tevalon::base::event_dispatcher
 
-#endif  // SRC_EVENT_DISPATCHER_ADAPTIVE_SPIN_H
+#endif  // SRC_EVENT_DISPATCHER_SPIN_H

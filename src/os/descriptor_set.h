@@ -1,7 +1,7 @@
 // descriptor_set.h: a descriptor for select(), however large its number.
 
-#ifndef SRC_TIMER_DESCRIPTOR_SET_H
-#define SRC_TIMER_DESCRIPTOR_SET_H
+#ifndef SRC_OS_DESCRIPTOR_SET_H
+#define SRC_OS_DESCRIPTOR_SET_H
 
 #include <sys/select.h>
 
@@ -40,4 +40,4 @@ private:
 
 }  // namespace tevalon::base::simple_timer
 
-#endif  // SRC_TIMER_DESCRIPTOR_SET_H
+#endif  // SRC_OS_DESCRIPTOR_SET_H

@@ -1,7 +1,7 @@
 // detached_thread.h: a thread that nobody joins.
 
-#ifndef SRC_DETACHED_THREAD_H
-#define SRC_DETACHED_THREAD_H
+#ifndef SRC_OS_DETACHED_THREAD_H
+#define SRC_OS_DETACHED_THREAD_H
 
 #include <pthread.h>
 
@@ -47,4 +47,4 @@ void startDetachedThread(Body body) {
 
 }  // namespace tevalon::base
 
-#endif  // SRC_DETACHED_THREAD_H
+#endif  // SRC_OS_DETACHED_THREAD_H

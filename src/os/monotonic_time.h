@@ -1,19 +1,28 @@
-// monotonic_seconds.h: the monotonic clock as seconds in a double.
+// monotonic_time.h: readings of the monotonic clock.
 
-#ifndef SRC_MONOTONIC_SECONDS_H
-#define SRC_MONOTONIC_SECONDS_H
+#ifndef SRC_OS_MONOTONIC_TIME_H
+#define SRC_OS_MONOTONIC_TIME_H
 
 #include <time.h>
 
+#include <optional>
+
 namespace tevalon::base {
 
-/// The reading, or -1.0 when the clock cannot be read.
-inline double monotonicSeconds() {
+/// None where the clock cannot be read; errno then tells why.
+inline std::optional<timespec> readMonotonicClock() {
     timespec now = {};
-    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return -1.0;
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return std::nullopt;
+    return now;
+}
+
+/// Seconds, or -1.0 when the clock cannot be read.
+inline double monotonicSeconds() {
+    const std::optional<timespec> now = readMonotonicClock();
+    if (!now) return -1.0;
+    return static_cast<double>(now->tv_sec) + static_cast<double>(now->tv_nsec) * 1e-9;
 }
 
 }  // namespace tevalon::base
 
-#endif  // SRC_MONOTONIC_SECONDS_H
+#endif  // SRC_OS_MONOTONIC_TIME_H

@@ -1,7 +1,7 @@
 // precise_wait.h: timed waits that end when their time is over.
 
-#ifndef SRC_TIMER_PRECISE_WAIT_H
-#define SRC_TIMER_PRECISE_WAIT_H
+#ifndef SRC_OS_PRECISE_WAIT_H
+#define SRC_OS_PRECISE_WAIT_H
 
 #include <sys/prctl.h>
 
@@ -43,4 +43,4 @@ private:
 
 }  // namespace tevalon::base
 
-#endif  // SRC_TIMER_PRECISE_WAIT_H
+#endif  // SRC_OS_PRECISE_WAIT_H

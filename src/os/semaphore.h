@@ -1,7 +1,7 @@
 // semaphore.h: a count that can be waited for.
 
-#ifndef SRC_EVENT_DISPATCHER_SEMAPHORE_H
-#define SRC_EVENT_DISPATCHER_SEMAPHORE_H
+#ifndef SRC_OS_SEMAPHORE_H
+#define SRC_OS_SEMAPHORE_H
 
 #include <semaphore.h>
 
@@ -35,4 +35,4 @@ private:
 
 }  // namespace tevalon::base::event_dispatcher
 
-#endif  // SRC_EVENT_DISPATCHER_SEMAPHORE_H
+#endif  // SRC_OS_SEMAPHORE_H

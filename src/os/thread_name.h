@@ -1,7 +1,7 @@
 // thread_name.h: names a thread for top, gdb and a trace.
 
-#ifndef SRC_THREAD_NAME_H
-#define SRC_THREAD_NAME_H
+#ifndef SRC_OS_THREAD_NAME_H
+#define SRC_OS_THREAD_NAME_H
 
 namespace tevalon::base {
 
@@ -11,4 +11,4 @@ void nameThisThread(const char* format, ...) __attribute__((format(printf, 1, 2)
 
 }  // namespace tevalon::base
 
-#endif  // SRC_THREAD_NAME_H
+#endif  // SRC_OS_THREAD_NAME_H

@@ -1,4 +1,4 @@
-#include "timer/timer_list.h"
+#include "timer/timer_heap.h"
 
 #include <utility>
 
@@ -13,12 +13,12 @@ std::size_t above(std::size_t index) {
 
 }  // namespace
 
-bool TimerList::isBefore(const Entry& left, const Entry& right) {
+bool TimerHeap::isBefore(const Entry& left, const Entry& right) {
     if (left.expired < right.expired) return true;
     return !(right.expired < left.expired) && left.turn < right.turn;
 }
 
-void TimerList::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired) {
+void TimerHeap::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired) {
     Place& place = timer->place();
     if (place.m_isListed) return;
     m_entries.emplace_back();
@@ -26,7 +26,7 @@ void TimerList::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTim
     place.m_isListed = true;
 }
 
-void TimerList::remove(TimerImpl& timer) {
+void TimerHeap::remove(TimerImpl& timer) {
     Place& place = timer.place();
     if (!place.m_isListed) return;
     place.m_isListed = false;
@@ -42,20 +42,20 @@ void TimerList::remove(TimerImpl& timer) {
     }
 }
 
-void TimerList::giveRoomBack() {
+void TimerHeap::giveRoomBack() {
     constexpr std::size_t kKept = 64;
     if (m_entries.capacity() > kKept && m_entries.size() < m_entries.capacity() / 4) {
         m_entries.shrink_to_fit();
     }
 }
 
-void TimerList::put(std::size_t index, Entry&& entry) {
+void TimerHeap::put(std::size_t index, Entry&& entry) {
     entry.timer->place().m_index = index;
     m_entries[index] = std::move(entry);
 }
 
 // The entry at the index is free; so is, in the end, the one where the other belongs.
-void TimerList::putUpwards(std::size_t index, Entry&& entry) {
+void TimerHeap::putUpwards(std::size_t index, Entry&& entry) {
     while (index > 0 && isBefore(entry, m_entries[above(index)])) {
         put(index, std::move(m_entries[above(index)]));
         index = above(index);
@@ -63,7 +63,7 @@ void TimerList::putUpwards(std::size_t index, Entry&& entry) {
     put(index, std::move(entry));
 }
 
-void TimerList::putDownwards(std::size_t index, Entry&& entry) {
+void TimerHeap::putDownwards(std::size_t index, Entry&& entry) {
     const std::size_t count = m_entries.size();
     for (std::size_t below = 2 * index + 1; below < count; below = 2 * index + 1) {
         if (below + 1 < count && isBefore(m_entries[below + 1], m_entries[below])) ++below;

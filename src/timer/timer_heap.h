@@ -1,7 +1,7 @@
-// timer_list.h: the started timers, in the order in which they are due.
+// timer_heap.h: the started timers, in the order in which they are due.
 
-#ifndef SRC_TIMER_TIMER_LIST_H
-#define SRC_TIMER_TIMER_LIST_H
+#ifndef SRC_TIMER_TIMER_HEAP_H
+#define SRC_TIMER_TIMER_HEAP_H
 
 #include <cstddef>
 #include <cstdint>
@@ -19,11 +19,11 @@ class TimerImpl;
 /// constant time in the mean, anything else logarithmic time. Keeps its timers alive.
 ///
 /// Thread-safety: none; the scheduler's mutex guards it.
-class TimerList {
+class TimerHeap {
 public:
     /// Where a timer stands; each timer keeps its own.
     class Place {
-        friend class TimerList;
+        friend class TimerHeap;
         bool m_isListed = false;
         std::size_t m_index = 0;
     };
@@ -63,4 +63,4 @@ private:
 
 }  // namespace tevalon::base::simple_timer
 
-#endif  // SRC_TIMER_TIMER_LIST_H
+#endif  // SRC_TIMER_TIMER_HEAP_H

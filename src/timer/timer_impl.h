@@ -6,15 +6,19 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "base/simple_timer.h"
+#include "os/annotated_mutex.h"
 #include "os/own_thread.h"
 #include "timer/expired_time.h"
-#include "timer/timer_list.h"
+#include "timer/timer_heap.h"
 
 namespace tevalon::base::simple_timer {
+
+/// What the operations of Timer and TimerImpl return.
+inline constexpr int kSuccess = 0;
+inline constexpr int kFailure = -1;
 
 /// Thread-safety: each method says what it needs; those that say nothing may be called from
 /// any thread.
@@ -65,27 +69,26 @@ public:
 
     // With the scheduler's mutex held: both change together, so that what is started is listed.
     void setStarted(bool isStarted) { m_isStarted.store(isStarted, std::memory_order_release); }
-    TimerList::Place& place() { return m_place; }
+    TimerHeap::Place& place() { return m_place; }
 
 private:
     class HandlerRun;
     using RunningThread = OwnThread<TimerImpl>;
 
-    void caculateTimeout();
-    bool refusesTimeout(TimeoutTime const& timeout, TimerType_e type, const char* function) const;
+    void caculateTimeout() TEVALON_REQUIRES(m_mutex);
     void waitForRun();
     TimeoutTime timeout();
 
     // Guards the properties, which a client may change while a last run begins, and the runs.
-    std::mutex m_mutex;
+    AnnotatedMutex m_mutex;
     std::condition_variable m_cond;  // Signalled when a run ends.
     Timer* const m_timer;            // Handed to the handler; alive while a run goes on.
     const std::string m_name;
-    TimeoutTime m_timeout;
+    TimeoutTime m_timeout TEVALON_GUARDED_BY(m_mutex);
     // Shared, not copied, by the runs: what a handler changes in itself stays changed.
-    std::shared_ptr<const TimerHandler> m_handler;
-    void* m_userData;
-    TimerType_e m_type;
+    std::shared_ptr<const TimerHandler> m_handler TEVALON_GUARDED_BY(m_mutex);
+    void* m_userData TEVALON_GUARDED_BY(m_mutex);
+    TimerType_e m_type TEVALON_GUARDED_BY(m_mutex);
     std::atomic<ExpiredTime> m_expiredTime{ExpiredTime{0, 0}};
     std::atomic<bool> m_isValid{true};
     std::atomic<bool> m_isStarted{false};
@@ -93,10 +96,10 @@ private:
     std::atomic<bool> m_isRunning{false};
     std::atomic<bool> m_needStop{false};
 
-    int m_runs = 0;            // Guarded by m_mutex: all that go on.
-    bool m_isRetired = false;  // Guarded by m_mutex.
+    int m_runs TEVALON_GUARDED_BY(m_mutex) = 0;  // All that go on.
+    bool m_isRetired TEVALON_GUARDED_BY(m_mutex) = false;
 
-    TimerList::Place m_place;  // Guarded by the scheduler's mutex.
+    TimerHeap::Place m_place;  // Guarded by the scheduler's mutex.
 };
 
 }  // namespace tevalon::base::simple_timer

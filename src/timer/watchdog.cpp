@@ -9,10 +9,10 @@
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
-#include "monotonic_seconds.h"
+#include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
 #include "os/own_thread.h"
-#include "thread_name.h"
+#include "os/thread_name.h"
 
 namespace tevalon::base::timer {
 namespace {
@@ -166,35 +166,35 @@ std::vector<int> WatchDog::checkTimers() {
 void WatchDog::checkAll(std::vector<int>* p_logged) {
     const bool isOwnThread = WatchThread::isThisThreadOf(this);
     for (int i = 0; i < kWatchCount; ++i) {
-        Report report = {};
-        if (!takeOverrun(i, &report)) continue;
+        const std::optional<Report> report = takeOverrun(i);
+        if (!report) continue;
         const auto id = static_cast<WATCH_ID>(i);
-        if (report.callback != nullptr) {
-            report.callback(report.p_context, id, report.seconds);
+        if (report->callback != nullptr) {
+            report->callback(report->p_context, id, report->seconds);
             // It may have destroyed this object: nothing of it is touched then.
             if (isOwnThread && !WatchThread::isThisThreadOf(this)) return;
             continue;
         }
-        BLOG_AT(BLOG_TAG, kLogError, __FILE__, __LINE__, "checkTimers",
-                "Watch dog Timeout : %d(%s) ,  %f \n", i, getWatchIdName(id), report.seconds);
+        BLOG_AS("checkTimers", kLogError, "Watch dog Timeout : %d(%s) ,  %f \n", i,
+                getWatchIdName(id), report->seconds);
         if (p_logged != nullptr) p_logged->push_back(i);
     }
 }
 
 // Written so that a time that is no number is never overdue.
-bool WatchDog::takeOverrun(int id, Report* p_report) {
+std::optional<WatchDog::Report> WatchDog::takeOverrun(int id) {
     const LockGuard lock(m_mutex);
     const double now = monotonicSeconds();
     const double begin = m_beginTime[id];
-    if (!(begin > kNoTime)) return false;
+    if (!(begin > kNoTime)) return std::nullopt;
     const double period = now - begin;
-    if (!(period > m_timeout[id])) return false;
+    if (!(period > m_timeout[id])) return std::nullopt;
 
     const double total = period + m_elapsed[id];
     m_elapsed[id] = total;
     m_beginTime[id] = now;
-    *p_report = {m_callback, m_callbackContext, total};
-    return total > 0;
+    if (!(total > 0)) return std::nullopt;
+    return Report{m_callback, m_callbackContext, total};
 }
 
 void WatchDog::stop() {

@@ -8,7 +8,7 @@
 
 #include "base/logging/log_level.h"
 #include "base/timer/timer_task.h"
-#include "monotonic_seconds.h"
+#include "os/monotonic_time.h"
 
 namespace tevalon::base::timer {
 

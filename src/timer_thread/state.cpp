@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-#include "timer/precise_wait.h"
+#include "os/precise_wait.h"
 
 namespace tevalon::base::timer {
 namespace {
@@ -26,7 +26,7 @@ void TimerThread::State::setName(const char* name) {
 }
 
 bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_left) {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
     m_running = true;
     // Told to leave, it has not left yet: it sees the flag again when its task returns.
@@ -38,12 +38,12 @@ bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_left) {
 }
 
 void TimerThread::State::startWorker(TimerThread* p_owner) {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     m_isStarting = false;
     createWorker(p_owner);
 }
 
-// With m_queueMutex held: whoever stops finds either no worker or its handle. While one is being
+// Whoever stops finds either no worker or its handle. While one is being
 // joined there is no other: it would set the flag that the old one leaves by.
 void TimerThread::State::createWorker(TimerThread* p_owner) {
     if (m_worker != nullptr || m_isStopping) return;
@@ -57,41 +57,41 @@ void TimerThread::State::createWorker(TimerThread* p_owner) {
     }
 }
 
-// With m_queueMutex held: a task queued now would wait for the next post.
+// A task queued now would wait for the next post.
 bool TimerThread::State::isIdle() const {
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
     return m_worker == nullptr || m_hasLeft;
 }
 
-// With m_queueMutex held. The worker is not woken where it would only look, and sleep as long as
+// The worker is not woken where it would only look, and sleep as long as
 // before; the front's time is looked at as it is now, for its owner may have changed it meanwhile.
 bool TimerThread::State::isToLook(bool isWatched) const {
     return isWatched || !(m_taskQueue.frontFireTime() >= m_sleepsUntil);  // Cancelled: 0.0.
 }
 
 std::size_t TimerThread::State::taskCount() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     return m_taskQueue.size();
 }
 
 double TimerThread::State::frontFireTime() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     return m_taskQueue.frontFireTime();
 }
 
 TimerThread::State::Task TimerThread::State::popFront() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     return m_taskQueue.popFront();
 }
 
 std::shared_ptr<TimerThread::State::Worker> TimerThread::State::claimStop() {
-    std::unique_lock<std::mutex> lock(m_queueMutex);
+    MutexLock lock(m_queueMutex);
     // A handle's destructor stops its owner before it joins: whoever joins comes by here again, and
     // must not stop what another thread has started meanwhile.
     const std::thread::id self = std::this_thread::get_id();
     if (m_stopper == self || (m_isStarting && m_starter == self)) return nullptr;
     m_running = false;
-    m_stopped.wait(lock, [this] { return !m_isStopping; });
+    while (m_isStopping) lock.wait(m_stopped);
     if (m_worker == nullptr) return nullptr;
     m_running = false;  // A post may have had the worker stay during the wait.
     m_isStopping = true;
@@ -100,19 +100,19 @@ std::shared_ptr<TimerThread::State::Worker> TimerThread::State::claimStop() {
 }
 
 void TimerThread::State::wakeForStop() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     m_wakeup.notify_one();
 }
 
 void TimerThread::State::endStop() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     m_isStopping = false;
     m_stopper = std::thread::id();
     m_stopped.notify_all();
 }
 
 void TimerThread::State::beginDestruction() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     m_isDestroyed = true;
     m_running = false;
 }
@@ -123,19 +123,19 @@ void TimerThread::State::dropTasks() {
 }
 
 std::shared_ptr<TimerThread::State::Worker> TimerThread::State::takeWorker() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     return std::move(m_worker);
 }
 
 bool TimerThread::State::leave() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     if (m_running) return false;
     m_hasLeft = true;
     return true;
 }
 
 void TimerThread::State::leaveAbnormally() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     if (m_hasLeft) return;
     m_hasLeft = true;
     m_running = false;
@@ -143,14 +143,14 @@ void TimerThread::State::leaveAbnormally() {
 }
 
 bool TimerThread::State::waitForTask(double timeoutSeconds) {
-    std::unique_lock<std::mutex> lock(m_queueMutex);
+    MutexLock lock(m_queueMutex);
     if (!m_running) return false;
     const double now = monotonicSeconds();
     // Without a clock nothing is known to be later: any post wakes the worker.
     m_sleepsUntil = now < 0 ? std::numeric_limits<double>::infinity() : now + timeoutSeconds;
     if (m_taskQueue.empty()) {
         m_isWaiting = true;
-        (void)m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
+        lock.waitFor(m_wakeup, roundedUp(timeoutSeconds));
     } else {
         const double fireTime = m_taskQueue.frontFireTime();
         const double interval = fireTime - now;
@@ -161,14 +161,14 @@ bool TimerThread::State::waitForTask(double timeoutSeconds) {
         }
         m_isWaiting = true;
         const PreciseWait precise;
-        (void)m_wakeup.wait_for(lock, roundedUp(timeoutSeconds));
+        lock.waitFor(m_wakeup, roundedUp(timeoutSeconds));
     }
     m_isWaiting = false;
     return true;
 }
 
 bool TimerThread::State::isBusy() {
-    const AutoLock lock(m_queueMutex);
+    const QueueLock lock(m_queueMutex);
     return m_busy;
 }
 

@@ -8,15 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <thread>
 
-#include "base/synchronization/auto_lock.h"
 #include "base/threading/basic_thread.h"
 #include "base/timer/timer_thread.h"
+#include "os/annotated_mutex.h"
 #include "os/own_thread.h"
-#include "timer/task_queue.h"
 #include "timer_thread/cancelled_tasks.h"
+#include "timer_thread/queue_lock.h"
+#include "timer_thread/task_queue.h"
 
 namespace tevalon::base::timer {
 
@@ -34,7 +34,7 @@ namespace tevalon::base::timer {
 ///
 /// Thread-safety: all but construction and destruction. No lock is held over a task, a task's
 /// destructor, a log line or a join.
-class TimerThread::State {
+class TEVALON_BASE_LOCAL TimerThread::State {
 public:
     using Task = std::shared_ptr<TimerTaskBase>;
     using Worker = Threading::BasicThread<TimerThread>;
@@ -65,7 +65,7 @@ public:
     /// @param afterInsert  Called under the lock.
     template <typename AfterInsert>
     bool insert(TimerThread* p_owner, Task* p_task, bool isWatched, AfterInsert afterInsert) {
-        const AutoLock lock(m_queueMutex);
+        const QueueLock lock(m_queueMutex);
         if (m_isStarting) createWorker(p_owner);
         if (!m_running && isIdle()) return false;
         m_taskQueue.insert(std::move(*p_task));
@@ -79,7 +79,7 @@ public:
 
     CancelledTasks cancelSession(std::int32_t sessionId) {
         CancelledTasks cancelled;
-        const AutoLock lock(m_queueMutex);
+        const QueueLock lock(m_queueMutex);
         m_taskQueue.forEachOfSession(sessionId,
                                      [&](TimerTaskBase& task) { cancelled.cancel(&task); });
         return cancelled;
@@ -87,7 +87,7 @@ public:
 
     CancelledTasks cancelTask(std::int32_t taskId) {
         CancelledTasks cancelled;
-        const AutoLock lock(m_queueMutex);
+        const QueueLock lock(m_queueMutex);
         m_taskQueue.forEach([&](TimerTaskBase& task) {
             if (task.taskId() == taskId) cancelled.cancel(&task);
         });
@@ -127,40 +127,44 @@ public:
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 
 private:
-    void createWorker(TimerThread* p_owner);
-    bool isIdle() const;
-    bool isToLook(bool isWatched) const;
-    bool leave();
-    void leaveAbnormally();
+    void createWorker(TimerThread* p_owner) TEVALON_REQUIRES(m_queueMutex);
+    bool isIdle() const TEVALON_REQUIRES(m_queueMutex);
+    bool isToLook(bool isWatched) const TEVALON_REQUIRES(m_queueMutex);
+    bool leave() TEVALON_EXCLUDES(m_queueMutex);
+    void leaveAbnormally() TEVALON_EXCLUDES(m_queueMutex);
 
-    TaskQueue m_taskQueue;  // Guarded by m_queueMutex.
-    std::atomic<bool> m_running{false};
-    std::atomic<std::int32_t> m_threadId{-1};
-    std::mutex m_queueMutex;           // A leaf.
+    AnnotatedMutex m_queueMutex;  // A leaf.
+    TaskQueue m_taskQueue TEVALON_GUARDED_BY(m_queueMutex);
     std::condition_variable m_wakeup;  // Wakes the worker where it waits, and is to look.
-    std::shared_ptr<Worker> m_worker;  // Guarded by m_queueMutex.
-    std::atomic<bool> m_busy{false};
+    std::shared_ptr<Worker> m_worker TEVALON_GUARDED_BY(m_queueMutex);
 
-    // Whether the worker waits and nobody has woken it yet, and until when, in seconds on the
-    // monotonic clock. Guarded by m_queueMutex.
-    bool m_isWaiting = false;
-    double m_sleepsUntil = 0;
+    // The worker waits, and nobody has woken it yet; until when, in seconds on the monotonic clock.
+    bool m_isWaiting TEVALON_GUARDED_BY(m_queueMutex) = false;
+    double m_sleepsUntil TEVALON_GUARDED_BY(m_queueMutex) = 0;
 
-    // All guarded by m_queueMutex.
-    bool m_isStarting = false;   // From a claim to the start, which a stop may come between.
-    bool m_hasLeft = false;      // The worker has looked at m_running for the last time.
-    bool m_isStopping = false;   // A worker is being joined: no other is started meanwhile.
-    bool m_isDestroyed = false;  // Destruction has begun.
-    std::thread::id m_starter;
-    std::thread::id m_stopper;
+    // From a claim to the start, which a stop may come between.
+    bool m_isStarting TEVALON_GUARDED_BY(m_queueMutex) = false;
+    // The worker has looked at m_running for the last time.
+    bool m_hasLeft TEVALON_GUARDED_BY(m_queueMutex) = false;
+    // A worker is being joined: no other is started meanwhile.
+    bool m_isStopping TEVALON_GUARDED_BY(m_queueMutex) = false;
+    // Destruction has begun.
+    bool m_isDestroyed TEVALON_GUARDED_BY(m_queueMutex) = false;
+    std::thread::id m_starter TEVALON_GUARDED_BY(m_queueMutex);
+    std::thread::id m_stopper TEVALON_GUARDED_BY(m_queueMutex);
     std::condition_variable m_stopped;  // Signalled when m_isStopping is cleared.
+
+    // Written under the lock where that decides something; the worker's loop reads them without.
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_busy{false};
+    std::atomic<std::int32_t> m_threadId{-1};
 
     char m_name[16] = "TimerThread";
 };
 
 /// On the stack of the worker: marks its thread, and tells the state if the thread ends in the
 /// middle of a task, by pthread_exit() or cancellation.
-class TimerThread::State::WorkerScope {
+class TEVALON_BASE_LOCAL TimerThread::State::WorkerScope {
 public:
     WorkerScope(TimerThread* p_owner, State* p_state) : m_thread(p_owner), m_state(*p_state) {}
     ~WorkerScope() {

@@ -1,4 +1,4 @@
-#include "timer/task_queue.h"
+#include "timer_thread/task_queue.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // task_queue.h: the tasks of a timer thread, in the order in which they are due.
 
-#ifndef SRC_TIMER_TASK_QUEUE_H
-#define SRC_TIMER_TASK_QUEUE_H
+#ifndef SRC_TIMER_THREAD_TASK_QUEUE_H
+#define SRC_TIMER_THREAD_TASK_QUEUE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/timer/timer_task.h"
-#include "timer/task_store.h"
+#include "timer_thread/task_slab.h"
 
 namespace tevalon::base::timer {
 
@@ -26,7 +26,7 @@ namespace tevalon::base::timer {
 /// Thread-safety: none; the owner's lock guards it.
 class TaskQueue {
 public:
-    using Task = TaskStore::Task;
+    using Task = TaskSlab::Task;
 
     TaskQueue() = default;
     ~TaskQueue();
@@ -100,9 +100,9 @@ private:
 
     Blocks m_blocks;
     std::size_t m_size = 0;
-    TaskStore m_tasks;
+    TaskSlab m_tasks;
 };
 
 }  // namespace tevalon::base::timer
 
-#endif  // SRC_TIMER_TASK_QUEUE_H
+#endif  // SRC_TIMER_THREAD_TASK_QUEUE_H

@@ -1,7 +1,7 @@
-// task_store.h: room for the tasks that a queue holds.
+// task_slab.h: room for the tasks that a queue holds.
 
-#ifndef SRC_TIMER_TASK_STORE_H
-#define SRC_TIMER_TASK_STORE_H
+#ifndef SRC_TIMER_THREAD_TASK_SLAB_H
+#define SRC_TIMER_THREAD_TASK_SLAB_H
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,7 @@ namespace tevalon::base::timer {
 /// Room is used again; beyond that for a few tasks it is given back when the last one goes.
 ///
 /// Thread-safety: none.
-class TaskStore {
+class TaskSlab {
 public:
     using Task = std::shared_ptr<TimerTaskBase>;
 
@@ -66,4 +66,4 @@ private:
 
 }  // namespace tevalon::base::timer
 
-#endif  // SRC_TIMER_TASK_STORE_H
+#endif  // SRC_TIMER_THREAD_TASK_SLAB_H

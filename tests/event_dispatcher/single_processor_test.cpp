@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "event_dispatcher/adaptive_spin.h"
+#include "event_dispatcher/spin.h"
 
 extern "C" int get_nprocs() noexcept {
     return 1;

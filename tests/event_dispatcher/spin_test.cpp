@@ -1,4 +1,4 @@
-#include "event_dispatcher/adaptive_spin.h"
+#include "event_dispatcher/spin.h"
 
 #include <gtest/gtest.h>
 

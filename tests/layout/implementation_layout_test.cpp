@@ -40,7 +40,7 @@ LAYOUT_FIELD(HubThreadMtx, EventHubImpl, m_threadMtx);
 LAYOUT_FIELD(HubExit, EventHubImpl, m_exit);
 LAYOUT_FIELD(HubThread, EventHubImpl, m_thread);
 LAYOUT_FIELD(HubQueueMtx, EventHubImpl, m_queueMtx);
-LAYOUT_FIELD(HubQueueCv, EventHubImpl, m_queueCv);
+LAYOUT_FIELD(HubQueueCv, EventHubImpl, m_wakeUp);
 LAYOUT_FIELD(HubEventQueue, EventHubImpl, m_eventQueue);
 LAYOUT_FIELD(HubHandlerMtx, EventHubImpl, m_handlerMtx);
 LAYOUT_FIELD(HubHandlers, EventHubImpl, m_handlers);

@@ -1,4 +1,4 @@
-#include "timer/precise_wait.h"
+#include "os/precise_wait.h"
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>

@@ -1,4 +1,4 @@
-#include "timer/timer_list.h"
+#include "timer/timer_heap.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ namespace {
 using tevalon::base::simple_timer::ExpiredTime;
 using tevalon::base::simple_timer::ONCE;
 using tevalon::base::simple_timer::TimerImpl;
-using tevalon::base::simple_timer::TimerList;
+using tevalon::base::simple_timer::TimerHeap;
 using Impl = std::shared_ptr<TimerImpl>;
 
 // The clock reads as the test says, so that expiries can be chosen.
@@ -41,8 +41,8 @@ void insertByWalk(std::list<Impl>* p_list, const Impl& timer) {
     p_list->insert(later, timer);
 }
 
-TEST(TimerListTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
-    TimerList list;
+TEST(TimerHeapTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
+    TimerHeap list;
     const std::vector<Impl> timers = {timerDueAt({5, 1}), timerDueAt({5, 1}), timerDueAt({5, 0})};
     for (const Impl& timer : timers) list.insert(timer, timer->expiredTime());
 
@@ -53,8 +53,8 @@ TEST(TimerListTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
     EXPECT_TRUE(list.empty());
 }
 
-TEST(TimerListTest, ATimerIsListedOnce) {
-    TimerList list;
+TEST(TimerHeapTest, ATimerIsListedOnce) {
+    TimerHeap list;
     const Impl timer = timerDueAt({5, 1});
     list.insert(timer, timer->expiredTime());
     list.insert(timer, timer->expiredTime());
@@ -66,8 +66,8 @@ TEST(TimerListTest, ATimerIsListedOnce) {
 }
 
 // Not by the timer's own, which another start of it may change meanwhile.
-TEST(TimerListTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
-    TimerList list;
+TEST(TimerHeapTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
+    TimerHeap list;
     const Impl first = timerDueAt({5, 0});
     const Impl second = timerDueAt({30, 0});
 
@@ -78,12 +78,12 @@ TEST(TimerListTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
     EXPECT_FALSE(list.headExpiredTime() < (ExpiredTime{10, 0}));
 }
 
-TEST(TimerListTest, PlacesAreThoseOfTheWalk) {
+TEST(TimerHeapTest, PlacesAreThoseOfTheWalk) {
     std::mt19937 random(7);
     std::uniform_int_distribution<int> second(-2, 3);
     std::uniform_int_distribution<int> nanosecond(0, 3);
     std::uniform_int_distribution<int> chance(0, 99);
-    TimerList list;
+    TimerHeap list;
     std::list<Impl> plain;
 
     for (int step = 0; step < 4000; ++step) {

@@ -22,6 +22,9 @@
 /// On a pointer member: what it points to is read and written only with the lock held.
 #define TEVALON_PT_GUARDED_BY(mutex) TEVALON_THREAD_ANNOTATION(pt_guarded_by(mutex))
 
+/// On a lock: where both are held, the other one was taken first.
+#define TEVALON_ACQUIRED_AFTER(...) TEVALON_THREAD_ANNOTATION(acquired_after(__VA_ARGS__))
+
 /// On a function: to be called with the lock held.
 #define TEVALON_REQUIRES(...) TEVALON_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 /// On a function: to be called without the lock held, because it takes it.

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "base/export.h"
@@ -145,7 +146,7 @@ private:
     TEVALON_BASE_LOCAL static bool isWatchable(WATCH_ID id);
     /// @param p_logged  Gets what checkTimers() returns; may be null.
     TEVALON_BASE_LOCAL void checkAll(std::vector<int>* p_logged) TEVALON_EXCLUDES(m_mutex);
-    TEVALON_BASE_LOCAL bool takeOverrun(int id, Report* p_report) TEVALON_EXCLUDES(m_mutex);
+    TEVALON_BASE_LOCAL std::optional<Report> takeOverrun(int id) TEVALON_EXCLUDES(m_mutex);
 
     TimeoutCallback m_callback TEVALON_GUARDED_BY(m_mutex) = nullptr;
     void* m_callbackContext TEVALON_GUARDED_BY(m_mutex) = nullptr;

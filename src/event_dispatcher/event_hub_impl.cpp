@@ -1,0 +1,241 @@
+// A hub's log lines carry one file name; this source's numbers begin where the other's end.
+#define BLOG_TAG "EventDispatcher"
+#define BLOG_FILE "event_hub.cpp"
+#define BLOG_LINE (1000 + __LINE__)
+
+#include "event_dispatcher/event_hub_impl.h"
+
+#include <exception>
+#include <utility>
+
+#include "base/logging/blog.h"
+#include "event_dispatcher/status.h"
+#include "os/no_cancellation.h"
+#include "os/thread_name.h"
+
+namespace tevalon::base::event_dispatcher {
+
+EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
+
+EventHubImpl::~EventHubImpl() {
+    {
+        const MutexGuard lock(m_threadMtx);
+        m_isDestroyed = true;
+    }
+    onUnregistered();
+    if (HandlerThread::isThisThreadOf(this)) letOwnThreadGo();
+    // Handlers first, then the events that none of them has seen, oldest first.
+    m_handlers.clear();
+    m_takenEvents.clear();
+    m_eventQueue.clear();
+}
+
+std::int32_t EventHubImpl::registerHandler(std::int32_t eventType, Handler handler) {
+    return registerHandler(kAnyModule, eventType, std::move(handler));
+}
+
+std::int32_t EventHubImpl::registerHandler(std::int32_t srcModule, std::int32_t eventType,
+                                           Handler handler) {
+    if (!handler) {
+        BLOG(kLogError, "handler is NULL.\n");
+        return kNullArgument;
+    }
+    if (!ensureThread()) BLOG(kLogError, "Fail to create EventHandlerThread.\n");
+    if (!addUnlessExists({srcModule, eventType, std::move(handler)})) {
+        BLOG(kLogError, "Event handler already exists.\n\n");
+        return kExists;
+    }
+    return kOk;
+}
+
+bool EventHubImpl::ensureThread() {
+    std::shared_ptr<std::thread> left;
+    MutexLock lock(m_threadMtx);
+    if (m_isDestroyed) return false;
+    // A thread that is being joined may be here itself: a handler in hand registers another. It
+    // must neither wait for that join nor start a second thread.
+    if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
+    left = std::move(m_thread);
+    expectNoExit();
+    try {
+        m_thread = std::make_shared<std::thread>(handleEventTask, this);
+    } catch (const std::exception&) {
+        m_thread = nullptr;  // No thread, or no memory for one.
+    }
+    const bool isStarted = m_thread != nullptr;
+    lock.unlock();
+    if (left != nullptr) left->join();  // Returns soon: it has left.
+    return isStarted;
+}
+
+void EventHubImpl::expectNoExit() {
+    const MutexGuard lock(m_queueMtx);
+    m_exit = false;
+    m_hasLeft = false;
+}
+
+// A thread that was told to leave from one of its own handlers goes on if it has not left yet, so
+// that no two threads ever serve one hub.
+bool EventHubImpl::staysForNewHandler() {
+    const MutexGuard lock(m_queueMtx);
+    if (m_hasLeft) return false;
+    m_exit = false;
+    return true;
+}
+
+bool EventHubImpl::addUnlessExists(InnerHandler_t record) {
+    const MutexGuard lock(m_handlerMtx);
+    if (handlerExists(record)) return false;
+    m_handlers.add(std::move(record));
+    return true;
+}
+
+bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
+    return m_handlers.find(key.srcModule, key.eventType) != nullptr;
+}
+
+std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
+    if (event == nullptr) return kFailed;
+    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) return kFailed;
+    bool isWaiting = false;
+    {
+        const MutexGuard lock(m_queueMtx);
+        m_eventQueue.push(std::move(event));
+        isWaiting = std::exchange(m_isWaiting, false);
+    }
+    m_hasNews.store(true, std::memory_order_relaxed);
+    // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
+    if (isWaiting) m_wakeUp.post();
+    return kOk;
+}
+
+// Tells that the handler thread has left, in whatever way: pthread_exit() in a handler, or
+// cancellation, unwinds the stack.
+class EventHubImpl::Leaving {
+public:
+    Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
+    ~Leaving() {
+        if (m_thread.isOwnerGone()) return;
+        const MutexGuard lock(m_hub.m_queueMtx);
+        m_hub.m_hasLeft = true;
+    }
+
+    Leaving(const Leaving&) = delete;
+    Leaving& operator=(const Leaving&) = delete;
+
+private:
+    EventHubImpl& m_hub;
+    const HandlerThread& m_thread;
+};
+
+void EventHubImpl::handleEventTask(EventHubImpl* self) {
+    if (self == nullptr) {
+        BLOG(kLogError, "Param is NULL.\n");
+        return;
+    }
+    nameThisThread("Evt:%d", self->m_moduleId);
+    const HandlerThread thread(self);
+    const Leaving leaving(self, thread);
+    std::shared_ptr<BrowserEvent> event;
+    // A handler may destroy the hub: nothing of it is touched then.
+    while (!thread.isOwnerGone() && self->takeEvent(&event)) self->handle(std::move(event));
+}
+
+bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
+    if ((m_exit || m_takenEvents.empty()) && !takeQueue()) return false;
+    *p_event = m_takenEvents.pop();
+    return true;
+}
+
+bool EventHubImpl::takeQueue() {
+    if (!m_exit) lookForEvents();
+    MutexLock lock(m_queueMtx);
+    while (!m_exit && m_takenEvents.empty() && m_eventQueue.empty()) {
+        m_isWaiting = true;  // Until somebody posts, who clears it: once for each wait.
+        lock.unlock();
+        m_wakeUp.wait();
+        lock.lock();
+    }
+    if (m_exit) {
+        m_hasLeft = true;
+        return false;
+    }
+    if (m_takenEvents.empty()) m_takenEvents.swap(m_eventQueue);
+    m_hasNews.store(false, std::memory_order_relaxed);
+    return true;
+}
+
+void EventHubImpl::lookForEvents() {
+    m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
+}
+
+void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
+    const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
+    if (found == nullptr) return;
+    // A copy, for each event: what a handler changes in itself is forgotten.
+    const Handler handler = found->handler;
+    handler(std::move(event));
+}
+
+void EventHubImpl::onUnregistered() {
+    const NoCancellation noCancellation;
+    if (HandlerThread::isThisThreadOf(this)) {
+        // Without m_teardownMtx: whoever holds it may be waiting for this thread.
+        BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
+        requestExit();
+        BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+        return;
+    }
+    const MutexGuard teardown(m_teardownMtx);
+    if (!claimJoin()) {
+        BLOG(kLogInfo, "Didn't create thread, so need not destroy thread.\n");
+        BLOG(kLogAlways, "Exit onUnregistered.\n");
+        return;
+    }
+    BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
+    requestExit();
+    joinThread();
+    BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+}
+
+// False where there is no thread.
+bool EventHubImpl::claimJoin() {
+    const MutexGuard lock(m_threadMtx);
+    if (m_thread == nullptr) return false;
+    m_isJoining =
+        true;  // Before the thread is told to leave, lest a registration tells it to stay.
+    return true;
+}
+
+void EventHubImpl::requestExit() {
+    m_exit = true;
+    m_hasNews.store(true, std::memory_order_relaxed);
+    // Either the thread sees the flag when it has the lock, or we see that it waits. It waits for
+    // the flag as well as for events, so none has to be made up, and allocated, here.
+    const MutexGuard lock(m_queueMtx);
+    if (std::exchange(m_isWaiting, false)) m_wakeUp.post();
+}
+
+void EventHubImpl::joinThread() {
+    std::shared_ptr<std::thread> thread;
+    {
+        const MutexGuard lock(m_threadMtx);
+        thread = m_thread;
+    }
+    // Unlocked, and m_thread still set; see ensureThread().
+    if (thread->joinable()) thread->join();
+    const MutexGuard lock(m_threadMtx);
+    m_isJoining = false;
+    m_thread.reset();
+}
+
+// The hub is destroyed in one of its own handlers. The thread ends when that returns, and touches
+// nothing but its stack until then. Where another thread is waiting for it, that one is owed the
+// join; the process is ending then.
+void EventHubImpl::letOwnThreadGo() {
+    HandlerThread::ownerIsGone();
+    const MutexGuard lock(m_threadMtx);
+    if (m_thread != nullptr && !m_isJoining) m_thread->detach();
+}
+
+}  // namespace tevalon::base::event_dispatcher

@@ -1,0 +1,71 @@
+// annotated_mutex.h: std::mutex and its guards, for Clang's -Wthread-safety to check.
+
+#ifndef SRC_OS_ANNOTATED_MUTEX_H
+#define SRC_OS_ANNOTATED_MUTEX_H
+
+#include <condition_variable>
+#include <mutex>
+
+#include "base/synchronization/thread_annotations.h"
+
+namespace tevalon::base {
+
+/// A std::mutex that the analysis knows: libstdc++'s carries no annotations. Throws
+/// std::system_error where it cannot be locked, as std::mutex does. For the library's own state;
+/// locks whose failures are reported in the log are those of base/synchronization/.
+class TEVALON_CAPABILITY("mutex") AnnotatedMutex {
+public:
+    AnnotatedMutex() = default;
+
+    AnnotatedMutex(const AnnotatedMutex&) = delete;
+    AnnotatedMutex& operator=(const AnnotatedMutex&) = delete;
+
+    /// For guards.
+    std::mutex& native() { return m_mutex; }
+
+private:
+    std::mutex m_mutex;
+};
+
+/// Holds the mutex for the length of a scope.
+class TEVALON_SCOPED_CAPABILITY MutexGuard {
+public:
+    explicit MutexGuard(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex) : m_guard(mutex.native()) {}
+    ~MutexGuard() TEVALON_RELEASE() {}
+
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+private:
+    const std::lock_guard<std::mutex> m_guard;
+};
+
+/// The same, which can be released for a while, or wait.
+class TEVALON_SCOPED_CAPABILITY MutexLock {
+public:
+    explicit MutexLock(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex) : m_lock(mutex.native()) {}
+    ~MutexLock() TEVALON_RELEASE() {}
+
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+    void lock() TEVALON_ACQUIRE() { m_lock.lock(); }
+    void unlock() TEVALON_RELEASE() { m_lock.unlock(); }
+
+    /// Releases the mutex, waits once, and takes it again; may return for no reason. The caller
+    /// loops, for the analysis does not see into a predicate.
+    void wait(std::condition_variable& condition) { condition.wait(m_lock); }
+
+    /// For at most @p duration, on the monotonic clock.
+    template <typename Duration>
+    void waitFor(std::condition_variable& condition, const Duration& duration) {
+        (void)condition.wait_for(m_lock, duration);
+    }
+
+private:
+    std::unique_lock<std::mutex> m_lock;
+};
+
+}  // namespace tevalon::base
+
+#endif  // SRC_OS_ANNOTATED_MUTEX_H

@@ -1,0 +1,295 @@
+// Log lines of the simple timer carry one file name; this source's numbers begin where no other's
+// end.
+#define BLOG_FILE "timer.cpp"
+#define BLOG_LINE (1000 + __LINE__)
+
+#include "timer/scheduler.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <optional>
+
+#include "base/logging/blog.h"
+#include "base/logging/trace.h"
+#include "os/annotated_mutex.h"
+#include "os/descriptor_set.h"
+#include "os/detached_thread.h"
+#include "os/monotonic_time.h"
+#include "os/no_cancellation.h"
+#include "os/precise_wait.h"
+#include "os/thread_name.h"
+#include "timer/expired_time.h"
+#include "timer/timer_heap.h"
+#include "timer/timer_impl.h"
+
+namespace tevalon::base::simple_timer {
+namespace {
+
+constexpr int CMD_START = 1;
+constexpr int CMD_RESCHEDULE = 2;
+
+constexpr int kReadEnd = 0;
+constexpr int kWriteEnd = 1;
+
+// Earlier and later than every expiry: the scheduler is about to look at the list, or waits for a
+// command alone.
+constexpr ExpiredTime kLooksAtOnce = {INT32_MIN, INT32_MIN};
+constexpr ExpiredTime kSleepsForEver = {INT32_MAX, INT32_MAX};
+
+pthread_once_t g_timerThreadOnce = PTHREAD_ONCE_INIT;
+int g_cmdPipe[2] = {0, 0};    // Written once, before there is a second thread to read it.
+AnnotatedMutex g_timerMutex;  // Guards the started timers. Taken before a timer's own mutex.
+
+// Until when the scheduler sleeps unless a command wakes it. A head that is earlier has not been
+// announced: its command was lost.
+ExpiredTime g_sleepsUntil TEVALON_GUARDED_BY(g_timerMutex) = kSleepsForEver;
+
+// Never destroyed: the scheduler goes on while the process exits.
+TimerHeap& timerHeap() TEVALON_REQUIRES(g_timerMutex) {
+    static TimerHeap* const s_timerHeap = new TimerHeap();
+    return *s_timerHeap;
+}
+
+// Not cancelled by the caller's thread: write() is a cancellation point.
+void SendCmd(int cmd) TEVALON_REQUIRES(g_timerMutex) {
+    errno = 0;
+    const bool isWritten = write(g_cmdPipe[kWriteEnd], &cmd, sizeof(cmd)) != -1;
+    const int error = errno;
+    // A pipe that is full of commands will wake the thread as well as one more would.
+    if (isWritten || error == EAGAIN) {
+        g_sleepsUntil = kLooksAtOnce;
+        return;
+    }
+    BLOG(kLogError, "Fail to wrtie data, errno(%d):'%s'.\n", error, strerror(error));
+}
+
+int receiveCmd() {
+    int cmd = 0;
+    (void)!read(g_cmdPipe[kReadEnd], &cmd, sizeof(cmd));  // It has done its work by waking us.
+    return cmd;
+}
+
+// Once a timer is listed nothing may be cancelled before its command is sent and it is marked
+// started: neither a log line nor the command.
+void sendCmdBecauseOf(const char* name, int cmd) TEVALON_REQUIRES(g_timerMutex) {
+    const NoCancellation noCancellation;
+    const char* const command = cmd == CMD_START ? "CMD_START" : "CMD_RESCHEDULE";
+    BLOG_AS("InsterTimer", kLogDebug, "Send %s(%d) because of timer('%s').\n", command, cmd, name);
+    SendCmd(cmd);
+}
+
+void logNormalPosition(const char* name) {
+    if (!isLogOn(kLogDebug)) return;
+    const NoCancellation noCancellation;
+    BLOG_AS("InsterTimer", kLogDebug, "Insert timer:'%s' to normal position.\n", name);
+}
+
+// The expiry is read once, by the caller: another thread that starts the same timer may change it
+// at any time, and the place in the list and the command must go by the same one.
+int InsterTimer(std::shared_ptr<TimerImpl> const& timer, const ExpiredTime& expired, bool sendCmd)
+    TEVALON_REQUIRES(g_timerMutex) {
+    const char* name = timer->name().c_str();
+    BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
+    TimerHeap& timers = timerHeap();
+    if (timers.empty()) {
+        BLOG(kLogDebug, "Has no timer yet, insert timer:'%s' to head.\n", name);
+        timers.insert(timer, expired);
+        if (sendCmd) sendCmdBecauseOf(name, CMD_START);
+    } else if (expired < timers.headExpiredTime()) {
+        BLOG(kLogDebug, "Insert timer:'%s' to head.\n", name);
+        timers.insert(timer, expired);
+        if (sendCmd) sendCmdBecauseOf(name, CMD_RESCHEDULE);
+    } else {
+        timers.insert(timer, expired);
+        logNormalPosition(name);
+        const bool isLost = timers.headExpiredTime() < g_sleepsUntil;  // An earlier command.
+        if (sendCmd && isLost) sendCmdBecauseOf(name, CMD_RESCHEDULE);
+    }
+    return 0;
+}
+
+// A new thread for each run, so that a slow handler delays no other timer.
+void RunTimerHandler(std::shared_ptr<TimerImpl> timer) {
+    nameThisThread("T:%s", timer->name().c_str());
+    timer->runHandler();
+}
+
+void startHandlerThread(const std::shared_ptr<TimerImpl>& timer) {
+    try {
+        startDetachedThread([timer] { RunTimerHandler(timer); });
+    } catch (const std::exception& error) {
+        BLOG_AS("HandleTimeout", kLogError,
+                "Fail to create handler thread of timer:'%s', error:'%s'.\n", timer->name().c_str(),
+                error.what());
+    }
+}
+
+// The head is due at @p now.
+void fireHead(const ExpiredTime& now) TEVALON_REQUIRES(g_timerMutex) {
+    TimerHeap& timers = timerHeap();
+    const std::shared_ptr<TimerImpl> timer = timers.head();
+    timers.remove(*timer);
+    const char* name = timer->name().c_str();
+    if (timer->type() == ONCE) {
+        BLOG_AS("HandleTimeout", kLogDebug, "Timer:'%s' type is ONCE, stop now.\n", name);
+        timer->setStarted(false);
+    } else {
+        BLOG_AS("HandleTimeout", kLogDebug, "Timer:'%s' type is CONTINUE, reschedule it.\n", name);
+        timer->reschedule(now);
+        // Does not allocate: the heap has kept the room that the timer had.
+        InsterTimer(timer, timer->expiredTime(), false);
+    }
+    startHandlerThread(timer);
+}
+
+void HandleTimeout() {
+    errno = 0;
+    const std::optional<timespec> now = readMonotonicClock();
+    if (!now) {
+        const int error = errno;
+        BLOG(kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error, strerror(error));
+        return;
+    }
+    const MutexGuard lock(g_timerMutex);
+    TimerHeap& timers = timerHeap();
+    // All by one reading: a timer whose period is short fires once in a wake.
+    while (!timers.empty() && !(fromTimespec(*now) < timers.headExpiredTime())) {
+        fireHead(fromTimespec(*now));
+    }
+    timers.giveRoomBack();
+}
+
+std::optional<timeval> CaculateSelectTimeout(const ExpiredTime& expired) {
+    errno = 0;
+    const std::optional<timespec> now = readMonotonicClock();
+    if (!now) {
+        const int error = errno;
+        BLOG(kLogError, "Fail to get now time, errorno(%d):'%s', timeout is 0.\n", error,
+             strerror(error));
+        return std::nullopt;
+    }
+    return waitUntil(expired, fromTimespec(*now));
+}
+
+// The head's expiry; none when there is no timer. Allocates nothing: without memory the timers go
+// on.
+std::optional<ExpiredTime> readHead() {
+    std::shared_ptr<TimerImpl> head;  // Keeps the name for the line, which is written unlocked.
+    ExpiredTime expired = kSleepsForEver;
+    {
+        const MutexGuard lock(g_timerMutex);
+        const TimerHeap& timers = timerHeap();
+        if (!timers.empty()) {
+            head = timers.head();
+            expired = timers.headExpiredTime();
+        }
+        g_sleepsUntil = expired;
+    }
+    if (head == nullptr) {
+        BLOG_AS("HandleTimerThread", kLogDebug, "No timer need handle.\n");
+        return std::nullopt;
+    }
+    BLOG_AS("HandleTimerThread", kLogDebug,
+            "Waiting for timer('%s') expired, expiredTime(sec:%ld, nsec:%ld).\n",
+            head->name().c_str(), static_cast<long>(expired.sec), static_cast<long>(expired.nsec));
+    return expired;
+}
+
+// A null p_wait waits without limit.
+int waitForCmd(DescriptorSet* p_commands, timeval* p_wait) {
+    const PreciseWait precise;
+    errno = 0;
+    const int ready = p_commands->waitReadable(p_wait);
+    if (ready == -1) {
+        const int error = errno;
+        BLOG_AS("HandleTimerThread", kLogError, "Fail to select, errno(%d):'%s'.\n", error,
+                strerror(error));
+    }
+    return ready;
+}
+
+// Until there are no timers.
+void serveTimers(DescriptorSet* p_commands) {
+    while (const std::optional<ExpiredTime> expired = readHead()) {
+        std::optional<timeval> wait = CaculateSelectTimeout(*expired);
+        if (!wait) continue;
+        const int ready = waitForCmd(p_commands, &*wait);
+        if (ready > 0) {
+            (void)receiveCmd();
+            BLOG_AS("HandleTimerThread", kLogDebug, "Need reschedule, continue.\n");
+        } else if (ready == 0) {
+            BLOG_AS("HandleTimerThread", kLogDebug, "Timeout.\n");
+            HandleTimeout();
+        }
+    }
+}
+
+[[noreturn]] void HandleTimerThread(DescriptorSet* p_commands) {
+    nameThisThread("SimpleTimer");
+    while (true) {
+        BLOG(kLogInfo, "No timer, wait for ever.\n");
+        if (waitForCmd(p_commands, nullptr) == -1) continue;
+        BLOG(kLogInfo, "Has new timer, begin work.\n");
+        const int cmd = receiveCmd();
+        BLOG(kLogInfo, "cmd:%d.\n", cmd);
+        serveTimers(p_commands);
+    }
+}
+
+void StartTimerThreadOnce() {
+    const NoCancellation noCancellation;
+    BLOG_TRACE_SCOPE();
+    errno = 0;
+    // Not inherited by what the browser executes; never blocking whoever wakes the thread.
+    if (pipe2(g_cmdPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        const int error = errno;
+        BLOG(kLogError, "Fail to create pipe, errno(%d):'%s'.\n", error, strerror(error));
+        return;
+    }
+    try {
+        auto commands = std::make_unique<DescriptorSet>(g_cmdPipe[kReadEnd]);
+        startDetachedThread([p_commands = commands.get()] { HandleTimerThread(p_commands); });
+        (void)commands.release();  // The thread's, which never ends.
+    } catch (const std::exception& error) {
+        BLOG(kLogError, "Fail to create timer thread, error:'%s'.\n", error.what());
+    }
+}
+
+}  // namespace
+
+void ensureScheduler() {
+    (void)pthread_once(&g_timerThreadOnce, StartTimerThreadOnce);
+}
+
+void scheduleTimer(std::shared_ptr<TimerImpl> const& timer) {
+    const MutexGuard lock(g_timerMutex);
+    if (timer->isStarted()) return;  // Another thread was faster.
+    InsterTimer(timer, timer->expiredTime(), true);
+    timer->setStarted(true);
+}
+
+int RemoveTimer(std::shared_ptr<TimerImpl> const& timer) {
+    BLOG_TRACE_SCOPE();
+    BLOG(kLogInfo, "Will remove timer('%s').\n", timer->name().c_str());
+    const MutexGuard lock(g_timerMutex);
+    TimerHeap& timers = timerHeap();
+    const bool isHead = !timers.empty() && timers.head() == timer;
+    timers.remove(*timer);
+    timers.giveRoomBack();
+    timer->setStarted(false);
+    if (isHead) {
+        const NoCancellation noCancellation;
+        BLOG(kLogDebug, "Remove timer('%s') from head, send CMD_RESCHEDULE(%d).\n",
+             timer->name().c_str(), CMD_RESCHEDULE);
+        SendCmd(CMD_RESCHEDULE);
+    }
+    return 0;
+}
+
+}  // namespace tevalon::base::simple_timer

@@ -1,0 +1,28 @@
+// scheduler.h: the process's thread that starts the handlers of timers when they are due.
+
+#ifndef SRC_TIMER_SCHEDULER_H
+#define SRC_TIMER_SCHEDULER_H
+
+#include <memory>
+
+namespace tevalon::base::simple_timer {
+
+class TimerImpl;
+
+/// Starts the scheduler, once in a process; it never ends. Where it cannot be started it reports
+/// that, and timers are listed and never fire.
+void ensureScheduler();
+
+/// Lists @p timer by the expiry that it has now and marks it started, unless it is already. Throws
+/// std::bad_alloc, and has then changed nothing.
+///
+/// Any thread. Once the timer is listed the calling thread is not cancelled until its command is
+/// sent and it is marked.
+void scheduleTimer(std::shared_ptr<TimerImpl> const& timer);
+
+/// Takes @p timer off the list, if it is there, and marks it stopped. Any thread. Returns 0.
+int RemoveTimer(std::shared_ptr<TimerImpl> const& timer);
+
+}  // namespace tevalon::base::simple_timer
+
+#endif  // SRC_TIMER_SCHEDULER_H

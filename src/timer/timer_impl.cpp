@@ -1,0 +1,217 @@
+// Log lines of the simple timer carry one file name; this source's numbers begin where no other's
+// end.
+#define BLOG_FILE "timer.cpp"
+#define BLOG_LINE (2000 + __LINE__)
+
+#include "timer/timer_impl.h"
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "base/logging/blog.h"
+#include "base/logging/trace.h"
+#include "os/monotonic_time.h"
+
+#define ZERO_PERIOD_REFUSED "When type is CONTINUE, the timeout cannot be {0, 0, 0}.\n"
+
+namespace tevalon::base::simple_timer {
+namespace {
+
+bool isZero(const TimeoutTime& timeout) {
+    return timeout.sec == 0 && timeout.msec == 0 && timeout.usec == 0;
+}
+
+bool isZeroPeriod(const TimeoutTime& timeout, TimerType_e type) {
+    return type == CONTINUE && isZero(timeout);
+}
+
+}  // namespace
+
+TimerImpl::TimerImpl(Timer* timer, std::string name, TimeoutTime const& timeout,
+                     TimerHandler handler, void* userData, TimerType_e type)
+    : m_timer(timer),
+      m_name(std::move(name)),
+      m_timeout(timeout),
+      m_handler(std::make_shared<const TimerHandler>(std::move(handler))),
+      m_userData(userData),
+      m_type(type) {
+    if (isZeroPeriod(timeout, type)) {
+        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        m_isValid = false;
+        return;
+    }
+    if (!*m_handler) m_isValid = false;
+    caculateTimeout();
+}
+
+int TimerImpl::setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+                           TimerType_e type) {
+    if (isZeroPeriod(timeout, type)) {
+        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        m_isValid = false;
+        return kFailure;
+    }
+    auto newHandler = std::make_shared<const TimerHandler>(std::move(handler));
+    const MutexGuard lock(m_mutex);
+    m_timeout = timeout;
+    caculateTimeout();
+    m_handler.swap(newHandler);
+    m_userData = userData;
+    m_type = type;
+    m_isValid = true;
+    return kSuccess;
+}
+
+int TimerImpl::changeTimeout(TimeoutTime const& timeout) {
+    if (isZeroPeriod(timeout, type())) {
+        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        return kFailure;
+    }
+    const MutexGuard lock(m_mutex);
+    m_timeout = timeout;
+    caculateTimeout();
+    return kSuccess;
+}
+
+int TimerImpl::changeType(TimerType_e type) {
+    if (type == CONTINUE && isZero(timeout())) {
+        BLOG(kLogError, "When the timeout is {0, 0, 0}, you cannot change type to CONTINUE.\n");
+        return kFailure;
+    }
+    const MutexGuard lock(m_mutex);
+    m_type = type;
+    return kSuccess;
+}
+
+int TimerImpl::changeHandler(TimerHandler handler, void* userData) {
+    // The old handler is destroyed unlocked, by whoever lets go of it last.
+    auto newHandler = std::make_shared<const TimerHandler>(std::move(handler));
+    const MutexGuard lock(m_mutex);
+    m_handler.swap(newHandler);
+    m_userData = userData;
+    return kSuccess;
+}
+
+int TimerImpl::start() {
+    BLOG_TRACE_SCOPE();
+    if (caculateExpiredTime() != kSuccess) {
+        BLOG(kLogError, "Fail to start timer:'%s'.\n", m_name.c_str());
+        return kFailure;
+    }
+    m_needStop.store(false, std::memory_order_release);
+    m_isRunning.store(false, std::memory_order_release);  // Nobody is told: a stop waits on.
+    return kSuccess;
+}
+
+int TimerImpl::stop() {
+    BLOG(kLogDebug, "Will stop timer:'%s'.\n", m_name.c_str());
+    // In one order with the running flag, not only released: either a run sees that it is to stop,
+    // or we see that it goes on.
+    m_needStop = true;
+    BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
+    if (m_isRunning && !RunningThread::isThisThreadOf(this)) waitForRun();
+    BLOG(kLogAlways, "After wait timer:'%s' stop.\n", m_name.c_str());
+    return kSuccess;
+}
+
+void TimerImpl::waitForRun() {
+    MutexLock lock(m_mutex);
+    while (m_isRunning) lock.wait(m_cond);
+}
+
+int TimerImpl::stopNoBlock() {
+    m_needStop.store(true, std::memory_order_release);
+    return kSuccess;
+}
+
+void TimerImpl::retire() {
+    // The run that destroys its own timer goes on: it keeps what it still touches, and the timer
+    // is not among that.
+    const int ownRuns = RunningThread::isThisThreadOf(this) ? 1 : 0;
+    std::shared_ptr<const TimerHandler> handler;  // Goes with the timer, and without the lock.
+    MutexLock lock(m_mutex);
+    m_isRetired = true;
+    while (m_runs != ownRuns) lock.wait(m_cond);
+    handler = std::move(m_handler);
+}
+
+// A run that has begun is ended by the destructor, for a handler may leave in other ways than by
+// returning: pthread_exit() and cancellation unwind the stack.
+class TimerImpl::HandlerRun {
+public:
+    explicit HandlerRun(TimerImpl* p_timer) : m_timer(*p_timer) {
+        const MutexGuard lock(m_timer.m_mutex);
+        if (m_timer.m_isRetired) return;
+        m_timer.m_isRunning = true;
+        ++m_timer.m_runs;
+        m_handler = m_timer.m_handler;
+        m_userData = m_timer.m_userData;
+    }
+    ~HandlerRun() {
+        if (m_handler == nullptr) return;
+        m_handler.reset();  // Before the end is told: its code may be unloaded with the timer.
+        const MutexGuard lock(m_timer.m_mutex);
+        m_timer.m_isRunning = false;
+        --m_timer.m_runs;
+        m_timer.m_cond.notify_all();
+    }
+
+    HandlerRun(const HandlerRun&) = delete;
+    HandlerRun& operator=(const HandlerRun&) = delete;
+
+    void callHandler() const {
+        if (m_handler != nullptr) (*m_handler)(m_timer.m_timer, m_userData);
+    }
+
+private:
+    TimerImpl& m_timer;
+    std::shared_ptr<const TimerHandler> m_handler;  // Null where the timer has been retired.
+    void* m_userData = nullptr;
+};
+
+void TimerImpl::runHandler() {
+    // First, and so ended last: what a handler holds may destroy the timer with the handler.
+    const RunningThread thread(this);
+    const HandlerRun run(this);
+    run.callHandler();
+}
+
+void TimerImpl::reschedule(const ExpiredTime& now) {
+    constexpr TimeoutTime kShortestPause = {0, 1, 0};
+    const bool isKnown = caculateExpiredTime() == kSuccess;  // It has reported its own failure.
+    if (isKnown && isPositive(timeout())) return;
+    // A period that is over before it begins, or an expiry that stays in the past, would start
+    // threads without end.
+    const ExpiredTime earliest = after(now, kShortestPause);
+    if (m_expiredTime.load() < earliest) m_expiredTime.store(earliest);
+}
+
+int TimerImpl::caculateExpiredTime() {
+    errno = 0;
+    const std::optional<timespec> now = readMonotonicClock();
+    if (!now) {
+        const int error = errno;
+        BLOG(kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error, strerror(error));
+        return kFailure;
+    }
+    m_expiredTime.store(after(fromTimespec(*now), timeout()), std::memory_order_release);
+    return kSuccess;
+}
+
+TimerType_e TimerImpl::type() {
+    const MutexGuard lock(m_mutex);
+    return m_type;
+}
+
+TimeoutTime TimerImpl::timeout() {
+    const MutexGuard lock(m_mutex);
+    return m_timeout;
+}
+
+void TimerImpl::caculateTimeout() {
+    m_timeout = normalised(m_timeout);
+}
+
+}  // namespace tevalon::base::simple_timer
