@@ -34,8 +34,8 @@ void clear_option(int argc, char** argv, const std::string& token) {
 
 }  // namespace
 
-CommandLine::CommandLine(int argc, char** argv, std::string const& usageText,
-                         std::string const& extraText, bool addDefaults)
+CommandLine::CommandLine(int argc, char** argv, const std::string& usageText,
+                         const std::string& extraText, bool addDefaults)
     : m_argc(argc), m_argv(argv), m_usageText(usageText), m_extraText(extraText) {
     if (addDefaults) AddDefaultOptions();
 }
@@ -44,9 +44,9 @@ CommandLine::CommandLine(const CommandLine&) = default;
 CommandLine& CommandLine::operator=(const CommandLine&) = default;
 CommandLine::~CommandLine() = default;
 
-void CommandLine::AddOption(char const* longName, char shortName, bool hasLongName,
-                            std::string const& description, bool hasArgument,
-                            std::vector<char const*> const& aliases) {
+void CommandLine::AddOption(const char* longName, char shortName, bool hasLongName,
+                            const std::string& description, bool hasArgument,
+                            const std::vector<const char*>& aliases) {
     if (longName == nullptr) return;
     const auto taken = m_shortToLong.find(shortName);
     if (taken != m_shortToLong.end()) {
@@ -60,7 +60,7 @@ void CommandLine::AddOption(char const* longName, char shortName, bool hasLongNa
 
     if (hasLongName) {
         m_longOptions.push_back({longName, hasArgument, nullptr, shortName});
-        for (char const* alias : aliases) {
+        for (const char* alias : aliases) {
             // A null name would end the parser's table here.
             if (alias == nullptr) continue;
             m_longOptions.push_back({alias, hasArgument, nullptr, shortName});
@@ -69,16 +69,16 @@ void CommandLine::AddOption(char const* longName, char shortName, bool hasLongNa
     appendHelpLine(longName, shortName, hasLongName, description, hasArgument, aliases);
 }
 
-void CommandLine::AddOption(char const* longName, char shortName, bool hasLongName,
-                            std::string const& description, bool hasArgument, char const* alias) {
-    std::vector<char const*> aliases;
+void CommandLine::AddOption(const char* longName, char shortName, bool hasLongName,
+                            const std::string& description, bool hasArgument, const char* alias) {
+    std::vector<const char*> aliases;
     if (alias != nullptr) aliases.push_back(alias);
     AddOption(longName, shortName, hasLongName, description, hasArgument, aliases);
 }
 
 void CommandLine::AddDefaultOptions() {
-    const auto add = [this](char const* longName, char shortName, bool hasArgument,
-                            char const* description) {
+    const auto add = [this](const char* longName, char shortName, bool hasArgument,
+                            const char* description) {
         AddOption(longName, shortName, true, description, hasArgument, nullptr);
     };
     add("help", 'h', false, "Prints this message");
@@ -122,24 +122,24 @@ void CommandLine::finishParsing() {
     std::exit(0);
 }
 
-bool CommandLine::HasOption(std::string const& longName) const {
+bool CommandLine::HasOption(const std::string& longName) const {
     return m_values.count(longName) != 0;
 }
 
-std::string CommandLine::GetOptionValue(std::string const& longName) const {
+std::string CommandLine::GetOptionValue(const std::string& longName) const {
     const auto value = m_values.find(longName);
     return value != m_values.end() ? value->second : std::string();
 }
 
-void CommandLine::appendHelpLine(char const* longName, char shortName, bool hasLongName,
-                                 std::string const& description, bool hasArgument,
-                                 std::vector<char const*> const& aliases) {
+void CommandLine::appendHelpLine(const char* longName, char shortName, bool hasLongName,
+                                 const std::string& description, bool hasArgument,
+                                 const std::vector<const char*>& aliases) {
     const char* placeholder = hasArgument ? "#" : "";
     m_helpText.append("-").append(1, shortName).append(placeholder);
     if (hasLongName) {
         const char* longPlaceholder = hasArgument ? "=#" : "";
         m_helpText.append(" or --").append(longName).append(longPlaceholder);
-        for (char const* alias : aliases) {
+        for (const char* alias : aliases) {
             if (alias == nullptr) continue;
             m_helpText.append(" or --").append(alias).append(longPlaceholder);
         }

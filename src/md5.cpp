@@ -25,12 +25,12 @@ struct State {
 };
 
 // Little-endian bytes to a word and back, whatever the alignment; the length is in bytes.
-ALWAYS_INLINE std::uint32_t decode(unsigned char const* input) {
+ALWAYS_INLINE std::uint32_t decode(const unsigned char* input) {
     return static_cast<std::uint32_t>(input[0]) | static_cast<std::uint32_t>(input[1]) << 8 |
            static_cast<std::uint32_t>(input[2]) << 16 | static_cast<std::uint32_t>(input[3]) << 24;
 }
 
-void encode(unsigned char* output, std::uint32_t const* input, unsigned int length) {
+void encode(unsigned char* output, const std::uint32_t* input, unsigned int length) {
     for (unsigned int i = 0; i < length; i += 4, ++input) {
         output[i] = static_cast<unsigned char>(*input);
         output[i + 1] = static_cast<unsigned char>(*input >> 8);
@@ -41,7 +41,7 @@ void encode(unsigned char* output, std::uint32_t const* input, unsigned int leng
 
 // The 16 words of a block, read where they lie.
 struct Words {
-    unsigned char const* p_block;
+    const unsigned char* p_block;
 
     ALWAYS_INLINE std::uint32_t operator[](unsigned int i) const {
         return decode(p_block + std::size_t{4} * i);
@@ -156,7 +156,7 @@ ALWAYS_INLINE void roundI(State& state, Words x) {
 
 }  // namespace
 
-MD5::MD5(std::string const& text) {
+MD5::MD5(const std::string& text) {
     init();
     // One update takes no more than a 32-bit length.
     constexpr std::size_t kLongest = std::numeric_limits<unsigned int>::max();
@@ -178,7 +178,7 @@ void MD5::init() {
     m_state[3] = 0x10325476;
 }
 
-void MD5::update(unsigned char const* input, unsigned int length) {
+void MD5::update(const unsigned char* input, unsigned int length) {
     if (length == 0) return;  // The input may be null then.
 
     const unsigned int index = bytesInBuffer();
@@ -200,8 +200,8 @@ void MD5::update(unsigned char const* input, unsigned int length) {
     std::memcpy(m_buffer, input + (length - rest), rest);
 }
 
-void MD5::update(char const* input, unsigned int length) {
-    update(reinterpret_cast<unsigned char const*>(input), length);
+void MD5::update(const char* input, unsigned int length) {
+    update(reinterpret_cast<const unsigned char*>(input), length);
 }
 
 MD5& MD5::finalize() {
@@ -256,7 +256,7 @@ unsigned int MD5::bytesInBuffer() const {
     return (m_count[0] >> 3) % kBlockSize;
 }
 
-void MD5::transform(unsigned char const* blocks, unsigned int count) {
+void MD5::transform(const unsigned char* blocks, unsigned int count) {
     State state = {m_state[0], m_state[1], m_state[2], m_state[3]};
     for (; count != 0; --count, blocks += kBlockSize) {
         const Words words = {blocks};

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "base/logging/blog.h"
-#include "base/synchronization/system_error.h"
+#include "base/synchronization/internal/system_error.h"
 
 namespace tevalon::base::internal {
 

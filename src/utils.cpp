@@ -62,38 +62,38 @@ Number readNative(const unsigned char* p_bytes) {
 
 }  // namespace
 
-std::string toLowerCase(std::string const& text) {
+std::string toLowerCase(const std::string& text) {
     std::string lower(text);
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lower;
 }
 
-std::int32_t dstoi(std::string const& text, int& value) {
+std::int32_t dstoi(const std::string& text, int& value) {
     return parseDecimal(text, &value);
 }
 
-std::int32_t dstol(std::string const& text, long& value) {
+std::int32_t dstol(const std::string& text, long& value) {
     return parseDecimal(text, &value);
 }
 
-std::int32_t dstoll(std::string const& text, long long& value) {
+std::int32_t dstoll(const std::string& text, long long& value) {
     return parseDecimal(text, &value);
 }
 
-std::int32_t dstoui(std::string const& text, unsigned int& value) {
+std::int32_t dstoui(const std::string& text, unsigned int& value) {
     return parseDecimal(text, &value);
 }
 
-std::int32_t dstoul(std::string const& text, unsigned long& value) {
+std::int32_t dstoul(const std::string& text, unsigned long& value) {
     return parseDecimal(text, &value);
 }
 
-std::int32_t dstoull(std::string const& text, unsigned long long& value) {
+std::int32_t dstoull(const std::string& text, unsigned long long& value) {
     return parseDecimal(text, &value);
 }
 
-bool isPathExists(char const* name) {
+bool isPathExists(const char* name) {
     if (name == nullptr) return false;
     errno = 0;
     const int result = access(name, F_OK);
@@ -103,7 +103,7 @@ bool isPathExists(char const* name) {
     return false;
 }
 
-bool hasSuffix(std::string const& path, std::string const& suffix) {
+bool hasSuffix(const std::string& path, const std::string& suffix) {
     if (path.empty() || suffix.size() == path.size()) return false;
     const std::size_t dot = path.rfind('.');
     if (dot == std::string::npos) return false;
@@ -153,7 +153,7 @@ std::string generateUUID() {
     return std::string(text.get());
 }
 
-std::int32_t rmDir(char const* dirPath) {
+std::int32_t rmDir(const char* dirPath) {
     if (dirPath == nullptr) {
         BLOG(kLogError, "dirPath is NULL.\n\n");
         return -1;
@@ -193,7 +193,7 @@ std::int32_t rmDir(char const* dirPath) {
     return -3;
 }
 
-std::int32_t separateStr(std::string const& text, std::string const& delimiters,
+std::int32_t separateStr(const std::string& text, const std::string& delimiters,
                          std::vector<std::string>& out) {
     std::size_t begin = 0;
     std::size_t end = text.find_first_of(delimiters);

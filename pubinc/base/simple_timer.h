@@ -75,9 +75,9 @@ public:
     /// Set everything anew, or one thing; only while the timer is stopped. A CONTINUE timer
     /// does not take a timeout of zero. setProperty() makes any timer fit to start, even
     /// without a handler; it must have one when it fires.
-    int setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+    int setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
                     TimerType_e type);
-    int changeTimeout(TimeoutTime const& timeout);
+    int changeTimeout(const TimeoutTime& timeout);
     int changeType(TimerType_e type);
     int changeHandler(TimerHandler handler, void* userData);
 

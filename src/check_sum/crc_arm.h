@@ -1,7 +1,7 @@
 // crc_arm.h: the engines of ARMv8 processors in 32-bit state.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_ARM_H
-#define BASE_SRC_CHECK_SUM_CRC_ARM_H
+#ifndef SRC_CHECK_SUM_CRC_ARM_H
+#define SRC_CHECK_SUM_CRC_ARM_H
 
 // Only GCC compiles single functions for another ARM processor than the rest of the build.
 #if defined(__arm__) && !defined(__ARMEB__) && !defined(__SOFTFP__) && !defined(__clang__)
@@ -22,4 +22,4 @@ extern const Engine kArmCrc32Engine;
 #define TEVALON_BASE_CRC_ARM 0
 #endif
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_ARM_H
+#endif  // SRC_CHECK_SUM_CRC_ARM_H

@@ -1,7 +1,7 @@
 // crc_engine.h: what the processor can do for CRCs beyond looking up tables.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_ENGINE_H
-#define BASE_SRC_CHECK_SUM_CRC_ENGINE_H
+#ifndef SRC_CHECK_SUM_CRC_ENGINE_H
+#define SRC_CHECK_SUM_CRC_ENGINE_H
 
 #include <atomic>
 #include <cstddef>
@@ -51,4 +51,4 @@ inline const Engine& engine() noexcept {
 
 }  // namespace tevalon::base::utils::crc
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_ENGINE_H
+#endif  // SRC_CHECK_SUM_CRC_ENGINE_H

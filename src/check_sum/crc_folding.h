@@ -1,7 +1,7 @@
 // crc_folding.h: the constants with which carry-less multiplication computes a CRC.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_FOLDING_H
-#define BASE_SRC_CHECK_SUM_CRC_FOLDING_H
+#ifndef SRC_CHECK_SUM_CRC_FOLDING_H
+#define SRC_CHECK_SUM_CRC_FOLDING_H
 
 #include <cstddef>
 #include <cstdint>
@@ -115,4 +115,4 @@ constexpr typename R::Register narrowed(std::uint64_t crc) {
 
 }  // namespace tevalon::base::utils::crc
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_FOLDING_H
+#endif  // SRC_CHECK_SUM_CRC_FOLDING_H

@@ -1,7 +1,7 @@
 // crc_rule.h: what tells one CRC from another.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_RULE_H
-#define BASE_SRC_CHECK_SUM_CRC_RULE_H
+#ifndef SRC_CHECK_SUM_CRC_RULE_H
+#define SRC_CHECK_SUM_CRC_RULE_H
 
 #include <cstdint>
 
@@ -71,4 +71,4 @@ using Crc64 = Rule<64, 0x42F0E1EBA9EA3693, false>;
 
 }  // namespace tevalon::base::utils::crc
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_RULE_H
+#endif  // SRC_CHECK_SUM_CRC_RULE_H

@@ -1,7 +1,7 @@
 // crc_table.h: CRCs by table, on any processor: one byte at a time, and several.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_TABLE_H
-#define BASE_SRC_CHECK_SUM_CRC_TABLE_H
+#ifndef SRC_CHECK_SUM_CRC_TABLE_H
+#define SRC_CHECK_SUM_CRC_TABLE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -118,4 +118,4 @@ inline typename R::Register tableUpdate(typename R::Register crc, const unsigned
 
 }  // namespace tevalon::base::utils::crc
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_TABLE_H
+#endif  // SRC_CHECK_SUM_CRC_TABLE_H

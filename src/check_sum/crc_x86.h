@@ -1,7 +1,7 @@
 // crc_x86.h: the engines of x86-64 processors.
 
-#ifndef BASE_SRC_CHECK_SUM_CRC_X86_H
-#define BASE_SRC_CHECK_SUM_CRC_X86_H
+#ifndef SRC_CHECK_SUM_CRC_X86_H
+#define SRC_CHECK_SUM_CRC_X86_H
 
 #ifdef __x86_64__
 
@@ -20,4 +20,4 @@ extern const Engine kAvx512Engine;
 
 #endif  // __x86_64__
 
-#endif  // BASE_SRC_CHECK_SUM_CRC_X86_H
+#endif  // SRC_CHECK_SUM_CRC_X86_H

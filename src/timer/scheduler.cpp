@@ -92,7 +92,7 @@ void logNormalPosition(const char* name) {
 
 // The expiry is read once, by the caller: another thread that starts the same timer may change it
 // at any time, and the place in the list and the command must go by the same one.
-int InsterTimer(std::shared_ptr<TimerImpl> const& timer, const ExpiredTime& expired, bool sendCmd)
+int InsterTimer(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired, bool sendCmd)
     TEVALON_REQUIRES(g_timerMutex) {
     const char* name = timer->name().c_str();
     BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
@@ -267,14 +267,14 @@ void ensureScheduler() {
     (void)pthread_once(&g_timerThreadOnce, StartTimerThreadOnce);
 }
 
-void scheduleTimer(std::shared_ptr<TimerImpl> const& timer) {
+void scheduleTimer(const std::shared_ptr<TimerImpl>& timer) {
     const MutexGuard lock(g_timerMutex);
     if (timer->isStarted()) return;  // Another thread was faster.
     InsterTimer(timer, timer->expiredTime(), true);
     timer->setStarted(true);
 }
 
-int RemoveTimer(std::shared_ptr<TimerImpl> const& timer) {
+int RemoveTimer(const std::shared_ptr<TimerImpl>& timer) {
     BLOG_TRACE_SCOPE();
     BLOG(kLogInfo, "Will remove timer('%s').\n", timer->name().c_str());
     const MutexGuard lock(g_timerMutex);

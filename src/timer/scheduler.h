@@ -18,10 +18,10 @@ void ensureScheduler();
 ///
 /// Any thread. Once the timer is listed the calling thread is not cancelled until its command is
 /// sent and it is marked.
-void scheduleTimer(std::shared_ptr<TimerImpl> const& timer);
+void scheduleTimer(const std::shared_ptr<TimerImpl>& timer);
 
 /// Takes @p timer off the list, if it is there, and marks it stopped. Any thread. Returns 0.
-int RemoveTimer(std::shared_ptr<TimerImpl> const& timer);
+int RemoveTimer(const std::shared_ptr<TimerImpl>& timer);
 
 }  // namespace tevalon::base::simple_timer
 

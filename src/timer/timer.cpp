@@ -55,13 +55,13 @@ Timer::~Timer() {
         }                                                                       \
     } while (false)
 
-int Timer::setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+int Timer::setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
                        TimerType_e type) {
     RETURN_UNLESS_CHANGEABLE();
     return m_impl->setProperty(timeout, std::move(handler), userData, type);
 }
 
-int Timer::changeTimeout(TimeoutTime const& timeout) {
+int Timer::changeTimeout(const TimeoutTime& timeout) {
     RETURN_UNLESS_CHANGEABLE();
     return m_impl->changeTimeout(timeout);
 }

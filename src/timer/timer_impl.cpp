@@ -29,7 +29,7 @@ bool isZeroPeriod(const TimeoutTime& timeout, TimerType_e type) {
 
 }  // namespace
 
-TimerImpl::TimerImpl(Timer* timer, std::string name, TimeoutTime const& timeout,
+TimerImpl::TimerImpl(Timer* timer, std::string name, const TimeoutTime& timeout,
                      TimerHandler handler, void* userData, TimerType_e type)
     : m_timer(timer),
       m_name(std::move(name)),
@@ -46,7 +46,7 @@ TimerImpl::TimerImpl(Timer* timer, std::string name, TimeoutTime const& timeout,
     caculateTimeout();
 }
 
-int TimerImpl::setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+int TimerImpl::setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
                            TimerType_e type) {
     if (isZeroPeriod(timeout, type)) {
         BLOG(kLogError, ZERO_PERIOD_REFUSED);
@@ -64,7 +64,7 @@ int TimerImpl::setProperty(TimeoutTime const& timeout, TimerHandler handler, voi
     return kSuccess;
 }
 
-int TimerImpl::changeTimeout(TimeoutTime const& timeout) {
+int TimerImpl::changeTimeout(const TimeoutTime& timeout) {
     if (isZeroPeriod(timeout, type())) {
         BLOG(kLogError, ZERO_PERIOD_REFUSED);
         return kFailure;

@@ -27,15 +27,15 @@ inline constexpr int kFailure = -1;
 /// No lock is held while the handler runs.
 class TimerImpl {
 public:
-    TimerImpl(Timer* timer, std::string name, TimeoutTime const& timeout, TimerHandler handler,
+    TimerImpl(Timer* timer, std::string name, const TimeoutTime& timeout, TimerHandler handler,
               void* userData, TimerType_e type);
 
     TimerImpl(const TimerImpl&) = delete;
     TimerImpl& operator=(const TimerImpl&) = delete;
 
-    int setProperty(TimeoutTime const& timeout, TimerHandler handler, void* userData,
+    int setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
                     TimerType_e type);
-    int changeTimeout(TimeoutTime const& timeout);
+    int changeTimeout(const TimeoutTime& timeout);
     int changeType(TimerType_e type);
     int changeHandler(TimerHandler handler, void* userData);
 

@@ -1,4 +1,4 @@
-#include "base/synchronization/system_error.h"
+#include "base/synchronization/internal/system_error.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #ifndef BASE_SYNCHRONIZATION_AUTO_LOCK_H
 #define BASE_SYNCHRONIZATION_AUTO_LOCK_H
 
-#include "base/synchronization/guarded_mutex.h"
+#include "base/synchronization/internal/guarded_mutex.h"
 #include "base/synchronization/mutex.h"
 
 namespace tevalon::base {

@@ -5,7 +5,7 @@
 
 #include <pthread.h>
 
-#include "base/synchronization/system_error.h"
+#include "base/synchronization/internal/system_error.h"
 #include "base/synchronization/unique_lock.h"
 
 namespace tevalon::base {

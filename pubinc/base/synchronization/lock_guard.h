@@ -3,7 +3,7 @@
 #ifndef BASE_SYNCHRONIZATION_LOCK_GUARD_H
 #define BASE_SYNCHRONIZATION_LOCK_GUARD_H
 
-#include "base/synchronization/guarded_mutex.h"
+#include "base/synchronization/internal/guarded_mutex.h"
 #include "base/synchronization/mutex.h"
 
 namespace tevalon::base {

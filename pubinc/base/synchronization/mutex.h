@@ -5,7 +5,7 @@
 
 #include <pthread.h>
 
-#include "base/synchronization/system_error.h"
+#include "base/synchronization/internal/system_error.h"
 #include "base/synchronization/thread_annotations.h"
 
 namespace tevalon::base {

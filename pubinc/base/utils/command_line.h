@@ -31,7 +31,7 @@ public:
     /// @param usageText    Printed ahead of the help lines, as it stands.
     /// @param extraText    Kept for the program's own use.
     /// @param addDefaults  Whether to call AddDefaultOptions().
-    CommandLine(int argc, char** argv, std::string const& usageText, std::string const& extraText,
+    CommandLine(int argc, char** argv, const std::string& usageText, const std::string& extraText,
                 bool addDefaults);
     CommandLine(const CommandLine&);
     CommandLine& operator=(const CommandLine&);
@@ -51,13 +51,13 @@ public:
     /// @param description  Its line in the help.
     /// @param hasArgument  Whether a value follows.
     /// @param aliases      Further long spellings; null entries are passed over.
-    void AddOption(char const* longName, char shortName, bool hasLongName,
-                   std::string const& description, bool hasArgument,
-                   std::vector<char const*> const& aliases);
+    void AddOption(const char* longName, char shortName, bool hasLongName,
+                   const std::string& description, bool hasArgument,
+                   const std::vector<const char*>& aliases);
 
     /// The same with one further spelling, or none when @p alias is null.
-    void AddOption(char const* longName, char shortName, bool hasLongName,
-                   std::string const& description, bool hasArgument, char const* alias);
+    void AddOption(const char* longName, char shortName, bool hasLongName,
+                   const std::string& description, bool hasArgument, const char* alias);
 
     /// Declares help, url, sw, hw-dfb, hw-gles, quit-on-render-crash and disable-input.
     void AddDefaultOptions();
@@ -69,15 +69,15 @@ public:
     void Parse();
 
     /// Whether the option was given. Before Parse(): false.
-    bool HasOption(std::string const& longName) const;
+    bool HasOption(const std::string& longName) const;
 
     /// The value that was given last, or "".
-    std::string GetOptionValue(std::string const& longName) const;
+    std::string GetOptionValue(const std::string& longName) const;
 
 private:
-    TEVALON_BASE_LOCAL void appendHelpLine(char const* longName, char shortName, bool hasLongName,
-                                           std::string const& description, bool hasArgument,
-                                           std::vector<char const*> const& aliases);
+    TEVALON_BASE_LOCAL void appendHelpLine(const char* longName, char shortName, bool hasLongName,
+                                           const std::string& description, bool hasArgument,
+                                           const std::vector<const char*>& aliases);
     TEVALON_BASE_LOCAL void finishParsing();
     TEVALON_BASE_LOCAL void takeOption(char letter, int longIndex);
 

@@ -11,7 +11,7 @@ namespace tevalon::base {
 
 /// Whether @p name exists and can be reached; false for null. A path that does not is reported
 /// by an error line. Any thread.
-TEVALON_BASE_EXPORT bool isPathExists(char const* name);
+TEVALON_BASE_EXPORT bool isPathExists(const char* name);
 
 /// Removes a folder, the regular files in it and its sub-folders, as far as it can; each thing
 /// that it cannot remove is reported by an error line. Links are followed: what is in a linked
@@ -26,7 +26,7 @@ TEVALON_BASE_EXPORT bool isPathExists(char const* name);
 /// Returns 0; -1 for null; -2 when the folder cannot be opened; -3 when it cannot be removed in
 /// the end, as when something was left in it. Holds one descriptor per level of folders. Any
 /// thread.
-TEVALON_BASE_EXPORT std::int32_t rmDir(char const* dirPath);
+TEVALON_BASE_EXPORT std::int32_t rmDir(const char* dirPath);
 
 }  // namespace tevalon::base
 

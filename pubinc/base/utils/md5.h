@@ -25,15 +25,15 @@ class TEVALON_BASE_EXPORT MD5 {
 public:
     MD5() { init(); }
     /// Holds the digest of @p text at once: finalized.
-    MD5(std::string const& text);
+    MD5(const std::string& text);
 
     /// Starts a new message, whatever was hashed before.
     void init();
 
     /// Appends @p length bytes. Null is allowed where @p length is 0. On a finalized object the
     /// bytes are taken, but the digest no longer changes.
-    void update(unsigned char const* input, unsigned int length);
-    void update(char const* input, unsigned int length);
+    void update(const unsigned char* input, unsigned int length);
+    void update(const char* input, unsigned int length);
 
     /// Closes the message and computes the digest; does nothing on a finalized object.
     /// @return This object.
@@ -53,7 +53,7 @@ public:
 
 private:
     TEVALON_BASE_LOCAL unsigned int bytesInBuffer() const;
-    TEVALON_BASE_LOCAL void transform(unsigned char const* blocks, unsigned int count);
+    TEVALON_BASE_LOCAL void transform(const unsigned char* blocks, unsigned int count);
 
     bool m_finalized = false;
     unsigned char m_buffer[64] = {};  // The current, incomplete block.

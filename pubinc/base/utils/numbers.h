@@ -17,12 +17,12 @@ namespace tevalon::base {
 ///
 /// Returns 0; or -1, with the output untouched, when @p text is empty or a lone sign. Any
 /// thread.
-TEVALON_BASE_EXPORT std::int32_t dstoi(std::string const& text, int& value);
-TEVALON_BASE_EXPORT std::int32_t dstol(std::string const& text, long& value);
-TEVALON_BASE_EXPORT std::int32_t dstoll(std::string const& text, long long& value);
-TEVALON_BASE_EXPORT std::int32_t dstoui(std::string const& text, unsigned int& value);
-TEVALON_BASE_EXPORT std::int32_t dstoul(std::string const& text, unsigned long& value);
-TEVALON_BASE_EXPORT std::int32_t dstoull(std::string const& text, unsigned long long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoi(const std::string& text, int& value);
+TEVALON_BASE_EXPORT std::int32_t dstol(const std::string& text, long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoll(const std::string& text, long long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoui(const std::string& text, unsigned int& value);
+TEVALON_BASE_EXPORT std::int32_t dstoul(const std::string& text, unsigned long& value);
+TEVALON_BASE_EXPORT std::int32_t dstoull(const std::string& text, unsigned long long& value);
 
 /// Writes @p value, taken as unsigned of its own width, as hexadecimal without prefix or
 /// leading zeros. A value below 16 replaces what @p out held by its one digit; a larger one is
