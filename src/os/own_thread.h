@@ -33,7 +33,11 @@ public:
     [[nodiscard]] bool isOwnerGone() const { return m_owner == nullptr; }
 
 private:
-    static inline thread_local OwnThread* t_innermost = nullptr;
+    // In the block that every thread has from its start: a library that is loaded at run time would
+    // otherwise have it allocated on each thread's first look, and without memory the C library
+    // then ends the process. A few bytes of the room that it keeps for such.
+    __attribute__((tls_model("initial-exec"))) static inline thread_local OwnThread* t_innermost =
+        nullptr;
 
     const Owner* m_owner;  // Null once it is gone.
     OwnThread* const m_outer;
