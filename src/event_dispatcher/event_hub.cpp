@@ -182,13 +182,14 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     return 0;
 }
 
-// Tells that the handler thread has left, in whatever way: pthread_exit() in a handler, or
-// cancellation, unwinds the stack.
+// Tells that the handler thread has left where it ends in the middle of a handler: pthread_exit(),
+// or cancellation, unwinds the stack. One that has left in takeQueue() touches the hub no more: the
+// next thread may be at work.
 class EventHubImpl::Leaving {
 public:
     Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
     ~Leaving() {
-        if (m_thread.isOwnerGone()) return;
+        if (m_hasLeft || m_thread.isOwnerGone()) return;
         const std::lock_guard<std::mutex> lock(m_hub.m_queueMtx);
         m_hub.m_hasLeft = true;
     }
@@ -196,9 +197,12 @@ public:
     Leaving(const Leaving&) = delete;
     Leaving& operator=(const Leaving&) = delete;
 
+    void setLeft() { m_hasLeft = true; }
+
 private:
     EventHubImpl& m_hub;
     const HandlerThread& m_thread;
+    bool m_hasLeft = false;
 };
 
 void EventHubImpl::handleEventTask(EventHubImpl* self) {
@@ -208,10 +212,14 @@ void EventHubImpl::handleEventTask(EventHubImpl* self) {
     }
     nameThisThread("Evt:%d", self->m_moduleId);
     const HandlerThread thread(self);
-    const Leaving leaving(self, thread);
+    Leaving leaving(self, thread);
     std::shared_ptr<BrowserEvent> event;
     // A handler may destroy the hub: nothing of it is touched then.
-    while (!thread.isOwnerGone() && self->takeEvent(&event)) {
+    while (!thread.isOwnerGone()) {
+        if (!self->takeEvent(&event)) {
+            leaving.setLeft();
+            return;
+        }
         if (event != nullptr) self->handle(std::move(event));
     }
 }

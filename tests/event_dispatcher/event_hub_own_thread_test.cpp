@@ -159,6 +159,45 @@ TEST_F(EventHubOwnThreadTest, UnregisteredAndRegisteredAgainAtAnyMomentItHandles
     }
 }
 
+// The first thread has left, but has not ended. What it still does must not make the hub believe
+// that the next one has left.
+TEST_F(EventHubOwnThreadTest, AThreadThatEndsLateDoesNotDisturbTheNextOne) {
+    EventHub hub(kModule);
+    test::Event leaves;
+    test::Event nextWorks;
+    std::unique_ptr<test::RunAtCall> atUnlock;
+    std::unique_ptr<test::RunAtCall> atLock;
+    hub.registerHandler(kLater, [&](Event event) {
+        nextWorks.set();
+        m_inbox.take(std::move(event));
+    });
+    hub.registerHandler(kLeave, [&](const Event&) {
+        hub.onHubUnregistered();
+        // Under its next lock the thread leaves. If it takes another one, then not before the
+        // next thread is at work.
+        atUnlock =
+            std::make_unique<test::RunAtCall>(Call::PthreadMutexUnlock, [&] { leaves.set(); });
+        atLock = std::make_unique<test::RunAtCall>(
+            Call::PthreadMutexLock, [&] { (void)nextWorks.wait(); }, When().nth(2));
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    hub.receiveEvent(makeEvent(kLater));
+    ASSERT_TRUE(leaves.wait());
+    {
+        test::CountCalls threads(Call::PthreadCreate);
+        (void)hub.registerHandler(kLater + 1, [](const Event&) {});
+        ASSERT_EQ(threads.seen(), 1);
+    }
+    ASSERT_TRUE(m_inbox.waitFor(1));
+
+    test::CountCalls threads(Call::PthreadCreate);
+    test::FailCall noJoin(Call::PthreadJoin, 0);  // It would be one without end.
+    (void)hub.registerHandler(kLater + 2, [](const Event&) {});
+
+    EXPECT_EQ(threads.seen(), 0);
+    EXPECT_EQ(noJoin.seen(), 0);
+}
+
 // The handler tears down while another thread already waits for it to end.
 TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterAHubThatIsBeingTornDown) {
     EventHub hub(kModule);
