@@ -137,13 +137,13 @@ std::int32_t TimerThread::threadId() const {
 
 std::int32_t TimerThread::run() {
     void* const self = this;
-    const State::WorkerScope scope(this, m_state.get());
+    State::WorkerScope scope(this, m_state.get());
     nameThisThread("%s", m_state->name());
     BLOG(kLogDebug, "[%p]:TimerThread begin run.\n", self);
     m_state->setThreadId(currentThread());
     BLOG(kLogAlways, "Starting TimerThread:%d.\n", threadId());
     // A task may destroy this object: nothing of it is touched then.
-    while (!scope.isOwnerGone() && m_state->staysRunning()) {
+    while (scope.staysRunning()) {
         if (!hasTask()) {
             waitNextTaskWithTimeOut(kIdleWaitSeconds);
             continue;

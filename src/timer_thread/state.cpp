@@ -136,7 +136,6 @@ bool TimerThread::State::leave() {
 
 void TimerThread::State::leaveAbnormally() {
     const AutoLock lock(m_queueMutex);
-    if (m_hasLeft) return;
     m_hasLeft = true;
     m_running = false;
     m_busy = false;

@@ -126,6 +126,36 @@ TEST_F(TimerThreadStartRaceTest, AStopThatAStartOvertakesEndsThatThreadToo) {
     EXPECT_EQ(m_thread.taskCount(), 0);
 }
 
+// A worker that was stopped by its own task has left, but has not ended: it writes its last line.
+// One post waits for its end, another one starts the next worker meanwhile.
+TEST(TimerThreadLeftWorkerTest, ALateEndDoesNotDisturbTheNextWorker) {
+    HeldLine line("Exiting Timer Thread...");
+    FireLog fires;
+    Holder holder;
+    test::Event joining;
+    test::Event posted;
+    TimerThread thread;
+    thread.postTask(makeTask([&] { thread.stop(); }), 0);
+    ASSERT_TRUE(line.waitUntilHeld());
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    std::thread waiting([&] {
+        test::RunAtCall atJoin(Call::PthreadJoin, [&] { joining.set(); });
+        thread.postTask(makeTask([&] { fires.add(1); }), 0);
+        posted.set();
+    });
+    EXPECT_TRUE(joining.wait());
+    EXPECT_TRUE(holder.hold(thread));
+
+    line.letGo();
+
+    EXPECT_TRUE(posted.wait());
+    EXPECT_TRUE(thread.isBusy());
+    holder.letGo();
+    waiting.join();
+    EXPECT_TRUE(fires.waitFor(1));
+    EXPECT_EQ(created.seen(), 2);  // The other post's thread, and one worker.
+}
+
 TEST(TimerThreadStartStormTest, TwoPostsAndAStopAtOnceLoseNeitherThreadsNorTasks) {
     constexpr int kRounds = 300;
     const test::LogCapture log(0);
