@@ -13,6 +13,21 @@
 #include "thread_name.h"
 
 namespace tevalon::base::event_dispatcher {
+namespace {
+
+// A handler thread that ends runs the destructors of its thread-local objects, which may tear its
+// hub down: no thread joins itself. Cancelled in a join, a thread that owns another one's handle
+// would end the process.
+void joinOrDetach(std::thread& thread) {
+    const NoCancellation noCancellation;
+    if (thread.get_id() == std::this_thread::get_id()) {
+        thread.detach();
+    } else if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+}  // namespace
 
 // ---- EventHub ----
 
@@ -143,7 +158,7 @@ bool EventHubImpl::ensureThread() {
     }
     const bool isStarted = m_thread != nullptr;
     lock.unlock();
-    if (left != nullptr) left->join();  // Returns soon: it has left.
+    if (left != nullptr) joinOrDetach(*left);  // Returns soon: it has left.
     return isStarted;
 }
 
@@ -306,7 +321,7 @@ void EventHubImpl::joinThread() {
         thread = m_thread;
     }
     // Unlocked, and m_thread still set; see ensureThread().
-    if (thread->joinable()) thread->join();
+    joinOrDetach(*thread);
     const std::lock_guard<std::mutex> lock(m_threadMtx);
     m_isJoining = false;
     m_thread.reset();
