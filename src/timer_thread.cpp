@@ -89,8 +89,12 @@ void TimerThread::postTask(Task task) {
 }
 
 void TimerThread::startIfIdle() {
+    if (m_state->isRunning()) return;
+    // A claim is followed by the start; and cancelled in a destructor, which joins, the process
+    // would end.
+    const NoCancellation noCancellation;
     std::shared_ptr<State::Worker> left;
-    if (m_state->isRunning() || !m_state->claimStart(&left)) return;
+    if (!m_state->claimStart(&left)) return;
     POST_LOG(kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
     left.reset();  // Joined here.
     start();

@@ -1,6 +1,7 @@
 // A stop that comes while a post is about to start the thread.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <string>
@@ -154,6 +155,31 @@ TEST(TimerThreadLeftWorkerTest, ALateEndDoesNotDisturbTheNextWorker) {
     waiting.join();
     EXPECT_TRUE(fires.waitFor(1));
     EXPECT_EQ(created.seen(), 2);  // The other post's thread, and one worker.
+}
+
+// The post has claimed the start of the next worker, and is in the join of the one that has left.
+TEST(TimerThreadLeftWorkerTest, APostThatIsCancelledStartsTheNextWorker) {
+    HeldLine line("Exiting Timer Thread...");
+    FireLog fires;
+    TimerThread thread;
+    thread.postTask(makeTask([&] { thread.stop(); }), 0);
+    ASSERT_TRUE(line.waitUntilHeld());
+
+    bool isCancelled = true;
+    std::thread posting([&] {
+        test::RunAtCall atJoin(Call::PthreadJoin, [&] {
+            (void)pthread_cancel(pthread_self());
+            line.letGo();
+        });
+        thread.postTask(makeTask([&] { fires.add(1); }), 0);
+        int ignored = 0;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+        isCancelled = false;
+    });
+    posting.join();
+
+    EXPECT_FALSE(isCancelled);
+    EXPECT_TRUE(fires.waitFor(1));
 }
 
 TEST(TimerThreadStartStormTest, TwoPostsAndAStopAtOnceLoseNeitherThreadsNorTasks) {
