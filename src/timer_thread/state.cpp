@@ -46,7 +46,7 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
 // With m_queueMutex held: whoever stops finds either no worker or its handle. While one is being
 // joined there is no other: it would set the flag that the old one leaves by.
 void TimerThread::State::createWorker(TimerThread* p_owner) {
-    if (m_worker != nullptr || m_isStopping) return;
+    if (m_worker != nullptr || m_isStopping || m_isDestroyed) return;
     m_running = true;
     m_hasLeft = false;
     try {

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -180,6 +181,31 @@ TEST(TimerThreadLeftWorkerTest, APostThatIsCancelledStartsTheNextWorker) {
 
     EXPECT_FALSE(isCancelled);
     EXPECT_TRUE(fires.waitFor(1));
+}
+
+/// A task that starts its thread when it goes.
+class LateStarter : public TimerTaskBase {
+public:
+    explicit LateStarter(TimerThread* p_thread) : m_thread(p_thread) {}
+    ~LateStarter() override { m_thread->start(); }
+
+    LateStarter(const LateStarter&) = delete;
+    LateStarter& operator=(const LateStarter&) = delete;
+
+    void fire() override {}
+
+private:
+    TimerThread* const m_thread;
+};
+
+TEST(TimerThreadDestructionTest, NothingStartsTheThreadAnyMore) {
+    const test::LogCapture log(0);
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    {
+        TimerThread thread;
+        thread.postTask(std::make_shared<LateStarter>(&thread), 3600 * 1000);
+    }
+    EXPECT_EQ(created.seen(), 1);
 }
 
 TEST(TimerThreadStartStormTest, TwoPostsAndAStopAtOnceLoseNeitherThreadsNorTasks) {
