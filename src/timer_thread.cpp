@@ -86,8 +86,12 @@ void TimerThread::postTask(Task task) {
 }
 
 void TimerThread::startIfIdle() {
+    if (m_state->isRunning()) return;
+    // A claim is followed by the start; and cancelled in a destructor, which joins, the process
+    // would end.
+    const NoCancellation noCancellation;
     std::shared_ptr<State::Worker> left;
-    if (m_state->isRunning() || !m_state->claimStart(&left)) return;
+    if (!m_state->claimStart(&left)) return;
     BLOG_AS("postTask", kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
     left.reset();  // Joined here.
     start();
@@ -134,13 +138,13 @@ std::int32_t TimerThread::threadId() const {
 
 std::int32_t TimerThread::run() {
     void* const self = this;
-    const State::WorkerScope scope(this, m_state.get());
+    State::WorkerScope scope(this, m_state.get());
     nameThisThread("%s", m_state->name());
     BLOG(kLogDebug, "[%p]:TimerThread begin run.\n", self);
     m_state->setThreadId(currentThread());
     BLOG(kLogAlways, "Starting TimerThread:%d.\n", threadId());
     // A task may destroy this object: nothing of it is touched then.
-    while (!scope.isOwnerGone() && m_state->staysRunning()) {
+    while (scope.staysRunning()) {
         if (!hasTask()) {
             waitNextTaskWithTimeOut(kIdleWaitSeconds);
             continue;

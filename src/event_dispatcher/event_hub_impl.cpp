@@ -14,6 +14,21 @@
 #include "os/thread_name.h"
 
 namespace tevalon::base::event_dispatcher {
+namespace {
+
+// A handler thread that ends runs the destructors of its thread-local objects, which may tear its
+// hub down: no thread joins itself. Cancelled in a join, a thread that owns another one's handle
+// would end the process.
+void joinOrDetach(std::thread& thread) {
+    const NoCancellation noCancellation;
+    if (thread.get_id() == std::this_thread::get_id()) {
+        thread.detach();
+    } else if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+}  // namespace
 
 EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
 
@@ -64,7 +79,7 @@ bool EventHubImpl::ensureThread() {
     }
     const bool isStarted = m_thread != nullptr;
     lock.unlock();
-    if (left != nullptr) left->join();  // Returns soon: it has left.
+    if (left != nullptr) joinOrDetach(*left);  // Returns soon: it has left.
     return isStarted;
 }
 
@@ -109,13 +124,14 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     return kOk;
 }
 
-// Tells that the handler thread has left, in whatever way: pthread_exit() in a handler, or
-// cancellation, unwinds the stack.
+// Tells that the handler thread has left where it ends in the middle of a handler: pthread_exit(),
+// or cancellation, unwinds the stack. One that has left in takeQueue() touches the hub no more: the
+// next thread may be at work.
 class EventHubImpl::Leaving {
 public:
     Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
     ~Leaving() {
-        if (m_thread.isOwnerGone()) return;
+        if (m_hasLeft || m_thread.isOwnerGone()) return;
         const MutexGuard lock(m_hub.m_queueMtx);
         m_hub.m_hasLeft = true;
     }
@@ -123,9 +139,12 @@ public:
     Leaving(const Leaving&) = delete;
     Leaving& operator=(const Leaving&) = delete;
 
+    void setLeft() { m_hasLeft = true; }
+
 private:
     EventHubImpl& m_hub;
     const HandlerThread& m_thread;
+    bool m_hasLeft = false;
 };
 
 void EventHubImpl::handleEventTask(EventHubImpl* self) {
@@ -135,10 +154,16 @@ void EventHubImpl::handleEventTask(EventHubImpl* self) {
     }
     nameThisThread("Evt:%d", self->m_moduleId);
     const HandlerThread thread(self);
-    const Leaving leaving(self, thread);
+    Leaving leaving(self, thread);
     std::shared_ptr<BrowserEvent> event;
     // A handler may destroy the hub: nothing of it is touched then.
-    while (!thread.isOwnerGone() && self->takeEvent(&event)) self->handle(std::move(event));
+    while (!thread.isOwnerGone()) {
+        if (!self->takeEvent(&event)) {
+            leaving.setLeft();
+            return;
+        }
+        self->handle(std::move(event));
+    }
 }
 
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
@@ -223,7 +248,7 @@ void EventHubImpl::joinThread() {
         thread = m_thread;
     }
     // Unlocked, and m_thread still set; see ensureThread().
-    if (thread->joinable()) thread->join();
+    joinOrDetach(*thread);
     const MutexGuard lock(m_threadMtx);
     m_isJoining = false;
     m_thread.reset();

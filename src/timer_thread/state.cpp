@@ -43,10 +43,10 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
     createWorker(p_owner);
 }
 
-// Whoever stops finds either no worker or its handle. While one is being
-// joined there is no other: it would set the flag that the old one leaves by.
+// Whoever stops finds either no worker or its handle. While one is being joined there is no other:
+// it would set the flag that the old one leaves by.
 void TimerThread::State::createWorker(TimerThread* p_owner) {
-    if (m_worker != nullptr || m_isStopping) return;
+    if (m_worker != nullptr || m_isStopping || m_isDestroyed) return;
     m_running = true;
     m_hasLeft = false;
     try {
@@ -136,7 +136,6 @@ bool TimerThread::State::leave() {
 
 void TimerThread::State::leaveAbnormally() {
     const QueueLock lock(m_queueMutex);
-    if (m_hasLeft) return;
     m_hasLeft = true;
     m_running = false;
     m_busy = false;

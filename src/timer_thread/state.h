@@ -115,8 +115,6 @@ public:
     std::shared_ptr<Worker> takeWorker();
 
     bool isRunning() const { return m_running; }
-    /// For the worker: whether it goes on. Once false, it has left.
-    bool staysRunning() { return m_running || !leave(); }
     /// For the worker: sleeps for @p timeoutSeconds at most, until the first task is due or
     /// something is posted. False when the worker is to leave.
     bool waitForTask(double timeoutSeconds);
@@ -167,19 +165,28 @@ private:
 class TEVALON_BASE_LOCAL TimerThread::State::WorkerScope {
 public:
     WorkerScope(TimerThread* p_owner, State* p_state) : m_thread(p_owner), m_state(*p_state) {}
+    // A worker that has left touches the state no more: the next one may be at work.
     ~WorkerScope() {
-        if (!isOwnerGone()) m_state.leaveAbnormally();
+        if (!m_hasLeft && !isOwnerGone()) m_state.leaveAbnormally();
     }
 
     WorkerScope(const WorkerScope&) = delete;
     WorkerScope& operator=(const WorkerScope&) = delete;
 
-    /// Whether a task has destroyed the thread object: it is not to be touched any more.
-    [[nodiscard]] bool isOwnerGone() const { return m_thread.isOwnerGone(); }
+    /// Whether the worker goes on. Once false, it has left, or a task has destroyed the thread
+    /// object: that is not to be touched any more.
+    [[nodiscard]] bool staysRunning() {
+        if (isOwnerGone()) return false;
+        if (!m_state.m_running) m_hasLeft = m_state.leave();
+        return !m_hasLeft;
+    }
 
 private:
+    [[nodiscard]] bool isOwnerGone() const { return m_thread.isOwnerGone(); }
+
     const WorkerThread m_thread;
     State& m_state;
+    bool m_hasLeft = false;
 };
 
 }  // namespace tevalon::base::timer

@@ -159,6 +159,128 @@ TEST_F(EventHubOwnThreadTest, UnregisteredAndRegisteredAgainAtAnyMomentItHandles
     }
 }
 
+// The first thread has left, but has not ended. What it still does must not make the hub believe
+// that the next one has left.
+TEST_F(EventHubOwnThreadTest, AThreadThatEndsLateDoesNotDisturbTheNextOne) {
+    EventHub hub(kModule);
+    test::Event leaves;
+    test::Event nextWorks;
+    std::unique_ptr<test::RunAtCall> atUnlock;
+    std::unique_ptr<test::RunAtCall> atLock;
+    hub.registerHandler(kLater, [&](Event event) {
+        nextWorks.set();
+        m_inbox.take(std::move(event));
+    });
+    hub.registerHandler(kLeave, [&](const Event&) {
+        hub.onHubUnregistered();
+        // Under its next lock the thread leaves. If it takes another one, then not before the
+        // next thread is at work.
+        atUnlock =
+            std::make_unique<test::RunAtCall>(Call::PthreadMutexUnlock, [&] { leaves.set(); });
+        atLock = std::make_unique<test::RunAtCall>(
+            Call::PthreadMutexLock, [&] { (void)nextWorks.wait(); }, When().nth(2));
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    hub.receiveEvent(makeEvent(kLater));
+    ASSERT_TRUE(leaves.wait());
+    {
+        test::CountCalls threads(Call::PthreadCreate);
+        (void)hub.registerHandler(kLater + 1, [](const Event&) {});
+        ASSERT_EQ(threads.seen(), 1);
+    }
+    ASSERT_TRUE(m_inbox.waitFor(1));
+
+    test::CountCalls threads(Call::PthreadCreate);
+    test::FailCall noJoin(Call::PthreadJoin, 0);  // It would be one without end.
+    (void)hub.registerHandler(kLater + 2, [](const Event&) {});
+
+    EXPECT_EQ(threads.seen(), 0);
+    EXPECT_EQ(noJoin.seen(), 0);
+}
+
+/// Destroys a hub when the thread ends that it was given to.
+class LateOwner {
+public:
+    ~LateOwner() {
+        m_hub.reset();
+        if (m_gone != nullptr) m_gone->set();
+    }
+
+    void own(std::unique_ptr<EventHub> hub, test::Event* p_gone) {
+        m_hub = std::move(hub);
+        m_gone = p_gone;
+    }
+
+private:
+    std::unique_ptr<EventHub> m_hub;
+    test::Event* m_gone = nullptr;
+};
+
+// The thread has left then, and is to be joined by nobody but itself.
+TEST_F(EventHubOwnThreadTest, AThreadLocalObjectMayDestroyTheHubWhenItsThreadEnds) {
+    auto hub = std::make_unique<EventHub>(kModule);
+    EventHub* const p_hub = hub.get();
+    p_hub->registerHandler(kLeave, [&, p_hub](const Event&) {
+        static thread_local LateOwner t_owner;
+        t_owner.own(std::move(hub), &m_done);
+        p_hub->onHubUnregistered();
+        m_log.clear();
+    });
+
+    p_hub->receiveEvent(makeEvent(kLeave));
+
+    EXPECT_TRUE(m_done.wait());
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+/// Holds the thread that it was given to at its end.
+class LateEnd {
+public:
+    ~LateEnd() {
+        if (m_release != nullptr) (void)m_release->wait();
+    }
+
+    void waitFor(test::Event* p_release) { m_release = p_release; }
+
+private:
+    test::Event* m_release = nullptr;
+};
+
+// The registration has started the next thread, and joins the one that has left.
+TEST_F(EventHubOwnThreadTest, ARegistrationThatIsCancelledIsCompleted) {
+    EventHub hub(kModule);
+    test::Event left;
+    test::Event joining;
+    std::unique_ptr<test::RunAtCall> atUnlock;
+    hub.registerHandler(kLeave, [&](const Event&) {
+        static thread_local LateEnd t_end;
+        t_end.waitFor(&joining);
+        hub.onHubUnregistered();
+        // The thread leaves under the lock that it gives back next.
+        atUnlock = std::make_unique<test::RunAtCall>(Call::PthreadMutexUnlock, [&] { left.set(); });
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(left.wait());
+
+    bool isCancelled = true;
+    std::thread registering([&] {
+        test::RunAtCall atJoin(Call::PthreadJoin, [&] {
+            (void)pthread_cancel(pthread_self());
+            joining.set();
+        });
+        EXPECT_EQ(hub.registerHandler(kLater, m_inbox.handler()), 0);
+        EXPECT_EQ(atJoin.seen(), 1);
+        int ignored = 0;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+        isCancelled = false;
+    });
+    registering.join();
+
+    EXPECT_FALSE(isCancelled);
+    hub.receiveEvent(makeEvent(kLater));
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
 // The handler tears down while another thread already waits for it to end.
 TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterAHubThatIsBeingTornDown) {
     EventHub hub(kModule);

@@ -1,8 +1,10 @@
 // A stop that comes while a post is about to start the thread.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -124,6 +126,86 @@ TEST_F(TimerThreadStartRaceTest, AStopThatAStartOvertakesEndsThatThreadToo) {
     EXPECT_TRUE(m_fires.waitFor(2));
     m_thread.stop();
     EXPECT_EQ(m_thread.taskCount(), 0);
+}
+
+// A worker that was stopped by its own task has left, but has not ended: it writes its last line.
+// One post waits for its end, another one starts the next worker meanwhile.
+TEST(TimerThreadLeftWorkerTest, ALateEndDoesNotDisturbTheNextWorker) {
+    HeldLine line("Exiting Timer Thread...");
+    FireLog fires;
+    Holder holder;
+    test::Event joining;
+    test::Event posted;
+    TimerThread thread;
+    thread.postTask(makeTask([&] { thread.stop(); }), 0);
+    ASSERT_TRUE(line.waitUntilHeld());
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    std::thread waiting([&] {
+        test::RunAtCall atJoin(Call::PthreadJoin, [&] { joining.set(); });
+        thread.postTask(makeTask([&] { fires.add(1); }), 0);
+        posted.set();
+    });
+    EXPECT_TRUE(joining.wait());
+    EXPECT_TRUE(holder.hold(thread));
+
+    line.letGo();
+
+    EXPECT_TRUE(posted.wait());
+    EXPECT_TRUE(thread.isBusy());
+    holder.letGo();
+    waiting.join();
+    EXPECT_TRUE(fires.waitFor(1));
+    EXPECT_EQ(created.seen(), 2);  // The other post's thread, and one worker.
+}
+
+// The post has claimed the start of the next worker, and is in the join of the one that has left.
+TEST(TimerThreadLeftWorkerTest, APostThatIsCancelledStartsTheNextWorker) {
+    HeldLine line("Exiting Timer Thread...");
+    FireLog fires;
+    TimerThread thread;
+    thread.postTask(makeTask([&] { thread.stop(); }), 0);
+    ASSERT_TRUE(line.waitUntilHeld());
+
+    bool isCancelled = true;
+    std::thread posting([&] {
+        test::RunAtCall atJoin(Call::PthreadJoin, [&] {
+            (void)pthread_cancel(pthread_self());
+            line.letGo();
+        });
+        thread.postTask(makeTask([&] { fires.add(1); }), 0);
+        int ignored = 0;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+        isCancelled = false;
+    });
+    posting.join();
+
+    EXPECT_FALSE(isCancelled);
+    EXPECT_TRUE(fires.waitFor(1));
+}
+
+/// A task that starts its thread when it goes.
+class LateStarter : public TimerTaskBase {
+public:
+    explicit LateStarter(TimerThread* p_thread) : m_thread(p_thread) {}
+    ~LateStarter() override { m_thread->start(); }
+
+    LateStarter(const LateStarter&) = delete;
+    LateStarter& operator=(const LateStarter&) = delete;
+
+    void fire() override {}
+
+private:
+    TimerThread* const m_thread;
+};
+
+TEST(TimerThreadDestructionTest, NothingStartsTheThreadAnyMore) {
+    const test::LogCapture log(0);
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    {
+        TimerThread thread;
+        thread.postTask(std::make_shared<LateStarter>(&thread), 3600 * 1000);
+    }
+    EXPECT_EQ(created.seen(), 1);
 }
 
 TEST(TimerThreadStartStormTest, TwoPostsAndAStopAtOnceLoseNeitherThreadsNorTasks) {

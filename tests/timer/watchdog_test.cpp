@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "support/fresh_process.h"
 #include "support/signal_storm.h"
@@ -449,6 +451,39 @@ TEST(WatchDogThreadTest, AnInterruptedSleepIsGoneOnWith) {
         ASSERT_TRUE(secondSleep.wait());
     }
     EXPECT_EQ(readsBySecondSleep, 54);  // One check, of each watch, before the sleep and its rest.
+}
+
+TEST(WatchDogThreadTest, AnInterruptedSleepGoesOnForWhatIsLeftOfItsTime) {
+    // What each interrupted sleep leaves of its time; the one after them is not interrupted.
+    constexpr long kLeft[] = {70000000, 30000000, 1};
+    LogCapture log(kLogError);
+    std::vector<long> slept;  // Filled by the watch thread alone, until nextPeriod.
+    test::Event nextPeriod;
+    test::Event release;
+    test::ReplaceCall<int(const timespec*, timespec*)> sleep(
+        test::Call::Nanosleep,
+        [&](const timespec* p_duration, timespec* p_left) {
+            if (nextPeriod.isSet()) return 0;
+            slept.push_back(p_duration->tv_sec * 1000000000L + p_duration->tv_nsec);
+            const std::size_t interruptions = slept.size() - 1;
+            if (interruptions < std::size(kLeft)) {
+                *p_left = {0, kLeft[interruptions]};
+                errno = EINTR;
+                return -1;
+            }
+            if (interruptions == std::size(kLeft)) return 0;
+            nextPeriod.set();
+            (void)release.wait();
+            return 0;
+        },
+        test::When().anyThread().everyTime());
+    {
+        WatchDog dog;
+        EXPECT_TRUE(nextPeriod.wait());
+        dog.stop();
+        release.set();
+    }
+    EXPECT_EQ(slept, (std::vector<long>{100000000, 70000000, 30000000, 1, 100000000}));
 }
 
 TEST(WatchDogThreadTest, SignalsDoNotShortenItsPeriod) {
