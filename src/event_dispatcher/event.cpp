@@ -40,8 +40,8 @@ std::int32_t EventParam::intValue() {
     return 0;
 }
 
-// The lock and what is waited on, in one allocation. It outlives the event where a reply is still
-// being told: the waiter may be gone, and the event with it, before those who told it return.
+// The mutex and the condition variable, in one allocation. Reference-counted: the waiter may free
+// the event while the replier is still inside notify_all().
 struct BrowserEvent::WaitObjects : std::mutex {
     std::condition_variable cv;
 
@@ -108,7 +108,7 @@ void BrowserEvent::replyResult(EventResult reply) {
     if (waitResultCv != nullptr) waitResultCv->notify_all();
 }
 
-// Told with the lock released, lest a waiter wakes only to wait for the lock.
+// Notifies after unlocking, so that the woken thread does not meet the mutex.
 void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
     {
         const std::lock_guard<std::mutex> lock(*p_objects);
@@ -126,12 +126,12 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
         BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
-    if (timeout == kNoLimit || timeout > 0) lookForReply();
+    if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
     return timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
 }
 
-void BrowserEvent::lookForReply() const {
+void BrowserEvent::spinForReply() const {
     static thread_local AdaptiveSpin t_spin;
     t_spin.until([this] { return replied.load(std::memory_order_relaxed); });
 }

@@ -119,7 +119,8 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
         isWaiting = std::exchange(m_isWaiting, false);
     }
     m_hasNews.store(true, std::memory_order_relaxed);
-    // A thread at work looks at the queue anyway. Unlocked, lest the woken one meets the lock.
+    // A thread at work looks at the queue anyway. After unlocking, so that the woken thread does
+    // not meet the mutex.
     if (isWaiting) m_wakeUp.post();
     return kOk;
 }
@@ -173,10 +174,10 @@ bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
 }
 
 bool EventHubImpl::takeQueue() {
-    if (!m_exit) lookForEvents();
+    if (!m_exit) spinForEvents();
     MutexLock lock(m_queueMtx);
     while (!m_exit && m_takenEvents.empty() && m_eventQueue.empty()) {
-        m_isWaiting = true;  // Until somebody posts, who clears it: once for each wait.
+        m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
         m_wakeUp.wait();
         lock.lock();
@@ -190,14 +191,15 @@ bool EventHubImpl::takeQueue() {
     return true;
 }
 
-void EventHubImpl::lookForEvents() {
+void EventHubImpl::spinForEvents() {
     m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
     const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
     if (found == nullptr) return;
-    // A copy, for each event: what a handler changes in itself is forgotten.
+    // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
+    // the hub, and the table with it, while it runs.
     const Handler handler = found->handler;
     handler(std::move(event));
 }
@@ -235,8 +237,8 @@ bool EventHubImpl::claimJoin() {
 void EventHubImpl::requestExit() {
     m_exit = true;
     m_hasNews.store(true, std::memory_order_relaxed);
-    // Either the thread sees the flag when it has the lock, or we see that it waits. It waits for
-    // the flag as well as for events, so none has to be made up, and allocated, here.
+    // Flag before lock: either the thread sees the flag once it holds the lock, or we see that it
+    // waits. It waits for the flag as well as for events, so no wake-up event has to be allocated.
     const MutexGuard lock(m_queueMtx);
     if (std::exchange(m_isWaiting, false)) m_wakeUp.post();
 }

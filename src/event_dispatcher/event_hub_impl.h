@@ -68,7 +68,7 @@ private:
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
-    void lookForEvents();
+    void spinForEvents();
     void handle(std::shared_ptr<BrowserEvent>&& event);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
     bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);

@@ -21,9 +21,10 @@ struct InnerHandler_t {
     std::function<void(std::shared_ptr<BrowserEvent>)> handler;
 };
 
-/// Handlers are only ever added, so looking one up takes no lock: each stays where it is until
-/// the table goes. Those of one event type hang on one chain in order of registration, in which
-/// the first match is the first match of all.
+/// A hash table by event type with chains that only ever grow, so that a lookup takes no lock: a
+/// node stays where it is until the table goes, and is complete before a release store publishes it
+/// to acquire loads. Handlers of one event type are on one chain in order of registration, so the
+/// chain's first match is the first match of all.
 ///
 /// Thread-safety: any thread may look up at any time; one thread at a time may add.
 class HandlerTable {

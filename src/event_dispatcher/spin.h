@@ -1,4 +1,4 @@
-// spin.h: a thread's last look before it sleeps.
+// spin.h: spin, then park; after fruitless spins, skip exponentially more of them.
 
 #ifndef SRC_EVENT_DISPATCHER_SPIN_H
 #define SRC_EVENT_DISPATCHER_SPIN_H
@@ -8,38 +8,38 @@
 
 namespace tevalon::base::event_dispatcher {
 
-/// Looks for a little while whether what a thread is about to wait for comes by itself. Where the
-/// other side is at work on another processor that is sooner than a sleep and a wake-up, which
-/// take longer than most handlers. Where it was in vain the look is left out the next time; if it
-/// is in vain again, the next four times, and so on up to kMostLeftOut times: what never pays
-/// costs next to nothing. There is none on a single processor, where the other side cannot go on.
+/// Spins for a bounded time before its caller parks: where the other side is at work on another
+/// processor, its answer comes sooner than a sleep and a wake-up take. After a fruitless spin the
+/// next one is skipped, after two in a row the next four, and so on up to kMaxSkips, so that a wait
+/// for which spinning never pays costs next to nothing. Never spins on a single processor, where
+/// the other side cannot run meanwhile.
 ///
-/// Thread-safety: none.
+/// Thread-safety: none; one per waiting thread.
 class AdaptiveSpin {
 public:
-    static constexpr unsigned kMostLeftOut = 1024;
+    static constexpr unsigned kMaxSkips = 1024;
 
-// Some 15 us where a pause takes 15 ns, and 50 at the worst. Counted, not timed: a wait reads no
-// clock that it does not need.
+// Some 15 us where a pause takes 15 ns, and 50 us where it takes longest. Counted, not timed: a
+// wait reads no clock that it does not need.
 #if defined(__arm__) || defined(__aarch64__)
-    static constexpr int kLooks = 4000;  // A yield is over at once.
+    static constexpr int kMaxSpins = 4000;  // A yield is over at once.
 #else
-    static constexpr int kLooks = 1000;
+    static constexpr int kMaxSpins = 1000;
 #endif
 
     constexpr AdaptiveSpin() = default;
 
-    /// Returns when @p isDone() does, or after so many looks.
+    /// Returns when @p isDone() does, or when it has spun long enough.
     template <typename IsDone>
     void until(IsDone isDone) {
         if (isDone()) return;  // Which says nothing about how soon others come.
-        if (m_toLeaveOut > 0) {
-            --m_toLeaveOut;
-        } else if (hasOtherProcessors() && comes(isDone)) {
-            m_nextLeftOut = 1;
+        if (m_skipsLeft > 0) {
+            --m_skipsLeft;
+        } else if (hasOtherProcessors() && spinUntil(isDone)) {
+            m_nextSkips = 1;
         } else {
-            m_toLeaveOut = m_nextLeftOut;
-            m_nextLeftOut = std::min(4 * m_nextLeftOut, kMostLeftOut);
+            m_skipsLeft = m_nextSkips;
+            m_nextSkips = std::min(4 * m_nextSkips, kMaxSkips);
         }
     }
 
@@ -50,15 +50,15 @@ private:
     }
 
     template <typename IsDone>
-    static bool comes(IsDone isDone) {
-        for (int looks = 0; looks < kLooks; ++looks) {
+    static bool spinUntil(IsDone isDone) {
+        for (int spins = 0; spins < kMaxSpins; ++spins) {
             relaxProcessor();
             if (isDone()) return true;
         }
         return false;
     }
 
-    // Lets the other thread of a core have its units, and saves power.
+    // Gives the core's other hardware thread the execution units, and saves power.
     static void relaxProcessor() {
 #if defined(__i386__) || defined(__x86_64__)
         __builtin_ia32_pause();
@@ -67,8 +67,8 @@ private:
 #endif
     }
 
-    unsigned m_toLeaveOut = 0;
-    unsigned m_nextLeftOut = 1;
+    unsigned m_skipsLeft = 0;
+    unsigned m_nextSkips = 1;
 };
 
 }  // namespace tevalon::base::event_dispatcher

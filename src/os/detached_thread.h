@@ -34,8 +34,9 @@ void* runBody(void* p_argument) {
 
 }  // namespace internal
 
-/// Runs @p body on a new thread, which is detached from the start: glibc's pthread_detach() looks
-/// at the thread once more after another may have seen it end and given its memory back.
+/// Runs @p body on a new thread, which is created detached: glibc's pthread_detach() reads the
+/// thread's descriptor once more after marking it detached, when the thread may have ended and its
+/// stack, with the descriptor, may have been unmapped.
 ///
 /// Throws std::system_error where there is no thread.
 template <typename Body>

@@ -9,10 +9,10 @@
 
 namespace tevalon::base {
 
-/// While it lives, the calling thread's timed waits are not put off: by default the kernel lets
-/// each end 50 us late, to wake a sleeping processor less often. The thread's own slack comes back
-/// with its end, for what clients run on the thread, and on threads which they start from it.
-/// Keeps errno.
+/// While it lives, the calling thread's timer slack is the least there is: by default the kernel
+/// lets a timed wait end 50 us late, to wake a sleeping processor less often. Its destructor
+/// restores the thread's own slack, for what clients run on the thread, and on threads that they
+/// start from it, which inherit it. Keeps errno.
 class PreciseWait {
 public:
     PreciseWait() : m_slack(slackOfThisThread()) { setSlack(kLeast); }

@@ -8,8 +8,8 @@
 namespace tevalon::base::event_dispatcher {
 
 /// A POSIX semaphore, zero at first. Where one thread waits for another it is cheaper than a
-/// condition variable, which gives whoever is woken the mutex back as one that others wait for:
-/// unlocking it enters the kernel once more, to wake nobody.
+/// condition variable: that re-acquires its mutex marked contended, which costs an extra futex call
+/// at unlock, to wake nobody.
 ///
 /// Thread-safety: all but construction and destruction.
 class Semaphore {

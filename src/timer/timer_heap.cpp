@@ -7,7 +7,7 @@
 namespace tevalon::base::simple_timer {
 namespace {
 
-std::size_t above(std::size_t index) {
+std::size_t parentOf(std::size_t index) {
     return (index - 1) / 2;
 }
 
@@ -15,14 +15,14 @@ std::size_t above(std::size_t index) {
 
 bool TimerHeap::isBefore(const Entry& left, const Entry& right) {
     if (left.expired < right.expired) return true;
-    return !(right.expired < left.expired) && left.turn < right.turn;
+    return !(right.expired < left.expired) && left.sequence < right.sequence;
 }
 
 void TimerHeap::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired) {
     Place& place = timer->place();
     if (place.m_isListed) return;
     m_entries.emplace_back();
-    putUpwards(m_entries.size() - 1, {expired, m_nextTurn++, timer});
+    siftUp(m_entries.size() - 1, {expired, m_nextSequence++, timer});
     place.m_isListed = true;
 }
 
@@ -35,10 +35,10 @@ void TimerHeap::remove(TimerImpl& timer) {
     Entry last = std::move(m_entries.back());
     m_entries.pop_back();
     if (index == m_entries.size()) return;
-    if (index > 0 && isBefore(last, m_entries[above(index)])) {
-        putUpwards(index, std::move(last));
+    if (index > 0 && isBefore(last, m_entries[parentOf(index)])) {
+        siftUp(index, std::move(last));
     } else {
-        putDownwards(index, std::move(last));
+        siftDown(index, std::move(last));
     }
 }
 
@@ -54,22 +54,22 @@ void TimerHeap::put(std::size_t index, Entry&& entry) {
     m_entries[index] = std::move(entry);
 }
 
-// The entry at the index is free; so is, in the end, the one where the other belongs.
-void TimerHeap::putUpwards(std::size_t index, Entry&& entry) {
-    while (index > 0 && isBefore(entry, m_entries[above(index)])) {
-        put(index, std::move(m_entries[above(index)]));
-        index = above(index);
+// The slot at index is a hole: it moves up, or down, to where the entry belongs.
+void TimerHeap::siftUp(std::size_t index, Entry&& entry) {
+    while (index > 0 && isBefore(entry, m_entries[parentOf(index)])) {
+        put(index, std::move(m_entries[parentOf(index)]));
+        index = parentOf(index);
     }
     put(index, std::move(entry));
 }
 
-void TimerHeap::putDownwards(std::size_t index, Entry&& entry) {
+void TimerHeap::siftDown(std::size_t index, Entry&& entry) {
     const std::size_t count = m_entries.size();
-    for (std::size_t below = 2 * index + 1; below < count; below = 2 * index + 1) {
-        if (below + 1 < count && isBefore(m_entries[below + 1], m_entries[below])) ++below;
-        if (!isBefore(m_entries[below], entry)) break;
-        put(index, std::move(m_entries[below]));
-        index = below;
+    for (std::size_t child = 2 * index + 1; child < count; child = 2 * index + 1) {
+        if (child + 1 < count && isBefore(m_entries[child + 1], m_entries[child])) ++child;
+        if (!isBefore(m_entries[child], entry)) break;
+        put(index, std::move(m_entries[child]));
+        index = child;
     }
     put(index, std::move(entry));
 }

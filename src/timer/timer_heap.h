@@ -14,14 +14,16 @@ namespace tevalon::base::simple_timer {
 
 class TimerImpl;
 
-/// Timers by expiry, those of equal expiry in the order of their insertion; a binary heap, for
-/// nobody asks for more than the first. To insert one that is due late and to remove it takes
-/// constant time in the mean, anything else logarithmic time. Keeps its timers alive.
+/// A binary min-heap of timers by expiry, stable: those of equal expiry in the order of their
+/// insertion. Nobody asks for more than the first, so a full order would be wasted. Inserting one
+/// that is due late, and removing it, takes constant time on average; anything else is logarithmic.
+/// Keeps its timers alive.
 ///
 /// Thread-safety: none; the scheduler's mutex guards it.
 class TimerHeap {
 public:
-    /// Where a timer stands; each timer keeps its own.
+    /// A timer's position in the heap, so that removing it needs no search; each timer keeps its
+    /// own.
     class Place {
         friend class TimerHeap;
         bool m_isListed = false;
@@ -47,18 +49,18 @@ public:
 private:
     struct Entry {
         ExpiredTime expired;
-        std::uint64_t turn;  // Among those of equal expiry.
+        std::uint64_t sequence;  // Of insertion: breaks ties between equal expiries.
         std::shared_ptr<TimerImpl> timer;
     };
 
     static bool isBefore(const Entry& left, const Entry& right);
     void put(std::size_t index, Entry&& entry);
-    void putUpwards(std::size_t index, Entry&& entry);
-    void putDownwards(std::size_t index, Entry&& entry);
+    void siftUp(std::size_t index, Entry&& entry);
+    void siftDown(std::size_t index, Entry&& entry);
 
-    // The first is due first; each is due before those at 2 and at 1 beyond twice its index.
+    // Min-heap: entry i is due no later than entries 2i+1 and 2i+2.
     std::vector<Entry> m_entries;
-    std::uint64_t m_nextTurn = 0;
+    std::uint64_t m_nextSequence = 0;
 };
 
 }  // namespace tevalon::base::simple_timer

@@ -101,7 +101,9 @@ int TimerImpl::start() {
         return kFailure;
     }
     m_needStop.store(false, std::memory_order_release);
-    m_isRunning.store(false, std::memory_order_release);  // Nobody is told: a stop waits on.
+    m_isRunning.store(
+        false,
+        std::memory_order_release);  // No notify: a stop() that is already waiting keeps waiting.
     return kSuccess;
 }
 

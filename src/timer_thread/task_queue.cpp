@@ -8,11 +8,10 @@
 namespace tevalon::base::timer {
 namespace {
 
-// How many stand in front of the first that is later than the time: all, where none is, or where
-// the time is no number, which nothing is later than. Halves without a branch: where a new time
-// belongs is what no processor foresees.
+// Upper bound: entries whose latest time is not greater than fireTime (all if NaN). Branch-free
+// binary search; the comparisons are unpredictable.
 template <typename Sorted>
-std::ptrdiff_t countNotLater(const Sorted& sorted, double fireTime) {
+std::ptrdiff_t upperBound(const Sorted& sorted, double fireTime) {
     const auto* p_first = sorted.data();
     std::size_t count = sorted.size();
     while (count > 0) {
@@ -31,83 +30,83 @@ TaskQueue::~TaskQueue() {
 
 double TaskQueue::insert(Task task) {
     const double fireTime = task->getNextFireTime();
-    const Place place = {fireTime, m_tasks.nextNumber(), task->sessionId()};
-    auto block = m_blocks.begin() + countNotLater(m_blocks, fireTime);
+    const Entry entry = {fireTime, m_tasks.reserveSlot(), task->sessionId()};
+    auto block = m_blocks.begin() + upperBound(m_blocks, fireTime);
     if (block == m_blocks.end()) {
-        append(place);
+        append(entry);
     } else {
-        if (block->places.size() == kMostPlaces) {
-            block = halve(block);
+        if (block->entries.size() == kMaxEntries) {
+            block = split(block);
             if (!(block->latest > fireTime)) ++block;
         }
-        Places& places = block->places;
-        places.insert(places.begin() + countNotLater(places, fireTime), place);
+        Entries& entries = block->entries;
+        entries.insert(entries.begin() + upperBound(entries, fireTime), entry);
     }
     m_tasks.put(std::move(task));
     ++m_size;
     return fireTime;
 }
 
-void TaskQueue::append(Place place) {
+void TaskQueue::append(Entry entry) {
     const double latest = empty() ? kNone : double{m_blocks.back().latest};
-    if (std::isnan(place.latest)) place.latest = latest;
-    if (!empty() && m_blocks.back().places.size() < kMostPlaces) {
-        m_blocks.back().places.push_back(place);
-        m_blocks.back().latest = place.latest;
+    if (std::isnan(entry.latest)) entry.latest = latest;
+    if (!empty() && m_blocks.back().entries.size() < kMaxEntries) {
+        m_blocks.back().entries.push_back(entry);
+        m_blocks.back().latest = entry.latest;
     } else {
-        m_blocks.push_back({place.latest, {place}});
+        m_blocks.push_back({entry.latest, {entry}});
     }
 }
 
-// Returns the first half.
-TaskQueue::Blocks::iterator TaskQueue::halve(Blocks::iterator block) {
-    const auto middle = block->places.begin() + kMostPlaces / 2;
-    Block second = {block->latest, Places(middle, block->places.end())};
+// Returns the first of the two blocks.
+TaskQueue::Blocks::iterator TaskQueue::split(Blocks::iterator block) {
+    const auto middle = block->entries.begin() + kMaxEntries / 2;
+    Block second = {block->latest, Entries(middle, block->entries.end())};
     block = std::prev(m_blocks.insert(std::next(block), std::move(second)));
-    block->places.resize(kMostPlaces / 2);
-    block->latest = block->places.back().latest;
+    block->entries.resize(kMaxEntries / 2);
+    block->latest = block->entries.back().latest;
     return block;
 }
 
 TaskQueue::Task TaskQueue::front() const {
-    return empty() ? nullptr : m_tasks[m_blocks.front().places.front().number];
+    return empty() ? nullptr : m_tasks[m_blocks.front().entries.front().slot];
 }
 
 double TaskQueue::frontFireTime() const {
-    return empty() ? 0.0 : m_tasks[m_blocks.front().places.front().number]->getNextFireTime();
+    return empty() ? 0.0 : m_tasks[m_blocks.front().entries.front().slot]->getNextFireTime();
 }
 
 TaskQueue::Task TaskQueue::popFront() {
     if (empty()) return nullptr;
-    Places& places = m_blocks.front().places;
-    Task first = m_tasks.take(places.front().number);
-    places.erase(places.begin());
-    if (places.empty()) m_blocks.erase(m_blocks.begin());
+    Entries& entries = m_blocks.front().entries;
+    Task first = m_tasks.take(entries.front().slot);
+    entries.erase(entries.begin());
+    if (entries.empty()) m_blocks.erase(m_blocks.begin());
     --m_size;
-    followFromFront();
+    updatePrefixMaxima();
     return first;
 }
 
-// Until nothing changes: from there on everything stands as it did.
-void TaskQueue::followFromFront() {
+// Recomputes the prefix maxima from the front; stops at the first one that is unchanged.
+void TaskQueue::updatePrefixMaxima() {
     double latest = kNone;
     for (Block& block : m_blocks) {
-        for (Place& place : block.places) {
-            if (!follow(&place, latest)) {
-                block.latest = block.places.back().latest;
+        for (Entry& entry : block.entries) {
+            if (!updatePrefixMaximum(&entry, latest)) {
+                block.latest = block.entries.back().latest;
                 return;
             }
-            latest = place.latest;
+            latest = entry.latest;
         }
         block.latest = latest;
     }
 }
 
-bool TaskQueue::follow(Place* p_place, double latestBefore) const {
-    const double fireTime = m_tasks[p_place->number]->getNextFireTime();
-    // A time that is no number is greater than none.
+bool TaskQueue::updatePrefixMaximum(Entry* p_entry, double latestBefore) const {
+    const double fireTime = m_tasks[p_entry->slot]->getNextFireTime();
+    // NaN compares greater than nothing.
     const double latest = fireTime > latestBefore ? fireTime : latestBefore;
-    return std::exchange(p_place->latest, latest) != latest;
+    return std::exchange(p_entry->latest, latest) != latest;
 }
 
 }  // namespace tevalon::base::timer

@@ -13,15 +13,15 @@
 
 namespace tevalon::base::timer {
 
-/// A double-ended queue into which a task goes right before the first one, seen from the
-/// front, whose fire time is strictly greater, or at the end: exactly where a walk from the
-/// front would put it, without the walk.
+/// A double-ended queue into which a task goes right before the first one, seen from the front,
+/// whose fire time is strictly greater, or at the end: exactly where a walk from the front would
+/// put it, without the walk.
 ///
-/// Cancelled tasks stay where they are with the fire time 0.0, so the times alone are not
-/// sorted. What is sorted, and serves as well, is the latest time up to each place: it becomes
-/// greater than a given one right where the first greater time stands. The places lie in short
-/// blocks, so that making room moves little, and side by side in memory, so that looking
-/// through all of them is cheap.
+/// Cancelled tasks keep their place with the fire time 0.0, so the fire times alone are not sorted.
+/// What is sorted is their prefix maximum, the latest fire time up to each entry: it exceeds a
+/// given time for the first time right at the first entry whose own time does, so a binary search
+/// over it finds the place. The entries lie in short blocks, so that an insertion moves few of
+/// them, and contiguously within those, so that a scan of all is cheap.
 ///
 /// Thread-safety: none; the owner's lock guards it.
 class TaskQueue {
@@ -37,7 +37,7 @@ public:
     bool empty() const { return m_blocks.empty(); }
     std::size_t size() const { return m_size; }
 
-    /// Places @p task by the fire time that it has now, and returns that.
+    /// Places @p task by the fire time that it has now, and returns that. Throws std::bad_alloc.
     double insert(Task task);
 
     /// The first task; empty when there is none.
@@ -47,52 +47,52 @@ public:
     /// The first task, which is removed; empty when there is none.
     Task popFront();
 
-    /// Calls @p visit with each task, from front to back, and then goes by the fire time that
-    /// the visit left it with. Where a visit throws, places behind it go by what was before.
+    /// Calls @p visit with each task, from front to back, and updates the prefix maxima by the fire
+    /// times that the visits left. Where a visit throws, the maxima behind it stay as they were.
     template <typename Visit>
     void forEach(Visit visit) {
-        forEachWhere([](const Place&) { return true; }, visit);
+        forEachWhere([](const Entry&) { return true; }, visit);
     }
 
     /// The same with the tasks of one session, the others untouched.
     template <typename Visit>
     void forEachOfSession(std::int32_t sessionId, Visit visit) {
-        forEachWhere([=](const Place& place) { return place.sessionId == sessionId; }, visit);
+        forEachWhere([=](const Entry& entry) { return entry.sessionId == sessionId; }, visit);
     }
 
 private:
-    struct Place {
-        double latest;         // Of the fire times up to here; the task's own may be set any time.
-        std::uint32_t number;  // The task's, in m_tasks.
+    struct Entry {
+        double latest;       // Prefix maximum of the fire times; a task's own may change any time.
+        std::uint32_t slot;  // The task's, in m_tasks.
         std::int32_t sessionId;
     };
 
-    using Places = std::vector<Place>;
+    using Entries = std::vector<Entry>;
 
     struct Block {
-        double latest;  // That of its last place.
-        Places places;  // One at least, kMostPlaces at most.
+        double latest;    // That of its last entry.
+        Entries entries;  // At least one, at most kMaxEntries.
     };
     using Blocks = std::vector<Block>;
 
     static constexpr double kNone = -std::numeric_limits<double>::infinity();
-    static constexpr std::size_t kMostPlaces = 64;
+    static constexpr std::size_t kMaxEntries = 64;
 
-    void append(Place place);
-    Blocks::iterator halve(Blocks::iterator block);
-    void followFromFront();
-    bool follow(Place* p_place, double latestBefore) const;
+    void append(Entry entry);
+    Blocks::iterator split(Blocks::iterator block);
+    void updatePrefixMaxima();
+    bool updatePrefixMaximum(Entry* p_entry, double latestBefore) const;
 
     template <typename IsWanted, typename Visit>
     void forEachWhere(IsWanted isWanted, Visit& visit) {
         double latest = kNone;
         bool hasChanged = false;
         for (Block& block : m_blocks) {
-            for (Place& place : block.places) {
-                const bool isVisited = isWanted(place);
-                if (isVisited) visit(*m_tasks[place.number]);
-                if (isVisited || hasChanged) hasChanged = follow(&place, latest);
-                latest = place.latest;
+            for (Entry& entry : block.entries) {
+                const bool isVisited = isWanted(entry);
+                if (isVisited) visit(*m_tasks[entry.slot]);
+                if (isVisited || hasChanged) hasChanged = updatePrefixMaximum(&entry, latest);
+                latest = entry.latest;
             }
             block.latest = latest;
         }

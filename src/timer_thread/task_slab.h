@@ -1,4 +1,4 @@
-// task_slab.h: room for the tasks that a queue holds.
+// task_slab.h: a slab of tasks, addressed by small indices.
 
 #ifndef SRC_TIMER_THREAD_TASK_SLAB_H
 #define SRC_TIMER_THREAD_TASK_SLAB_H
@@ -13,41 +13,43 @@
 
 namespace tevalon::base::timer {
 
-/// Tasks by number: small and trivial where a pointer that owns would have to be moved with care.
-/// Room is used again; beyond that for a few tasks it is given back when the last one goes.
+/// A slab of tasks. The queue stores 4-byte indices, so that its entries are trivially movable.
+/// Free slots are reused, last in, first out; the memory of all but a few is returned when the slab
+/// becomes empty.
 ///
 /// Thread-safety: none.
 class TaskSlab {
 public:
     using Task = std::shared_ptr<TimerTaskBase>;
 
-    /// The number that the next task gets; makes room for it. May throw, and has then changed
+    /// The slot that the next put() uses; reserves it. Throws std::bad_alloc, and has then changed
     /// nothing.
-    std::uint32_t nextNumber() {
+    std::uint32_t reserveSlot() {
         if (m_free.empty()) grow();
         return m_free.back();
     }
 
-    /// As the number that nextNumber() has just told. Does not throw.
+    /// Stores @p task in the slot that reserveSlot() has just returned. Does not throw.
     void put(Task&& task) {
         m_tasks[m_free.back()] = std::move(task);
         m_free.pop_back();
     }
 
     /// Does not throw.
-    Task take(std::uint32_t number) {
-        Task task = std::move(m_tasks[number]);
-        m_free.push_back(number);
+    Task take(std::uint32_t slot) {
+        Task task = std::move(m_tasks[slot]);
+        m_free.push_back(slot);
         if (m_free.size() == m_tasks.size() && m_tasks.size() > kKept) clear();
         return task;
     }
 
-    const Task& operator[](std::uint32_t number) const { return m_tasks[number]; }
+    const Task& operator[](std::uint32_t slot) const { return m_tasks[slot]; }
 
 private:
     static constexpr std::size_t kKept = 64;
 
-    // All room first, and for all numbers to be free one day: nothing after it allocates.
+    // Reserves first, and the free list for all slots at once, so that neither put() nor take()
+    // ever allocates.
     void grow() {
         if (m_tasks.size() == m_tasks.capacity()) m_tasks.reserve(2 * m_tasks.size() + 1);
         m_free.reserve(m_tasks.capacity());

@@ -38,13 +38,13 @@ TEST_F(AdaptiveSpinTest, WhatHasComeIsSeenWithTheFirstLook) {
 }
 
 TEST_F(AdaptiveSpinTest, WhatComesMeanwhileEndsIt) {
-    for (const int last : {2, 10, AdaptiveSpin::kLooks + 1}) {
+    for (const int last : {2, 10, AdaptiveSpin::kMaxSpins + 1}) {
         EXPECT_EQ(looksOf(&m_spin, last), last);
     }
 }
 
 TEST_F(AdaptiveSpinTest, WhatDoesNotComeEndsItToo) {
-    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kLooks + 1);
+    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kMaxSpins + 1);
 }
 
 TEST_F(AdaptiveSpinTest, IsLeftOutTheMoreTheOftenerItWasInVain) {
@@ -63,7 +63,7 @@ TEST_F(AdaptiveSpinTest, IsNotLeftOutOnceItPaysAgain) {
 
     EXPECT_EQ(looksOf(&m_spin, 3), 3);
 
-    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kLooks + 1);
+    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kMaxSpins + 1);
     EXPECT_EQ(leftOut(&m_spin), 1U);
 }
 

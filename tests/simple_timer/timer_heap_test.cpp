@@ -14,8 +14,8 @@ namespace {
 
 using tevalon::base::simple_timer::ExpiredTime;
 using tevalon::base::simple_timer::ONCE;
-using tevalon::base::simple_timer::TimerImpl;
 using tevalon::base::simple_timer::TimerHeap;
+using tevalon::base::simple_timer::TimerImpl;
 using Impl = std::shared_ptr<TimerImpl>;
 
 // The clock reads as the test says, so that expiries can be chosen.

@@ -148,7 +148,8 @@ TEST(TerminalTest, WithTheOptionTheLogStandsBesideTheStory) {
             play({"--session=" + session.path(), option, "--save-log=" + log.path()}, 80);
 
         EXPECT_EQ(result.exitStatus, 0);
-        EXPECT_GE(timesFound(result.shown, R"(\[EventDispatcher\] event_dispatcher\.cpp:[0-9]+:)"), 1);
+        EXPECT_GE(timesFound(result.shown, R"(\[EventDispatcher\] event_dispatcher\.cpp:[0-9]+:)"),
+                  1);
         EXPECT_EQ(timesFound(result.shown, "The log is in"), 0);
         EXPECT_EQ(contentsOf(log.path()), "of yesterday\n");
     }

@@ -68,7 +68,7 @@ void report(const char* p_variable, std::string_view bad, const char* p_rest) {
     writeOwnLine(line);
 }
 
-void readFile(const char* p_path) {
+void readDestination(const char* p_path) {
     if (setFile(p_path)) return;
     char rest[160];
     char reason[64];
@@ -100,7 +100,7 @@ void readEnvironment() {
     prepareLineWriter();
     turnToStandardError();
     // The destination first: that is where complaints about the others are looked for.
-    readFile(secure_getenv(kFileVariable));
+    readDestination(secure_getenv(kFileVariable));
     readPrefix(std::getenv(kPrefixVariable));
     readLevels(std::getenv(kLevelsVariable));
     g_isEnvironmentRead.store(true, std::memory_order_release);

@@ -1,4 +1,4 @@
-// writer_gate.h: lets threads write side by side, or one of them alone.
+// writer_gate.h: a lock that many writers share and one can hold exclusively.
 
 #ifndef ZOR_DEBUG_SRC_WRITER_GATE_H
 #define ZOR_DEBUG_SRC_WRITER_GATE_H
@@ -10,21 +10,22 @@
 
 namespace zor_debug {
 
-/// What a thread enters by, of its own, so that threads that share the gate touch no memory that
-/// another one writes to.
+/// A thread's own flag, in its own line buffer: threads that share the gate write to no memory
+/// in common.
 struct GateMember {
     GateMember* p_next = nullptr;
     GateMember* p_previous = nullptr;
     std::atomic<bool> isInside{false};
 };
 
-/// A lock that its members may share. It is closed at first and whenever it was left so: then all
-/// enter alone, one after the other. Works before main and is never destroyed.
+/// A reader-writer lock whose shared side costs one store and one load of a line of the thread's
+/// own. Closed at first and whenever it was left so: then all enter exclusively, one after the
+/// other. Works before main and is never destroyed.
 class WriterGate {
 public:
-    /// Enters beside others. False, at once, when the gate is closed.
+    /// Enters shared. False, at once, when the gate is closed.
     bool tryEnter(GateMember* p_member) {
-        // A glance first: the way of a gate that stays closed is short.
+        // A relaxed look first: a gate that stays closed costs no fence.
         if (!m_isOpen.load(std::memory_order_relaxed)) return false;
         p_member->isInside.store(true);
         if (m_isOpen.load()) return true;
@@ -33,8 +34,9 @@ public:
     }
     void leave(GateMember* p_member) { p_member->isInside.store(false, std::memory_order_release); }
 
-    /// Closes the gate and returns when no thread is inside. False when that cannot be had: then
-    /// the caller goes on all the same, for its line matters more than its neighbours' order.
+    /// Enters exclusively: closes the gate, waits until no thread is inside. False when that cannot
+    /// be had: then the caller goes on all the same, for its line matters more than its neighbours'
+    /// order.
     bool enterAlone();
     /// The same, but gives up at the deadline: false, and not entered.
     bool enterAloneUntil(const Deadline& deadline);
@@ -49,8 +51,9 @@ public:
 private:
     Lock m_aloneLock;
     GateMember* m_members = nullptr;
-    // One who enters says so, then looks whether the gate is open; one who wants to be alone closes
-    // it, then looks who is inside. Sequentially consistent, so that one of the two sees the other.
+    // Store, then load, on both sides: a thread that enters shared sets its flag, then checks the
+    // gate; one that enters exclusively closes the gate, then checks the flags. Sequentially
+    // consistent, so that at least one of the two sees the other (Dekker).
     std::atomic<bool> m_isOpen{false};
 };
 

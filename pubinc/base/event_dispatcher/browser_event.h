@@ -54,8 +54,8 @@ public:
     /// @param timeout  In milliseconds on the monotonic clock; -1 waits without limit, other
     ///                 negative values have passed already.
     ///
-    /// Where a reply lately came within some 15 us it looks for it as long, awake, before it
-    /// sleeps; never on a machine with one processor.
+    /// Spins for some 15 us before it sleeps where replies have lately come within that time; never
+    /// on a machine with one processor.
     ///
     /// On an event that was never armed it writes an error line and returns kEventResultNone
     /// at once. Throws std::system_error when the lock cannot be taken or the wait fails.
@@ -82,7 +82,7 @@ private:
 
     TEVALON_BASE_LOCAL WaitObjects* waitObjects() const;
     TEVALON_BASE_LOCAL void replyToWaiters(WaitObjects* p_objects, EventResult reply);
-    TEVALON_BASE_LOCAL void lookForReply() const;
+    TEVALON_BASE_LOCAL void spinForReply() const;
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
     TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                                     std::int32_t timeoutMs);

@@ -1,4 +1,5 @@
-// guarded_mutex.h: where what the guards share used to be; for clients that include it by this name.
+// guarded_mutex.h: kept for clients that include it by this name; what it held is internal.
+// name.
 
 #ifndef BASE_SYNCHRONIZATION_GUARDED_MUTEX_H
 #define BASE_SYNCHRONIZATION_GUARDED_MUTEX_H

@@ -1,4 +1,5 @@
-// system_error.h: where how the wrappers throw used to be; for clients that include it by this name.
+// system_error.h: kept for clients that include it by this name; what it held is internal.
+// name.
 
 #ifndef BASE_SYNCHRONIZATION_SYSTEM_ERROR_H
 #define BASE_SYNCHRONIZATION_SYSTEM_ERROR_H

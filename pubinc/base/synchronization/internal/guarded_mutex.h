@@ -37,7 +37,8 @@ inline pthread_mutex_t* posixMutex(std::mutex* p_mutex) {
     return p_mutex->native_handle();
 }
 
-// The place comes in pieces, which are put together only where a call has failed.
+// Location as separate arguments, put together only where a call has failed: as static members they
+// were STB_GNU_UNIQUE symbols, which keep a client's module from being unloaded.
 
 template <typename NativeMutex>
 void lockOrLog(NativeMutex* p_mutex, const char* file, int line, const char* function) {
