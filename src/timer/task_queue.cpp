@@ -29,7 +29,7 @@ TaskQueue::~TaskQueue() {
     while (!empty()) (void)popFront();
 }
 
-double TaskQueue::insert(Task task) {
+double TaskQueue::insert(Task&& task) {
     const double fireTime = task->getNextFireTime();
     const Place place = {fireTime, m_tasks.nextNumber(), task->sessionId()};
     auto block = m_blocks.begin() + countNotLater(m_blocks, fireTime);
