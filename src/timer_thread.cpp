@@ -66,18 +66,23 @@ void TimerThread::stop() {
 }
 
 void TimerThread::postTask(Task task) {
+    post(std::move(task));
+}
+
+void TimerThread::post(Task&& task) {
     if (task == nullptr) {
-        BLOG(kLogError, "Invalid Empty task\n");
+        BLOG_AS("postTask", kLogError, "Invalid Empty task\n");
         return;
     }
     if (task->getNextFireTime() == kNoFireTime) {
-        BLOG(kLogWarn, "[%p]:Forgot to set Firing Time?default to now(). task:(%p - id:%d).\n",
-             static_cast<void*>(this), static_cast<void*>(task.get()), task->taskId());
+        BLOG_AS("postTask", kLogWarn,
+                "[%p]:Forgot to set Firing Time?default to now(). task:(%p - id:%d).\n",
+                static_cast<void*>(this), static_cast<void*>(task.get()), task->taskId());
         task->setNextFireTime(monotonicSeconds());
     }
     startIfIdle();
-    BLOG(kLogInfo, "[%p]:Insert new task:(%p - id:%d).\n", static_cast<void*>(this),
-         static_cast<void*>(task.get()), task->taskId());
+    BLOG_AS("postTask", kLogInfo, "[%p]:Insert new task:(%p - id:%d).\n", static_cast<void*>(this),
+            static_cast<void*>(task.get()), task->taskId());
     // Who watches the debug level sees the thread look at its queue after each post.
     const bool isWatched = isLogOn(kLogDebug);
     const auto afterInsert = [this] { debugIterateTaskQueue("After insert new task:"); };

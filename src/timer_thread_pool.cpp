@@ -66,7 +66,8 @@ void TimerThreadPool::postWorkerTask(std::shared_ptr<TimerTaskBase> task) {
 void TimerThreadPool::postToWorker(std::shared_ptr<TimerTaskBase> task) {
     const AutoLock lock(m_workersMutex);
     TimerThread* p_worker = chooseWorker();
-    if (p_worker != nullptr) p_worker->postTask(std::move(task));
+    // Where it throws, the task is destroyed by our caller, without the lock: it may post.
+    if (p_worker != nullptr) p_worker->post(std::move(task));
 }
 
 TimerThread* TimerThreadPool::chooseWorker() {

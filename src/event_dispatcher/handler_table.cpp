@@ -30,7 +30,7 @@ const InnerHandler_t* HandlerTable::find(std::int32_t srcModule, std::int32_t ev
     return nullptr;
 }
 
-void HandlerTable::add(InnerHandler_t record) {
+void HandlerTable::add(InnerHandler_t&& record) {
     std::atomic<Node*>* p_end = &m_chains[chainOf(record.eventType)];
     while (Node* const p_node = p_end->load(std::memory_order_relaxed)) p_end = &p_node->p_next;
     auto added = std::make_unique<Node>();

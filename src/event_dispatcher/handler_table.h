@@ -38,7 +38,8 @@ public:
     /// The first handler in order of registration that takes these events, or null.
     const InnerHandler_t* find(std::int32_t srcModule, std::int32_t eventType) const;
 
-    void add(InnerHandler_t record);
+    /// Where it throws, @p record stays with the caller, to be destroyed without the lock.
+    void add(InnerHandler_t&& record);
 
     /// Destroys the handlers. Nobody may look one up meanwhile, but for what they do themselves.
     void clear();

@@ -28,7 +28,7 @@ TaskQueue::~TaskQueue() {
     while (!empty()) (void)popFront();
 }
 
-double TaskQueue::insert(Task task) {
+double TaskQueue::insert(Task&& task) {
     const double fireTime = task->getNextFireTime();
     const Entry entry = {fireTime, m_tasks.reserveSlot(), task->sessionId()};
     auto block = m_blocks.begin() + upperBound(m_blocks, fireTime);

@@ -37,8 +37,9 @@ public:
     bool empty() const { return m_blocks.empty(); }
     std::size_t size() const { return m_size; }
 
-    /// Places @p task by the fire time that it has now, and returns that. Throws std::bad_alloc.
-    double insert(Task task);
+    /// Places @p task by the fire time that it has now, and returns that. Where it throws
+    /// std::bad_alloc, the task stays with the caller, to be destroyed without the owner's lock.
+    double insert(Task&& task);
 
     /// The first task; empty when there is none.
     Task front() const;

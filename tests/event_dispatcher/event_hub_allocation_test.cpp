@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
+#include <new>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/event_dispatcher/event_hub.h"
@@ -64,6 +69,44 @@ void expectTheDispatcherToleratesIt(EventHub& hub) {
     EXPECT_EQ(evtdispch_register_hub(&hub), 0);
     EXPECT_EQ(evtdispch_send_event(std::make_shared<BrowserEvent>(3, 5, nullptr), 7), -1);
     EXPECT_EQ(evtdispch_unregister_hub(&hub), 0);
+}
+
+/// What a handler holds: another thread can use the hub beside it, while it is destroyed.
+class HandlerWitness {
+public:
+    explicit HandlerWitness(std::function<void()> atEnd) : m_atEnd(std::move(atEnd)) {}
+    ~HandlerWitness() { m_atEnd(); }
+
+    HandlerWitness(const HandlerWitness&) = delete;
+    HandlerWitness& operator=(const HandlerWitness&) = delete;
+
+private:
+    const std::function<void()> m_atEnd;
+};
+
+TEST(EventHubAllocationTest, AHandlerThatThereIsNoMemoryForIsDestroyedUnlocked) {
+    LogCapture log(kLogError);
+    EventHub hub(7);
+    hub.registerHandler(1, [](const std::shared_ptr<BrowserEvent>&) {});
+    test::Event used;
+    std::thread user;
+    auto witness = std::make_shared<HandlerWitness>([&] {
+        user = std::thread([&] {
+            (void)hub.registerHandler(3, [](const std::shared_ptr<BrowserEvent>&) {});
+            used.set();
+        });
+        EXPECT_TRUE(used.wait());
+    });
+    EventHub::Handler handler = [witness](const std::shared_ptr<BrowserEvent>&) {};
+    witness.reset();
+    {
+        test::FailCall fail(Call::New, 0);
+        EXPECT_THROW((void)hub.registerHandler(2, std::move(handler)), std::bad_alloc);
+        EXPECT_EQ(fail.hits(), 1);
+    }
+    handler = nullptr;
+    EXPECT_TRUE(used.isSet());
+    user.join();
 }
 
 TEST(EventHubAllocationTest, EachAllocationThatFailsLeavesAHubThatReportsIt) {

@@ -222,12 +222,14 @@ TEST_F(EventHubOwnThreadTest, AThreadLocalObjectMayDestroyTheHubWhenItsThreadEnd
     EventHub* const p_hub = hub.get();
     p_hub->registerHandler(kLeave, [&, p_hub](const Event&) {
         static thread_local LateOwner t_owner;
+        // Waits for the sender, who is still in the hub.
+        (void)evtdispch_unregister_hub(p_hub);
         t_owner.own(std::move(hub), &m_done);
-        p_hub->onHubUnregistered();
         m_log.clear();
     });
+    evtdispch_register_hub(p_hub);
 
-    p_hub->receiveEvent(makeEvent(kLeave));
+    EXPECT_EQ(evtdispch_send_event(makeEvent(kLeave), kModule), 0);
 
     EXPECT_TRUE(m_done.wait());
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());

@@ -33,7 +33,7 @@ TEST_P(HandlerTableAgainstWalkTest, FindsWhatTheWalkFinds) {
     for (int i = 0; i < 300; ++i) {
         const std::int32_t source = anySource(random);
         const InnerHandler_t record{source == 0 ? kAnyModule : source, anyType(random), nullptr};
-        table.add(record);
+        table.add(InnerHandler_t(record));
         plain.push_back(record);
     }
 

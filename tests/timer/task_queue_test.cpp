@@ -87,7 +87,7 @@ TEST(TaskQueueTest, AnEmptyQueueHasNoFirstTask) {
 TEST(TaskQueueTest, EqualTimesStayInTheOrderOfTheirInsertion) {
     TaskQueue queue;
     const std::vector<Task> tasks = {taskAt(5), taskAt(5), taskAt(5), taskAt(4)};
-    for (const Task& task : tasks) queue.insert(task);
+    for (const Task& task : tasks) queue.insert(Task(task));
 
     EXPECT_EQ(queue.popFront(), tasks[3]);
     EXPECT_EQ(queue.popFront(), tasks[0]);
@@ -101,11 +101,11 @@ TEST(TaskQueueTest, CancelledTasksKeepTheirPlaceAndAreWalkedOver) {
     const Task first = taskAt(10);
     const Task cancelled = taskAt(20);
     const Task last = taskAt(30);
-    for (const Task& task : {first, cancelled, last}) queue.insert(task);
+    for (const Task& task : {first, cancelled, last}) queue.insert(Task(task));
     cancel(queue, cancelled->sessionId());
 
     const Task added = taskAt(15);
-    queue.insert(added);
+    queue.insert(Task(added));
 
     EXPECT_EQ(orderOf(queue), (std::vector<const TimerTaskBase*>{first.get(), cancelled.get(),
                                                                  added.get(), last.get()}));
@@ -114,11 +114,11 @@ TEST(TaskQueueTest, CancelledTasksKeepTheirPlaceAndAreWalkedOver) {
 TEST(TaskQueueTest, ANegativeTimeGoesInFrontOfACancelledTask) {
     TaskQueue queue;
     const Task cancelled = taskAt(20);
-    queue.insert(cancelled);
+    queue.insert(Task(cancelled));
     cancel(queue, cancelled->sessionId());
 
     const Task negative = taskAt(-5);
-    queue.insert(negative);
+    queue.insert(Task(negative));
 
     EXPECT_EQ(queue.popFront(), negative);
 }
@@ -127,7 +127,7 @@ TEST(TaskQueueTest, TheQueueLetsGoOfItsTasks) {
     const Task task = taskAt(1);
     {
         TaskQueue queue;
-        queue.insert(task);
+        queue.insert(Task(task));
         EXPECT_EQ(task.use_count(), 2);
     }
     EXPECT_EQ(task.use_count(), 1);
@@ -152,7 +152,7 @@ TEST(TaskQueueTest, WithoutMemoryNothingIsInserted) {
         for (int n = 1;; ++n) {
             const test::FailCall noMemory(Call::New, 0, When().nth(n));
             try {
-                queue.insert(task);
+                queue.insert(Task(task));
             } catch (const std::bad_alloc&) {
                 ++refusals;
                 EXPECT_EQ(task.use_count(), 1);
@@ -195,7 +195,7 @@ TEST_P(TaskQueueAgainstWalkTest, PlacesAreThoseOfTheWalk) {
             const Task task =
                 taskAt(isSpecial ? specialTimes[special(random)] : coarseTime(random));
             plain.insert(task);
-            queue.insert(task);
+            queue.insert(Task(task));
         } else if (dice < 90) {
             ASSERT_EQ(queue.popFront(), plain.popFront());
         } else if (!plain.tasks().empty()) {

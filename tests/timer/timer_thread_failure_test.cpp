@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 #include "timer/timer_fixtures.h"
 
@@ -136,6 +141,44 @@ TEST_F(TimerThreadFailureTest, AFailedLockIsLoggedAndTheOperationGoesOn) {
                             ".\n"};
     EXPECT_EQ(m_log.entries(), std::vector<LogEntry>(8, line));
     EXPECT_EQ(task->getNextFireTime(), 0.0);
+}
+
+/// A task that another thread can use the timer thread beside, while it is destroyed.
+class WitnessTask : public TimerTaskBase {
+public:
+    explicit WitnessTask(std::function<void()> atEnd) : m_atEnd(std::move(atEnd)) {}
+    ~WitnessTask() override { m_atEnd(); }
+
+    WitnessTask(const WitnessTask&) = delete;
+    WitnessTask& operator=(const WitnessTask&) = delete;
+
+    void fire() override {}
+
+private:
+    const std::function<void()> m_atEnd;
+};
+
+TEST_F(TimerThreadFailureTest, ATaskThatThereIsNoMemoryForIsDestroyedUnlocked) {
+    TimerThread other;  // Its queue has no room yet.
+    other.start();
+    test::Event used;
+    std::thread user;
+    auto task = std::make_shared<WitnessTask>([&] {
+        user = std::thread([&] {
+            (void)other.hasTask();
+            used.set();
+        });
+        EXPECT_TRUE(used.wait());
+    });
+    task->setNextFireTime(monotonicNow() + 3600);
+    {
+        FailCall fail(Call::New, 0);
+        EXPECT_THROW(other.postTask(std::move(task)), std::bad_alloc);
+        EXPECT_EQ(fail.hits(), 1);
+    }
+    EXPECT_TRUE(used.isSet());
+    EXPECT_FALSE(other.hasTask());
+    user.join();
 }
 
 }  // namespace

@@ -7,10 +7,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "support/fresh_process.h"
 #include "support/threads.h"
@@ -387,6 +389,42 @@ TEST(TimerThreadPoolTest, AThreadThatCannotBeMadeFailsThePost) {
         EXPECT_EQ(linesOfPosting(log, makeTask([&] { fired.set(); }, kNow)), Lines{});
         EXPECT_TRUE(fired.wait());
         runOn(TimerThreadPool::postMainThreadTask, [] {});
+    });
+}
+
+/// A task that posts another one when it goes.
+class LastWish : public TimerTaskBase {
+public:
+    explicit LastWish(std::shared_ptr<TimerTaskBase> task) : m_task(std::move(task)) {}
+    ~LastWish() override {
+        test::Event posted;
+        std::thread posting([&] {
+            TimerThreadPool::postWorkerTask(m_task);
+            posted.set();
+        });
+        EXPECT_TRUE(posted.wait());
+        posting.detach();
+    }
+
+    LastWish(const LastWish&) = delete;
+    LastWish& operator=(const LastWish&) = delete;
+
+    void fire() override {}
+
+private:
+    const std::shared_ptr<TimerTaskBase> m_task;
+};
+
+TEST(TimerThreadPoolTest, ATaskThatCannotBePostedIsDestroyedUnlocked) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        LogCapture log(kLogError);
+        static test::Event s_fired;
+        auto task = std::make_shared<LastWish>(makeTask([] { s_fired.set(); }, kNow));
+        FailCall noThread(Call::PthreadCreate, EAGAIN, test::When().nth(1));
+
+        EXPECT_THROW(TimerThreadPool::postWorkerTask(std::move(task)), std::runtime_error);
+
+        EXPECT_TRUE(s_fired.wait());
     });
 }
 

@@ -92,6 +92,8 @@ private:
     /// @param name  The thread's, at most 15 characters. Copied.
     TEVALON_BASE_LOCAL explicit TimerThread(const char* name);
 
+    /// As postTask(). Where it throws, the task stays with the caller.
+    TEVALON_BASE_LOCAL void post(std::shared_ptr<TimerTaskBase>&& task);
     TEVALON_BASE_LOCAL void startIfIdle();
     TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task);
     TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
