@@ -27,6 +27,8 @@ TimerThread::TimerThread(const char* name) : TimerThread() {
     m_state->setName(name);
 }
 
+// In this order: nothing starts any more; the worker is gone, or is this very thread; what is left
+// of the queue is destroyed while the state still stands, for a task's destructor may post.
 TimerThread::~TimerThread() {
     const NoCancellation noCancellation;
     BLOG_TRACE_POINT();
@@ -46,6 +48,8 @@ void TimerThread::start() {
     BLOG_TRACE_POINT();
 }
 
+// The handle's destructor calls stop() once more, and joins; claimStop() lets that call pass. Not
+// cancelled: a destructor joins.
 void TimerThread::stop() {
     const NoCancellation noCancellation;
     BLOG_TRACE_POINT();
@@ -69,6 +73,8 @@ void TimerThread::postTask(Task task) {
     post(std::move(task));
 }
 
+// The fire time is settled before the lock is taken, and read again under it: the task's owner may
+// change it at any time.
 void TimerThread::post(Task&& task) {
     if (task == nullptr) {
         BLOG_AS("postTask", kLogError, "Invalid Empty task\n");
@@ -210,6 +216,8 @@ void TimerThread::fireTask(const Task& task) {
             task->taskId());
 }
 
+// Each step of the loop takes the lock anew. What was true in one may have changed in the next: a
+// task that is popped too early for its time goes back to the queue.
 double TimerThread::getNextFiringInterval() {
     const double fireTime = m_state->frontFireTime();
     if (fireTime == kNoFireTime) {

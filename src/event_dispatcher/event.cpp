@@ -94,6 +94,7 @@ std::int32_t BrowserEvent::initWaitResultCv() {
 
 void BrowserEvent::replyResult(EventResult reply) {
     if (waitResultMtx == nullptr) {
+        // Never armed, so nobody waits. Result before flag: who reads the flag finds the result.
         result = reply;
         replied = true;
         return;
@@ -102,6 +103,7 @@ void BrowserEvent::replyResult(EventResult reply) {
         replyToWaiters(p_objects, reply);
         return;
     }
+    // Objects of a client's own: they live as long as the client says, so notify under the lock.
     const std::lock_guard<std::mutex> lock(*waitResultMtx);
     replied = true;
     result = reply;
@@ -114,7 +116,7 @@ void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
         const std::lock_guard<std::mutex> lock(*p_objects);
         replied = true;
         result = reply;
-        p_objects->hold();
+        p_objects->hold();  // Under the lock: the waiter cannot have gone yet.
     }
     p_objects->cv.notify_all();
     p_objects->release();
@@ -126,6 +128,7 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
         BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
+    // Without the lock, by the flag alone; what decides is the look under the lock that follows.
     if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
     return timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);

@@ -92,6 +92,9 @@ std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
     return kOk;
 }
 
+// The hub is told after the list's lock is released: it joins its thread, whose handler in hand may
+// send. Once remove() has returned no delivery reaches the hub any more, for each holds the lock
+// over its whole walk.
 std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
     if (p_hub == nullptr) {
         BLOG(kLogError, "p_hub is NULL.\n");
@@ -107,6 +110,8 @@ std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int
     return deliver(std::move(event), target);
 }
 
+// Where a send and a hub's sendEvent() meet. By rvalue reference: an event that nobody queues stays
+// with the sender, whose thread destroys it, and its payload, without the list's lock.
 std::int32_t EventDispatcher::deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
     if (event == nullptr) {
         BLOG_AS("send", kLogError, "event is NULL.\n");

@@ -24,7 +24,7 @@ const InnerHandler_t* HandlerTable::find(std::int32_t srcModule, std::int32_t ev
     const Node* p_node = m_chains[chainOf(eventType)].load(std::memory_order_acquire);
     for (; p_node != nullptr; p_node = p_node->p_next.load(std::memory_order_acquire)) {
         const InnerHandler_t& stored = p_node->record;
-        if (stored.eventType != eventType) continue;
+        if (stored.eventType != eventType) continue;  // Another type with the same hash.
         if (stored.srcModule == kAnyModule || stored.srcModule == srcModule) return &stored;
     }
     return nullptr;
@@ -35,6 +35,7 @@ void HandlerTable::add(InnerHandler_t&& record) {
     while (Node* const p_node = p_end->load(std::memory_order_relaxed)) p_end = &p_node->p_next;
     auto added = std::make_unique<Node>();
     added->record = std::move(record);
+    // Release: whoever reads the link by acquire sees the whole record behind it.
     p_end->store(added.release(), std::memory_order_release);
 }
 

@@ -30,7 +30,8 @@ Timer::~Timer() {
     BLOG(kLogDebug, "Destroy timer:'%s'.\n", m_impl->name().c_str());
     if (m_impl->isStarted()) RemoveTimer(m_impl);
     m_impl->stop();
-    // The stop waits for one run. Others may overlap it, or be about to begin.
+    // stop() waits for one run by a flag that the first to end clears. Others may overlap it, or be
+    // about to begin: their threads exist, and hold the implementation, but not this handle.
     m_impl->retire();
     // The last run may have started the timer once more.
     if (m_impl->isStarted()) RemoveTimer(m_impl);
@@ -78,7 +79,7 @@ int Timer::changeHandler(TimerHandler handler, void* userData) {
 
 int Timer::start() {
     RETURN_WITHOUT_IMPL(kFailure);
-    if (m_impl->isStarted()) return kSuccess;
+    if (m_impl->isStarted()) return kSuccess;  // Looked at again under the scheduler's mutex.
     if (!m_impl->isValid()) {
         BLOG(kLogError, "Property of timer('%s') is invalid, cannot start.\n",
              m_impl->name().c_str());

@@ -109,8 +109,8 @@ int TimerImpl::start() {
 
 int TimerImpl::stop() {
     BLOG(kLogDebug, "Will stop timer:'%s'.\n", m_name.c_str());
-    // In one order with the running flag, not only released: either a run sees that it is to stop,
-    // or we see that it goes on.
+    // Sequentially consistent, like the running flag: a run sets its flag and then reads this one,
+    // we do the reverse. At least one of the two sees the other.
     m_needStop = true;
     BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
     if (m_isRunning && !RunningThread::isThisThreadOf(this)) waitForRun();

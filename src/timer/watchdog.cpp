@@ -97,6 +97,7 @@ struct WatchDog::Report {
     double seconds;
 };
 
+// The members are initialised before the thread starts, which looks at them at once.
 WatchDog::WatchDog() : m_thread{this, {}} {
     if (pthread_create(&m_thread.handle, nullptr, runOwner, &m_thread) != 0) {
         throw std::runtime_error("Thread initialization failed");
@@ -181,7 +182,8 @@ void WatchDog::checkAll(std::vector<int>* p_logged) {
     }
 }
 
-// Written so that a time that is no number is never overdue.
+// The callback is taken along under the lock and called without it: it may begin or end watches.
+// Written so that NaN is never overdue.
 std::optional<WatchDog::Report> WatchDog::takeOverrun(int id) {
     const LockGuard lock(m_mutex);
     const double now = monotonicSeconds();

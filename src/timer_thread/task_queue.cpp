@@ -31,6 +31,7 @@ TaskQueue::~TaskQueue() {
 double TaskQueue::insert(Task&& task) {
     const double fireTime = task->getNextFireTime();
     const Entry entry = {fireTime, m_tasks.reserveSlot(), task->sessionId()};
+    // Two binary searches: for the block by its last prefix maximum, then within it.
     auto block = m_blocks.begin() + upperBound(m_blocks, fireTime);
     if (block == m_blocks.end()) {
         append(entry);
@@ -47,6 +48,8 @@ double TaskQueue::insert(Task&& task) {
     return fireTime;
 }
 
+// Behind all others, no prefix maximum changes but the new entry's own, which is its time: nothing
+// before it is greater. NaN inherits the maximum before it, so that the order stays total.
 void TaskQueue::append(Entry entry) {
     const double latest = empty() ? kNone : double{m_blocks.back().latest};
     if (std::isnan(entry.latest)) entry.latest = latest;

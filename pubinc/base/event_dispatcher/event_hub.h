@@ -81,7 +81,9 @@ public:
     std::int32_t sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
                                std::int32_t timeout);
 
-    /// For the dispatcher: queues @p event. Returns 0, or -1 when no handler takes it.
+    /// For the dispatcher: queues @p event. Returns 0, or -1 when no handler takes it. A call from
+    /// elsewhere must have returned before the hub is destroyed, even by the handler of this event;
+    /// for the dispatcher's own calls, unregistering sees to that.
     std::int32_t receiveEvent(std::shared_ptr<BrowserEvent> event);
     /// For the dispatcher: the hub has joined its list.
     void onHubRegistered();
