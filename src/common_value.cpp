@@ -75,8 +75,8 @@ CommonValue::CommonValue(long value) {
 CommonValue::CommonValue(unsigned long value) {
     *this = value;
 }
-CommonValue::CommonValue(const char* p_value)
-    : m_type(kString), m_string(p_value != nullptr ? p_value : "") {}
+CommonValue::CommonValue(const char* text)
+    : m_type(kString), m_string(text != nullptr ? text : "") {}
 CommonValue::CommonValue(Array value) : m_type(kArray), m_array(std::move(value)) {}
 
 CommonValue::CommonValue(CommonValue&& other) noexcept : m_type(other.m_type) {
@@ -146,8 +146,8 @@ CommonValue& CommonValue::operator=(unsigned long value) {
     return *this = static_cast<SameWidthInt<unsigned long>>(value);
 }
 
-CommonValue& CommonValue::operator=(const char* p_value) {
-    m_string = p_value != nullptr ? p_value : "";
+CommonValue& CommonValue::operator=(const char* text) {
+    m_string = text != nullptr ? text : "";
     m_type = kString;
     return *this;
 }

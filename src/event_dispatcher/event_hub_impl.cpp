@@ -148,22 +148,22 @@ private:
     bool m_hasLeft = false;
 };
 
-void EventHubImpl::handleEventTask(EventHubImpl* self) {
-    if (self == nullptr) {
+void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
+    if (p_self == nullptr) {
         BLOG(kLogError, "Param is NULL.\n");
         return;
     }
-    nameThisThread("Evt:%d", self->m_moduleId);
-    const HandlerThread thread(self);
-    Leaving leaving(self, thread);
+    nameThisThread("Evt:%d", p_self->m_moduleId);
+    const HandlerThread thread(p_self);
+    Leaving leaving(p_self, thread);
     std::shared_ptr<BrowserEvent> event;
     // A handler may destroy the hub: nothing of it is touched then.
     while (!thread.isOwnerGone()) {
-        if (!self->takeEvent(&event)) {
+        if (!p_self->takeEvent(&event)) {
             leaving.setLeft();
             return;
         }
-        self->handle(std::move(event));
+        p_self->handle(std::move(event));
     }
 }
 

@@ -54,7 +54,7 @@ public:
     void onUnregistered();
 
     /// The body of the handler thread.
-    static void handleEventTask(EventHubImpl* self);
+    static void handleEventTask(EventHubImpl* p_self);
 
 private:
     class Leaving;

@@ -29,9 +29,9 @@ bool isZeroPeriod(const TimeoutTime& timeout, TimerType_e type) {
 
 }  // namespace
 
-TimerImpl::TimerImpl(Timer* timer, std::string name, const TimeoutTime& timeout,
+TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeout,
                      TimerHandler handler, void* userData, TimerType_e type)
-    : m_timer(timer),
+    : m_timer(p_timer),
       m_name(std::move(name)),
       m_timeout(timeout),
       m_handler(std::make_shared<const TimerHandler>(std::move(handler))),

@@ -27,7 +27,7 @@ inline constexpr int kFailure = -1;
 /// No lock is held while the handler runs.
 class TimerImpl {
 public:
-    TimerImpl(Timer* timer, std::string name, const TimeoutTime& timeout, TimerHandler handler,
+    TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeout, TimerHandler handler,
               void* userData, TimerType_e type);
 
     TimerImpl(const TimerImpl&) = delete;

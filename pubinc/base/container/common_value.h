@@ -72,7 +72,7 @@ public:
     /// Likewise.
     CommonValue(unsigned long value);
     /// A text; null is the empty one.
-    CommonValue(const char* p_value);
+    CommonValue(const char* text);
     CommonValue(Array value);
 
     /// Copies what the tag names, and nothing that is out of sight.
@@ -113,7 +113,7 @@ public:
     CommonValue& operator=(const Point& value);
     CommonValue& operator=(long value);
     CommonValue& operator=(unsigned long value);
-    CommonValue& operator=(const char* p_value);
+    CommonValue& operator=(const char* text);
     CommonValue& operator=(Array value);
 
     Type type() const { return m_type; }
