@@ -36,7 +36,7 @@ TimerThread::~TimerThread() {
     stop();
     BLOG(kLogAlways, "Destroy TimerThread:%d.\n", threadId());
     if (State::WorkerThread::isThisThreadOf(this)) {
-        (void)m_state->takeWorker();  // Which detaches it.
+        (void)m_state->takeWorker();  // ~BasicThread() detaches on its own thread.
         State::WorkerThread::ownerIsGone();
     }
     m_state->dropTasks();
@@ -89,7 +89,8 @@ void TimerThread::post(Task&& task) {
     startIfIdle();
     BLOG_AS("postTask", kLogInfo, "[%p]:Insert new task:(%p - id:%d).\n", static_cast<void*>(this),
             static_cast<void*>(task.get()), task->taskId());
-    // Who watches the debug level sees the thread look at its queue after each post.
+    // With the debug level on every post wakes the worker, so that the log shows it look at the
+    // queue.
     const bool isWatched = isLogOn(kLogDebug);
     const auto afterInsert = [this] { debugIterateTaskQueue("After insert new task:"); };
     // Again where a start that another post had claimed has failed.
@@ -98,13 +99,13 @@ void TimerThread::post(Task&& task) {
 
 void TimerThread::startIfIdle() {
     if (m_state->isRunning()) return;
-    // A claim is followed by the start; and cancelled in a destructor, which joins, the process
-    // would end.
+    // Cancelled here, the claim would stay set for good; cancelled in ~BasicThread(), which joins,
+    // the process would end.
     const NoCancellation noCancellation;
-    std::shared_ptr<State::Worker> left;
-    if (!m_state->claimStart(&left)) return;
+    std::shared_ptr<State::Worker> exited;
+    if (!m_state->claimStart(&exited)) return;
     BLOG_AS("postTask", kLogAlways, "[%p]:Need start TimerThread.\n", static_cast<void*>(this));
-    left.reset();  // Joined here.
+    exited.reset();  // Joined here.
     start();
 }
 
@@ -222,7 +223,7 @@ double TimerThread::getNextFiringInterval() {
     const double fireTime = m_state->frontFireTime();
     if (fireTime == kNoFireTime) {
         BLOG(kLogDebug, "No Task\n");
-        return kNoFireTime;
+        return 0.0;  // Also for a cancelled front: run() pops it now, and drops it.
     }
     return fireTime - monotonicSeconds();
 }

@@ -26,8 +26,8 @@ timespec toTimespec(std::chrono::steady_clock::time_point time) {
     return result;
 }
 
-// The waits of the standard library ignore a failure, and a loop around one that keeps failing
-// never sleeps. Ours reports it as the standard library reports others.
+// std::condition_variable::wait() ignores an error of pthread_cond_wait(), and a loop around one
+// that keeps failing would spin. Hence the native calls, whose errors are thrown.
 void throwUnlessOk(int error) {
     if (error != 0) throw std::system_error(error, std::generic_category());
 }
@@ -103,7 +103,8 @@ void BrowserEvent::replyResult(EventResult reply) {
         replyToWaiters(p_objects, reply);
         return;
     }
-    // Objects of a client's own: they live as long as the client says, so notify under the lock.
+    // Wait objects of the client's own are not reference-counted: notify under the lock, after
+    // which the waiter may free them.
     const std::lock_guard<std::mutex> lock(*waitResultMtx);
     replied = true;
     result = reply;
@@ -128,7 +129,7 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
         BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
-    // Without the lock, by the flag alone; what decides is the look under the lock that follows.
+    // Spins on the flag without the lock; only the check under the lock below decides.
     if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
     return timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
@@ -149,7 +150,7 @@ EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
 
 EventResult BrowserEvent::waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                            std::int32_t timeoutMs) {
-    // At the clock's start at the earliest: the system takes no time before it.
+    // Not before the clock's epoch: pthread_cond_clockwait() rejects a negative time with EINVAL.
     const auto deadline =
         std::max(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs),
                  std::chrono::steady_clock::time_point());

@@ -1,4 +1,5 @@
-// A hub's log lines carry one file name; this source's numbers begin where the other's end.
+// Logged under the name event_hub.cpp; the offset, more than that file's lines, keeps a line number
+// unique.
 #define BLOG_TAG "EventDispatcher"
 #define BLOG_FILE "event_hub.cpp"
 #define BLOG_LINE (1000 + __LINE__)
@@ -38,7 +39,7 @@ EventHubImpl::~EventHubImpl() {
         m_isDestroyed = true;
     }
     onUnregistered();
-    if (HandlerThread::isThisThreadOf(this)) letOwnThreadGo();
+    if (HandlerThread::isThisThreadOf(this)) detachOwnThread();
     // Handlers first, then the events that none of them has seen, oldest first.
     m_handlers.clear();
     m_takenEvents.clear();
@@ -64,14 +65,14 @@ std::int32_t EventHubImpl::registerHandler(std::int32_t srcModule, std::int32_t 
 }
 
 bool EventHubImpl::ensureThread() {
-    std::shared_ptr<std::thread> left;
+    std::shared_ptr<std::thread> exited;
     MutexLock lock(m_threadMtx);
     if (m_isDestroyed) return false;
     // A thread that is being joined may be here itself: a handler in hand registers another. It
     // must neither wait for that join nor start a second thread.
     if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
-    left = std::move(m_thread);
-    expectNoExit();
+    exited = std::move(m_thread);
+    resetExitState();
     try {
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
     } catch (const std::exception&) {
@@ -79,21 +80,21 @@ bool EventHubImpl::ensureThread() {
     }
     const bool isStarted = m_thread != nullptr;
     lock.unlock();
-    if (left != nullptr) joinOrDetach(*left);  // Returns soon: it has left.
+    if (exited != nullptr) joinOrDetach(*exited);  // Returns soon: it has exited.
     return isStarted;
 }
 
-void EventHubImpl::expectNoExit() {
+void EventHubImpl::resetExitState() {
     const MutexGuard lock(m_queueMtx);
     m_exit = false;
-    m_hasLeft = false;
+    m_hasExited = false;
 }
 
-// A thread that was told to leave from one of its own handlers goes on if it has not left yet, so
+// A thread that was told to leave from one of its own handlers goes on if it has not exited yet, so
 // that no two threads ever serve one hub.
 bool EventHubImpl::staysForNewHandler() {
     const MutexGuard lock(m_queueMtx);
-    if (m_hasLeft) return false;
+    if (m_hasExited) return false;
     m_exit = false;
     return true;
 }
@@ -120,32 +121,32 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     }
     m_hasNews.store(true, std::memory_order_relaxed);
     // A thread at work looks at the queue anyway. After unlocking, so that the woken thread does
-    // not meet the mutex.
+    // not meet the mutex; safe because the hub outlives this call: see EventHub::receiveEvent().
     if (isWaiting) m_wakeUp.post();
     return kOk;
 }
 
-// Tells that the handler thread has left where it ends in the middle of a handler: pthread_exit(),
-// or cancellation, unwinds the stack. One that has left in takeQueue() touches the hub no more: the
-// next thread may be at work.
+// Tells that the handler thread has exited where it ends in the middle of a handler:
+// pthread_exit(), or cancellation, unwinds the stack. One that has exited in takeQueue() touches
+// the hub no more: the next thread may be at work.
 class EventHubImpl::Leaving {
 public:
     Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
     ~Leaving() {
-        if (m_hasLeft || m_thread.isOwnerGone()) return;
+        if (m_hasExited || m_thread.isOwnerGone()) return;
         const MutexGuard lock(m_hub.m_queueMtx);
-        m_hub.m_hasLeft = true;
+        m_hub.m_hasExited = true;
     }
 
     Leaving(const Leaving&) = delete;
     Leaving& operator=(const Leaving&) = delete;
 
-    void setLeft() { m_hasLeft = true; }
+    void setExited() { m_hasExited = true; }
 
 private:
     EventHubImpl& m_hub;
     const HandlerThread& m_thread;
-    bool m_hasLeft = false;
+    bool m_hasExited = false;
 };
 
 void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
@@ -160,7 +161,7 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
     // A handler may destroy the hub: nothing of it is touched then.
     while (!thread.isOwnerGone()) {
         if (!p_self->takeEvent(&event)) {
-            leaving.setLeft();
+            leaving.setExited();
             return;
         }
         p_self->handle(std::move(event));
@@ -168,6 +169,8 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
 }
 
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
+    // With m_exit set, takeQueue() decides under m_queueMtx: a registration may have cleared the
+    // flag meanwhile, and the thread then continues with what it has taken.
     if ((m_exit || m_takenEvents.empty()) && !takeQueue()) return false;
     *p_event = m_takenEvents.pop();
     return true;
@@ -183,7 +186,7 @@ bool EventHubImpl::takeQueue() {
         lock.lock();
     }
     if (m_exit) {
-        m_hasLeft = true;
+        m_hasExited = true;
         return false;
     }
     if (m_takenEvents.empty()) m_takenEvents.swap(m_eventQueue);
@@ -249,7 +252,9 @@ void EventHubImpl::joinThread() {
         const MutexGuard lock(m_threadMtx);
         thread = m_thread;
     }
-    // Unlocked, and m_thread still set; see ensureThread().
+    // Without m_threadMtx, which a handler in hand takes to register another. m_thread stays set,
+    // so that ensureThread() starts no second thread; our copy keeps the std::thread alive if the
+    // hub is destroyed meanwhile.
     joinOrDetach(*thread);
     const MutexGuard lock(m_threadMtx);
     m_isJoining = false;
@@ -257,9 +262,10 @@ void EventHubImpl::joinThread() {
 }
 
 // The hub is destroyed in one of its own handlers. The thread ends when that returns, and touches
-// nothing but its stack until then. Where another thread is waiting for it, that one is owed the
-// join; the process is ending then.
-void EventHubImpl::letOwnThreadGo() {
+// nothing but its stack until then. If another thread is in joinThread(), the thread must stay
+// joinable. That is so only when a handler has called exit() and the hub is static: the join then
+// never returns, so nothing of the destroyed hub is touched.
+void EventHubImpl::detachOwnThread() {
     HandlerThread::ownerIsGone();
     const MutexGuard lock(m_threadMtx);
     if (m_thread != nullptr && !m_isJoining) m_thread->detach();

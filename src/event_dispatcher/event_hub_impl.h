@@ -28,7 +28,7 @@ namespace tevalon::base::event_dispatcher {
 ///
 /// A handler may unregister or destroy its own hub, and a client may register handlers, and
 /// tear down, on other threads meanwhile. At most one thread serves a hub at any time: one that
-/// was told to leave either stays (staysForNewHandler()) or has left before the next one starts.
+/// was told to leave either stays (staysForNewHandler()) or has exited before the next one starts.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): on purpose, see below.
 class EventHubImpl {
 public:
@@ -61,7 +61,7 @@ private:
     using HandlerThread = OwnThread<EventHubImpl>;
 
     bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
-    void expectNoExit() TEVALON_EXCLUDES(m_queueMtx);
+    void resetExitState() TEVALON_EXCLUDES(m_queueMtx);
     bool staysForNewHandler() TEVALON_EXCLUDES(m_queueMtx);
     bool addUnlessExists(InnerHandler_t record) TEVALON_EXCLUDES(m_handlerMtx);
     /// Blocks for the next event; false when the thread is to end.
@@ -73,14 +73,16 @@ private:
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
     bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);
     void joinThread() TEVALON_EXCLUDES(m_threadMtx);
-    void letOwnThreadGo() TEVALON_EXCLUDES(m_threadMtx);
+    void detachOwnThread() TEVALON_EXCLUDES(m_threadMtx);
 
     // Written and read-only fields stand on separate cache lines, against false sharing between the
     // senders and the handler thread.
     static constexpr std::size_t kCacheLine = 64;
 
     AnnotatedMutex m_threadMtx TEVALON_ACQUIRED_AFTER(m_teardownMtx);
-    std::atomic<bool> m_exit{false};  // Tells the handler thread to leave its loop.
+    // Tells the handler thread to leave its loop. Set without m_queueMtx, cleared under it; the
+    // decision to exit is made under it.
+    std::atomic<bool> m_exit{false};
     // Null before the first handler and after teardown.
     std::shared_ptr<std::thread> m_thread TEVALON_GUARDED_BY(m_threadMtx);
     // A teardown waits for the thread; nobody revives it.
@@ -89,7 +91,7 @@ private:
     bool m_isDestroyed TEVALON_GUARDED_BY(m_threadMtx) = false;
     // The handler thread has looked at m_exit for the last time, and touches nothing here any
     // more. A registration may call it back until then.
-    bool m_hasLeft TEVALON_GUARDED_BY(m_queueMtx) = false;
+    bool m_hasExited TEVALON_GUARDED_BY(m_queueMtx) = false;
 
     alignas(kCacheLine) AnnotatedMutex m_queueMtx TEVALON_ACQUIRED_AFTER(m_threadMtx);
     // A semaphore instead of a condition variable, which re-acquires its mutex marked contended:

@@ -54,10 +54,10 @@ inline ExpiredTime after(const ExpiredTime& now, const TimeoutTime& timeout) {
             nsec % kNanosecondsPerSecond};
 }
 
-/// How long to wait, in whole microseconds: up to one too short, and not at all for the past.
-inline timeval waitUntil(const ExpiredTime& expired, const ExpiredTime& now) {
-    // Negative nanoseconds are what a timeout with negative parts leaves. Such a time comes with
-    // its second, as operator< has it; to wait for less would be to look without pause.
+/// The time from @p now to @p expired, rounded down to whole microseconds; zero if it has passed.
+inline timeval remainingTime(const ExpiredTime& expired, const ExpiredTime& now) {
+    // Negative nanoseconds come from a timeout with negative parts. operator< calls such an expiry
+    // due when its second begins; a shorter wait would make the scheduler busy-loop until then.
     const std::int32_t nsec = std::max(expired.nsec, 0);
     const std::int64_t seconds = std::int64_t{expired.sec} - now.sec;
     const std::int64_t nanoseconds = seconds * 1000000000 + nsec - now.nsec;

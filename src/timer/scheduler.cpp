@@ -1,5 +1,5 @@
-// Log lines of the simple timer carry one file name; this source's numbers begin where no other's
-// end.
+// Logged under the name timer.cpp; the offset, more than that file's lines, keeps a line number
+// unique. timer_impl.cpp has 2000.
 #define BLOG_FILE "timer.cpp"
 #define BLOG_LINE (1000 + __LINE__)
 
@@ -31,6 +31,9 @@
 namespace tevalon::base::simple_timer {
 namespace {
 
+// Functions that log appear in the log lines by name: their spelling (InsterTimer,
+// CaculateSelectTimeout) is part of the interface, as are the texts.
+
 constexpr int CMD_START = 1;
 constexpr int CMD_RESCHEDULE = 2;
 
@@ -43,11 +46,13 @@ constexpr ExpiredTime kLooksAtOnce = {INT32_MIN, INT32_MIN};
 constexpr ExpiredTime kSleepsForEver = {INT32_MAX, INT32_MAX};
 
 pthread_once_t g_timerThreadOnce = PTHREAD_ONCE_INIT;
-int g_cmdPipe[2] = {0, 0};    // Written once, before there is a second thread to read it.
-AnnotatedMutex g_timerMutex;  // Guards the started timers. Taken before a timer's own mutex.
+int g_cmdPipe[2] = {0, 0};  // Written once, before there is a second thread to read it.
+// Guards the started timers. Taken before a timer's own mutex. Unlike the library's other locks it
+// is held while lines are logged: a log sink that starts or stops a timer would deadlock.
+AnnotatedMutex g_timerMutex;
 
-// Until when the scheduler sleeps unless a command wakes it. A head that is earlier has not been
-// announced: its command was lost.
+// Until when the scheduler sleeps unless a command wakes it. An earlier head means that the write()
+// of its command failed.
 ExpiredTime g_sleepsUntil TEVALON_GUARDED_BY(g_timerMutex) = kSleepsForEver;
 
 // Never destroyed: the scheduler goes on while the process exits.
@@ -56,7 +61,7 @@ TimerHeap& timerHeap() TEVALON_REQUIRES(g_timerMutex) {
     return *s_timerHeap;
 }
 
-// Not cancelled by the caller's thread: write() is a cancellation point.
+// The caller has disabled cancellation: write() is a cancellation point.
 void SendCmd(int cmd) TEVALON_REQUIRES(g_timerMutex) {
     errno = 0;
     const bool isWritten = write(g_cmdPipe[kWriteEnd], &cmd, sizeof(cmd)) != -1;
@@ -75,8 +80,8 @@ int receiveCmd() {
     return cmd;
 }
 
-// Once a timer is listed nothing may be cancelled before its command is sent and it is marked
-// started: neither a log line nor the command.
+// Log lines and write() are cancellation points. Cancelled here, scheduleTimer() would leave a
+// timer listed but not marked started, and neither stop() nor ~Timer() would take it off.
 void sendCmdBecauseOf(const char* name, int cmd) TEVALON_REQUIRES(g_timerMutex) {
     const NoCancellation noCancellation;
     const char* const command = cmd == CMD_START ? "CMD_START" : "CMD_RESCHEDULE";
@@ -108,8 +113,8 @@ int InsterTimer(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expi
     } else {
         timers.insert(timer, expired);
         logNormalPosition(name);
-        const bool isLost = timers.headExpiredTime() < g_sleepsUntil;  // An earlier command.
-        if (sendCmd && isLost) sendCmdBecauseOf(name, CMD_RESCHEDULE);
+        const bool isHeadUnannounced = timers.headExpiredTime() < g_sleepsUntil;  // Try again.
+        if (sendCmd && isHeadUnannounced) sendCmdBecauseOf(name, CMD_RESCHEDULE);
     }
     return 0;
 }
@@ -138,11 +143,12 @@ void fireHead(const ExpiredTime& now) TEVALON_REQUIRES(g_timerMutex) {
     const char* name = timer->name().c_str();
     if (timer->type() == ONCE) {
         BLOG_AS("HandleTimeout", kLogDebug, "Timer:'%s' type is ONCE, stop now.\n", name);
-        timer->setStarted(false);
+        timer->setStarted(false);  // Before its thread starts: false in the handler.
     } else {
         BLOG_AS("HandleTimeout", kLogDebug, "Timer:'%s' type is CONTINUE, reschedule it.\n", name);
         timer->reschedule(now);
-        // Does not allocate: the heap has kept the room that the timer had.
+        // Does not allocate: the heap has kept the slot that the timer had. No command: this is the
+        // scheduler, which reads the head next.
         InsterTimer(timer, timer->expiredTime(), false);
     }
     startHandlerThread(timer);
@@ -162,7 +168,7 @@ void HandleTimeout() {
     while (!timers.empty() && !(fromTimespec(*now) < timers.headExpiredTime())) {
         fireHead(fromTimespec(*now));
     }
-    timers.giveRoomBack();
+    timers.shrinkIfSparse();
 }
 
 std::optional<timeval> CaculateSelectTimeout(const ExpiredTime& expired) {
@@ -174,7 +180,7 @@ std::optional<timeval> CaculateSelectTimeout(const ExpiredTime& expired) {
              strerror(error));
         return std::nullopt;
     }
-    return waitUntil(expired, fromTimespec(*now));
+    return remainingTime(expired, fromTimespec(*now));
 }
 
 // The head's expiry; none when there is no timer. Allocates nothing: without memory the timers go
@@ -281,7 +287,7 @@ int RemoveTimer(const std::shared_ptr<TimerImpl>& timer) {
     TimerHeap& timers = timerHeap();
     const bool isHead = !timers.empty() && timers.head() == timer;
     timers.remove(*timer);
-    timers.giveRoomBack();
+    timers.shrinkIfSparse();
     timer->setStarted(false);
     if (isHead) {
         const NoCancellation noCancellation;

@@ -42,7 +42,7 @@ void TimerHeap::remove(TimerImpl& timer) {
     }
 }
 
-void TimerHeap::giveRoomBack() {
+void TimerHeap::shrinkIfSparse() {
     constexpr std::size_t kKept = 64;
     if (m_entries.capacity() > kKept && m_entries.size() < m_entries.capacity() / 4) {
         m_entries.shrink_to_fit();

@@ -37,14 +37,15 @@ public:
     ExpiredTime headExpiredTime() const { return m_entries.front().expired; }
 
     /// Behind all that are due at the same time. A timer that is listed stays where it is.
-    /// Allocates nothing if a timer was removed since the room was last given back.
+    /// Allocates nothing if a timer was removed since the last shrinkIfSparse().
     void insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired);
 
     /// A timer that is not listed is ignored. Keeps the room.
     void remove(TimerImpl& timer);
 
-    /// What many timers needed once is not kept for few; without memory to move to, it is.
-    void giveRoomBack();
+    /// Shrinks the vector when less than a quarter of it is used; keeps it if the smaller one
+    /// cannot be allocated.
+    void shrinkIfSparse();
 
 private:
     struct Entry {

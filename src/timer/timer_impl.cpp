@@ -1,5 +1,5 @@
-// Log lines of the simple timer carry one file name; this source's numbers begin where no other's
-// end.
+// Logged under the name timer.cpp; the offset, more than that file's lines, keeps a line number
+// unique. scheduler.cpp has 1000.
 #define BLOG_FILE "timer.cpp"
 #define BLOG_LINE (2000 + __LINE__)
 
@@ -109,8 +109,8 @@ int TimerImpl::start() {
 
 int TimerImpl::stop() {
     BLOG(kLogDebug, "Will stop timer:'%s'.\n", m_name.c_str());
-    // Sequentially consistent, like the running flag: a run sets its flag and then reads this one,
-    // we do the reverse. At least one of the two sees the other.
+    // Sequentially consistent, like m_isRunning: a run sets m_isRunning, then its handler may ask
+    // needStop(); we set m_needStop, then read m_isRunning. At least one of the two sees the other.
     m_needStop = true;
     BLOG(kLogAlways, "Before wait timer:'%s' stop.\n", m_name.c_str());
     if (m_isRunning && !RunningThread::isThisThreadOf(this)) waitForRun();
@@ -129,10 +129,12 @@ int TimerImpl::stopNoBlock() {
 }
 
 void TimerImpl::retire() {
-    // The run that destroys its own timer goes on: it keeps what it still touches, and the timer
-    // is not among that.
+    // The run that destroys its own timer continues: it holds what it still touches, which the
+    // Timer is not.
     const int ownRuns = RunningThread::isThisThreadOf(this) ? 1 : 0;
-    std::shared_ptr<const TimerHandler> handler;  // Goes with the timer, and without the lock.
+    // Declared before the lock: destroyed after it is released, and here rather than with the last
+    // reference, which the scheduler may drop under its mutex.
+    std::shared_ptr<const TimerHandler> handler;
     MutexLock lock(m_mutex);
     m_isRetired = true;
     while (m_runs != ownRuns) lock.wait(m_cond);
@@ -153,7 +155,9 @@ public:
     }
     ~HandlerRun() {
         if (m_handler == nullptr) return;
-        m_handler.reset();  // Before the end is told: its code may be unloaded with the timer.
+        // Before m_runs says that the run is over: ~Timer() may return then, and the client unload
+        // the handler's code.
+        m_handler.reset();
         const MutexGuard lock(m_timer.m_mutex);
         m_timer.m_isRunning = false;
         --m_timer.m_runs;
@@ -174,7 +178,8 @@ private:
 };
 
 void TimerImpl::runHandler() {
-    // First, and so ended last: what a handler holds may destroy the timer with the handler.
+    // Declared first, destroyed last: ~HandlerRun may destroy what the handler captured, and with
+    // it the Timer, whose retire() must still recognise this thread.
     const RunningThread thread(this);
     const HandlerRun run(this);
     run.callHandler();

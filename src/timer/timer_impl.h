@@ -24,7 +24,7 @@ inline constexpr int kFailure = -1;
 /// any thread.
 ///
 /// Locks: the scheduler's mutex may be held when m_mutex is taken, never the other way round.
-/// No lock is held while the handler runs.
+/// No lock is held while the handler runs, and m_mutex not while a line is logged.
 class TimerImpl {
 public:
     TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeout, TimerHandler handler,

@@ -37,7 +37,7 @@ public:
     }
 
     int count() const { return m_count; }
-    /// Of each; none where nobody would read it.
+    /// The cancelled tasks; empty while the debug level is off.
     const std::vector<CancelledTask>& toLog() const { return m_toLog; }
 
 private:

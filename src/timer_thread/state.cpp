@@ -25,13 +25,13 @@ void TimerThread::State::setName(const char* name) {
     std::snprintf(m_name, sizeof(m_name), "%s", name);
 }
 
-bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_left) {
+bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_exited) {
     const QueueLock lock(m_queueMutex);
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
     m_running = true;
-    // Told to leave, it has not left yet: it sees the flag again when its task returns.
-    if (m_worker != nullptr && !m_hasLeft) return false;
-    *p_left = std::move(m_worker);
+    // Told to stop but not exited yet: it finds m_running set again in leave(), and stays.
+    if (m_worker != nullptr && !m_hasExited) return false;
+    *p_exited = std::move(m_worker);
     m_isStarting = true;
     m_starter = std::this_thread::get_id();
     return true;
@@ -43,12 +43,12 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
     createWorker(p_owner);
 }
 
-// Whoever stops finds either no worker or its handle. While one is being joined there is no other:
-// it would set the flag that the old one leaves by.
+// Under the lock, so that claimStop() finds either no worker or its complete handle. None during a
+// join: a worker started then would set m_running, and the old one would not stop.
 void TimerThread::State::createWorker(TimerThread* p_owner) {
     if (m_worker != nullptr || m_isStopping || m_isDestroyed) return;
     m_running = true;
-    m_hasLeft = false;
+    m_hasExited = false;
     try {
         m_worker = std::make_shared<Worker>(p_owner);
     } catch (...) {
@@ -60,13 +60,14 @@ void TimerThread::State::createWorker(TimerThread* p_owner) {
 // A task queued now would wait for the next post.
 bool TimerThread::State::isIdle() const {
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
-    return m_worker == nullptr || m_hasLeft;
+    return m_worker == nullptr || m_hasExited;
 }
 
-// The worker is not woken where it would only look, and sleep as long as
-// before; the front's time is looked at as it is now, for its owner may have changed it meanwhile.
-bool TimerThread::State::isToLook(bool isWatched) const {
-    return isWatched || !(m_taskQueue.frontFireTime() >= m_sleepsUntil);  // Cancelled: 0.0.
+// No wake-up if the worker would only look at the queue and sleep just as long. Compares with the
+// front's present time, which its owner may have changed. Negated, so that NaN wakes; a cancelled
+// front, whose time is 0.0, wakes too.
+bool TimerThread::State::mustWake(bool isWatched) const {
+    return isWatched || !(m_taskQueue.frontFireTime() >= m_sleepsUntil);
 }
 
 std::size_t TimerThread::State::taskCount() {
@@ -86,8 +87,9 @@ TimerThread::State::Task TimerThread::State::popFront() {
 
 std::shared_ptr<TimerThread::State::Worker> TimerThread::State::claimStop() {
     MutexLock lock(m_queueMutex);
-    // A handle's destructor stops its owner before it joins: whoever joins comes by here again, and
-    // must not stop what another thread has started meanwhile.
+    // ~BasicThread() calls stop() again before it joins. That nested call, on the thread that
+    // claimed the stop or the start, returns at once: it must not stop a worker that another thread
+    // has started meanwhile.
     const std::thread::id self = std::this_thread::get_id();
     if (m_stopper == self || (m_isStarting && m_starter == self)) return nullptr;
     m_running = false;
@@ -130,13 +132,13 @@ std::shared_ptr<TimerThread::State::Worker> TimerThread::State::takeWorker() {
 bool TimerThread::State::leave() {
     const QueueLock lock(m_queueMutex);
     if (m_running) return false;
-    m_hasLeft = true;
+    m_hasExited = true;
     return true;
 }
 
 void TimerThread::State::leaveAbnormally() {
     const QueueLock lock(m_queueMutex);
-    m_hasLeft = true;
+    m_hasExited = true;
     m_running = false;
     m_busy = false;
 }

@@ -28,9 +28,9 @@ namespace tevalon::base::timer {
 /// returns, and its handle stays. A post until then has it stay (claimStart()); afterwards it has
 /// left, and whoever claims the next start joins it. So at most one worker fires tasks at any time.
 ///
-/// Between a claim and the start its line is written, which may take long. A post in between does
-/// not wait for it, nor queue its task for a worker that then may not be had: it starts the worker
-/// itself.
+/// Between claimStart() and startWorker() a line is logged without the lock, which may block. A
+/// post in between does not wait for it, nor queue its task for a worker that then may not be had:
+/// it starts the worker itself.
 ///
 /// Thread-safety: all but construction and destruction. No lock is held over a task, a task's
 /// destructor, a log line or a join.
@@ -47,8 +47,9 @@ public:
 
     /// True for the one caller who has to call TimerThread::start().
     ///
-    /// @param p_left  Gets a worker that has left, to be let go of, which joins it, without a lock.
-    bool claimStart(std::shared_ptr<Worker>* p_left);
+    /// @param p_exited  Gets the handle of a worker that has exited. Resetting it joins: without a
+    /// lock.
+    bool claimStart(std::shared_ptr<Worker>* p_exited);
 
     /// Ends the claim, and starts a worker unless there is one, or one is being joined. Throws as
     /// BasicThread does.
@@ -70,7 +71,7 @@ public:
         if (!m_running && isIdle()) return false;
         m_taskQueue.insert(std::move(*p_task));
         afterInsert();
-        if (m_isWaiting && isToLook(isWatched)) {
+        if (m_isWaiting && mustWake(isWatched)) {
             m_isWaiting = false;
             m_wakeup.notify_one();
         }
@@ -115,8 +116,8 @@ public:
     std::shared_ptr<Worker> takeWorker();
 
     bool isRunning() const { return m_running; }
-    /// For the worker: sleeps for @p timeoutSeconds at most, until the first task is due or
-    /// something is posted. False when the worker is to leave.
+    /// For the worker: sleeps for @p timeoutSeconds at most, until the first task is due, or
+    /// insert() or a stop wakes it. False when the worker is to exit.
     bool waitForTask(double timeoutSeconds);
 
     bool isBusy();
@@ -127,23 +128,24 @@ public:
 private:
     void createWorker(TimerThread* p_owner) TEVALON_REQUIRES(m_queueMutex);
     bool isIdle() const TEVALON_REQUIRES(m_queueMutex);
-    bool isToLook(bool isWatched) const TEVALON_REQUIRES(m_queueMutex);
+    bool mustWake(bool isWatched) const TEVALON_REQUIRES(m_queueMutex);
     bool leave() TEVALON_EXCLUDES(m_queueMutex);
     void leaveAbnormally() TEVALON_EXCLUDES(m_queueMutex);
 
     AnnotatedMutex m_queueMutex;  // A leaf.
     TaskQueue m_taskQueue TEVALON_GUARDED_BY(m_queueMutex);
-    std::condition_variable m_wakeup;  // Wakes the worker where it waits, and is to look.
+    std::condition_variable
+        m_wakeup;  // The worker sleeps and mustWake(), or a stop wants it to exit.
     std::shared_ptr<Worker> m_worker TEVALON_GUARDED_BY(m_queueMutex);
 
     // The worker waits, and nobody has woken it yet; until when, in seconds on the monotonic clock.
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMutex) = false;
     double m_sleepsUntil TEVALON_GUARDED_BY(m_queueMutex) = 0;
 
-    // From a claim to the start, which a stop may come between.
+    // Set by claimStart(), cleared by startWorker(); a stop() in between finds no worker.
     bool m_isStarting TEVALON_GUARDED_BY(m_queueMutex) = false;
     // The worker has looked at m_running for the last time.
-    bool m_hasLeft TEVALON_GUARDED_BY(m_queueMutex) = false;
+    bool m_hasExited TEVALON_GUARDED_BY(m_queueMutex) = false;
     // A worker is being joined: no other is started meanwhile.
     bool m_isStopping TEVALON_GUARDED_BY(m_queueMutex) = false;
     // Destruction has begun.
@@ -167,7 +169,7 @@ public:
     WorkerScope(TimerThread* p_owner, State* p_state) : m_thread(p_owner), m_state(*p_state) {}
     // A worker that has left touches the state no more: the next one may be at work.
     ~WorkerScope() {
-        if (!m_hasLeft && !isOwnerGone()) m_state.leaveAbnormally();
+        if (!m_hasExited && !isOwnerGone()) m_state.leaveAbnormally();
     }
 
     WorkerScope(const WorkerScope&) = delete;
@@ -177,8 +179,8 @@ public:
     /// object: that is not to be touched any more.
     [[nodiscard]] bool staysRunning() {
         if (isOwnerGone()) return false;
-        if (!m_state.m_running) m_hasLeft = m_state.leave();
-        return !m_hasLeft;
+        if (!m_state.m_running) m_hasExited = m_state.leave();
+        return !m_hasExited;
     }
 
 private:
@@ -186,7 +188,7 @@ private:
 
     const WorkerThread m_thread;
     State& m_state;
-    bool m_hasLeft = false;
+    bool m_hasExited = false;
 };
 
 }  // namespace tevalon::base::timer

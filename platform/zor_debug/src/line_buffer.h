@@ -16,7 +16,7 @@
 namespace zor_debug {
 
 /// Text that grows, in plain memory that may run out. Its thread's, which enters the gate by it,
-/// and that of whoever is alone.
+/// and that of whoever holds the gate exclusively.
 struct LineBuffer : GateMember {
     pid_t ownerId = 0;
     std::uint16_t level = 0;  // Of the line that is in the making.

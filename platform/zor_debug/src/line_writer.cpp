@@ -25,8 +25,9 @@ constexpr std::size_t kKeptCapacity = 4096;  // A buffer that has grown beyond i
 // How long an exiting process waits for threads that are writing, and then for a reader.
 constexpr std::int64_t kExitPatienceMs = 500;
 
-// Beside others, a thread reads what follows, changes its own LineBuffer and writes whole lines;
-// alone, it changes whatever there is. A leaf: nothing is called inside that takes a lock.
+// Holding the gate shared, a thread reads what follows, changes its own LineBuffer and writes whole
+// lines; holding it exclusively, it changes anything. Leaf lock: nothing called inside takes
+// another.
 WriterGate g_gate;
 Destination g_destination;
 LinePrefix g_prefix;
@@ -38,26 +39,26 @@ std::atomic<bool> g_isGivenUp{false};
 bool g_hasKey = false;
 pthread_key_t g_bufferKey;  // Frees an ending thread's buffer.
 
-// Others may write lines beside each other where the destination keeps them apart, and while there
-// is no incomplete line that the next one must not be glued to.
+// Shared writing is possible while the destination keeps whole writes apart, and no unfinished line
+// has been sent that the next one would be glued to.
 bool mayShare() {
     return g_destination.isAtomic() && g_openLineOwner == 0 && !g_isExiting;
 }
 
-class Alone {
+class ExclusiveGuard {
 public:
-    Alone() : m_isEntered(g_gate.enterAlone()) {}
-    ~Alone() { g_gate.leaveAlone(m_isEntered, mayShare()); }
+    ExclusiveGuard() : m_isEntered(g_gate.enterExclusive()) {}
+    ~ExclusiveGuard() { g_gate.leaveExclusive(m_isEntered, mayShare()); }
 
-    Alone(const Alone&) = delete;
-    Alone& operator=(const Alone&) = delete;
+    ExclusiveGuard(const ExclusiveGuard&) = delete;
+    ExclusiveGuard& operator=(const ExclusiveGuard&) = delete;
 
 private:
     const CancellationScope m_scope;
     const bool m_isEntered;
 };
 
-// Alone.
+// Gate held exclusively.
 void writeOut(std::string_view text) {
     if (!g_isExiting) {
         g_destination.write(text);
@@ -67,8 +68,8 @@ void writeOut(std::string_view text) {
     }
 }
 
-// Alone: sends out text of @p owner. An incomplete line that was sent out for another thread is
-// ended first: lines are never glued together.
+// Gate held exclusively: sends out text of @p owner. An incomplete line that was sent out for
+// another thread is ended first: lines are never glued together.
 void send(std::string_view text, pid_t owner) {
     if (text.empty()) return;
     if (g_openLineOwner != 0 && g_openLineOwner != owner) writeOut("\n");
@@ -82,7 +83,8 @@ void destroy(LineBuffer* p_buffer) {
     std::free(p_buffer);
 }
 
-// Alone: the calling thread's buffer, or null when there is no memory for one or no way to free it.
+// Gate held exclusively: the calling thread's buffer, or null when there is no memory for one or no
+// way to free it.
 LineBuffer* ownBuffer() {
     if (t_state.p_line != nullptr || !g_hasKey) return t_state.p_line;
     void* p_memory = std::malloc(sizeof(LineBuffer));
@@ -136,7 +138,8 @@ void removeSent(LineBuffer* p_buffer, std::size_t count) {
     p_buffer->capacity = 0;
 }
 
-// Beside others: writes a text of whole lines without a detour. False when it is none.
+// Gate held shared: writes a text that ends in a line end directly, without the buffer. False, with
+// nothing written, when the buffer is needed.
 bool writeLines(FormattedText* p_text) {
     const std::string_view text = p_text->view();
     if (text.back() != '\n') return false;
@@ -150,8 +153,9 @@ bool writeLines(FormattedText* p_text) {
     return true;
 }
 
-// Beside others: false, and nothing done, where that takes to be alone.
-bool writeBesideOthers(FormattedText* p_text, LineBuffer* p_buffer) {
+// Gate held shared. False, with nothing done, when out of memory: the unfinished line must then be
+// sent, which needs the gate exclusively.
+bool writeShared(FormattedText* p_text, LineBuffer* p_buffer) {
     if (p_buffer->length == 0 && writeLines(p_text)) return true;
     if (!appendText(p_buffer, p_text->view())) return false;
     if (p_text->view().find('\n') == std::string_view::npos) return true;
@@ -170,8 +174,8 @@ bool needsNoBuffer(std::string_view text) {
     return !isLineBegun() && !isDecorated && (text.back() == '\n' || g_isExiting);
 }
 
-void writeAlone(std::string_view text) {
-    // From now on this thread can write beside others.
+void writeExclusive(std::string_view text) {
+    // Creates the buffer, with which this thread's next text can enter the gate shared.
     if (g_destination.isAtomic()) (void)ownBuffer();
     if (needsNoBuffer(text)) {
         send(text, threadId());
@@ -191,7 +195,7 @@ void writeAlone(std::string_view text) {
 }
 
 void onThreadEnd(void* p_buffer) {
-    const Alone alone;
+    const ExclusiveGuard exclusive;
     auto* p_line = static_cast<LineBuffer*>(p_buffer);
     send(p_line->view(), p_line->ownerId);
     destroy(p_line);
@@ -203,7 +207,7 @@ void onThreadEnd(void* p_buffer) {
 // is stuck in a write, for nobody reads, holds the gate: the exit does not wait for it for ever.
 __attribute__((destructor)) void onProcessExit() {
     const CancellationScope scope;
-    if (!g_gate.enterAloneUntil(Deadline::inMilliseconds(kExitPatienceMs))) {
+    if (!g_gate.enterExclusiveUntil(Deadline::inMilliseconds(kExitPatienceMs))) {
         g_isGivenUp.store(true, std::memory_order_relaxed);
         return;
     }
@@ -214,7 +218,7 @@ __attribute__((destructor)) void onProcessExit() {
         send(p_line->view(), p_line->ownerId);
         p_line->length = 0;
     }
-    g_gate.leaveAlone(true, mayShare());
+    g_gate.leaveExclusive(true, mayShare());
 }
 
 }  // namespace
@@ -223,32 +227,32 @@ void writeText(FormattedText* p_text) {
     if (p_text->view().empty()) return;
     LineBuffer* p_buffer = t_state.p_line;
     if (p_buffer != nullptr && g_gate.tryEnter(p_buffer)) {
-        const bool isWritten = writeBesideOthers(p_text, p_buffer);
+        const bool isWritten = writeShared(p_text, p_buffer);
         g_gate.leave(p_buffer);
         if (isWritten) return;
     }
     if (g_isGivenUp.load(std::memory_order_relaxed)) return;
-    const Alone alone;
-    writeAlone(p_text->view());
+    const ExclusiveGuard exclusive;
+    writeExclusive(p_text->view());
 }
 
 void writeOwnLine(const char* p_line) {
-    const Alone alone;
+    const ExclusiveGuard exclusive;
     send(p_line, threadId());
 }
 
 void setPrefix(LinePrefix prefix) {
-    const Alone alone;
+    const ExclusiveGuard exclusive;
     g_prefix = prefix;
 }
 
 void turnToStandardError() {
-    const Alone alone;
+    const ExclusiveGuard exclusive;
     g_destination.useStandardError();
 }
 
 bool turnToFile(const char* p_path) {
-    const Alone alone;
+    const ExclusiveGuard exclusive;
     return g_destination.useFile(p_path);
 }
 
@@ -257,11 +261,11 @@ void prepareLineWriter() {
 }
 
 void lockLineWriter() {
-    (void)g_gate.enterAlone();
+    (void)g_gate.enterExclusive();
 }
 
 void unlockLineWriter() {
-    g_gate.leaveAlone(true, mayShare());
+    g_gate.leaveExclusive(true, mayShare());
 }
 
 void resetLineWriterAfterFork() {

@@ -4,9 +4,10 @@
 
 namespace zor_debug {
 
-bool WriterGate::enterAlone() {
-    const bool isEntered = pthread_mutex_lock(&m_aloneLock.mutex) == 0;
-    // Once closed, it has been waited for by who closed it.
+bool WriterGate::enterExclusive() {
+    const bool isEntered = pthread_mutex_lock(&m_exclusiveLock.mutex) == 0;
+    // Already closed: whoever closed it waited until nobody was inside, and nobody has entered
+    // since.
     if (!m_isOpen.load(std::memory_order_relaxed)) return isEntered;
     m_isOpen.store(false);
     for (const GateMember* p_member = m_members; p_member != nullptr; p_member = p_member->p_next) {
@@ -16,10 +17,10 @@ bool WriterGate::enterAlone() {
     return isEntered;
 }
 
-bool WriterGate::enterAloneUntil(const Deadline& deadline) {
-    // Polled: the C libraries that know pthread_mutex_clocklock() are newer than some that we meet.
+bool WriterGate::enterExclusiveUntil(const Deadline& deadline) {
+    // Polled, as the flags below are: both waits share one deadline, and this runs once, at exit.
     Backoff backoff;
-    while (pthread_mutex_trylock(&m_aloneLock.mutex) != 0) {
+    while (pthread_mutex_trylock(&m_exclusiveLock.mutex) != 0) {
         if (deadline.hasPassed()) return false;
         backoff.pause();
     }
@@ -29,7 +30,7 @@ bool WriterGate::enterAloneUntil(const Deadline& deadline) {
     for (const GateMember* p_member = m_members; p_member != nullptr; p_member = p_member->p_next) {
         while (p_member->isInside.load()) {
             if (deadline.hasPassed()) {
-                leaveAlone(true, wasOpen);
+                leaveExclusive(true, wasOpen);
                 return false;
             }
             backoff.pause();
@@ -38,10 +39,10 @@ bool WriterGate::enterAloneUntil(const Deadline& deadline) {
     return true;
 }
 
-void WriterGate::leaveAlone(bool wasEntered, bool isOpenNow) {
+void WriterGate::leaveExclusive(bool wasEntered, bool isOpenNow) {
     if (!wasEntered) return;
     if (isOpenNow) m_isOpen.store(true, std::memory_order_release);
-    (void)pthread_mutex_unlock(&m_aloneLock.mutex);
+    (void)pthread_mutex_unlock(&m_exclusiveLock.mutex);
 }
 
 void WriterGate::add(GateMember* p_member) {

@@ -37,19 +37,19 @@ public:
     /// Enters exclusively: closes the gate, waits until no thread is inside. False when that cannot
     /// be had: then the caller goes on all the same, for its line matters more than its neighbours'
     /// order.
-    bool enterAlone();
+    bool enterExclusive();
     /// The same, but gives up at the deadline: false, and not entered.
-    bool enterAloneUntil(const Deadline& deadline);
-    /// @p wasEntered is enterAlone()'s result.
-    void leaveAlone(bool wasEntered, bool isOpenNow);
+    bool enterExclusiveUntil(const Deadline& deadline);
+    /// @p wasEntered is enterExclusive()'s result.
+    void leaveExclusive(bool wasEntered, bool isOpenNow);
 
-    /// Alone: all members, and changes of them.
+    /// Gate held exclusively: all members, and changes of them.
     GateMember* members() const { return m_members; }
     void add(GateMember* p_member);
     void remove(GateMember* p_member);
 
 private:
-    Lock m_aloneLock;
+    Lock m_exclusiveLock;
     GateMember* m_members = nullptr;
     // Store, then load, on both sides: a thread that enters shared sets its flag, then checks the
     // gate; one that enters exclusively closes the gate, then checks the flags. Sequentially

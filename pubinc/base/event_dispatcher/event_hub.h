@@ -37,9 +37,9 @@ class EventHubImpl;
 ///
 /// A handler may unregister or destroy its own hub, or call exit(): whatever would wait for that
 /// handler does not. The thread ends when the handler returns, unless one is registered meanwhile,
-/// which has it go on; never do two threads run handlers of one hub at once. A handler that ends
-/// its thread (pthread_exit(), cancellation) leaves the hub without one: events are queued, and
-/// the next registerHandler() starts a new thread, which handles them.
+/// which keeps it running; never do two threads run handlers of one hub at once. A handler that
+/// ends its thread (pthread_exit(), cancellation) leaves the hub without one: events are queued,
+/// and the next registerHandler() starts a new thread, which handles them.
 ///
 /// A hub whose implementation could not be allocated says so in an error line at each use and
 /// answers -1.

@@ -100,6 +100,8 @@ inline void checkFormat(const char*, ...) {}
 #define TEVALON_LOG_ARGUMENTS_SOME(format, ...) , __VA_ARGS__
 #define TEVALON_LOG_JOIN(left, right) TEVALON_LOG_JOIN_(left, right)
 #define TEVALON_LOG_JOIN_(left, right) left##right
+// NONE for a format alone, SOME where arguments follow: the 32nd of the statement's arguments,
+// 30 SOMEs and a NONE. Hence at most 30 arguments.
 // clang-format off
 #define TEVALON_LOG_COUNT(...)                                                        \
     TEVALON_LOG_32ND(__VA_ARGS__, SOME, SOME, SOME, SOME, SOME, SOME, SOME, SOME, SOME, SOME, \

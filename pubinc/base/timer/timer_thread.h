@@ -18,17 +18,17 @@ namespace tevalon::base::timer {
 ///     thread.postTask(task, 250);   // Starts the thread, and fires the task in 250 ms.
 ///
 /// Lifecycle: the first post starts the thread, stop() ends it; tasks that are queued then
-/// stay, and the next post starts a thread that runs them. With the object, tasks still queued
-/// go unfired.
+/// stay, and the next post starts a thread that runs them. Tasks still queued
+/// when the object is destroyed are destroyed unfired.
 ///
 /// Thread-safety: any thread may call any method but the destructor; a task may post and
 /// cancel, on its own thread too.
 ///
 /// A task may stop or destroy its own thread, or call exit(): whatever would wait for that task
-/// does not. The thread ends when the task returns, unless a post has come meanwhile, which has
-/// it go on; never do two threads run tasks of one object at once. A task that ends its thread
-/// (pthread_exit(), cancellation) ends the worker: the queue stays, and the next post starts a
-/// new one.
+/// does not. The thread ends when the task returns, unless a post has come meanwhile, which
+/// keeps it running; never do two threads run tasks of one object at once. A task that ends its
+/// thread (pthread_exit(), cancellation) ends the worker: the queue stays, and the next post starts
+/// a new one.
 ///
 /// A task posted while it is queued is queued twice, and fires twice. Tasks may post from their
 /// destructors, also when they are destroyed with this object, unfired; what they post then goes
@@ -78,7 +78,8 @@ public:
     std::int32_t run();
     /// Seconds until the first task is due, not above 0 when it is; 0.0 when there is none.
     double getNextFiringInterval();
-    /// Sleeps until the first task is due, anything is posted, or the time is over.
+    /// Sleeps until the first task is due, a task is posted that is due sooner, or the time is
+    /// over.
     void waitNextTaskWithTimeOut(double timeoutSeconds);
     std::shared_ptr<TimerTaskBase> popFirstTask();
 
