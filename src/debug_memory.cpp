@@ -2,12 +2,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
 #include "base/logging/blog.h"
 #include "base/logging/boot_id.h"
 #include "base/logging/debug_memory.h"
+#include "os/annotated_mutex.h"
 #include "os/monotonic_time.h"
 
 // The reports' lines carry fixed numbers, by which scripts find them.
@@ -24,14 +24,14 @@ namespace {
 
 constexpr std::size_t kInfoSize = 4096;
 
-std::mutex g_infoMutex;  // Guards what the buffer holds, and its allocation. A leaf.
+AnnotatedMutex g_infoMutex;  // Guards what the buffer holds, and its allocation. A leaf.
 
 struct CloseFile {
     void operator()(std::FILE* p_file) const { (void)std::fclose(p_file); }
 };
 
 void keepInfo(const char* p_text) {
-    const std::lock_guard<std::mutex> lock(g_infoMutex);
+    const MutexGuard lock(g_infoMutex);
     std::memcpy(g_webengine_memory_debug_info, p_text, kInfoSize);
 }
 
@@ -48,7 +48,7 @@ void report(const char* p_title, const char* p_text) {
 
 bool debug_init() {
     {
-        const std::lock_guard<std::mutex> lock(g_infoMutex);
+        const MutexGuard lock(g_infoMutex);
         if (g_webengine_memory_debug_info == nullptr) {
             auto* p_info = static_cast<char*>(std::malloc(kInfoSize));
             if (p_info != nullptr) p_info[0] = '\0';

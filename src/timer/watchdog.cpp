@@ -4,13 +4,11 @@
 
 #include <array>
 #include <cerrno>
-#include <stdexcept>
 
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
 #include "os/monotonic_time.h"
-#include "os/no_cancellation.h"
 #include "os/own_thread.h"
 #include "os/thread_name.h"
 
@@ -97,23 +95,12 @@ struct WatchDog::Report {
     double seconds;
 };
 
-// The members are initialised before the thread starts, which looks at them at once.
-WatchDog::WatchDog() : m_thread{this, {}} {
-    if (pthread_create(&m_thread.handle, nullptr, runOwner, &m_thread) != 0) {
-        throw std::runtime_error("Thread initialization failed");
-    }
-}
+WatchDog::WatchDog() : m_thread(this) {}
 
+// m_thread stops and joins the thread; in the callback it detaches it, and the thread ends when the
+// callback returns.
 WatchDog::~WatchDog() {
-    const NoCancellation noCancellation;
-    stop();
-    if (WatchThread::isThisThreadOf(this)) {
-        // In the callback: the thread ends when that returns.
-        WatchThread::ownerIsGone();
-        (void)pthread_detach(pthread_self());
-        return;
-    }
-    (void)pthread_join(m_thread.handle, nullptr);
+    if (WatchThread::isThisThreadOf(this)) WatchThread::ownerIsGone();
 }
 
 const char* WatchDog::getWatchIdName(WATCH_ID id) {
@@ -204,18 +191,14 @@ void WatchDog::stop() {
 }
 
 int WatchDog::run() {
+    if (!m_running) return 0;
+    nameThisThread("WatchDog");
     const WatchThread thread(this);
     while (!thread.isOwnerGone() && m_running) {
         checkAll(nullptr);  // Which needs no memory so.
         if (!thread.isOwnerGone()) sleepForCheckPeriod();
     }
     return 0;
-}
-
-void* WatchDog::runOwner(void* p_thread) {
-    nameThisThread("WatchDog");
-    (void)static_cast<Thread*>(p_thread)->p_owner->run();
-    return nullptr;
 }
 
 bool WatchDog::isWatchable(WATCH_ID id) {

@@ -204,6 +204,24 @@ TEST(TimerThreadOwnTaskTest, AWatchdogsCallbackMayEndItsThread) {
     EXPECT_TRUE(entered.wait());
 }  // The destructor does not wait for ever.
 
+// The destructor joins, which is a cancellation point.
+TEST(TimerThreadOwnTaskTest, ACancelledThreadDestroysItsWatchdogAndItsThread) {
+    bool isDone = false;
+    std::thread([&] {
+        auto dog = std::make_unique<WatchDog>();
+        auto thread = std::make_unique<TimerThread>();
+        thread->postTask(makeTask([] {}), kHourMs);
+        (void)pthread_cancel(pthread_self());
+        dog.reset();
+        thread.reset();
+        isDone = true;
+        // The cancellation stays pending: no sanitizer is to see the thread unwound.
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    }).join();
+
+    EXPECT_TRUE(isDone);
+}
+
 TEST(TimerThreadOwnTaskTest, AWatchdogsPassNeedsNoMemory) {
     LogCapture log(kLogError);
     WatchDog dog;

@@ -27,14 +27,18 @@ public:
         }
     }
 
-    /// Stops the owner and waits until its run() has returned.
+    /// Stops the owner and waits until its run() has returned. No cancellation point.
     ~BasicThread() {
         m_owner->stop();
         if (pthread_equal(m_handle, pthread_self()) != 0) {
             (void)pthread_detach(m_handle);
-        } else {
-            (void)pthread_join(m_handle, nullptr);
+            return;
         }
+        // A join is a cancellation point, and a destructor that is cancelled ends the process.
+        int cancelStateBefore = PTHREAD_CANCEL_ENABLE;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelStateBefore);
+        (void)pthread_join(m_handle, nullptr);
+        (void)pthread_setcancelstate(cancelStateBefore, nullptr);
     }
 
     BasicThread(const BasicThread&) = delete;

@@ -3,8 +3,6 @@
 #ifndef BASE_TIMER_WATCHDOG_H
 #define BASE_TIMER_WATCHDOG_H
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cstdint>
 #include <optional>
@@ -13,6 +11,7 @@
 #include "base/export.h"
 #include "base/synchronization/mutex.h"
 #include "base/synchronization/thread_annotations.h"
+#include "base/threading/basic_thread.h"
 
 namespace tevalon::base::timer {
 
@@ -135,14 +134,8 @@ public:
 private:
     static constexpr int kWatchCount = eWatchIDCount;
 
-    struct Thread {
-        WatchDog* p_owner;
-        pthread_t handle;
-    };
-
     struct Report;
 
-    TEVALON_BASE_LOCAL static void* runOwner(void* p_thread);
     TEVALON_BASE_LOCAL static bool isWatchable(WATCH_ID id);
     /// @param p_logged  Gets what checkTimers() returns; may be null.
     TEVALON_BASE_LOCAL void checkAll(std::vector<int>* p_logged) TEVALON_EXCLUDES(m_mutex);
@@ -155,7 +148,7 @@ private:
     double m_elapsed[kWatchCount] TEVALON_GUARDED_BY(m_mutex) = {};    // In periods reported.
     Mutex m_mutex;  // A leaf: not held over a callback or a log line.
     std::atomic<bool> m_running{true};
-    Thread m_thread;
+    Threading::BasicThread<WatchDog> m_thread;  // Last: it starts when all else stands.
 };
 
 /// The process's watchdog.
