@@ -7,9 +7,16 @@
 #include "os/no_cancellation.h"
 
 // These lines carry fixed numbers, by which they are found in the logs of all releases.
-#define LOG_CALLED_AT(line) BLOG_AT(BLOG_TAG, kLogInfo, __FILE__, line, __func__, "called\n\n")
+#define LOG_CALLED_AT(line) logCalled(line, __func__)
 
 namespace tevalon::base::Threading {
+namespace {
+
+__attribute__((noinline)) void logCalled(int line, const char* function) {
+    BLOG_AT(BLOG_TAG, kLogInfo, __FILE__, line, function, "called\n\n");
+}
+
+}  // namespace
 
 Runnable::Runnable(std::int32_t interval) {
     BLOG_AT(BLOG_TAG, kLogInfo, __FILE__, 9, __func__, "called, interval: %d\n\n", interval);

@@ -17,6 +17,10 @@ using Task = std::shared_ptr<TimerTaskBase>;
 
 constexpr double kIdleWaitSeconds = 1.0;  // With nothing queued.
 
+void logCount(const char* function, const CancelledTasks& cancelled) {
+    BLOG_AS(function, kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
+}
+
 }  // namespace
 
 TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
@@ -120,7 +124,7 @@ void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
         BLOG(kLogDebug, "CancelTask %d: taskid: %d,firetime:%f(%f)\n", task.sessionId, task.taskId,
              task.fireTime, task.secondsLeft);
     }
-    BLOG(kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
+    logCount(__func__, cancelled);
 }
 
 void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
@@ -129,7 +133,7 @@ void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
         BLOG(kLogDebug, "CancelTask %d,Session:%d firetime:%f(%f)\n", task.taskId, task.sessionId,
              task.fireTime, task.secondsLeft);
     }
-    BLOG(kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
+    logCount(__func__, cancelled);
 }
 
 bool TimerThread::hasTask() {

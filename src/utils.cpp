@@ -29,19 +29,26 @@ bool isSign(char c) {
 }
 
 // In the unsigned type, where wrapping is defined.
-template <typename T>
-std::int32_t parseDecimal(const std::string& text, T* p_value) {
-    using Unsigned = std::make_unsigned_t<T>;
+// Of any width: what wraps in 64 bits has the low bits of what wraps in fewer.
+std::int32_t parseDecimal(const std::string& text, unsigned long long* p_value) {
     if (text.empty()) return -1;
     const bool isSigned = isSign(text[0]);
     if (isSigned && text.size() == 1) return -1;
 
-    Unsigned value = 0;
+    unsigned long long value = 0;
     for (std::size_t i = isSigned ? 1 : 0; i < text.size(); ++i) {
         if (text[i] < '0' || text[i] > '9') break;
-        value = value * 10U + static_cast<Unsigned>(text[i] - '0');
+        value = value * 10U + static_cast<unsigned>(text[i] - '0');
     }
-    *p_value = static_cast<T>(text[0] == '-' ? Unsigned{0} - value : value);
+    *p_value = text[0] == '-' ? 0 - value : value;
+    return 0;
+}
+
+template <typename T>
+std::int32_t parseDecimalInto(const std::string& text, T* p_value) {
+    unsigned long long value = 0;
+    if (parseDecimal(text, &value) != 0) return -1;
+    *p_value = static_cast<T>(static_cast<std::make_unsigned_t<T>>(value));
     return 0;
 }
 
@@ -70,27 +77,27 @@ std::string toLowerCase(const std::string& text) {
 }
 
 std::int32_t dstoi(const std::string& text, int& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 std::int32_t dstol(const std::string& text, long& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 std::int32_t dstoll(const std::string& text, long long& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 std::int32_t dstoui(const std::string& text, unsigned int& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 std::int32_t dstoul(const std::string& text, unsigned long& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 std::int32_t dstoull(const std::string& text, unsigned long long& value) {
-    return parseDecimal(text, &value);
+    return parseDecimalInto(text, &value);
 }
 
 bool isPathExists(const char* name) {
@@ -110,19 +117,26 @@ bool hasSuffix(const std::string& path, const std::string& suffix) {
     return path.compare(dot, std::string::npos, suffix) == 0;
 }
 
+namespace {
+
+// Of any width: one copy for all eight types.
+void convertToHex(unsigned long long value, std::string* p_out, bool upper) {
+    const char* p_digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    if (value < 16) {
+        p_out->assign(1, p_digits[value]);
+        return;
+    }
+    char digits[2 * sizeof(value)];
+    std::size_t count = 0;
+    for (; value != 0; value >>= 4) digits[sizeof(digits) - ++count] = p_digits[value & 0xFU];
+    p_out->append(digits + sizeof(digits) - count, count);
+}
+
+}  // namespace
+
 template <typename T>
 std::int32_t convert2HexStr(T value, std::string& out, bool upper) {
-    const char* p_digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    auto rest = static_cast<std::make_unsigned_t<T>>(value);
-    if (rest < 16) {
-        out.assign(1, p_digits[rest]);
-        return 0;
-    }
-    std::string lowestFirst;
-    for (; rest != 0; rest = static_cast<decltype(rest)>(rest >> 4)) {
-        lowestFirst += p_digits[rest & 0xFU];
-    }
-    out.append(lowestFirst.rbegin(), lowestFirst.rend());
+    convertToHex(static_cast<std::make_unsigned_t<T>>(value), &out, upper);
     return 0;
 }
 

@@ -7,11 +7,11 @@
 #include <chrono>
 #include <memory>
 #include <new>
-#include <system_error>
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
 #include "event_dispatcher/spin.h"
+#include "os/system_error.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -24,12 +24,6 @@ timespec toTimespec(std::chrono::steady_clock::time_point time) {
     result.tv_sec = static_cast<time_t>(seconds.count());
     result.tv_nsec = static_cast<long>(std::chrono::nanoseconds(sinceStart - seconds).count());
     return result;
-}
-
-// std::condition_variable::wait() ignores an error of pthread_cond_wait(), and a loop around one
-// that keeps failing would spin. Hence the native calls, whose errors are thrown.
-void throwUnlessOk(int error) {
-    if (error != 0) throw std::system_error(error, std::generic_category());
 }
 
 }  // namespace
@@ -140,6 +134,8 @@ void BrowserEvent::spinForReply() const {
     t_spin.until([this] { return replied.load(std::memory_order_relaxed); });
 }
 
+// std::condition_variable::wait() ignores an error of pthread_cond_wait(), and a loop around one
+// that keeps failing would spin. Hence the native calls, whose errors are thrown.
 EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
     while (!replied) {
         throwUnlessOk(

@@ -13,6 +13,13 @@
 #include "os/annotated_mutex.h"
 
 namespace tevalon::base::event_dispatcher {
+namespace {
+
+__attribute__((noinline, cold)) void reportNullHub(const char* function) {
+    BLOG_AS(function, kLogError, "p_hub is NULL.\n");
+}
+
+}  // namespace
 
 // The registered hubs in order of registration. Lock order: this lock, then a hub's queue lock;
 // its handlers are found without one.
@@ -79,7 +86,7 @@ EventDispatcher* EventDispatcher::getInstance() {
 
 std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
     if (p_hub == nullptr) {
-        BLOG(kLogError, "p_hub is NULL.\n");
+        reportNullHub(__func__);
         return kNullArgument;
     }
     BLOG(kLogInfo, "Register hub:%p for moudle:%d.\n", static_cast<void*>(p_hub),
@@ -97,7 +104,7 @@ std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
 // over its whole walk.
 std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
     if (p_hub == nullptr) {
-        BLOG(kLogError, "p_hub is NULL.\n");
+        reportNullHub(__func__);
         return kNullArgument;
     }
     BLOG(kLogInfo, "UnRegister hub:%p from module:%d.\n", static_cast<void*>(p_hub),

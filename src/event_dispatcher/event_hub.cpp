@@ -11,6 +11,13 @@
 #include "event_dispatcher/status.h"
 
 namespace tevalon::base::event_dispatcher {
+namespace {
+
+__attribute__((noinline, cold)) void reportNoImpl(const char* function) {
+    BLOG_AS(function, kLogError, "m_impl is NULL.\n");
+}
+
+}  // namespace
 
 EventHub::EventHub(std::int32_t moduleId) : m_moduleId(moduleId) {
     try {
@@ -28,7 +35,7 @@ std::int32_t EventHub::moduleId() const {
 
 std::int32_t EventHub::registerHandler(std::int32_t eventType, Handler handler) {
     if (m_impl == nullptr) {
-        BLOG(kLogError, "m_impl is NULL.\n");
+        reportNoImpl(__func__);
         return kFailed;
     }
     return m_impl->registerHandler(eventType, std::move(handler));
@@ -37,7 +44,7 @@ std::int32_t EventHub::registerHandler(std::int32_t eventType, Handler handler) 
 std::int32_t EventHub::registerHandler(std::int32_t srcModule, std::int32_t eventType,
                                        Handler handler) {
     if (m_impl == nullptr) {
-        BLOG(kLogError, "m_impl is NULL.\n");
+        reportNoImpl(__func__);
         return kFailed;
     }
     return m_impl->registerHandler(srcModule, eventType, std::move(handler));
@@ -71,7 +78,7 @@ std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
 
 std::int32_t EventHub::receive(std::shared_ptr<BrowserEvent>&& event) {
     if (m_impl == nullptr) {
-        BLOG_AS("receiveEvent", kLogError, "m_impl is NULL.\n");
+        reportNoImpl("receiveEvent");
         return kFailed;
     }
     return m_impl->receiveEvent(std::move(event));
@@ -81,7 +88,7 @@ void EventHub::onHubRegistered() {}
 
 void EventHub::onHubUnregistered() {
     if (m_impl == nullptr) {
-        BLOG(kLogError, "m_impl is NULL.\n");
+        reportNoImpl(__func__);
         return;
     }
     m_impl->onUnregistered();

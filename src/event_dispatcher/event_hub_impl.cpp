@@ -211,9 +211,7 @@ void EventHubImpl::onUnregistered() {
     const NoCancellation noCancellation;
     if (HandlerThread::isThisThreadOf(this)) {
         // Without m_teardownMtx: whoever holds it may be waiting for this thread.
-        BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
-        requestExit();
-        BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+        endThread(false);
         return;
     }
     const MutexGuard teardown(m_teardownMtx);
@@ -222,10 +220,14 @@ void EventHubImpl::onUnregistered() {
         BLOG(kLogAlways, "Exit onUnregistered.\n");
         return;
     }
-    BLOG(kLogAlways, "Will destroy thread in EventHubImpl.\n");
+    endThread(true);
+}
+
+void EventHubImpl::endThread(bool isJoined) {
+    BLOG_AS("onUnregistered", kLogAlways, "Will destroy thread in EventHubImpl.\n");
     requestExit();
-    joinThread();
-    BLOG(kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
+    if (isJoined) joinThread();
+    BLOG_AS("onUnregistered", kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
 }
 
 // False where there is no thread.

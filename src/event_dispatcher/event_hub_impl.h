@@ -70,6 +70,7 @@ private:
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void spinForEvents();
     void handle(std::shared_ptr<BrowserEvent>&& event);
+    void endThread(bool isJoined);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
     bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);
     void joinThread() TEVALON_EXCLUDES(m_threadMtx);

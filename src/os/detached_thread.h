@@ -6,8 +6,9 @@
 #include <pthread.h>
 
 #include <memory>
-#include <system_error>
 #include <utility>
+
+#include "os/system_error.h"
 
 namespace tevalon::base {
 namespace internal {
@@ -22,7 +23,7 @@ inline void createDetached(void* (*run)(void*), void* p_argument) {
         error = pthread_create(&thread, &attributes, run, p_argument);
         (void)pthread_attr_destroy(&attributes);
     }
-    if (error != 0) throw std::system_error(error, std::generic_category());
+    throwUnlessOk(error);
 }
 
 template <typename Body>

@@ -158,8 +158,7 @@ void HandleTimeout() {
     errno = 0;
     const std::optional<timespec> now = readMonotonicClock();
     if (!now) {
-        const int error = errno;
-        BLOG(kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error, strerror(error));
+        reportClockFailure(__func__);
         return;
     }
     const MutexGuard lock(g_timerMutex);

@@ -14,8 +14,6 @@
 #include "base/logging/trace.h"
 #include "os/monotonic_time.h"
 
-#define ZERO_PERIOD_REFUSED "When type is CONTINUE, the timeout cannot be {0, 0, 0}.\n"
-
 namespace tevalon::base::simple_timer {
 namespace {
 
@@ -27,7 +25,17 @@ bool isZeroPeriod(const TimeoutTime& timeout, TimerType_e type) {
     return type == CONTINUE && isZero(timeout);
 }
 
+__attribute__((noinline, cold)) void reportZeroPeriod(const char* function) {
+    BLOG_AS(function, kLogError, "When type is CONTINUE, the timeout cannot be {0, 0, 0}.\n");
+}
+
 }  // namespace
+
+void reportClockFailure(const char* function) {
+    const int error = errno;
+    BLOG_AS(function, kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error,
+            strerror(error));
+}
 
 TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeout,
                      TimerHandler handler, void* userData, TimerType_e type)
@@ -38,7 +46,7 @@ TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeou
       m_userData(userData),
       m_type(type) {
     if (isZeroPeriod(timeout, type)) {
-        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        reportZeroPeriod(__func__);
         m_isValid = false;
         return;
     }
@@ -49,7 +57,7 @@ TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeou
 int TimerImpl::setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
                            TimerType_e type) {
     if (isZeroPeriod(timeout, type)) {
-        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        reportZeroPeriod(__func__);
         m_isValid = false;
         return kFailure;
     }
@@ -66,7 +74,7 @@ int TimerImpl::setProperty(const TimeoutTime& timeout, TimerHandler handler, voi
 
 int TimerImpl::changeTimeout(const TimeoutTime& timeout) {
     if (isZeroPeriod(timeout, type())) {
-        BLOG(kLogError, ZERO_PERIOD_REFUSED);
+        reportZeroPeriod(__func__);
         return kFailure;
     }
     const MutexGuard lock(m_mutex);
@@ -199,8 +207,7 @@ int TimerImpl::caculateExpiredTime() {
     errno = 0;
     const std::optional<timespec> now = readMonotonicClock();
     if (!now) {
-        const int error = errno;
-        BLOG(kLogError, "Fail to get now time, errorno(%d):'%s'.\n", error, strerror(error));
+        reportClockFailure(__func__);
         return kFailure;
     }
     m_expiredTime.store(after(fromTimespec(*now), timeout()), std::memory_order_release);

@@ -20,6 +20,9 @@ namespace tevalon::base::simple_timer {
 inline constexpr int kSuccess = 0;
 inline constexpr int kFailure = -1;
 
+/// The line for a monotonic clock that could not be read; errno tells why.
+void reportClockFailure(const char* function);
+
 /// Thread-safety: each method says what it needs; those that say nothing may be called from
 /// any thread.
 ///

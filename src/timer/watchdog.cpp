@@ -2,8 +2,8 @@
 
 #include <time.h>
 
-#include <array>
 #include <cerrno>
+#include <cstring>
 
 #include "base/logging/blog.h"
 #include "base/singleton.h"
@@ -15,63 +15,64 @@
 namespace tevalon::base::timer {
 namespace {
 
-constexpr std::array<const char*, WatchDog::eWatchIDCount + 1> kWatchNames = {
-    "eWatchIDNull",
-    "eWatchID_StartUp",
-    "eWatchID_onAppStarted",
-    "eWatchID_onAppResumed",
-    "eWatchID_onAppStopped",
-    "eWatchID_onAppPaused",
-    "eWatchID_onAppKeysetChanged",
-    "eWatchID_registerToSystemAPM",
-    "eWatchID_onSTRStopped",
-    "eWatchID_sendMessageToAPM",
-    "eWatchID_cancel_pending_request",
-    "eWatchID_can_accept_keyevent",
-    "eWatchID_oom_notify",
-    "eWatchID_inject_keyevent",
-    "eWatchID_send_message",
-    "eWatchID_app_preload",
-    "eWatchID_app_prepare",
-    "eWatchID_app_launch_new",
-    "eWatchID_app_hide",
-    "eWatchID_put_to_background",
-    "eWatchID_app_show",
-    "eWatchID_bring_to_foreground",
-    "eWatchID_app_stop",
-    "eWatchID_app_stopall",
-    "eWatchID_str_suspend_request",
-    "eWatchID_doTaskStart",
-    "eWatchID_doInjectKey",
-    "eWatchID_doSendMsg",
-    "eWatchID_doOOM",
-    "eWatchID_doCanAcceptKey",
-    "eWatchID_doGetCurrentStatus",
-    "eWatchID_doTaskBringTOFG",
-    "eWatchID_doTaskAppPreload",
-    "eWatchID_doTaskAppPrePare",
-    "eWatchID_doTaskAppStop1",
-    "eWatchID_doTaskAppStop2",
-    "eWatchID_doTaskAppStop3",
-    "eWatchID_doTaskAppStop4",
-    "eWatchID_doTaskAppStop5",
-    "eWatchID_doTaskAppStop6",
-    "eWatchID_doTaskAppStopAll_1",
-    "eWatchID_doTaskAppStopAll_2",
-    "eWatchID_doTaskAppStopAll_3",
-    "eWatchID_doTaskAppStopOther",
-    "eWatchID_doTaskAppShow1",
-    "eWatchID_doTaskAppShow2",
-    "eWatchID_doTaskAppHide",
-    "eWatchID_doTaskPutToBG2",
-    "eWatchID_doTaskPutToBG1",
-    "eWatchID_doTaskLaunchNew1",
-    "eWatchID_doTaskLaunchNewHbbTVBR",
-    "eWatchID_doTaskLaunchNewOpAPP",
-    "eWatchID_doTaskLaunchNewNormalApp",
-    "eWatchID_doTaskLaunchNew2",
-    "eWatchIDCount",
-};
+// One text, each name ended by a zero: a table of pointers would be relocated at every start, and
+// cost twice its size in relocations.
+constexpr char kWatchNames[] =
+    "eWatchIDNull\0"
+    "eWatchID_StartUp\0"
+    "eWatchID_onAppStarted\0"
+    "eWatchID_onAppResumed\0"
+    "eWatchID_onAppStopped\0"
+    "eWatchID_onAppPaused\0"
+    "eWatchID_onAppKeysetChanged\0"
+    "eWatchID_registerToSystemAPM\0"
+    "eWatchID_onSTRStopped\0"
+    "eWatchID_sendMessageToAPM\0"
+    "eWatchID_cancel_pending_request\0"
+    "eWatchID_can_accept_keyevent\0"
+    "eWatchID_oom_notify\0"
+    "eWatchID_inject_keyevent\0"
+    "eWatchID_send_message\0"
+    "eWatchID_app_preload\0"
+    "eWatchID_app_prepare\0"
+    "eWatchID_app_launch_new\0"
+    "eWatchID_app_hide\0"
+    "eWatchID_put_to_background\0"
+    "eWatchID_app_show\0"
+    "eWatchID_bring_to_foreground\0"
+    "eWatchID_app_stop\0"
+    "eWatchID_app_stopall\0"
+    "eWatchID_str_suspend_request\0"
+    "eWatchID_doTaskStart\0"
+    "eWatchID_doInjectKey\0"
+    "eWatchID_doSendMsg\0"
+    "eWatchID_doOOM\0"
+    "eWatchID_doCanAcceptKey\0"
+    "eWatchID_doGetCurrentStatus\0"
+    "eWatchID_doTaskBringTOFG\0"
+    "eWatchID_doTaskAppPreload\0"
+    "eWatchID_doTaskAppPrePare\0"
+    "eWatchID_doTaskAppStop1\0"
+    "eWatchID_doTaskAppStop2\0"
+    "eWatchID_doTaskAppStop3\0"
+    "eWatchID_doTaskAppStop4\0"
+    "eWatchID_doTaskAppStop5\0"
+    "eWatchID_doTaskAppStop6\0"
+    "eWatchID_doTaskAppStopAll_1\0"
+    "eWatchID_doTaskAppStopAll_2\0"
+    "eWatchID_doTaskAppStopAll_3\0"
+    "eWatchID_doTaskAppStopOther\0"
+    "eWatchID_doTaskAppShow1\0"
+    "eWatchID_doTaskAppShow2\0"
+    "eWatchID_doTaskAppHide\0"
+    "eWatchID_doTaskPutToBG2\0"
+    "eWatchID_doTaskPutToBG1\0"
+    "eWatchID_doTaskLaunchNew1\0"
+    "eWatchID_doTaskLaunchNewHbbTVBR\0"
+    "eWatchID_doTaskLaunchNewOpAPP\0"
+    "eWatchID_doTaskLaunchNewNormalApp\0"
+    "eWatchID_doTaskLaunchNew2\0"
+    "eWatchIDCount";
 
 // Begin times up to here are no times: an idle watch, or a clock that could not be read.
 constexpr double kNoTime = 1.0;
@@ -85,6 +86,10 @@ void sleepForCheckPeriod() {
     timespec left = kCheckPeriod;
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
+}
+
+__attribute__((noinline, cold)) void reportUnsupported(const char* function, int id) {
+    BLOG_AS(function, kLogError, "Not supported ID : %d\n", id);
 }
 
 }  // namespace
@@ -104,8 +109,11 @@ WatchDog::~WatchDog() {
 }
 
 const char* WatchDog::getWatchIdName(WATCH_ID id) {
-    const auto index = static_cast<std::uint32_t>(id);
-    return index < kWatchNames.size() ? kWatchNames[index] : "Unknown";
+    auto left = static_cast<std::uint32_t>(id);
+    if (left > eWatchIDCount) return "Unknown";
+    const char* p_name = kWatchNames;
+    for (; left > 0; --left) p_name += std::strlen(p_name) + 1;
+    return p_name;
 }
 
 void WatchDog::setTimeoutCallback(TimeoutCallback callback, void* p_context) {
@@ -122,7 +130,7 @@ void WatchDog::setTimeoutCallback(TimeoutCallback callback, void* p_context) {
 
 void WatchDog::beginWatch(WATCH_ID id, double seconds) {
     if (!isWatchable(id)) {
-        BLOG(kLogError, "Not supported ID : %d\n", id);
+        reportUnsupported(__func__, id);
         return;
     }
     const double now = monotonicSeconds();
@@ -135,7 +143,7 @@ void WatchDog::beginWatch(WATCH_ID id, double seconds) {
 
 void WatchDog::stopWatch(WATCH_ID id) {
     if (!isWatchable(id)) {
-        BLOG(kLogError, "Not supported ID : %d\n", id);
+        reportUnsupported(__func__, id);
         return;
     }
     BLOG(kLogInfo, "Stop Watching : %d(%s)\n", id, getWatchIdName(id));

@@ -150,22 +150,25 @@ bool TimerThread::State::waitForTask(double timeoutSeconds) {
     // Without a clock nothing is known to be later: any post wakes the worker.
     m_sleepsUntil = now < 0 ? std::numeric_limits<double>::infinity() : now + timeoutSeconds;
     if (m_taskQueue.empty()) {
-        m_isWaiting = true;
-        lock.waitFor(m_wakeup, roundedUp(timeoutSeconds));
-    } else {
-        const double fireTime = m_taskQueue.frontFireTime();
-        const double interval = fireTime - now;
-        if (fireTime == kNoFireTime || interval <= 0) return true;
-        if (interval < timeoutSeconds) {
-            timeoutSeconds = interval;
-            m_sleepsUntil = fireTime;
-        }
-        m_isWaiting = true;
-        const PreciseWait precise;
-        lock.waitFor(m_wakeup, roundedUp(timeoutSeconds));
+        sleepFor(&lock, timeoutSeconds);
+        return true;
     }
-    m_isWaiting = false;
+    const double fireTime = m_taskQueue.frontFireTime();
+    const double interval = fireTime - now;
+    if (fireTime == kNoFireTime || interval <= 0) return true;
+    if (interval < timeoutSeconds) {
+        timeoutSeconds = interval;
+        m_sleepsUntil = fireTime;
+    }
+    const PreciseWait precise;
+    sleepFor(&lock, timeoutSeconds);
     return true;
+}
+
+void TimerThread::State::sleepFor(MutexLock* p_lock, double seconds) {
+    m_isWaiting = true;
+    p_lock->waitFor(m_wakeup, roundedUp(seconds));
+    m_isWaiting = false;
 }
 
 bool TimerThread::State::isBusy() {

@@ -129,6 +129,7 @@ private:
     void createWorker(TimerThread* p_owner) TEVALON_REQUIRES(m_queueMutex);
     bool isIdle() const TEVALON_REQUIRES(m_queueMutex);
     bool mustWake(bool isWatched) const TEVALON_REQUIRES(m_queueMutex);
+    void sleepFor(MutexLock* p_lock, double seconds) TEVALON_REQUIRES(m_queueMutex);
     bool leave() TEVALON_EXCLUDES(m_queueMutex);
     void leaveAbnormally() TEVALON_EXCLUDES(m_queueMutex);
 

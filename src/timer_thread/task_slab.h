@@ -48,13 +48,16 @@ public:
 private:
     static constexpr std::size_t kKept = 64;
 
-    // Reserves first, and the free list for all slots at once, so that neither put() nor take()
-    // ever allocates.
+    // All slots of a step at once, and room for all on the free list first, so that neither put()
+    // nor take() ever allocates. Lower slots are used first.
     void grow() {
-        if (m_tasks.size() == m_tasks.capacity()) m_tasks.reserve(2 * m_tasks.size() + 1);
-        m_free.reserve(m_tasks.capacity());
-        m_tasks.emplace_back();
-        m_free.push_back(static_cast<std::uint32_t>(m_tasks.size() - 1));
+        const std::size_t before = m_tasks.size();
+        const std::size_t after = 2 * before + 1;
+        m_free.reserve(after);
+        m_tasks.resize(after);
+        for (std::size_t slot = after; slot > before; --slot) {
+            m_free.push_back(static_cast<std::uint32_t>(slot - 1));
+        }
     }
 
     void clear() {

@@ -1,0 +1,9 @@
+#include "os/system_error.h"
+
+namespace tevalon::base {
+
+void throwUnlessOk(int error) {
+    if (error != 0) throw std::system_error(error, std::generic_category());
+}
+
+}  // namespace tevalon::base
