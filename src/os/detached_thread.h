@@ -13,8 +13,8 @@
 namespace tevalon::base {
 namespace internal {
 
-/// Throws std::system_error.
-inline void createDetached(void* (*run)(void*), void* p_argument) {
+/// Returns an errno value, 0 where the thread has been created.
+inline int createDetached(void* (*run)(void*), void* p_argument) {
     pthread_attr_t attributes;
     int error = pthread_attr_init(&attributes);
     if (error == 0) {
@@ -23,7 +23,7 @@ inline void createDetached(void* (*run)(void*), void* p_argument) {
         error = pthread_create(&thread, &attributes, run, p_argument);
         (void)pthread_attr_destroy(&attributes);
     }
-    throwUnlessOk(error);
+    return error;
 }
 
 template <typename Body>
@@ -43,8 +43,9 @@ void* runBody(void* p_argument) {
 template <typename Body>
 void startDetachedThread(Body body) {
     auto owned = std::make_unique<Body>(std::move(body));
-    internal::createDetached(internal::runBody<Body>, owned.get());
-    (void)owned.release();  // The thread's.
+    const int error = internal::createDetached(internal::runBody<Body>, owned.get());
+    if (error == 0) (void)owned.release();  // The thread's.
+    throwUnlessOk(error);
 }
 
 }  // namespace tevalon::base
