@@ -1,13 +1,10 @@
 #include "base/logging/trace.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <string>
 #include <vector>
 
-#include "base/logging/function_tracer.h"
-#include "support/fresh_process.h"
 #include "support/log_capture.h"
 
 namespace tracing {
@@ -44,27 +41,6 @@ TEST(BlogTraceScopeTest, WritesNothingWhenTheDebugLevelIsOff) {
     (void)traceScope();
 
     EXPECT_TRUE(log.entries().empty());
-}
-
-// The output is a cancellation point, and the line is written by a destructor.
-TEST(BlogTraceScopeTest, IsLeftByACancelledThreadWithItsLine) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        pthread_t thread = {};
-        const auto run = [](void*) -> void* {
-            {
-                BLOG_TRACE_SCOPE();
-                const FunctionTracer tracer("run", "trace_test.cpp", 1);
-                test::setLogLevel(kLogDebug);
-                (void)pthread_cancel(pthread_self());
-            }
-            // The end of the thread, seen by a sanitizer, should not be an unwinding.
-            (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-            test::setLogLevel(kLogError);
-            return nullptr;
-        };
-        ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
-        ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    });
 }
 
 TEST(BlogTraceScopeTest, ChecksTheLevelAgainAtTheScopesEnd) {
