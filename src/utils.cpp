@@ -28,8 +28,8 @@ bool isSign(char c) {
     return c == '+' || c == '-';
 }
 
-// In the unsigned type, where wrapping is defined.
-// Of any width: what wraps in 64 bits has the low bits of what wraps in fewer.
+// Unsigned, where overflow wraps as it is meant to. One copy for all widths: the low bits of a
+// value that wraps at 64 bits are those of one that wraps at fewer.
 std::int32_t parseDecimal(const std::string& text, unsigned long long* p_value) {
     if (text.empty()) return -1;
     const bool isSigned = isSign(text[0]);

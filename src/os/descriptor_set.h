@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace tevalon::base::simple_timer {
+namespace tevalon::base {
 
 /// Waits for one descriptor to become readable. fd_set ends at FD_SETSIZE, and a browser holds
 /// more descriptors than that; the kernel takes a set of any size.
@@ -38,6 +38,6 @@ private:
     std::vector<unsigned long> m_words;
 };
 
-}  // namespace tevalon::base::simple_timer
+}  // namespace tevalon::base
 
 #endif  // SRC_OS_DESCRIPTOR_SET_H

@@ -5,7 +5,7 @@
 
 #include <semaphore.h>
 
-namespace tevalon::base::event_dispatcher {
+namespace tevalon::base {
 
 /// A POSIX semaphore, zero at first. Where one thread waits for another it is cheaper than a
 /// condition variable: that re-acquires its mutex marked contended, which costs an extra futex call
@@ -33,6 +33,6 @@ private:
     sem_t m_count;
 };
 
-}  // namespace tevalon::base::event_dispatcher
+}  // namespace tevalon::base
 
 #endif  // SRC_OS_SEMAPHORE_H

@@ -203,7 +203,7 @@ int WatchDog::run() {
     nameThisThread("WatchDog");
     const WatchThread thread(this);
     while (!thread.isOwnerGone() && m_running) {
-        checkAll(nullptr);  // Which needs no memory so.
+        checkAll(nullptr);  // Collects no identifiers, and so allocates nothing.
         if (!thread.isOwnerGone()) sleepForCheckPeriod();
     }
     return 0;
