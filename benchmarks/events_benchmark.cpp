@@ -1,5 +1,6 @@
-// One-way events: made, sent, found a handler for by their type, and handled on the receiver's
-// thread. An iteration is one event; the time is from the first send to the last handler's end.
+// One-way events: made with a payload, sent, found a handler for by their type, and handled on the
+// receiver's thread. An iteration is one event; the time is from the first send to the last
+// handler's end.
 
 #include <memory>
 #include <string>
@@ -26,14 +27,15 @@ template <typename Mailbox>
 typename Mailbox::HandlerList handlersThatCount(Arrivals* p_arrivals, int count) {
     typename Mailbox::HandlerList handlers;
     for (int type = kType + count - 1; type >= kType; --type) {
-        handlers.push_back({type, [p_arrivals](const auto&) { p_arrivals->arrived(); }});
+        handlers.push_back(
+            {type, [p_arrivals](const auto& event) { p_arrivals->arrived(numberOf(*event)); }});
     }
     return handlers;
 }
 
 template <typename Mailbox>
 void sendMany(Mailbox* p_mailbox, std::int64_t count) {
-    for (std::int64_t i = 0; i < count; ++i) p_mailbox->post(p_mailbox->create(kType));
+    for (std::int64_t i = 0; i < count; ++i) p_mailbox->post(p_mailbox->createWithPayload(kType));
 }
 
 // The calling thread sends, or where there are several senders it starts them.

@@ -15,6 +15,17 @@ namespace bench {
 inline constexpr int kSender = 1;
 inline constexpr int kReply = 7;
 
+/// What an event carries: a block of its own on the heap, as clients derive theirs from a base.
+struct Payload {
+    explicit Payload(int number_) : number(number_) {}
+    virtual ~Payload() = default;
+
+    Payload(const Payload&) = delete;
+    Payload& operator=(const Payload&) = delete;
+
+    const int number;
+};
+
 /// An event as the peers send it: on the heap, shared by sender and receiver.
 struct Event {
     explicit Event(int type_) : type(type_) {}
@@ -26,7 +37,12 @@ struct Event {
 
     const int source = kSender;
     const int type;
+    std::unique_ptr<Payload> payload;
 };
+
+inline int numberOf(const Event& event) {
+    return event.payload->number;
+}
 
 /// An event with a reply, for the peers that bring nothing of their own to wait for one.
 struct PromisedEvent : Event {
@@ -68,12 +84,18 @@ public:
     using HandlerList = std::vector<TypedHandler<EventPointer>>;
 
     EventPointer create(int type) const { return std::make_shared<Event>(type); }
+
+    EventPointer createWithPayload(int type) const {
+        EventPointer event = create(type);
+        event->payload = std::make_unique<Payload>(type);
+        return event;
+    }
 };
 
 /// One event to all: each peer's mailbox gets the same one.
 template <typename Mailbox>
 void broadcast(const std::vector<std::unique_ptr<Mailbox>>& mailboxes, int type) {
-    const typename Mailbox::Pointer event = mailboxes.front()->create(type);
+    const typename Mailbox::Pointer event = mailboxes.front()->createWithPayload(type);
     for (const std::unique_ptr<Mailbox>& mailbox : mailboxes) mailbox->post(event);
 }
 

@@ -14,6 +14,16 @@
 
 namespace bench {
 
+struct OurPayload : tevalon::base::event_dispatcher::EventParam {
+    explicit OurPayload(int number_) : number(number_) {}
+
+    const int number;
+};
+
+inline int numberOf(const tevalon::base::event_dispatcher::BrowserEvent& event) {
+    return static_cast<const OurPayload*>(event.param)->number;
+}
+
 class OurMailbox {
 public:
     static constexpr const char* kName = kOurs;
@@ -30,6 +40,12 @@ public:
 
     Pointer create(int type) const { return m_sender.createEvent(type); }
 
+    Pointer createWithPayload(int type) const {
+        Pointer event = create(type);
+        event->param = new OurPayload(type);
+        return event;
+    }
+
     void post(Pointer event) { m_sender.sendEvent(std::move(event), m_receiver.moduleId()); }
 
     int call(int type) {
@@ -38,7 +54,7 @@ public:
     }
 
     void postToAll(int type) {
-        m_sender.sendEvent(create(type), tevalon::base::event_dispatcher::kAnyModule);
+        m_sender.sendEvent(createWithPayload(type), tevalon::base::event_dispatcher::kAnyModule);
     }
 
 private:

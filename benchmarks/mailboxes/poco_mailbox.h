@@ -8,6 +8,7 @@
 #include <Poco/Notification.h>
 #include <Poco/NotificationQueue.h>
 
+#include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -23,7 +24,12 @@ public:
 
     const int source = kSender;
     const int type;
+    std::unique_ptr<Payload> payload;
 };
+
+inline int numberOf(const PocoEvent& event) {
+    return event.payload->number;
+}
 
 class PocoCall : public PocoEvent {
 public:
@@ -55,6 +61,12 @@ public:
     }
 
     Pointer create(int type) const { return new PocoEvent(type); }
+
+    Pointer createWithPayload(int type) const {
+        Pointer event = create(type);
+        event->payload = std::make_unique<Payload>(type);
+        return event;
+    }
 
     void post(const Pointer& event) { m_queue.enqueueNotification(event); }
 

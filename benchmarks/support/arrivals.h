@@ -3,6 +3,8 @@
 #ifndef BENCHMARKS_SUPPORT_ARRIVALS_H
 #define BENCHMARKS_SUPPORT_ARRIVALS_H
 
+#include <benchmark/benchmark.h>
+
 #include <atomic>
 #include <cstdint>
 
@@ -21,7 +23,10 @@ public:
     }
 
     /// On the receiver's thread.
-    void arrived() {
+    ///
+    /// @param number  Of what the arrival carries, so that it is read.
+    void arrived(int number = 0) {
+        benchmark::DoNotOptimize(number);
         if (--m_missing == 0) {
             m_isComplete.store(1, std::memory_order_release);
             futexWake(m_isComplete);

@@ -10,7 +10,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
-#include "event_dispatcher/spin.h"
+#include "event_dispatcher/reply_spin.h"
 #include "os/system_error.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -38,6 +38,9 @@ std::int32_t EventParam::intValue() {
 // the event while the replier is still inside notify_all().
 struct BrowserEvent::WaitObjects : std::mutex {
     std::condition_variable cv;
+    // Guarded by the mutex. A waiter has parked, and wants to know when the reply came.
+    bool isParked = false;
+    Moment replied;
 
     void hold() { m_holders.fetch_add(1, std::memory_order_relaxed); }
     void release() {
@@ -111,6 +114,7 @@ void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
         const std::lock_guard<std::mutex> lock(*p_objects);
         replied = true;
         result = reply;
+        if (p_objects->isParked) p_objects->replied = Moment::now();
         p_objects->hold();  // Under the lock: the waiter cannot have gone yet.
     }
     p_objects->cv.notify_all();
@@ -126,12 +130,17 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
     // Spins on the flag without the lock; only the check under the lock below decides.
     if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
-    return timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
+    if (replied) return result;
+    WaitObjects* const p_objects = waitObjects();
+    if (p_objects != nullptr) p_objects->isParked = true;
+    const EventResult reply =
+        timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
+    if (replied && p_objects != nullptr) t_replySpin.parked(p_objects->replied, Moment::now());
+    return reply;
 }
 
 void BrowserEvent::spinForReply() const {
-    static thread_local AdaptiveSpin t_spin;
-    t_spin.until([this] { return replied.load(std::memory_order_relaxed); });
+    (void)t_replySpin.until([this] { return replied.load(std::memory_order_relaxed); });
 }
 
 // std::condition_variable::wait() ignores an error of pthread_cond_wait(), and a loop around one

@@ -8,6 +8,7 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 #include "base/logging/blog.h"
 #include "event_dispatcher/event_hub_impl.h"
+#include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -65,6 +66,7 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
         BLOG(kLogError, "Fail to initialize event's codition_variable.\n");
         return kFailed;
     }
+    t_replySpin.skipNext(false);  // Set by the hub that gets the event, if that has to be woken.
     if (evtdispch_send_event(event, target) != kOk) {
         BLOG(kLogError, "Fail to send event.\n");
         return kFailed;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/logging/blog.h"
+#include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
@@ -122,8 +123,16 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     m_hasNews.store(true, std::memory_order_relaxed);
     // A thread at work looks at the queue anyway. After unlocking, so that the woken thread does
     // not meet the mutex; safe because the hub outlives this call: see EventHub::receiveEvent().
-    if (isWaiting) m_wakeUp.post();
+    if (isWaiting) {
+        wakeThread();
+        t_replySpin.skipNext(true);
+    }
     return kOk;
+}
+
+void EventHubImpl::wakeThread() {
+    m_woken = Moment::now();
+    m_wakeUp.post();
 }
 
 // Tells that the handler thread has exited where it ends in the middle of a handler:
@@ -183,6 +192,7 @@ bool EventHubImpl::takeQueue() {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
         m_wakeUp.wait();
+        m_spin.parked(m_woken, Moment::now());
         lock.lock();
     }
     if (m_exit) {
@@ -195,7 +205,7 @@ bool EventHubImpl::takeQueue() {
 }
 
 void EventHubImpl::spinForEvents() {
-    m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
+    (void)m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
@@ -245,7 +255,7 @@ void EventHubImpl::requestExit() {
     // Flag before lock: either the thread sees the flag once it holds the lock, or we see that it
     // waits. It waits for the flag as well as for events, so no wake-up event has to be allocated.
     const MutexGuard lock(m_queueMtx);
-    if (std::exchange(m_isWaiting, false)) m_wakeUp.post();
+    if (std::exchange(m_isWaiting, false)) wakeThread();
 }
 
 void EventHubImpl::joinThread() {

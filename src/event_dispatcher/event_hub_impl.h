@@ -69,6 +69,7 @@ private:
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void spinForEvents();
+    void wakeThread();
     void handle(std::shared_ptr<BrowserEvent>&& event);
     void endThread(bool isJoined);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
@@ -98,6 +99,7 @@ private:
     // A semaphore instead of a condition variable, which re-acquires its mutex marked contended:
     // an extra futex call at each unlock.
     Semaphore m_wakeUp;
+    Moment m_woken;  // The last post to it; handed over by it.
     EventQueue m_eventQueue TEVALON_GUARDED_BY(m_queueMtx);
     // The handler thread waits, and nobody has woken it yet.
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
@@ -113,7 +115,9 @@ private:
     // Taken from the queue: what the handler thread, which alone touches it, does next. What is
     // left when that ends waits for the next one.
     alignas(kCacheLine) EventQueue m_takenEvents;
-    AdaptiveSpin m_spin;  // The handler thread's.
+    // The handler thread's. Half a wake-up longer than one: what is waited for is mostly a sender
+    // that is being woken itself, and has something to do then before it sends.
+    AdaptiveSpin m_spin{150};
 };
 
 }  // namespace tevalon::base::event_dispatcher

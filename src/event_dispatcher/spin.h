@@ -1,61 +1,135 @@
-// spin.h: spin, then park; after fruitless spins, skip exponentially more of them.
+// spin.h: spin before parking, where the waits before show that it pays.
 
 #ifndef SRC_EVENT_DISPATCHER_SPIN_H
 #define SRC_EVENT_DISPATCHER_SPIN_H
 
+#include <sched.h>
+
 #include <algorithm>
-#include <thread>
+#include <atomic>
+#include <cstdint>
+#include <optional>
+
+#include "os/monotonic_time.h"
 
 namespace tevalon::base::event_dispatcher {
 
-/// Spins for a bounded time before its caller parks: where the other side is at work on another
-/// processor, its answer comes sooner than a sleep and a wake-up take. After a fruitless spin the
-/// next one is skipped, after two in a row the next four, and so on up to kMaxSkips, so that a wait
-/// for which spinning never pays costs next to nothing. Never spins on a single processor, where
-/// the other side cannot run meanwhile.
+/// Nanoseconds on the monotonic clock; 0 where it cannot be read.
+inline std::int64_t monotonicNanoseconds() {
+    const std::optional<timespec> now = readMonotonicClock();
+    return now ? std::int64_t{now->tv_sec} * 1'000'000'000 + now->tv_nsec : 0;
+}
+
+/// When something happened, and on which processor.
+struct Moment {
+    static constexpr int kNoProcessor = -1;  // Neither known nor asked.
+
+    static Moment now() { return {monotonicNanoseconds(), sched_getcpu()}; }
+
+    std::int64_t nanoseconds = 0;
+    int processor = kNoProcessor;
+};
+
+/// How long it takes from waking a thread on another processor until it runs: some 4 us where
+/// processors sleep lightly, more than 35 where they sleep deeply. Follows the median of what is
+/// measured: a woken thread that had to wait for a busy processor counts no more than any other.
+///
+/// Thread-safety: any thread may call anything. Of two samples at once one may be lost.
+class WakeUpTime {
+public:
+    static constexpr std::int32_t kLeast = 2'000;
+    static constexpr std::int32_t kMost = 100'000;
+
+    constexpr explicit WakeUpTime(std::int32_t nanoseconds) : m_estimate(nanoseconds) {}
+
+    /// Nanoseconds.
+    std::int32_t estimate() const { return m_estimate.load(std::memory_order_relaxed); }
+
+    void add(std::int64_t nanoseconds) {
+        const std::int32_t old = estimate();
+        const std::int32_t step = nanoseconds > old ? old / 8 : -old / 8;
+        m_estimate.store(std::clamp(old + step, kLeast, kMost), std::memory_order_relaxed);
+    }
+
+private:
+    std::atomic<std::int32_t> m_estimate;
+};
+
+/// One for the process.
+inline WakeUpTime g_wakeUpTime{15'000};
+
+/// Spins for a bounded time before its caller parks, where waits lately were so short that spinning
+/// would have spared the sleep and the wake-up, which both take longer. What decides is how long
+/// they lasted, spun or slept, so a wait for which it never pays costs nothing, and one for which
+/// it begins to pay is found out while sleeping. To spin as long as a wake-up takes is at worst
+/// twice as expensive as the better choice (the ski rental problem).
+///
+/// Never spins where the thread that ended the last wait ran on this thread's own processor:
+/// it would spin in that thread's way.
 ///
 /// Thread-safety: none; one per waiting thread.
 class AdaptiveSpin {
 public:
-    static constexpr unsigned kMaxSkips = 1024;
+    /// So many short waits in a row are taken for more than chance.
+    static constexpr int kShortWaits = 2;
 
-// Some 15 us where a pause takes 15 ns, and 50 us where it takes longest. Counted, not timed: a
-// wait reads no clock that it does not need.
-#if defined(__arm__) || defined(__aarch64__)
-    static constexpr int kMaxSpins = 4000;  // A yield is over at once.
-#else
-    static constexpr int kMaxSpins = 1000;
-#endif
+    /// @param percent  Of a wake-up: how long to spin.
+    constexpr explicit AdaptiveSpin(std::int32_t percent) : m_percent(percent) {}
 
-    constexpr AdaptiveSpin() = default;
-
-    /// Returns when @p isDone() does, or when it has spun long enough.
+    /// Returns whether @p isDone() has come true. Where not, the caller parks, and says when it
+    /// was woken.
     template <typename IsDone>
-    void until(IsDone isDone) {
-        if (isDone()) return;  // Which says nothing about how soon others come.
-        if (m_skipsLeft > 0) {
-            --m_skipsLeft;
-        } else if (hasOtherProcessors() && spinUntil(isDone)) {
-            m_nextSkips = 1;
-        } else {
-            m_skipsLeft = m_nextSkips;
-            m_nextSkips = std::min(4 * m_nextSkips, kMaxSkips);
+    bool until(IsDone isDone) {
+        m_begin = 0;
+        if (isDone()) return true;  // Says nothing about how soon others come.
+        if (m_isNextSkipped) {
+            m_isNextSkipped = false;  // Nor does this wait, which is known to be long.
+            return false;
         }
+        if (m_shortWaits < kShortWaits) {
+            m_begin = monotonicNanoseconds();
+            return false;
+        }
+        if (spinUntil(isDone)) return true;
+        m_shortWaits = 0;
+        return false;
     }
+
+    /// After until() was in vain: @p woken ended the wait, and the thread runs since @p resumed.
+    void parked(const Moment& woken, const Moment& resumed) {
+        if (woken.processor == resumed.processor && woken.processor != Moment::kNoProcessor) {
+            m_shortWaits = 0;
+            return;
+        }
+        g_wakeUpTime.add(resumed.nanoseconds - woken.nanoseconds);
+        if (m_begin == 0) return;
+        const bool wasShort = woken.nanoseconds - m_begin <= limit();
+        m_shortWaits = wasShort ? std::min(m_shortWaits + 1, kShortWaits) : 0;
+    }
+
+    /// The next wait is for a thread that has to be woken first: it is not spun for.
+    void skipNext(bool isSkipped) { m_isNextSkipped = isSkipped; }
 
 private:
-    static bool hasOtherProcessors() {
-        static const bool s_hasOthers = std::thread::hardware_concurrency() > 1;
-        return s_hasOthers;
-    }
+    std::int64_t limit() const { return std::int64_t{g_wakeUpTime.estimate()} * m_percent / 100; }
 
     template <typename IsDone>
-    static bool spinUntil(IsDone isDone) {
-        for (int spins = 0; spins < kMaxSpins; ++spins) {
-            relaxProcessor();
-            if (isDone()) return true;
+    bool spinUntil(IsDone isDone) {
+// Some microseconds at most: reading the clock takes as long as several pauses.
+#if defined(__arm__) || defined(__aarch64__)
+        constexpr int kSpinsBetweenClocks = 256;  // A yield is over at once.
+#else
+        constexpr int kSpinsBetweenClocks = 32;
+#endif
+        while (true) {
+            for (int spins = 0; spins < kSpinsBetweenClocks; ++spins) {
+                relaxProcessor();
+                if (isDone()) return true;
+            }
+            const std::int64_t now = monotonicNanoseconds();
+            if (m_begin == 0) m_begin = now;
+            if (now == 0 || now - m_begin >= limit()) return false;
         }
-        return false;
     }
 
     // Gives the core's other hardware thread the execution units, and saves power.
@@ -67,8 +141,10 @@ private:
 #endif
     }
 
-    unsigned m_skipsLeft = 0;
-    unsigned m_nextSkips = 1;
+    const std::int32_t m_percent;
+    int m_shortWaits = 0;
+    bool m_isNextSkipped = false;
+    std::int64_t m_begin = 0;  // Of the wait in hand; 0 where its length tells nothing.
 };
 
 }  // namespace tevalon::base::event_dispatcher

@@ -2,78 +2,165 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <cstdint>
 
 namespace {
 
 using tevalon::base::event_dispatcher::AdaptiveSpin;
+using tevalon::base::event_dispatcher::g_wakeUpTime;
+using tevalon::base::event_dispatcher::Moment;
+using tevalon::base::event_dispatcher::monotonicNanoseconds;
+using tevalon::base::event_dispatcher::WakeUpTime;
+
+constexpr int kOwnProcessor = 0;
+constexpr int kOtherProcessor = 1;
+constexpr std::int64_t kSecond = 1'000'000'000;
 
 /// How often @p spin looks for what comes with the @p last look; never, where that is 0.
 int looksOf(AdaptiveSpin* p_spin, int last) {
     int looks = 0;
-    p_spin->until([&] { return ++looks == last; });
+    (void)p_spin->until([&] { return ++looks == last; });
     return looks;
 }
 
-/// How many waits in a row, in vain themselves, leave the looking out.
-unsigned leftOut(AdaptiveSpin* p_spin) {
-    unsigned count = 0;
-    while (looksOf(p_spin, 0) == 1) ++count;
-    return count;
+/// A wait that is slept through: the other thread, on @p processor, ends it @p length nanoseconds
+/// after it began.
+void sleepThrough(AdaptiveSpin* p_spin, std::int64_t length, int processor = kOtherProcessor) {
+    EXPECT_EQ(looksOf(p_spin, 0), 1);
+    const std::int64_t woken = monotonicNanoseconds() + length;
+    p_spin->parked({woken, processor}, {woken + g_wakeUpTime.estimate(), kOwnProcessor});
 }
 
-/// Where there is a single processor nothing but the first look is taken; see
-/// single_processor_test.cpp.
 class AdaptiveSpinTest : public testing::Test {
 protected:
-    void SetUp() override {
-        if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "a single processor";
+    void becomeWorthIt() {
+        for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) sleepThrough(&m_spin, 0);
     }
 
-    AdaptiveSpin m_spin;
+    AdaptiveSpin m_spin{100};
 };
 
 TEST_F(AdaptiveSpinTest, WhatHasComeIsSeenWithTheFirstLook) {
-    EXPECT_EQ(looksOf(&m_spin, 1), 1);
+    EXPECT_TRUE(m_spin.until([] { return true; }));
 }
 
-TEST_F(AdaptiveSpinTest, WhatComesMeanwhileEndsIt) {
-    for (const int last : {2, 10, AdaptiveSpin::kMaxSpins + 1}) {
-        EXPECT_EQ(looksOf(&m_spin, last), last);
+TEST_F(AdaptiveSpinTest, DoesNotSpinBeforeItIsKnownToPay) {
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, SpinsAfterShortWaits) {
+    becomeWorthIt();
+
+    EXPECT_EQ(looksOf(&m_spin, 10), 10);
+}
+
+TEST_F(AdaptiveSpinTest, OneShortWaitIsChance) {
+    sleepThrough(&m_spin, 0);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, GoesOnAsLongAsItPays) {
+    becomeWorthIt();
+
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(looksOf(&m_spin, 10), 10);
+}
+
+TEST_F(AdaptiveSpinTest, SpinsNotShorterThanAWakeUpTakes) {
+    becomeWorthIt();
+    const std::int64_t before = monotonicNanoseconds();
+
+    EXPECT_FALSE(m_spin.until([] { return false; }));
+
+    EXPECT_GE(monotonicNanoseconds() - before, g_wakeUpTime.estimate());
+}
+
+TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
+    becomeWorthIt();
+    EXPECT_GT(looksOf(&m_spin, 0), 1);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, OneLongWaitMakesTheNextOnesCountAnew) {
+    sleepThrough(&m_spin, 0);
+    sleepThrough(&m_spin, kSecond);
+    sleepThrough(&m_spin, 0);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, DoesNotSpinInTheWayOfAThreadOnItsOwnProcessor) {
+    for (int i = 0; i < 100; ++i) sleepThrough(&m_spin, 0, kOwnProcessor);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, AnUnknownProcessorIsNotItsOwn) {
+    for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) {
+        EXPECT_EQ(looksOf(&m_spin, 0), 1);
+        const std::int64_t woken = monotonicNanoseconds();
+        m_spin.parked({woken, Moment::kNoProcessor}, {woken, Moment::kNoProcessor});
     }
+
+    EXPECT_EQ(looksOf(&m_spin, 10), 10);
 }
 
-TEST_F(AdaptiveSpinTest, WhatDoesNotComeEndsItToo) {
-    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kMaxSpins + 1);
+TEST_F(AdaptiveSpinTest, SkipsOneWaitWhenToldTo) {
+    becomeWorthIt();
+
+    m_spin.skipNext(true);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+    EXPECT_EQ(looksOf(&m_spin, 10), 10);
 }
 
-TEST_F(AdaptiveSpinTest, IsLeftOutTheMoreTheOftenerItWasInVain) {
-    (void)looksOf(&m_spin, 0);
-    std::vector<unsigned> counts;
-    for (int i = 0; i < 7; ++i) counts.push_back(leftOut(&m_spin));
+TEST_F(AdaptiveSpinTest, ASkippedWaitTellsNothing) {
+    becomeWorthIt();
 
-    EXPECT_EQ(counts, (std::vector<unsigned>{1, 4, 16, 64, 256, 1024, 1024}));
+    m_spin.skipNext(true);
+    sleepThrough(&m_spin, kSecond);
+
+    EXPECT_EQ(looksOf(&m_spin, 10), 10);
 }
 
-TEST_F(AdaptiveSpinTest, IsNotLeftOutOnceItPaysAgain) {
-    (void)looksOf(&m_spin, 0);
-    (void)leftOut(&m_spin);
-    (void)leftOut(&m_spin);
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(looksOf(&m_spin, 0), 1);
+TEST_F(AdaptiveSpinTest, ASkipCanBeTakenBack) {
+    becomeWorthIt();
 
-    EXPECT_EQ(looksOf(&m_spin, 3), 3);
+    m_spin.skipNext(true);
+    m_spin.skipNext(false);
 
-    EXPECT_EQ(looksOf(&m_spin, 0), AdaptiveSpin::kMaxSpins + 1);
-    EXPECT_EQ(leftOut(&m_spin), 1U);
+    EXPECT_EQ(looksOf(&m_spin, 10), 10);
 }
 
-TEST_F(AdaptiveSpinTest, WhatHadComeAlreadyDoesNotSayThatItPays) {
-    (void)looksOf(&m_spin, 0);
-    (void)leftOut(&m_spin);
+TEST(WakeUpTimeTest, FollowsWhatIsMeasured) {
+    WakeUpTime time(8'000);
+    for (int i = 0; i < 100; ++i) time.add(35'000);
 
-    EXPECT_EQ(looksOf(&m_spin, 1), 1);
+    EXPECT_NEAR(time.estimate(), 35'000, 35'000 / 8);
 
-    EXPECT_EQ(leftOut(&m_spin), 4U);
+    for (int i = 0; i < 100; ++i) time.add(4'000);
+
+    EXPECT_NEAR(time.estimate(), 4'000, 4'000 / 8);
+}
+
+TEST(WakeUpTimeTest, AThreadThatWaitedForItsProcessorCountsNoMoreThanAnother) {
+    WakeUpTime time(8'000);
+
+    time.add(kSecond);
+
+    EXPECT_EQ(time.estimate(), 9'000);
+}
+
+TEST(WakeUpTimeTest, StaysWithinItsBounds) {
+    WakeUpTime time(8'000);
+    for (int i = 0; i < 100; ++i) time.add(kSecond);
+
+    EXPECT_EQ(time.estimate(), WakeUpTime::kMost);
+
+    for (int i = 0; i < 100; ++i) time.add(-kSecond);
+
+    EXPECT_EQ(time.estimate(), WakeUpTime::kLeast);
 }
 
 }  // namespace

@@ -54,8 +54,8 @@ public:
     /// @param timeout  In milliseconds on the monotonic clock; -1 waits without limit, other
     ///                 negative values have passed already.
     ///
-    /// Spins for some 15 us before it sleeps where replies have lately come within that time; never
-    /// on a machine with one processor.
+    /// Where replies have lately come sooner than a sleeping thread is woken, it spins that long
+    /// before it sleeps; never while the replying thread uses the same processor.
     ///
     /// On an event that was never armed it writes an error line and returns kEventResultNone
     /// at once. Throws std::system_error when the lock cannot be taken or the wait fails.
