@@ -10,6 +10,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
 #include "os/system_error.h"
 
@@ -29,6 +30,25 @@ timespec toTimespec(std::chrono::steady_clock::time_point time) {
 }  // namespace
 
 EventParam::~EventParam() = default;
+
+void* EventParam::operator new(std::size_t size) {
+    return BlockCache::allocate(size);
+}
+
+void* EventParam::operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept try {
+    return BlockCache::allocate(size);
+} catch (const std::bad_alloc&) {
+    return nullptr;
+}
+
+void EventParam::operator delete(void* p_memory, std::size_t size) noexcept {
+    BlockCache::free(p_memory, size);
+}
+
+// Called only where a constructor throws, without the size.
+void EventParam::operator delete(void* p_memory, const std::nothrow_t& /*tag*/) noexcept {
+    ::operator delete(p_memory);
+}
 
 std::int32_t EventParam::intValue() {
     return 0;
@@ -135,7 +155,8 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
     if (p_objects != nullptr) p_objects->isParked = true;
     const EventResult reply =
         timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
-    if (replied && p_objects != nullptr) t_replySpin.parked(p_objects->replied, Moment::now());
+    if (replied && p_objects != nullptr)
+        (void)t_replySpin.parked(p_objects->replied, Moment::now());
     return reply;
 }
 

@@ -7,6 +7,7 @@
 
 #include "base/event_dispatcher/event_dispatcher.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/event_hub_impl.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
@@ -52,7 +53,8 @@ std::int32_t EventHub::registerHandler(std::int32_t srcModule, std::int32_t even
 }
 
 std::shared_ptr<BrowserEvent> EventHub::createEvent(std::int32_t eventType) const {
-    return std::make_shared<BrowserEvent>(m_moduleId, eventType, nullptr);
+    return std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), m_moduleId, eventType,
+                                              nullptr);
 }
 
 std::int32_t EventHub::sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target) {

@@ -186,13 +186,14 @@ bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
 }
 
 bool EventHubImpl::takeQueue() {
-    if (!m_exit) spinForEvents();
+    if (!m_exit) waitWithoutLock();
     MutexLock lock(m_queueMtx);
+    if (m_nap.isDue()) m_nap.brought(m_eventQueue.hasAtLeast(Nap::kManyEvents));
     while (!m_exit && m_takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
         m_wakeUp.wait();
-        m_spin.parked(m_woken, Moment::now());
+        onWoken();
         lock.lock();
     }
     if (m_exit) {
@@ -204,8 +205,15 @@ bool EventHubImpl::takeQueue() {
     return true;
 }
 
-void EventHubImpl::spinForEvents() {
+void EventHubImpl::waitWithoutLock() {
+    if (m_nap.isDue()) Nap::sleep();
     (void)m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
+}
+
+void EventHubImpl::onWoken() {
+    const Moment now = Moment::now();
+    const std::optional<std::int64_t> waited = m_spin.parked(m_woken, now);
+    if (waited) m_nap.woken(m_woken.isOnProcessorOf(now), *waited);
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {

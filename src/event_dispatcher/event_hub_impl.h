@@ -13,6 +13,7 @@
 #include "base/event_dispatcher/browser_event.h"
 #include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
+#include "event_dispatcher/nap.h"
 #include "event_dispatcher/spin.h"
 #include "os/annotated_mutex.h"
 #include "os/own_thread.h"
@@ -68,8 +69,9 @@ private:
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
-    void spinForEvents();
+    void waitWithoutLock();
     void wakeThread();
+    void onWoken();
     void handle(std::shared_ptr<BrowserEvent>&& event);
     void endThread(bool isJoined);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
@@ -118,6 +120,7 @@ private:
     // The handler thread's. Half a wake-up longer than one: what is waited for is mostly a sender
     // that is being woken itself, and has something to do then before it sends.
     AdaptiveSpin m_spin{150};
+    Nap m_nap;
 };
 
 }  // namespace tevalon::base::event_dispatcher

@@ -5,15 +5,25 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "base/event_dispatcher/browser_event.h"
+#include "event_dispatcher/block_cache.h"
 
 namespace tevalon::base::event_dispatcher {
 
 /// A queue in chunks. It allocates nothing before its first event and keeps one chunk when it is
 /// empty: most hubs have few events at a time, some never any.
+///
+/// An event that a hub has made takes one word, any other two. A std::shared_ptr is two pointers,
+/// to the object and to its control block, and those of an event that was allocated together with
+/// its control block are always the same distance apart. So its bytes are moved into the queue and
+/// out again, as one pointer where the other follows from it; nothing but that they are two
+/// pointers is taken for granted, and whatever is not at that distance is kept whole.
 ///
 /// Thread-safety: none.
 class EventQueue {
@@ -31,21 +41,32 @@ public:
 
     bool empty() const { return m_first == m_last && m_begin == m_end; }
 
-    /// May throw, and has then changed nothing.
+    /// Whether this many words are in use, if nothing has been popped since the queue was empty.
+    /// Exact up to the size of a chunk.
+    bool hasAtLeast(std::size_t words) const {
+        return m_first != m_last || m_end - m_begin >= words;
+    }
+
+    /// Not null. May throw, and has then changed nothing.
     void push(Event&& event) {
-        if (m_last == nullptr || m_end == kChunkSize) addChunk();
-        m_last->events[m_end] = std::move(event);
-        ++m_end;
+        const std::array<Word, 2> pair = pairOf(event);
+        const bool isOne = isOneWord(pair);
+        if (m_last == nullptr || m_end + (isOne ? 1 : 2) > kWords) addChunk();
+        forget(&event);
+        m_last->words[m_end++] = isOne ? pair[0] : pair[0] | kHasSecond;
+        if (!isOne) m_last->words[m_end++] = pair[1];
     }
 
     /// The oldest event. There must be one.
     Event pop() {
-        Event event = std::move(m_first->events[m_begin]);
-        ++m_begin;
+        const Word first = m_first->words[m_begin++];
+        const bool isOne = (first & kHasSecond) == 0;
+        Event event = isOne ? eventOf({first, first - kDistance})
+                            : eventOf({first - kHasSecond, m_first->words[m_begin++]});
         if (empty()) {
             m_begin = 0;
             m_end = 0;
-        } else if (m_begin == kChunkSize) {
+        } else if (m_begin == kWords || m_first->words[m_begin] == kNoWord) {
             dropChunk();
         }
         return event;
@@ -64,16 +85,57 @@ public:
     }
 
 private:
-    static constexpr std::size_t kChunkSize = 15;
+    using Word = std::uintptr_t;
+
+    static constexpr std::size_t kWords = 14;
+    static constexpr Word kHasSecond = 1;  // No event's address is odd.
+    static constexpr Word kNoWord = 0;     // Fills a chunk that has no room for two.
+    // A control block is a pointer to virtual functions and two counts of 4 bytes. Elsewhere events
+    // take two words.
+    static constexpr Word kDistance = sizeof(void*) + 8;
+
+    static_assert(sizeof(Event) == 2 * sizeof(Word));
+    static_assert(alignof(BrowserEvent) > kHasSecond);
 
     struct Chunk {
-        std::array<Event, kChunkSize> events;
-        Chunk* p_next = nullptr;
+        static void* operator new(std::size_t size) { return BlockCache::allocate(size); }
+        static void operator delete(void* p_memory, std::size_t size) noexcept {
+            BlockCache::free(p_memory, size);
+        }
+
+        std::array<Word, kWords> words;
+        Chunk* p_next;
     };
 
+    static bool isOneWord(const std::array<Word, 2>& pair) {
+        return pair[0] - pair[1] == kDistance;
+    }
+
+    static std::array<Word, 2> pairOf(const Event& event) {
+        std::array<Word, 2> pair;
+        std::memcpy(pair.data(), &event, sizeof(pair));
+        return pair;
+    }
+
+    /// The bytes that pairOf() has read own the event from now on.
+    static void forget(Event* p_event) { ::new (static_cast<void*>(p_event)) Event(); }
+
+    static Event eventOf(const std::array<Word, 2>& pair) {
+        Event event;
+        // NOLINTNEXTLINE(bugprone-undefined-memory-manipulation): moved, and not copied; see above.
+        std::memcpy(static_cast<void*>(&event), pair.data(), sizeof(pair));
+        return event;
+    }
+
     void addChunk() {
-        auto* const p_chunk = new Chunk();
-        (m_last == nullptr ? m_first : m_last->p_next) = p_chunk;
+        auto* const p_chunk = new Chunk;
+        p_chunk->p_next = nullptr;
+        if (m_last == nullptr) {
+            m_first = p_chunk;
+        } else {
+            if (m_end < kWords) m_last->words[m_end] = kNoWord;
+            m_last->p_next = p_chunk;
+        }
         m_last = p_chunk;
         m_end = 0;
     }
@@ -86,8 +148,8 @@ private:
 
     Chunk* m_first = nullptr;
     Chunk* m_last = nullptr;
-    std::size_t m_begin = 0;  // Of the events in the first chunk.
-    std::size_t m_end = 0;    // Of those in the last.
+    std::uint32_t m_begin = 0;  // Of the words in use in the first chunk.
+    std::uint32_t m_end = 0;    // Of those in the last.
 };
 
 }  // namespace tevalon::base::event_dispatcher

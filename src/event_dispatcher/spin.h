@@ -26,6 +26,10 @@ struct Moment {
 
     static Moment now() { return {monotonicNanoseconds(), sched_getcpu()}; }
 
+    bool isOnProcessorOf(const Moment& other) const {
+        return processor == other.processor && processor != kNoProcessor;
+    }
+
     std::int64_t nanoseconds = 0;
     int processor = kNoProcessor;
 };
@@ -96,15 +100,15 @@ public:
     }
 
     /// After until() was in vain: @p woken ended the wait, and the thread runs since @p resumed.
-    void parked(const Moment& woken, const Moment& resumed) {
-        if (woken.processor == resumed.processor && woken.processor != Moment::kNoProcessor) {
-            m_shortWaits = 0;
-            return;
-        }
-        g_wakeUpTime.add(resumed.nanoseconds - woken.nanoseconds);
-        if (m_begin == 0) return;
-        const bool wasShort = woken.nanoseconds - m_begin <= limit();
-        m_shortWaits = wasShort ? std::min(m_shortWaits + 1, kShortWaits) : 0;
+    /// Returns for how long it waited, in nanoseconds; none where that is not known.
+    std::optional<std::int64_t> parked(const Moment& woken, const Moment& resumed) {
+        const bool isSameProcessor = woken.isOnProcessorOf(resumed);
+        if (!isSameProcessor) g_wakeUpTime.add(resumed.nanoseconds - woken.nanoseconds);
+        if (m_begin == 0) return std::nullopt;
+        const std::int64_t waited = woken.nanoseconds - m_begin;
+        const bool hadPaid = !isSameProcessor && waited <= limit();
+        m_shortWaits = hadPaid ? std::min(m_shortWaits + 1, kShortWaits) : 0;
+        return waited;
     }
 
     /// The next wait is for a thread that has to be woken first: it is not spun for.

@@ -4,14 +4,18 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <condition_variable>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <type_traits>
@@ -142,6 +146,56 @@ TEST(EventParamTest, HasTheIntegerZeroUnlessADerivedOneSaysOtherwise) {
 
     EXPECT_EQ(base.intValue(), 0);
     EXPECT_EQ(p_derived->intValue(), 40);
+}
+
+TEST(EventParamTest, CanBeAllocatedInEveryWay) {
+    struct alignas(128) Aligned : Volume {};
+    struct Large : Volume {
+        std::array<char, 1000> data{};
+    };
+    const std::unique_ptr<EventParam> p_plain(new Volume);
+    const std::unique_ptr<EventParam> p_large(new Large);
+    const std::unique_ptr<EventParam> p_aligned(new Aligned);
+    const std::unique_ptr<EventParam> p_unthrown(new (std::nothrow) Volume);
+    const std::unique_ptr<EventParam> p_alignedUnthrown(new (std::nothrow) Aligned);
+    alignas(Volume) std::array<unsigned char, sizeof(Volume)> place;
+    auto* const p_placed = new (place.data()) Volume;
+
+    for (EventParam* const p_param :
+         {p_plain.get(), p_large.get(), p_aligned.get(), p_unthrown.get(), p_alignedUnthrown.get(),
+          static_cast<EventParam*>(p_placed)}) {
+        EXPECT_EQ(p_param->intValue(), Volume().intValue());
+    }
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p_aligned.get()) % 128, 0U);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p_alignedUnthrown.get()) % 128, 0U);
+    p_placed->~Volume();
+}
+
+TEST(EventParamTest, OutOfMemoryIsToldAsByTheGlobalOperators) {
+    struct Large : Volume {
+        std::array<char, 1000> data{};
+    };
+    const test::FailCall noMemory(Call::New, 0, When().times(2));
+
+    EXPECT_THROW(delete new Large, std::bad_alloc);
+    EXPECT_EQ(new (std::nothrow) Large, nullptr);
+}
+
+// What the leak sanitizer would find, were the memory lost.
+TEST(EventParamTest, AConstructorThatThrowsLeavesNothing) {
+    struct Refusing : Volume {
+        Refusing() { throw std::runtime_error("refused"); }
+    };
+    struct alignas(128) AlignedRefusing : Refusing {};
+    struct LargeRefusing : Refusing {
+        std::array<char, 1000> data{};
+    };
+
+    EXPECT_THROW(delete new Refusing, std::runtime_error);
+    EXPECT_THROW(delete new (std::nothrow) Refusing, std::runtime_error);
+    EXPECT_THROW(delete new AlignedRefusing, std::runtime_error);
+    EXPECT_THROW(delete new (std::nothrow) AlignedRefusing, std::runtime_error);
+    EXPECT_THROW(delete new LargeRefusing, std::runtime_error);
 }
 
 TEST(EventParamTest, HasItsVirtualOperationsInOrder) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <deque>
 #include <new>
 #include <random>
@@ -18,6 +20,27 @@ using Event = EventQueue::Event;
 
 Event makeEvent() {
     return std::make_shared<BrowserEvent>(1, 2, nullptr);
+}
+
+/// One whose object and control block are apart.
+Event makeEventApart() {
+    return Event(new BrowserEvent(1, 2, nullptr));
+}
+
+/// One that belongs to nobody.
+Event makeUnowned() {
+    static BrowserEvent s_event(1, 2, nullptr);
+    return Event(std::shared_ptr<void>(), &s_event);
+}
+
+/// One whose control block is that of something larger.
+Event makePart() {
+    struct Whole {
+        int number = 0;
+        BrowserEvent event{1, 2, nullptr};
+    };
+    const auto whole = std::make_shared<Whole>();
+    return Event(whole, &whole->event);
 }
 
 void push(EventQueue* p_queue, Event event) {
@@ -64,11 +87,15 @@ TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
         const int pushChance = step / 500 % 2 == 0 ? 60 : 40;  // It grows, and shrinks.
         const int dice = chance(random);
         if (dice < pushChance) {
-            const Event event = makeEvent();
+            const std::array<Event (*)(), 5> makers = {makeEvent, makeEvent, makeEventApart,
+                                                       makeUnowned, makePart};
+            const Event event = makers.at(static_cast<std::size_t>(dice) % makers.size())();
             push(&queue, event);
             plain.push_back(event);
         } else if (dice < 98 && !plainTaken.empty()) {
-            ASSERT_EQ(taken.pop(), plainTaken.front());
+            const Event popped = taken.pop();
+            ASSERT_EQ(popped, plainTaken.front());
+            ASSERT_EQ(popped.use_count(), plainTaken.front().use_count());
             plainTaken.pop_front();
         } else {
             queue.swap(taken);
@@ -80,6 +107,29 @@ TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
     while (!plain.empty()) {
         ASSERT_EQ(queue.pop(), plain.front());
         plain.pop_front();
+    }
+}
+
+// Each allocation is a chunk's.
+TEST(EventQueueTest, AnEventOfAHubTakesOneWord) {
+    constexpr int kMany = 10'000;
+    const Event event = makeEvent();
+    EventQueue queue;
+    const test::CountCalls allocations(Call::New, When().everyTime());
+
+    for (int i = 0; i < kMany; ++i) push(&queue, event);
+
+    EXPECT_LE(allocations.seen(), kMany / 14 + 1);
+}
+
+TEST(EventQueueTest, KnowsWhetherItHoldsMany) {
+    const Event event = makeEvent();
+    EventQueue queue;
+    EXPECT_FALSE(queue.hasAtLeast(1));
+    for (std::size_t count = 1; count < 100; ++count) {
+        push(&queue, event);
+        EXPECT_TRUE(queue.hasAtLeast(std::min<std::size_t>(count, 8)));
+        EXPECT_EQ(queue.hasAtLeast(8), count >= 8);
     }
 }
 
@@ -105,9 +155,9 @@ TEST(EventQueueTest, LetsGoOfWhatIsLeft) {
 }
 
 TEST(EventQueueTest, WithoutMemoryNothingHasChanged) {
-    const Event event = makeEvent();
     int refusals = 0;
-    for (int queued = 0; queued < 100; ++queued) {
+    for (int queued = 0; queued < 200; ++queued) {
+        const Event event = queued % 2 == 0 ? makeEvent() : makeEventApart();
         EventQueue queue;
         for (int i = 0; i < queued; ++i) push(&queue, event);
         Event last = makeEvent();
