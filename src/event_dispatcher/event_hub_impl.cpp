@@ -43,7 +43,7 @@ EventHubImpl::~EventHubImpl() {
     if (HandlerThread::isThisThreadOf(this)) detachOwnThread();
     // Handlers first, then the events that none of them has seen, oldest first.
     m_handlers.clear();
-    m_takenEvents.clear();
+    if (m_ofThread != nullptr) m_ofThread->takenEvents.clear();
     m_eventQueue.clear();
 }
 
@@ -75,6 +75,7 @@ bool EventHubImpl::ensureThread() {
     exited = std::move(m_thread);
     resetExitState();
     try {
+        if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
     } catch (const std::exception&) {
         m_thread = nullptr;  // No thread, or no memory for one.
@@ -131,7 +132,7 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
 }
 
 void EventHubImpl::wakeThread() {
-    m_woken = Moment::now();
+    m_ofThread->woken = Moment::now();
     m_wakeUp.post();
 }
 
@@ -180,16 +181,18 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
     // With m_exit set, takeQueue() decides under m_queueMtx: a registration may have cleared the
     // flag meanwhile, and the thread then continues with what it has taken.
-    if ((m_exit || m_takenEvents.empty()) && !takeQueue()) return false;
-    *p_event = m_takenEvents.pop();
+    if ((m_exit || m_ofThread->takenEvents.empty()) && !takeQueue()) return false;
+    *p_event = m_ofThread->takenEvents.pop();
     return true;
 }
 
 bool EventHubImpl::takeQueue() {
+    EventQueue& takenEvents = m_ofThread->takenEvents;
+    Nap& nap = m_ofThread->nap;
     if (!m_exit) waitWithoutLock();
     MutexLock lock(m_queueMtx);
-    if (m_nap.isDue()) m_nap.brought(m_eventQueue.hasAtLeast(Nap::kManyEvents));
-    while (!m_exit && m_takenEvents.empty() && m_eventQueue.empty()) {
+    if (nap.isDue()) nap.brought(m_eventQueue.hasAtLeast(Nap::kManyEvents));
+    while (!m_exit && takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
         m_wakeUp.wait();
@@ -200,20 +203,21 @@ bool EventHubImpl::takeQueue() {
         m_hasExited = true;
         return false;
     }
-    if (m_takenEvents.empty()) m_takenEvents.swap(m_eventQueue);
+    if (takenEvents.empty()) takenEvents.swap(m_eventQueue);
     m_hasNews.store(false, std::memory_order_relaxed);
     return true;
 }
 
 void EventHubImpl::waitWithoutLock() {
-    if (m_nap.isDue()) Nap::sleep();
-    (void)m_spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
+    if (m_ofThread->nap.isDue()) Nap::sleep();
+    (void)m_ofThread->spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
 void EventHubImpl::onWoken() {
     const Moment now = Moment::now();
-    const std::optional<std::int64_t> waited = m_spin.parked(m_woken, now);
-    if (waited) m_nap.woken(m_woken.isOnProcessorOf(now), *waited);
+    const Moment& woken = m_ofThread->woken;
+    const std::optional<std::int64_t> waited = m_ofThread->spin.parked(woken, now);
+    if (waited) m_ofThread->nap.woken(woken.isOnProcessorOf(now), *waited);
 }
 
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {

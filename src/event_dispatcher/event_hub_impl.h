@@ -30,7 +30,6 @@ namespace tevalon::base::event_dispatcher {
 /// A handler may unregister or destroy its own hub, and a client may register handlers, and
 /// tear down, on other threads meanwhile. At most one thread serves a hub at any time: one that
 /// was told to leave either stays (staysForNewHandler()) or has exited before the next one starts.
-// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): on purpose, see below.
 class EventHubImpl {
 public:
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
@@ -79,14 +78,29 @@ private:
     void joinThread() TEVALON_EXCLUDES(m_threadMtx);
     void detachOwnThread() TEVALON_EXCLUDES(m_threadMtx);
 
-    // Written and read-only fields stand on separate cache lines, against false sharing between the
-    // senders and the handler thread.
-    static constexpr std::size_t kCacheLine = 64;
+    // What only the handler thread touches once it runs; in a block of its own, against false
+    // sharing with senders, and because a hub that only sends needs none.
+    struct OfThread {
+        // Taken from the queue: what the handler thread does next. What is left when that ends
+        // waits for the next one.
+        EventQueue takenEvents;
+        // Half a wake-up longer than one: what is waited for is mostly a sender that is being woken
+        // itself, and has something to do then before it sends.
+        AdaptiveSpin spin{150};
+        Nap nap;
+        Moment woken;  // The last post to m_wakeUp; handed over by it.
+    };
+
+    // What the handler thread and every sender read, and seldom anybody writes, stands at either
+    // end; what senders write in the middle; what is seldom touched at all between these, a cache
+    // line apart, against false sharing. Alignment would take twice the memory.
 
     AnnotatedMutex m_threadMtx TEVALON_ACQUIRED_AFTER(m_teardownMtx);
     // Tells the handler thread to leave its loop. Set without m_queueMtx, cleared under it; the
     // decision to exit is made under it.
     std::atomic<bool> m_exit{false};
+    std::unique_ptr<OfThread> m_ofThread;  // Since the first handler.
+
     // Null before the first handler and after teardown.
     std::shared_ptr<std::thread> m_thread TEVALON_GUARDED_BY(m_threadMtx);
     // A teardown waits for the thread; nobody revives it.
@@ -96,12 +110,12 @@ private:
     // The handler thread has looked at m_exit for the last time, and touches nothing here any
     // more. A registration may call it back until then.
     bool m_hasExited TEVALON_GUARDED_BY(m_queueMtx) = false;
+    AnnotatedMutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
 
-    alignas(kCacheLine) AnnotatedMutex m_queueMtx TEVALON_ACQUIRED_AFTER(m_threadMtx);
+    AnnotatedMutex m_queueMtx TEVALON_ACQUIRED_AFTER(m_threadMtx);
     // A semaphore instead of a condition variable, which re-acquires its mutex marked contended:
     // an extra futex call at each unlock.
     Semaphore m_wakeUp;
-    Moment m_woken;  // The last post to it; handed over by it.
     EventQueue m_eventQueue TEVALON_GUARDED_BY(m_queueMtx);
     // The handler thread waits, and nobody has woken it yet.
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
@@ -109,18 +123,10 @@ private:
     // thread does not meet the mutex.
     std::atomic<bool> m_hasNews{false};
 
-    alignas(kCacheLine) AnnotatedMutex m_handlerMtx;  // One at a time adds to m_handlers.
-    HandlerTable m_handlers;                          // Looked up without a lock.
-    AnnotatedMutex m_teardownMtx;  // One teardown at a time: a thread is joined once.
     const std::int32_t m_moduleId;
+    AnnotatedMutex m_handlerMtx;  // One at a time adds to m_handlers.
 
-    // Taken from the queue: what the handler thread, which alone touches it, does next. What is
-    // left when that ends waits for the next one.
-    alignas(kCacheLine) EventQueue m_takenEvents;
-    // The handler thread's. Half a wake-up longer than one: what is waited for is mostly a sender
-    // that is being woken itself, and has something to do then before it sends.
-    AdaptiveSpin m_spin{150};
-    Nap m_nap;
+    HandlerTable m_handlers;  // Looked up without a lock.
 };
 
 }  // namespace tevalon::base::event_dispatcher

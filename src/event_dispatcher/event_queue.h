@@ -16,8 +16,8 @@
 
 namespace tevalon::base::event_dispatcher {
 
-/// A queue in chunks. It allocates nothing before its first event and keeps one chunk when it is
-/// empty: most hubs have few events at a time, some never any.
+/// A queue in chunks. It allocates nothing before its first event and keeps its last chunk when it
+/// is empty. The first chunk is a small one: most hubs have few events at a time, some never any.
 ///
 /// An event that a hub has made takes one word, any other two. A std::shared_ptr is two pointers,
 /// to the object and to its control block, and those of an event that was allocated together with
@@ -33,7 +33,7 @@ public:
     EventQueue() = default;
     ~EventQueue() {
         clear();
-        delete m_first;
+        if (m_first != nullptr) free(m_first, m_firstRoom);
     }
 
     EventQueue(const EventQueue&) = delete;
@@ -44,29 +44,31 @@ public:
     /// Whether this many words are in use, if nothing has been popped since the queue was empty.
     /// Exact up to the size of a chunk.
     bool hasAtLeast(std::size_t words) const {
-        return m_first != m_last || m_end - m_begin >= words;
+        return m_first != m_last || m_begin + words <= m_end;
     }
 
     /// Not null. May throw, and has then changed nothing.
     void push(Event&& event) {
         const std::array<Word, 2> pair = pairOf(event);
         const bool isOne = isOneWord(pair);
-        if (m_last == nullptr || m_end + (isOne ? 1 : 2) > kWords) addChunk();
+        if (m_end + (isOne ? 1 : 2) > m_lastRoom) addChunk();
         forget(&event);
-        m_last->words[m_end++] = isOne ? pair[0] : pair[0] | kHasSecond;
-        if (!isOne) m_last->words[m_end++] = pair[1];
+        Word* const p_words = wordsOf(m_last);
+        p_words[m_end++] = isOne ? pair[0] : pair[0] | kHasSecond;
+        if (!isOne) p_words[m_end++] = pair[1];
     }
 
     /// The oldest event. There must be one.
     Event pop() {
-        const Word first = m_first->words[m_begin++];
+        const Word* const p_words = wordsOf(m_first);
+        const Word first = p_words[m_begin++];
         const bool isOne = (first & kHasSecond) == 0;
         Event event = isOne ? eventOf({first, first - kDistance})
-                            : eventOf({first - kHasSecond, m_first->words[m_begin++]});
+                            : eventOf({first - kHasSecond, p_words[m_begin++]});
         if (empty()) {
             m_begin = 0;
             m_end = 0;
-        } else if (m_begin == kWords || m_first->words[m_begin] == kNoWord) {
+        } else if (m_begin == m_firstRoom || p_words[m_begin] == kNoWord) {
             dropChunk();
         }
         return event;
@@ -82,12 +84,15 @@ public:
         std::swap(m_last, other.m_last);
         std::swap(m_begin, other.m_begin);
         std::swap(m_end, other.m_end);
+        std::swap(m_firstRoom, other.m_firstRoom);
+        std::swap(m_lastRoom, other.m_lastRoom);
     }
 
 private:
     using Word = std::uintptr_t;
 
-    static constexpr std::size_t kWords = 14;
+    static constexpr std::uint16_t kFewWords = 6;
+    static constexpr std::uint16_t kManyWords = 14;
     static constexpr Word kHasSecond = 1;  // No event's address is odd.
     static constexpr Word kNoWord = 0;     // Fills a chunk that has no room for two.
     // A control block is a pointer to virtual functions and two counts of 4 bytes. Elsewhere events
@@ -97,15 +102,14 @@ private:
     static_assert(sizeof(Event) == 2 * sizeof(Word));
     static_assert(alignof(BrowserEvent) > kHasSecond);
 
+    /// The head of a chunk; its words follow.
     struct Chunk {
-        static void* operator new(std::size_t size) { return BlockCache::allocate(size); }
-        static void operator delete(void* p_memory, std::size_t size) noexcept {
-            BlockCache::free(p_memory, size);
-        }
-
-        std::array<Word, kWords> words;
         Chunk* p_next;
     };
+
+    static Word* wordsOf(Chunk* p_chunk) { return reinterpret_cast<Word*>(p_chunk + 1); }
+    static std::size_t sizeOf(std::size_t room) { return sizeof(Chunk) + room * sizeof(Word); }
+    static void free(Chunk* p_chunk, std::size_t room) { BlockCache::free(p_chunk, sizeOf(room)); }
 
     static bool isOneWord(const std::array<Word, 2>& pair) {
         return pair[0] - pair[1] == kDistance;
@@ -128,28 +132,34 @@ private:
     }
 
     void addChunk() {
-        auto* const p_chunk = new Chunk;
-        p_chunk->p_next = nullptr;
+        const std::uint16_t room = m_last == nullptr ? kFewWords : kManyWords;
+        auto* const p_chunk = ::new (BlockCache::allocate(sizeOf(room))) Chunk{nullptr};
         if (m_last == nullptr) {
             m_first = p_chunk;
+            m_firstRoom = room;
         } else {
-            if (m_end < kWords) m_last->words[m_end] = kNoWord;
+            if (m_end < m_lastRoom) wordsOf(m_last)[m_end] = kNoWord;
             m_last->p_next = p_chunk;
         }
         m_last = p_chunk;
+        m_lastRoom = room;
         m_end = 0;
     }
 
     void dropChunk() {
-        const std::unique_ptr<Chunk> emptied(m_first);
-        m_first = emptied->p_next;
+        Chunk* const p_emptied = m_first;
+        m_first = p_emptied->p_next;
+        free(p_emptied, m_firstRoom);
+        m_firstRoom = kManyWords;  // As all but the very first.
         m_begin = 0;
     }
 
     Chunk* m_first = nullptr;
     Chunk* m_last = nullptr;
-    std::uint32_t m_begin = 0;  // Of the words in use in the first chunk.
-    std::uint32_t m_end = 0;    // Of those in the last.
+    std::uint16_t m_begin = 0;  // Of the words in use in the first chunk.
+    std::uint16_t m_end = 0;    // Of those in the last.
+    std::uint16_t m_firstRoom = 0;
+    std::uint16_t m_lastRoom = 0;
 };
 
 }  // namespace tevalon::base::event_dispatcher

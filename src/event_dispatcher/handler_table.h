@@ -21,10 +21,11 @@ struct InnerHandler_t {
     std::function<void(std::shared_ptr<BrowserEvent>)> handler;
 };
 
-/// A hash table by event type with chains that only ever grow, so that a lookup takes no lock: a
-/// node stays where it is until the table goes, and is complete before a release store publishes it
-/// to acquire loads. Handlers of one event type are on one chain in order of registration, so the
-/// chain's first match is the first match of all.
+/// The first few handlers are in a list, since most hubs have no more; later ones in a hash table
+/// by event type, which is allocated with its first. Both only ever grow, so that a lookup takes no
+/// lock: a node stays where it is until the table goes, and is complete before a release store
+/// publishes it to acquire loads. Handlers of one event type are in order of registration, first in
+/// the list and then on one chain, so the first match that is met is the first of all.
 ///
 /// Thread-safety: any thread may look up at any time; one thread at a time may add.
 class HandlerTable {
@@ -50,11 +51,24 @@ private:
         std::atomic<Node*> p_next{nullptr};
     };
 
+    using Chain = std::atomic<Node*>;
+
+    static constexpr std::size_t kMostListed = 4;
     static constexpr std::size_t kChains = 16;
 
-    static std::size_t chainOf(std::int32_t eventType);
+    struct HashTable {
+        std::array<Chain, kChains> chains{};
+    };
 
-    std::array<std::atomic<Node*>, kChains> m_chains{};
+    static std::size_t indexOf(std::int32_t eventType);
+    static const InnerHandler_t* findOn(const Chain& chain, std::int32_t srcModule,
+                                        std::int32_t eventType);
+    static void clear(Chain* p_chain);
+    Chain* chainFor(std::int32_t eventType);
+
+    std::size_t m_listed = 0;  // Whoever adds, adds alone.
+    Chain m_list{nullptr};
+    std::atomic<HashTable*> m_table{nullptr};
 };
 
 }  // namespace tevalon::base::event_dispatcher

@@ -26,7 +26,7 @@ namespace tevalon::base::event_dispatcher {
 class Nap {
 public:
     static constexpr std::int64_t kNanoseconds = 50'000;
-    static constexpr std::size_t kManyEvents = 8;
+    static constexpr std::size_t kManyEvents = 6;
     static constexpr unsigned kLeastWakeUps = 8;
     static constexpr unsigned kMostWakeUps = 8192;
 
