@@ -5,16 +5,25 @@
 
 #include <sched.h>
 
+#include <memory>
+
 namespace bench {
 
 enum class Cpus {
-    One,   ///< Every thread on the same one.
-    Two,   ///< Senders on one, receivers on another.
-    Free,  ///< As the system likes.
+    One,         ///< Every thread on the same one.
+    Two,         ///< Senders on one, receivers on another.
+    Busy,        ///< The same, and on each a process that never sleeps.
+    DeepSleep,   ///< As Two; a processor that is idle sleeps at once.
+    LightSleep,  ///< As Two; a processor that is idle stays awake.
+    Free,        ///< As the system likes.
 };
 
-/// The end of a row's name: "one_cpu", "two_cpus" or "unpinned".
+/// The end of a row's name: "one_cpu", "two_cpus", "busy", "deep_sleep", "light_sleep" or
+/// "unpinned".
 const char* nameOf(Cpus cpus);
+
+/// Whether this process may have the processors so; for LightSleep it takes rights.
+bool isPossible(Cpus cpus);
 
 /// Places the calling thread, and with it the threads that it makes from then on. Gives it back
 /// its processors when destroyed. Belongs to that thread.
@@ -37,9 +46,12 @@ public:
 private:
     static void use(const cpu_set_t& cpus);
 
+    class Conditions;
+
     cpu_set_t m_before;
     cpu_set_t m_senders;
     cpu_set_t m_receivers;
+    std::unique_ptr<Conditions> m_conditions;
 };
 
 }  // namespace bench
