@@ -2,6 +2,7 @@
 
 #ifdef __x86_64__
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 // Each function asks for its own instructions, so that the build needs no flag and nothing else
@@ -316,28 +317,64 @@ TARGET_512 std::uint64_t foldAvx512(std::uint64_t crc, const unsigned char* p_da
     return foldBy512<kReflected>(crc, p_data, length, constants);
 }
 
-bool hasPclmul() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+// Asked for here: the compiler's own __builtin_cpu_supports() brings a constructor that asks for
+// all there is when the library is loaded, and under a hypervisor each question is an exit to it.
+struct Features {
+    unsigned int leaf1Ecx = 0;
+    unsigned int leaf7Ebx = 0;
+    unsigned int leaf7Ecx = 0;
+    unsigned int savedState = 0;  // The registers that the system keeps for each thread: XCR0.
+};
+
+Features readFeatures() {
+    Features features;
+    unsigned int eax = 0;
+    unsigned int ebx = 0;
+    unsigned int edx = 0;
+    const unsigned int maxLeaf = __get_cpuid_max(0, nullptr);
+    if (maxLeaf >= 1) __cpuid(1, eax, ebx, features.leaf1Ecx, edx);
+    if (maxLeaf >= 7) __cpuid_count(7, 0, eax, features.leaf7Ebx, features.leaf7Ecx, edx);
+    if ((features.leaf1Ecx & bit_OSXSAVE) != 0) {
+        __asm__("xgetbv" : "=a"(features.savedState), "=d"(edx) : "c"(0));
+    }
+    return features;
 }
 
-bool hasWidePclmul() {
-    return hasPclmul() && __builtin_cpu_supports("vpclmulqdq") && __builtin_cpu_supports("avx2");
+constexpr bool hasAll(unsigned int bits, unsigned int wanted) {
+    return (bits & wanted) == wanted;
 }
 
-bool hasWidestPclmul() {
-    return hasWidePclmul() && __builtin_cpu_supports("avx512f") &&
-           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-           __builtin_cpu_supports("gfni");
+bool hasPclmul(const Features& features) {
+    return hasAll(features.leaf1Ecx, bit_PCLMUL | bit_SSE4_1);
+}
+
+bool hasWidePclmul(const Features& features) {
+    constexpr unsigned int kVectorState = 0x06;  // SSE and AVX.
+    return hasPclmul(features) && hasAll(features.savedState, kVectorState) &&
+           hasAll(features.leaf7Ebx, bit_AVX2) && hasAll(features.leaf7Ecx, bit_VPCLMULQDQ);
+}
+
+bool hasWidestPclmul(const Features& features) {
+    constexpr unsigned int kWidestState = 0xE6;  // These, the masks and both parts of AVX-512.
+    constexpr unsigned int kAvx512 = static_cast<unsigned int>(bit_AVX512F) |
+                                     static_cast<unsigned int>(bit_AVX512BW) |
+                                     static_cast<unsigned int>(bit_AVX512VL);
+    return hasWidePclmul(features) && hasAll(features.savedState, kWidestState) &&
+           hasAll(features.leaf7Ebx, kAvx512) && hasAll(features.leaf7Ecx, bit_GFNI);
+}
+
+template <bool (*kHas)(const Features&)>
+bool isSupported() {
+    return kHas(readFeatures());
 }
 
 }  // namespace
 
-constexpr Engine kPclmulEngine = {"PCLMULQDQ", hasPclmul, foldPclmul<true>, foldPclmul<false>,
-                                  nullptr};
-constexpr Engine kAvx2Engine = {"VPCLMULQDQ 256", hasWidePclmul, foldAvx2<true>, foldAvx2<false>,
-                                nullptr};
-constexpr Engine kAvx512Engine = {"VPCLMULQDQ 512", hasWidestPclmul, foldAvx512<true>,
+constexpr Engine kPclmulEngine = {"PCLMULQDQ", isSupported<hasPclmul>, foldPclmul<true>,
+                                  foldPclmul<false>, nullptr};
+constexpr Engine kAvx2Engine = {"VPCLMULQDQ 256", isSupported<hasWidePclmul>, foldAvx2<true>,
+                                foldAvx2<false>, nullptr};
+constexpr Engine kAvx512Engine = {"VPCLMULQDQ 512", isSupported<hasWidestPclmul>, foldAvx512<true>,
                                   foldAvx512<false>, nullptr};
 
 }  // namespace tevalon::base::utils::crc
