@@ -14,9 +14,10 @@ namespace tevalon::base::utils::crc {
 /// The fewest bytes a Fold takes.
 inline constexpr std::size_t kFoldMinimum = 16;
 
-/// Takes @p length bytes, at least kFoldMinimum, into a widened() register.
+/// Takes @p length bytes, at least kFoldMinimum, into a widened() register, and adds @p finalXor:
+/// here, so that for most CRCs it is the last call, which leaves nothing to return to.
 using Fold = std::uint64_t (*)(std::uint64_t crc, const unsigned char* p_data, std::size_t length,
-                               const FoldConstants& constants);
+                               const FoldConstants& constants, std::uint64_t finalXor);
 
 /// Takes any number of bytes into the register of Crc32.
 using UpdateCrc32 = std::uint32_t (*)(std::uint32_t crc, const unsigned char* p_data,
@@ -39,14 +40,17 @@ const Engine* const* allEngines() noexcept;
 /// Looks for the first of them that this processor supports, and keeps it in g_engine.
 const Engine& chooseEngine() noexcept;
 
-// Null until the first use. Relaxed will do: whoever chooses, chooses the same, and the engines
-// are constants.
+/// Has nothing but tables, and stands for the engine that has not been chosen yet.
+extern const Engine kUndecidedEngine;
+
+// kUndecidedEngine until the first use. Relaxed will do: whoever chooses, chooses the same, and the
+// engines are constants.
 extern std::atomic<const Engine*> g_engine;
 
-/// The engine to use. Any thread, at any time.
+/// The engine to use, chosen by now. Any thread, at any time.
 inline const Engine& engine() noexcept {
     const Engine* p_engine = g_engine.load(std::memory_order_relaxed);
-    return p_engine != nullptr ? *p_engine : chooseEngine();
+    return p_engine != &kUndecidedEngine ? *p_engine : chooseEngine();
 }
 
 }  // namespace tevalon::base::utils::crc
