@@ -94,7 +94,7 @@ private:
 
     static constexpr std::size_t kFrontLength = sizeof("DUMPMEM(12345678d):, ") - 1;
 
-    std::array<char, kFrontLength + 3 * kBytesPerDumpLine + 1> m_text;
+    std::array<char, kFrontLength + 3 * std::size_t{kBytesPerDumpLine} + 1> m_text;
 };
 
 }  // namespace

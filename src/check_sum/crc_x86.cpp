@@ -357,7 +357,7 @@ Features readFeatures() {
     unsigned int eax = 0;
     unsigned int ebx = 0;
     unsigned int edx = 0;
-    const unsigned int maxLeaf = __get_cpuid_max(0, nullptr);
+    const auto maxLeaf = static_cast<unsigned int>(__get_cpuid_max(0, nullptr));
     if (maxLeaf >= 1) __cpuid(1, eax, ebx, features.leaf1Ecx, edx);
     if (maxLeaf >= 7) __cpuid_count(7, 0, eax, features.leaf7Ebx, features.leaf7Ecx, edx);
     if ((features.leaf1Ecx & bit_OSXSAVE) != 0) {
