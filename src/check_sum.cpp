@@ -26,90 +26,74 @@ static_assert(kConstantsSize<Crc8, Crc16, CrcCcitt, CrcDnp, CrcKermit, Crc32, Cr
               crc::kDefaultSlices * 5376 + 896);
 static_assert(4 * 5376 + 896 < 24 * 1024, "the television set's share of the flash");
 
-constexpr unsigned short bytesSwapped(unsigned short value) {
-    return static_cast<unsigned short>(value << 8 | value >> 8);
-}
-
-/// What becomes of the register in the end.
-enum class Finish { Unchanged, Complement, Swap, ComplementAndSwap };
-
-template <Finish kFinish, class Register>
-constexpr Register finished(Register crc) {
-    if constexpr (kFinish == Finish::Complement) return static_cast<Register>(~crc);
-    if constexpr (kFinish == Finish::Swap) return bytesSwapped(crc);
-    if constexpr (kFinish == Finish::ComplementAndSwap) {
-        return bytesSwapped(static_cast<Register>(~crc));
-    }
-    return crc;
-}
-
-// What the register is taken to be XORed with once all bytes are in.
-template <class R, Finish kFinish>
-constexpr std::uint64_t kFinalXor =
-    kFinish == Finish::Complement || kFinish == Finish::ComplementAndSwap
-        ? crc::widened<R>(static_cast<typename R::Register>(~typename R::Register{0}))
-        : 0;
-
 template <class R>
 crc::Fold foldOf(const crc::Engine& engine) {
     return R::kReflected ? engine.p_foldReflected : engine.p_foldMsbFirst;
 }
 
-template <class R, Finish kFinish>
-typename R::Register crcByFold(crc::Fold fold, typename R::Register start,
-                               const unsigned char* p_data, std::size_t length) {
-    const auto crc = crc::narrowed<R>(fold(crc::widened<R>(start), p_data, length,
-                                           crc::kFoldConstants<R>, kFinalXor<R, kFinish>));
-    if constexpr (kFinish == Finish::Swap || kFinish == Finish::ComplementAndSwap) {
-        return bytesSwapped(crc);
-    }
-    return crc;
+template <class R>
+typename R::Register updatedByFold(crc::Fold fold, typename R::Register crc,
+                                   const unsigned char* p_data, std::size_t length) {
+    return crc::narrowed<R>(fold(crc::widened<R>(crc), p_data, length, crc::kFoldConstants<R>));
 }
 
-/// Where the processor has a better way than folding, or none but tables; and for the first CRC.
-template <class R, Finish kFinish>
-[[gnu::noinline]] typename R::Register crcWithoutFold(typename R::Register start,
-                                                      const unsigned char* p_data,
-                                                      std::size_t length) {
+/// The best way the processor has, chosen if need be. Takes at least crc::kFoldMinimum bytes.
+template <class R>
+[[gnu::noinline]] typename R::Register updatedByEngine(typename R::Register crc,
+                                                       const unsigned char* p_data,
+                                                       std::size_t length) {
     const crc::Engine& engine = crc::engine();
     if constexpr (std::is_same_v<R, Crc32>) {
-        if (engine.p_updateCrc32 != nullptr) {
-            return finished<kFinish>(engine.p_updateCrc32(start, p_data, length));
-        }
+        if (engine.p_updateCrc32 != nullptr) return engine.p_updateCrc32(crc, p_data, length);
     }
     const crc::Fold fold = foldOf<R>(engine);
-    if (fold != nullptr) return crcByFold<R, kFinish>(fold, start, p_data, length);
-    return finished<kFinish>(crc::tableUpdate<R>(start, p_data, length));
+    if (fold == nullptr) return crc::tableUpdate<R>(crc, p_data, length);
+    return updatedByFold<R>(fold, crc, p_data, length);
 }
 
-/// Of at least crc::kFoldMinimum bytes. With calls at its end alone, which need no saved registers:
-/// those would cost shorter lengths too, and most of what is checked is short.
-template <class R, Finish kFinish>
-typename R::Register crcByEngine(typename R::Register start, const unsigned char* p_data,
-                                 std::size_t length) {
+// What is folded goes there without a detour, which 64 bytes would feel; but where size is all.
+#ifdef __OPTIMIZE_SIZE__
+constexpr bool kFoldsDirectly = false;
+#else
+constexpr bool kFoldsDirectly = true;
+#endif
+
+/// updatedByEngine(), with calls at its end alone: part of updated(), it takes no register that
+/// would have to be saved, for shorter lengths too. Most of what is checked is short.
+template <class R>
+typename R::Register updatedDirectly(typename R::Register crc, const unsigned char* p_data,
+                                     std::size_t length) {
     const crc::Engine& engine = *crc::g_engine.load(std::memory_order_relaxed);
     const crc::Fold fold = foldOf<R>(engine);
-    const bool hasInstruction = std::is_same_v<R, Crc32> && engine.p_updateCrc32 != nullptr;
-    if (__builtin_expect(fold == nullptr || hasInstruction, 0)) {
-        return crcWithoutFold<R, kFinish>(start, p_data, length);
+    const bool hasBetter = std::is_same_v<R, Crc32> && engine.p_updateCrc32 != nullptr;
+    if (__builtin_expect(fold == nullptr || hasBetter, 0)) {
+        return updatedByEngine<R>(crc, p_data, length);
     }
-    return crcByFold<R, kFinish>(fold, start, p_data, length);
+    return updatedByFold<R>(fold, crc, p_data, length);
 }
 
-/// The CRC of @p length bytes, by the fastest way the processor has.
-template <class R, Finish kFinish = Finish::Unchanged>
-typename R::Register crcOf(typename R::Register start, const unsigned char* p_data,
-                           std::size_t length) {
+/// Takes @p length bytes into the register, by the fastest way the processor has.
+template <class R>
+typename R::Register updated(typename R::Register crc, const unsigned char* p_data,
+                             std::size_t length) {
     constexpr std::size_t kStepsPay = 4;
     constexpr std::size_t kLargestStep = std::min<std::size_t>(8, crc::kDefaultSlices);
-    if (p_data == nullptr) return finished<kFinish>(start);
+    if (p_data == nullptr) return crc;
     // Expected, for the fewer the bytes, the more a jump costs.
-    if (__builtin_expect(length < kStepsPay, 1)) {
-        return finished<kFinish>(crc::byteUpdate<R>(start, p_data, length));
+    if (__builtin_expect(length < kStepsPay, 1)) return crc::byteUpdate<R>(crc, p_data, length);
+    if (length >= crc::kFoldMinimum) {
+        return kFoldsDirectly ? updatedDirectly<R>(crc, p_data, length)
+                              : updatedByEngine<R>(crc, p_data, length);
     }
-    if (length >= crc::kFoldMinimum) return crcByEngine<R, kFinish>(start, p_data, length);
-    return finished<kFinish>(
-        crc::tableUpdate<R, crc::kDefaultSlices, kLargestStep>(start, p_data, length));
+    return crc::tableUpdate<R, crc::kDefaultSlices, kLargestStep>(crc, p_data, length);
+}
+
+constexpr unsigned short bytesSwapped(unsigned short value) {
+    return static_cast<unsigned short>(value << 8 | value >> 8);
+}
+
+constexpr unsigned short complemented(unsigned short value) {
+    return static_cast<unsigned short>(~value);
 }
 
 constexpr unsigned short sickStep(unsigned short crc, unsigned char byte,
@@ -123,47 +107,47 @@ constexpr unsigned short sickStep(unsigned short crc, unsigned char byte,
 }  // namespace
 
 unsigned char CheckSum::crc_8(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc8>(0, data, length);
+    return updated<Crc8>(0, data, length);
 }
 
 unsigned short CheckSum::crc_16(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc16>(0, data, length);
+    return updated<Crc16>(0, data, length);
 }
 
 unsigned short CheckSum::crc_modbus(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc16>(0xFFFF, data, length);
+    return updated<Crc16>(0xFFFF, data, length);
 }
 
 unsigned int CheckSum::crc_32(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc32, Finish::Complement>(0xFFFFFFFF, data, length);
+    return ~updated<Crc32>(0xFFFFFFFF, data, length);
 }
 
 unsigned long long CheckSum::crc_64_ecma(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc64>(0, data, length);
+    return updated<Crc64>(0, data, length);
 }
 
 unsigned long long CheckSum::crc_64_we(const unsigned char* data, unsigned int length) {
-    return crcOf<Crc64, Finish::Complement>(~std::uint64_t{0}, data, length);
+    return ~updated<Crc64>(~std::uint64_t{0}, data, length);
 }
 
 unsigned short CheckSum::crc_xmodem(const unsigned char* data, unsigned int length) {
-    return crcOf<CrcCcitt>(0, data, length);
+    return updated<CrcCcitt>(0, data, length);
 }
 
 unsigned short CheckSum::crc_ccitt_1d0f(const unsigned char* data, unsigned int length) {
-    return crcOf<CrcCcitt>(0x1D0F, data, length);
+    return updated<CrcCcitt>(0x1D0F, data, length);
 }
 
 unsigned short CheckSum::crc_ccitt_ffff(const unsigned char* data, unsigned int length) {
-    return crcOf<CrcCcitt>(0xFFFF, data, length);
+    return updated<CrcCcitt>(0xFFFF, data, length);
 }
 
 unsigned short CheckSum::crc_dnp(const unsigned char* data, unsigned int length) {
-    return crcOf<CrcDnp, Finish::ComplementAndSwap>(0, data, length);
+    return bytesSwapped(complemented(updated<CrcDnp>(0, data, length)));
 }
 
 unsigned short CheckSum::crc_kermit(const unsigned char* data, unsigned int length) {
-    return crcOf<CrcKermit, Finish::Swap>(0, data, length);
+    return bytesSwapped(updated<CrcKermit>(0, data, length));
 }
 
 unsigned short CheckSum::crc_sick(const unsigned char* data, unsigned int length) {

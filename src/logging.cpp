@@ -139,7 +139,9 @@ void dump_memory(const char* title, const unsigned char* data, int length) {
 std::string dbg_location(const char* file, int line, const char* function) {
     std::string location;
     if (file == nullptr) return location;
-    location.append(file).append(":").append(std::to_string(line)).append(":");
+    char number[sizeof(":-2147483648:")];  // Half the code of std::to_string().
+    (void)std::snprintf(number, sizeof(number), ":%d:", line);
+    location.append(file).append(number);
     if (function == nullptr) return location;
     location.append(function).append("():");
     return location;

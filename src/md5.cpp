@@ -290,8 +290,8 @@ std::ostream& operator<<(std::ostream& out, MD5 md5) {
 }
 
 void output(MD5 md5) {
-    static const std::ios_base::Init s_streams;  // As a client's <iostream> would have made them.
-    (std::cout << md5).put('\n').flush();
+    const std::ios_base::Init streams;  // What a client's <iostream> would have done.
+    std::cout << md5 << std::endl;
 }
 
 }  // namespace tevalon::base::utils

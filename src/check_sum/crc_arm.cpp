@@ -75,8 +75,7 @@ TARGET_PMULL INLINE std::uint64_t remainder(uint64x2_t sum, const FoldConstants&
 
 template <bool kReflected>
 TARGET_PMULL std::uint64_t foldPmull(std::uint64_t crc, const unsigned char* p_data,
-                                     std::size_t length, const FoldConstants& constants,
-                                     std::uint64_t finalXor) {
+                                     std::size_t length, const FoldConstants& constants) {
     const uint64x2_t start = kReflected ? vcombine_u64(vcreate_u64(crc), vcreate_u64(0))
                                         : vcombine_u64(vcreate_u64(0), vcreate_u64(crc));
     uint64x2_t sum = veorq_u64(load<kReflected>(p_data), start);
@@ -103,7 +102,7 @@ TARGET_PMULL std::uint64_t foldPmull(std::uint64_t crc, const unsigned char* p_d
         sum = fold(sum, over16, load<kReflected>(p_data));
     }
     if (length != 0) sum = takeTail<kReflected>(sum, p_data, length, constants);
-    return remainder<kReflected>(sum, constants) ^ finalXor;
+    return remainder<kReflected>(sum, constants);
 }
 
 TARGET_CRC std::uint32_t updateByInstruction(std::uint32_t crc, const unsigned char* p_data,
@@ -121,7 +120,7 @@ std::uint32_t updateByBoth(std::uint32_t crc, const unsigned char* p_data, std::
     constexpr std::size_t kFoldPays = 64;
     if (length < kFoldPays) return updateByInstruction(crc, p_data, length);
     return narrowed<Crc32>(
-        foldPmull<true>(widened<Crc32>(crc), p_data, length, kFoldConstants<Crc32>, 0));
+        foldPmull<true>(widened<Crc32>(crc), p_data, length, kFoldConstants<Crc32>));
 }
 
 bool hasCrc32() {

@@ -23,7 +23,7 @@ constexpr const Engine* kEngines[] = {
 
 }  // namespace
 
-const Engine kUndecidedEngine = {"undecided", always, nullptr, nullptr, nullptr};
+constexpr Engine kUndecidedEngine = {nullptr, nullptr, nullptr, nullptr, nullptr};
 
 std::atomic<const Engine*> g_engine{&kUndecidedEngine};
 

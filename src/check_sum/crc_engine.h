@@ -14,10 +14,9 @@ namespace tevalon::base::utils::crc {
 /// The fewest bytes a Fold takes.
 inline constexpr std::size_t kFoldMinimum = 16;
 
-/// Takes @p length bytes, at least kFoldMinimum, into a widened() register, and adds @p finalXor:
-/// here, so that for most CRCs it is the last call, which leaves nothing to return to.
+/// Takes @p length bytes, at least kFoldMinimum, into a widened() register.
 using Fold = std::uint64_t (*)(std::uint64_t crc, const unsigned char* p_data, std::size_t length,
-                               const FoldConstants& constants, std::uint64_t finalXor);
+                               const FoldConstants& constants);
 
 /// Takes any number of bytes into the register of Crc32.
 using UpdateCrc32 = std::uint32_t (*)(std::uint32_t crc, const unsigned char* p_data,
@@ -40,7 +39,7 @@ const Engine* const* allEngines() noexcept;
 /// Looks for the first of them that this processor supports, and keeps it in g_engine.
 const Engine& chooseEngine() noexcept;
 
-/// Has nothing but tables, and stands for the engine that has not been chosen yet.
+/// Has nothing, and stands for the engine that has not been chosen yet.
 extern const Engine kUndecidedEngine;
 
 // kUndecidedEngine until the first use. Relaxed will do: whoever chooses, chooses the same, and the

@@ -314,33 +314,30 @@ INLINE std::size_t bytesToAligned(const unsigned char* p_data) {
 
 template <bool kReflected>
 TARGET_128 std::uint64_t foldPclmul(std::uint64_t crc, const unsigned char* p_data,
-                                    std::size_t length, const FoldConstants& constants,
-                                    std::uint64_t finalXor) {
-    return foldBy128<kReflected>(crc, p_data, length, constants) ^ finalXor;
+                                    std::size_t length, const FoldConstants& constants) {
+    return foldBy128<kReflected>(crc, p_data, length, constants);
 }
 
 template <bool kReflected>
 TARGET_256 std::uint64_t foldAvx2(std::uint64_t crc, const unsigned char* p_data,
-                                  std::size_t length, const FoldConstants& constants,
-                                  std::uint64_t finalXor) {
-    if (length < 64) return foldBy128<kReflected>(crc, p_data, length, constants) ^ finalXor;
-    if (length < 128) return foldByTwo256<kReflected>(crc, p_data, length, constants) ^ finalXor;
-    return foldBy256<kReflected>(crc, p_data, length, constants) ^ finalXor;
+                                  std::size_t length, const FoldConstants& constants) {
+    if (length < 64) return foldBy128<kReflected>(crc, p_data, length, constants);
+    if (length < 128) return foldByTwo256<kReflected>(crc, p_data, length, constants);
+    return foldBy256<kReflected>(crc, p_data, length, constants);
 }
 
 template <bool kReflected>
 TARGET_512 std::uint64_t foldAvx512(std::uint64_t crc, const unsigned char* p_data,
-                                    std::size_t length, const FoldConstants& constants,
-                                    std::uint64_t finalXor) {
-    if (length < 64) return foldBy128<kReflected>(crc, p_data, length, constants) ^ finalXor;
-    if (length < 256) return foldByTwo256<kReflected>(crc, p_data, length, constants) ^ finalXor;
+                                    std::size_t length, const FoldConstants& constants) {
+    if (length < 64) return foldBy128<kReflected>(crc, p_data, length, constants);
+    if (length < 256) return foldByTwo256<kReflected>(crc, p_data, length, constants);
     if (length >= kAlignmentPays) {
         const std::size_t ahead = bytesToAligned(p_data);
         if (ahead != 0) crc = foldBy128<kReflected>(crc, p_data, ahead, constants);
         p_data += ahead;
         length -= ahead;
     }
-    return foldBy512<kReflected>(crc, p_data, length, constants) ^ finalXor;
+    return foldBy512<kReflected>(crc, p_data, length, constants);
 }
 
 // Asked for here: the compiler's own __builtin_cpu_supports() brings a constructor that asks for

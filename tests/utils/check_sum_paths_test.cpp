@@ -44,7 +44,7 @@ typename R::Register plainUpdate(typename R::Register crc, const unsigned char* 
 template <class R>
 typename R::Register foldedUpdate(Fold fold, typename R::Register crc, const unsigned char* p_data,
                                   std::size_t length) {
-    return narrowed<R>(fold(widened<R>(crc), p_data, length, kFoldConstants<R>, 0));
+    return narrowed<R>(fold(widened<R>(crc), p_data, length, kFoldConstants<R>));
 }
 
 /// The engines that can be tested on this processor.
@@ -338,10 +338,10 @@ int g_instructionCalls = 0;
 
 template <bool kReflected>
 std::uint64_t countedFold(std::uint64_t crc, const unsigned char*, std::size_t length,
-                          const FoldConstants&, std::uint64_t finalXor) {
+                          const FoldConstants&) {
     EXPECT_GE(length, kFoldMinimum);
     ++g_engineCalls;
-    return crc ^ finalXor;
+    return crc;
 }
 
 std::uint32_t countedUpdate(std::uint32_t crc, const unsigned char*, std::size_t) {
