@@ -26,7 +26,18 @@ static_assert(kConstantsSize<Crc8, Crc16, CrcCcitt, CrcDnp, CrcKermit, Crc32, Cr
               crc::kDefaultSlices * 5376 + 896);
 static_assert(4 * 5376 + 896 < 24 * 1024, "the television set's share of the flash");
 
-// Apart from updated(), which is to stay small: most of what is checked is short.
+template <class R>
+crc::Fold foldOf(const crc::Engine& engine) {
+    return R::kReflected ? engine.p_foldReflected : engine.p_foldMsbFirst;
+}
+
+template <class R>
+typename R::Register updatedByFold(crc::Fold fold, typename R::Register crc,
+                                   const unsigned char* p_data, std::size_t length) {
+    return crc::narrowed<R>(fold(crc::widened<R>(crc), p_data, length, crc::kFoldConstants<R>));
+}
+
+/// The best way the processor has, chosen if need be. Takes at least crc::kFoldMinimum bytes.
 template <class R>
 [[gnu::noinline]] typename R::Register updatedByEngine(typename R::Register crc,
                                                        const unsigned char* p_data,
@@ -35,9 +46,30 @@ template <class R>
     if constexpr (std::is_same_v<R, Crc32>) {
         if (engine.p_updateCrc32 != nullptr) return engine.p_updateCrc32(crc, p_data, length);
     }
-    const crc::Fold fold = R::kReflected ? engine.p_foldReflected : engine.p_foldMsbFirst;
+    const crc::Fold fold = foldOf<R>(engine);
     if (fold == nullptr) return crc::tableUpdate<R>(crc, p_data, length);
-    return crc::narrowed<R>(fold(crc::widened<R>(crc), p_data, length, crc::kFoldConstants<R>));
+    return updatedByFold<R>(fold, crc, p_data, length);
+}
+
+// What is folded goes there without a detour, which 64 bytes would feel; but where size is all.
+#ifdef __OPTIMIZE_SIZE__
+constexpr bool kFoldsDirectly = false;
+#else
+constexpr bool kFoldsDirectly = true;
+#endif
+
+/// updatedByEngine(), with calls at its end alone: part of updated(), it takes no register that
+/// would have to be saved, for shorter lengths too. Most of what is checked is short.
+template <class R>
+typename R::Register updatedDirectly(typename R::Register crc, const unsigned char* p_data,
+                                     std::size_t length) {
+    const crc::Engine& engine = *crc::g_engine.load(std::memory_order_relaxed);
+    const crc::Fold fold = foldOf<R>(engine);
+    const bool hasBetter = std::is_same_v<R, Crc32> && engine.p_updateCrc32 != nullptr;
+    if (__builtin_expect(fold == nullptr || hasBetter, 0)) {
+        return updatedByEngine<R>(crc, p_data, length);
+    }
+    return updatedByFold<R>(fold, crc, p_data, length);
 }
 
 /// Takes @p length bytes into the register, by the fastest way the processor has.
@@ -49,7 +81,10 @@ typename R::Register updated(typename R::Register crc, const unsigned char* p_da
     if (p_data == nullptr) return crc;
     // Expected, for the fewer the bytes, the more a jump costs.
     if (__builtin_expect(length < kStepsPay, 1)) return crc::byteUpdate<R>(crc, p_data, length);
-    if (length >= crc::kFoldMinimum) return updatedByEngine<R>(crc, p_data, length);
+    if (length >= crc::kFoldMinimum) {
+        return kFoldsDirectly ? updatedDirectly<R>(crc, p_data, length)
+                              : updatedByEngine<R>(crc, p_data, length);
+    }
     return crc::tableUpdate<R, crc::kDefaultSlices, kLargestStep>(crc, p_data, length);
 }
 

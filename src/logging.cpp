@@ -3,9 +3,11 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
@@ -53,21 +55,47 @@ void printLog(int levelIndex, const char* tag, const char* file, int line, const
     if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) zorDebugOutput0("\n");
 }
 
-void writeDumpLine(std::uint32_t dumpId, const char* text) {
-    print_browser_log(4, nullptr, nullptr, 0, nullptr, "DUMPMEM(%08Xd):, %s", dumpId, text);
+void outputByList(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+void outputByList(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    zorDebugOutputV(format, args);
+    va_end(args);
 }
 
-void writeDumpBytes(std::uint32_t dumpId, const unsigned char* data, int count) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::array<char, 52> line = {};
-    char* p_end = line.data();
-    for (int i = 0; i < count; ++i) {
-        *p_end++ = kDigits[data[i] >> 4];
-        *p_end++ = kDigits[data[i] & 0xF];
-        *p_end++ = ' ';
+// The lines of a dump behind its title: each the three pieces that print_browser_log() would write,
+// with what is the same in all of them formatted once.
+class DumpLines {
+public:
+    explicit DumpLines(std::uint32_t dumpId) {
+        (void)std::snprintf(m_text.data(), m_text.size(), "DUMPMEM(%08Xd):, ", dumpId);
     }
-    writeDumpLine(dumpId, line.data());
-}
+
+    void write(const unsigned char* data, int count) {
+        format(data, count);
+        DebugLevelRecord record = {kLogDebug, kBlogModule, 0, 0};
+        if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) zorDebugOutput0("[]:0::");
+        if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) outputByList("%s", m_text.data());
+        if (zorDebugCheckLevelGetFrameAndChunk(&record) != 0) zorDebugOutput0("\n");
+    }
+
+private:
+    void format(const unsigned char* data, int count) {
+        constexpr char kDigits[] = "0123456789ABCDEF";
+        char* p_next = m_text.data() + kFrontLength;
+        for (int i = 0; i < count; ++i) {
+            *p_next++ = kDigits[data[i] >> 4];
+            *p_next++ = kDigits[data[i] & 0xF];
+            *p_next++ = ' ';
+        }
+        *p_next = '\0';
+    }
+
+    static constexpr std::size_t kFrontLength = sizeof("DUMPMEM(12345678d):, ") - 1;
+
+    std::array<char, kFrontLength + 3 * std::size_t{kBytesPerDumpLine} + 1> m_text;
+};
 
 }  // namespace
 
@@ -93,22 +121,27 @@ void print_hbbtv_controller_log(int levelIndex, const char* tag, const char* fil
 }
 
 void dump_memory(const char* title, const unsigned char* data, int length) {
+    if (!isLogOn(kLogDebug)) return;
     const std::uint32_t dumpId = monotonicNanosecondsOr(0);
 
-    writeDumpLine(dumpId, title != nullptr ? title : "(null)");
-    if (data == nullptr) return;
-    for (int offset = 0; offset < length;) {
-        const int left = length - offset;
-        const int count = left < kBytesPerDumpLine ? left : kBytesPerDumpLine;
-        if (isLogOn(kLogDebug)) writeDumpBytes(dumpId, data + offset, count);
-        offset += count;
+    print_browser_log(4, nullptr, nullptr, 0, nullptr, "DUMPMEM(%08Xd):, %s", dumpId,
+                      title != nullptr ? title : "(null)");
+    if (data == nullptr || length < 1) return;
+    DumpLines lines(dumpId);
+    while (length > 0) {
+        const int count = std::min(length, kBytesPerDumpLine);
+        lines.write(data, count);
+        data += count;
+        length -= count;
     }
 }
 
 std::string dbg_location(const char* file, int line, const char* function) {
     std::string location;
     if (file == nullptr) return location;
-    location.append(file).append(":").append(std::to_string(line)).append(":");
+    char number[sizeof(":-2147483648:")];  // Half the code of std::to_string().
+    (void)std::snprintf(number, sizeof(number), ":%d:", line);
+    location.append(file).append(number);
     if (function == nullptr) return location;
     location.append(function).append("():");
     return location;

@@ -23,7 +23,9 @@ constexpr const Engine* kEngines[] = {
 
 }  // namespace
 
-std::atomic<const Engine*> g_engine{nullptr};
+constexpr Engine kUndecidedEngine = {nullptr, nullptr, nullptr, nullptr, nullptr};
+
+std::atomic<const Engine*> g_engine{&kUndecidedEngine};
 
 const Engine* const* allEngines() noexcept {
     return kEngines;

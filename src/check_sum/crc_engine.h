@@ -39,14 +39,17 @@ const Engine* const* allEngines() noexcept;
 /// Looks for the first of them that this processor supports, and keeps it in g_engine.
 const Engine& chooseEngine() noexcept;
 
-// Null until the first use. Relaxed will do: whoever chooses, chooses the same, and the engines
-// are constants.
+/// Has nothing, and stands for the engine that has not been chosen yet.
+extern const Engine kUndecidedEngine;
+
+// kUndecidedEngine until the first use. Relaxed will do: whoever chooses, chooses the same, and the
+// engines are constants.
 extern std::atomic<const Engine*> g_engine;
 
-/// The engine to use. Any thread, at any time.
+/// The engine to use, chosen by now. Any thread, at any time.
 inline const Engine& engine() noexcept {
     const Engine* p_engine = g_engine.load(std::memory_order_relaxed);
-    return p_engine != nullptr ? *p_engine : chooseEngine();
+    return p_engine != &kUndecidedEngine ? *p_engine : chooseEngine();
 }
 
 }  // namespace tevalon::base::utils::crc

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
 #include <cctype>
 #include <cstdlib>
@@ -98,5 +99,23 @@ TEST(CHostTest, CallsTheEntryPointsByTheirNames) {
               "[]:0::DUMPMEM(#):, bytes\n"
               "[]:0::DUMPMEM(#):, 00 7F FF \n");
 }
+
+#ifndef TEVALON_TEST_SANITIZED
+// What runs as the library is loaded, every process pays for, whether it uses the library or not.
+TEST(LibraryTest, RunsNoConstructorsWhenItIsLoaded) {
+    constexpr ElfW(Word) kOfTheCompiler = sizeof(void*);  // frame_dummy(), in every library.
+    void* const p_library = dlopen(TEVALON_TEST_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(p_library, nullptr) << dlerror();
+    link_map* p_map = nullptr;
+    ASSERT_EQ(dlinfo(p_library, RTLD_DI_LINKMAP, &p_map), 0) << dlerror();
+
+    const ElfW(Dyn)* p_entry = p_map->l_ld;
+    while (p_entry->d_tag != DT_NULL && p_entry->d_tag != DT_INIT_ARRAYSZ) ++p_entry;
+
+    ASSERT_EQ(p_entry->d_tag, DT_INIT_ARRAYSZ);
+    EXPECT_EQ(p_entry->d_un.d_val, kOfTheCompiler);
+    EXPECT_EQ(dlclose(p_library), 0);
+}
+#endif
 
 }  // namespace

@@ -2,7 +2,9 @@
 #include <time.h>
 
 #include <climits>
+#include <cstdio>
 #include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -133,6 +135,63 @@ TEST_F(DumpMemoryTest, WritesNothingWhenTheDebugLevelIsOff) {
     dump_memory("title", bytes(16).data(), 16);
 
     EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(DumpMemoryTest, AsksJustOnceWhenTheDebugLevelIsOff) {
+    test::setLogLevel(kLogInfo);
+    const test::CountCalls checks(Call::ZorDebugCheckLevel);
+    const test::CountCalls readings(Call::ClockGettime);
+
+    dump_memory("title", bytes(4096).data(), 4096);
+
+    EXPECT_EQ(checks.seen(), 1);
+    EXPECT_EQ(readings.seen(), 0);
+}
+
+TEST_F(DumpMemoryTest, AsksBeforeEachPieceOfEachLine) {
+    const test::CountCalls checks(Call::ZorDebugCheckLevel);
+
+    dump_memory("title", bytes(40).data(), 40);
+
+    EXPECT_EQ(checks.seen(), 1 + 3 * 4);
+}
+
+TEST_F(DumpMemoryTest, WritesJustThePiecesWhoseCheckSaysSo) {
+    // Off for the title's end, the first line's front, the second one's bytes, the third one's end.
+    const std::string checks = "1110011101110";
+    std::size_t check = 0;
+    test::ReplaceCall<std::int32_t(DebugLevelRecord*)> platform(
+        Call::ZorDebugCheckLevel,
+        [&](DebugLevelRecord*) { return static_cast<std::int32_t>(checks.at(check++) == '1'); });
+
+    dump_memory("title", bytes(33).data(), 33);
+
+    EXPECT_EQ(check, 13U);
+    const std::string front = "DUMPMEM(0000007Bd):, ";
+    EXPECT_EQ(m_log.texts(),
+              (std::vector<std::string>{"[]:0::", front + "title", front + kSixteen, "\n",
+                                        "[]:0::", "\n", "[]:0::", front + "20 "}));
+}
+
+TEST_F(DumpMemoryTest, WritesWhatPrintfWouldOfBytesOfAnyKindAndNumber) {
+    std::mt19937 random(20240611);
+    for (std::size_t length = 0; length < 300; ++length) {
+        std::vector<unsigned char> data(length);
+        for (unsigned char& byte : data) byte = static_cast<unsigned char>(random());
+        std::vector<std::string> lines = {"random"};
+        for (std::size_t i = 0; i < length; ++i) {
+            char hex[4];
+            std::snprintf(hex, sizeof(hex), "%02X ", static_cast<unsigned>(data[i]));
+            if (i % 16 == 0) lines.emplace_back();
+            lines.back() += hex;
+        }
+        test::setLogLevel(kLogDebug);
+        m_log.clear();
+
+        dump_memory("random", data.data(), static_cast<int>(length));
+
+        ASSERT_EQ(m_log.entries(), dumpOf(lines)) << length;
+    }
 }
 
 TEST(DumpMemoryIdTest, IsTheNanosecondsInEightUpperCaseDigits) {

@@ -56,6 +56,27 @@ TEST_F(FormatTest, Strings) {
     expectAsPrintf("%s%c", std::string(1023, 'x').c_str(), 'y');
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+// Texts are copied in steps of eight, and near the end of the memory at hand one by one.
+TEST_F(FormatTest, LengthsAroundTheStepsInWhichTheyAreCopied) {
+    const std::string all(1040, 'x');
+    for (std::size_t length = 0; length < 40; ++length) {
+        const std::string text = all.substr(0, length);
+        const std::string format = text + "%s" + text + "%c" + text;
+        expectAsPrintf(format.c_str(), text.c_str(), 'y');
+    }
+    for (std::size_t length = 960; length < all.size(); ++length) {
+        const std::string text = all.substr(0, length);
+        expectAsPrintf("%s and no more\n", text.c_str());
+        expectAsPrintf("%.4s%s%s", "abcdefgh", text.c_str(), "0123456789");
+        expectAsPrintf((text + "%s").c_str(), "0123456789");
+    }
+}
+
+#pragma GCC diagnostic pop
+
 TEST_F(FormatTest, Integers) {
     for (const int number : {0, 1, -1, 9, 10, 99, 100, 12345, INT_MAX, INT_MIN}) {
         expectAsPrintf("%d %i %u %x %X", number, number, static_cast<unsigned>(number),

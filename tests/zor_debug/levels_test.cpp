@@ -74,6 +74,9 @@ TEST_F(LevelsTest, ModulesThatShareALowByteAreToldApart) {
     EXPECT_EQ(levelsShown("error,0x5f=debug", "351"), "11000");
     EXPECT_EQ(levelsShown("error,0x15f=debug", "351"), "11111");
     EXPECT_EQ(levelsShown("error,0x15f=debug", "95"), "11000");
+    EXPECT_EQ(levelsShown("debug,0x15f=error", "351"), "11000");
+    EXPECT_EQ(levelsShown("debug,0x15f=error", "95"), "11111");
+    EXPECT_EQ(levelsShown("debug,0x15f=off", "351"), "00000");
 }
 
 TEST_F(LevelsTest, TheLastOfSeveralItemsForTheSameHolds) {

@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <system_error>
@@ -25,13 +26,8 @@ public:
 
     /// The beginning of @p *pp_text, up to a '%' or its end, at which @p *pp_text then stands.
     bool literal(const char** pp_text) {
-        const char* p_text = *pp_text;
-        for (; *p_text != '%' && *p_text != '\0'; ++p_text) {
-            if (m_next == m_end) return false;
-            *m_next++ = *p_text;
-        }
-        *pp_text = p_text;
-        return true;
+        const auto isEnd = [](char next) { return next == '%' || next == '\0'; };
+        return copyUntil(isEnd, pp_text, SIZE_MAX) == Copied::Whole;
     }
 
     bool text(std::string_view text) {
@@ -43,11 +39,10 @@ public:
 
     /// Faster than text() for the few characters that most strings have.
     bool string(const char* p_text) {
-        for (; *p_text != '\0'; ++p_text) {
-            if (m_next == m_end) return false;
-            *m_next++ = *p_text;
-        }
-        return true;
+        constexpr std::size_t kMostSteps = 2;
+        const auto isEnd = [](char next) { return next == '\0'; };
+        const Copied copied = copyUntil(isEnd, &p_text, kMostSteps);
+        return copied == Copied::More ? text(p_text) : copied == Copied::Whole;
     }
 
     template <typename Integer>
@@ -60,8 +55,9 @@ public:
 
     /// In @p digits, "0123456789abcdef" or the like, and at least @p width of them.
     bool hexadecimal(unsigned number, std::size_t width, const char* p_digits) {
-        std::size_t count = 1;
-        while (count < width || (count < 8 && number >> (4 * count) != 0)) ++count;
+        // One for zero too; the builtin, for C++17 has no std::countl_zero().
+        const auto digits = static_cast<std::size_t>(8 - __builtin_clz(number | 1) / 4);
+        const std::size_t count = width > digits ? width : digits;
         if (count > room()) return false;
         for (char* p_digit = m_next + count; p_digit != m_next; number >>= 4) {
             *--p_digit = p_digits[number & 0xFU];
@@ -73,7 +69,42 @@ public:
     std::size_t length() const { return static_cast<std::size_t>(m_next - m_begin); }
 
 private:
-    std::size_t room() const { return static_cast<std::size_t>(m_end - m_next); }
+    enum class Copied { Whole, More, NoRoom };
+
+    // Copies up to the character that isEnd() says true of, or so many steps of eight characters;
+    // *pp_text then stands behind them. Looks for room once a step, for there is little else to do
+    // for a character.
+    template <typename IsEnd>
+    Copied copyUntil(IsEnd isEnd, const char** pp_text, std::size_t maxSteps) {
+        constexpr std::size_t kStep = 8;
+        const char* p_text = *pp_text;
+        for (; room() >= kStep; p_text += kStep, m_next += kStep) {
+            if (maxSteps-- == 0) {
+                *pp_text = p_text;
+                return Copied::More;
+            }
+#pragma GCC unroll 8
+            for (std::size_t i = 0; i < kStep; ++i) {
+                const char next = p_text[i];
+                if (isEnd(next)) {
+                    m_next += i;
+                    *pp_text = p_text + i;
+                    return Copied::Whole;
+                }
+                m_next[i] = next;
+            }
+        }
+        for (; !isEnd(*p_text); ++p_text) {
+            if (m_next == m_end) return Copied::NoRoom;
+            *m_next++ = *p_text;
+        }
+        *pp_text = p_text;
+        return Copied::Whole;
+    }
+
+    std::size_t room() const {
+        return static_cast<std::size_t>(m_end - m_next);
+    }
 
     char* m_begin;
     char* m_next;

@@ -109,10 +109,12 @@ bool parseLevels(std::string_view text, LevelSettings* p_settings, std::string_v
 void applyLevels(const LevelSettings& settings) {
     std::array<std::uint16_t, g_silentLevels.size()> ceiling = {};
     ceiling.fill(settings.common);
+    std::array<std::uint16_t, g_shownLevels.size()> floor = ceiling;
     for (std::size_t i = 0; i < settings.moduleCount; ++i) {
         const ModuleLevel& entry = settings.modules[i];
-        std::uint16_t& groupCeiling = ceiling[entry.module & 0xFFU];
-        groupCeiling = std::max(groupCeiling, entry.level);
+        const std::size_t group = entry.module & 0xFFU;
+        ceiling[group] = std::max(ceiling[group], entry.level);
+        floor[group] = std::min(floor[group], entry.level);
     }
 
     const std::uint32_t next = g_changeCount.load(std::memory_order_relaxed) + 1;
@@ -122,6 +124,7 @@ void applyLevels(const LevelSettings& settings) {
     for (std::size_t group = 0; group < ceiling.size(); ++group) {
         g_silentLevels[group].store(static_cast<std::uint16_t>(UINT16_MAX - ceiling[group]),
                                     std::memory_order_relaxed);
+        g_shownLevels[group].store(floor[group], std::memory_order_relaxed);
     }
 }
 

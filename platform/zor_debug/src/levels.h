@@ -50,6 +50,18 @@ std::uint16_t levelOf(std::uint16_t module);
 /// are off for all of them. Zero, as at the start, tells nothing.
 inline std::array<std::atomic<std::uint16_t>, 256> g_silentLevels = {};
 
+/// For the same groups, how many levels, counted from the most important, are on for all of them.
+/// Zero tells nothing here too.
+inline std::array<std::atomic<std::uint16_t>, 256> g_shownLevels = {};
+
+/// True when the record's level is certainly on. Spares a line that is written the exact answer,
+/// and the settings are in force then. Relaxed, as below. Level 0 does not exist.
+inline bool isCertainlyOn(const DebugLevelRecord& record) {
+    const std::uint32_t shown =
+        g_shownLevels[record.module & 0xFFU].load(std::memory_order_relaxed);
+    return record.level != 0 && record.level <= shown;
+}
+
 /// False when the record's level is certainly off. One load and one comparison: this is what
 /// every log statement that is off costs. Relaxed: a thread that sees a change of levels late
 /// writes or leaves out a line that it might as well have written before the change.

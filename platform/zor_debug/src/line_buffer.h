@@ -45,8 +45,8 @@ struct LineBuffer : GateMember {
     std::string_view view() const { return std::string_view(p_text, length); }
 
     void removeFront(std::size_t count) {
-        std::memmove(p_text, p_text + count, length - count);
         length -= count;
+        if (length != 0) std::memmove(p_text, p_text + count, length);
     }
 };
 

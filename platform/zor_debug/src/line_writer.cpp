@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -138,28 +139,56 @@ void removeSent(LineBuffer* p_buffer, std::size_t count) {
     p_buffer->capacity = 0;
 }
 
-// Gate held shared: writes a text that ends in a line end directly, without the buffer. False, with
-// nothing written, when the buffer is needed.
-bool writeLines(FormattedText* p_text) {
+// Gate held shared: writes a text that is one line with its prefix directly, without the buffer.
+// False, with nothing written, when the buffer is needed.
+bool writeLine(FormattedText* p_text) {
     const std::string_view text = p_text->view();
-    if (text.back() != '\n') return false;
-    if (!g_prefix.isEmpty()) {
-        if (text.find('\n') != text.size() - 1) return false;
-        char prefix[kMaxDecoration];
-        const std::size_t length = beginLine(prefix, g_prefix, false, 0);
-        if (!p_text->prepend(std::string_view(prefix, length))) return false;
-    }
+    if (text.find('\n') != text.size() - 1) return false;
+    char prefix[kMaxDecoration];
+    const std::size_t length = beginLine(prefix, g_prefix, false, 0);
+    if (!p_text->prepend(std::string_view(prefix, length))) return false;
     g_destination.write(p_text->view());
+    return true;
+}
+
+// How much of the text is whole lines.
+std::size_t lengthOfLines(std::string_view text) {
+    if (text.back() == '\n') return text.size();
+    const void* p_last = memrchr(text.data(), '\n', text.size());
+    return p_last != nullptr
+               ? static_cast<std::size_t>(static_cast<const char*>(p_last) - text.data()) + 1
+               : 0;
+}
+
+// Gate held shared, and there is nothing to be put around a line. As writeShared().
+bool writeSharedAsItIs(std::string_view text, LineBuffer* p_buffer) {
+    const std::size_t lines = lengthOfLines(text);
+    if (p_buffer->length == 0) {
+        if (lines == text.size()) {
+            g_destination.write(text);
+            return true;
+        }
+        p_buffer->level = t_state.lastOn.level;
+    }
+    if (!p_buffer->reserve(text.size())) return false;
+    const std::size_t count = p_buffer->length + lines;
+    p_buffer->append(text);
+    if (lines == 0) return true;
+    g_destination.write(p_buffer->view().substr(0, count));
+    removeSent(p_buffer, count);
     return true;
 }
 
 // Gate held shared. False, with nothing done, when out of memory: the unfinished line must then be
 // sent, which needs the gate exclusively.
 bool writeShared(FormattedText* p_text, LineBuffer* p_buffer) {
-    if (p_buffer->length == 0 && writeLines(p_text)) return true;
+    if (g_prefix.isEmpty() && !g_destination.isColourful()) {
+        return writeSharedAsItIs(p_text->view(), p_buffer);
+    }
+    if (p_buffer->length == 0 && writeLine(p_text)) return true;
     if (!appendText(p_buffer, p_text->view())) return false;
-    if (p_text->view().find('\n') == std::string_view::npos) return true;
     const std::size_t count = p_buffer->view().rfind('\n') + 1;
+    if (count == 0) return true;
     g_destination.write(p_buffer->view().substr(0, count));
     removeSent(p_buffer, count);
     return true;

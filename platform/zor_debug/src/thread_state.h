@@ -33,7 +33,10 @@ struct ThreadState {
     ThreadLabel label;
 };
 
-inline thread_local ThreadState t_state;
+// In the block that every thread has from its start, without a call for each look: some of the room
+// that the C library keeps for libraries which are loaded at run time.
+__attribute__((tls_model("initial-exec"))) inline thread_local ThreadState t_state;
+static_assert(sizeof(ThreadState) <= 128);
 
 }  // namespace zor_debug
 

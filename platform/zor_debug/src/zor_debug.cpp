@@ -17,8 +17,10 @@ namespace {
 
 // Kept out of the check's way: a level that is off needs none of it.
 __attribute__((noinline)) int32_t checkExactly(const DebugLevelRecord& record) {
-    zor_debug::ensureSettings();
-    if (!zor_debug::isOn(record)) return 0;
+    if (!zor_debug::isCertainlyOn(record)) {
+        zor_debug::ensureSettings();
+        if (!zor_debug::isOn(record)) return 0;
+    }
     zor_debug::t_state.lastOn = record;
     return 1;
 }

@@ -40,7 +40,8 @@ TEVALON_BASE_EXPORT void print_hbbtv_controller_log(int levelIndex, const char* 
 /// @param data    Not kept. Null writes the title alone.
 /// @param length  In bytes; less than 1 writes the title alone.
 ///
-/// Any thread, at any time. Formats nothing while the debug level is off.
+/// Any thread, at any time. A dump that begins while the debug level is off asks for it once and
+/// does nothing else.
 TEVALON_BASE_EXPORT void dump_memory(const char* title, const unsigned char* data, int length);
 
 #if defined(__clang__)
