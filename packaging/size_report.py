@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Says what a build of the library weighs, in all and by subsystem, and holds it to a limit.
 
-    size_report.py LIBRARY LIMIT_KIB
+    size_report.py [--total] LIBRARY LIMIT_KIB
 
-The library is one of the minsize preset, with the linker's map beside it.
+The library is one of the minsize preset, with the linker's map beside it. One that was optimised
+when it was linked can be weighed in --total only: its map names no sources.
 """
 
+import argparse
 import collections
 import pathlib
 import re
@@ -68,14 +70,22 @@ def stripped_size(library: pathlib.Path) -> int:
     return copy.stat().st_size
 
 
-def main() -> int:
-    library = pathlib.Path(sys.argv[1]).resolve()
-    limit = int(sys.argv[2]) * 1024
-    map_file = next(library.parent.glob("libtevalon-base.so*.map"))
-
+def print_subsystems(map_text: str) -> None:
     print(f"{'bytes on armhf':28}" + "".join(f"{column:>11}" for column in COLUMNS))
-    for name, weight in weigh_subsystems(map_file.read_text()).items():
+    for name, weight in weigh_subsystems(map_text).items():
         print(f"{name:28}" + "".join(f"{weight[column]:11}" for column in COLUMNS))
+
+
+def main() -> int:
+    arguments = argparse.ArgumentParser()
+    arguments.add_argument("--total", action="store_true")
+    arguments.add_argument("library", type=pathlib.Path)
+    arguments.add_argument("limit", type=int)
+    options = arguments.parse_args()
+    library = options.library.resolve()
+    limit = options.limit * 1024
+    if not options.total:
+        print_subsystems(next(library.parent.glob("libtevalon-base.so*.map")).read_text())
 
     sizes = section_sizes(library)
     relocations = sizes[".rel.dyn"] + sizes[".rel.plt"]
