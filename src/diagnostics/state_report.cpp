@@ -54,16 +54,42 @@ bool writeProcess(int fd) {
                      textOf(programBuildId()).text, textOf(libraryBuildId()).text);
 }
 
+struct Date {
+    std::int64_t year;
+    int month;
+    int day;
+};
+
+/// The proleptic Gregorian calendar, in eras of 400 years that begin on the first of March (Howard
+/// Hinnant, "chrono-Compatible Low-Level Date Algorithms"). Not gmtime_r(), which may allocate and
+/// takes a lock that a thread may have died with.
+Date dateOf(std::int64_t daysSince1970) {
+    constexpr std::int64_t kDaysPerEra = 146097;
+    const std::int64_t days = daysSince1970 + 719468;
+    const std::int64_t era = (days >= 0 ? days : days - kDaysPerEra + 1) / kDaysPerEra;
+    const std::int64_t dayOfEra = days - era * kDaysPerEra;
+    const std::int64_t year =
+        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const auto dayOfYear = static_cast<int>(dayOfEra - (365 * year + year / 4 - year / 100));
+    const int monthFromMarch = (5 * dayOfYear + 2) / 153;
+    const int day = dayOfYear - (153 * monthFromMarch + 2) / 5 + 1;
+    const int month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
+    return {year + era * 400 + (month <= 2 ? 1 : 0), month, day};
+}
+
 bool writeTime(int fd) {
+    constexpr std::int64_t kSecondsPerDay = 86400;
     timespec realtime = {};
     (void)clock_gettime(CLOCK_REALTIME, &realtime);
-    tm date = {};
-    (void)gmtime_r(&realtime.tv_sec, &date);
+    const std::int64_t seconds = std::max<std::int64_t>(realtime.tv_sec, 0);
+    const Date date = dateOf(seconds / kSecondsPerDay);
+    const auto ofDay = static_cast<int>(seconds % kSecondsPerDay);
     const std::uint64_t monotonic = monotonicNanoseconds();
     return writeLine(
-        fd, "at %04d-%02d-%02d %02d:%02d:%02d.%03ld UTC, monotonic %" PRIu64 ".%09" PRIu64,
-        date.tm_year + 1900, date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec,
-        realtime.tv_nsec / 1000000, monotonic / kSecondNs, monotonic % kSecondNs);
+        fd, "at %04" PRId64 "-%02d-%02d %02d:%02d:%02d.%03ld UTC, monotonic %" PRIu64 ".%09" PRIu64,
+        date.year, date.month, date.day, ofDay / 3600, ofDay / 60 % 60, ofDay % 60,
+        static_cast<long>(realtime.tv_nsec / 1000000), monotonic / kSecondNs,
+        monotonic % kSecondNs);
 }
 
 bool writeRecorder(int fd) {
