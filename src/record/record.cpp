@@ -45,11 +45,17 @@ void put(Kind kind, Words... words) {
 // Out of line, and once for all that carry a text.
 __attribute__((noinline)) void putText(Kind kind, const char* text, unsigned count = 0,
                                        std::uint64_t first = 0, std::uint64_t second = 0) {
-    std::uint64_t content[2 + kTextWords] = {first, second};
-    for (std::size_t i = 0; i < kTextWords; ++i) content[count + i] = 0;
+    std::uint64_t content[2 + kTextWords];
+    content[0] = first;
+    content[1] = second;
     const std::size_t length = text != nullptr ? strnlen(text, kTextBytes) : 0;
-    if (length > 0) std::memcpy(&content[count], text, length);
-    append(kind, content, count + static_cast<unsigned>((length + kWordBytes - 1) / kWordBytes));
+    if (length > 0) {
+        const std::size_t words = (length + kWordBytes - 1) / kWordBytes;
+        content[count + words - 1] = 0;  // For what the text leaves of it.
+        std::memcpy(&content[count], text, length);
+        count += static_cast<unsigned>(words);
+    }
+    append(kind, content, count);
 }
 
 }  // namespace

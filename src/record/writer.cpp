@@ -69,8 +69,8 @@ struct ThreadState {
     std::uint32_t number;
     std::uint32_t blocks;  // Taken so far.
     std::uint32_t kernelId;
-    std::uint32_t block;  // Its index, and what its word says while it is held; 0 for none.
-    std::uint32_t held;
+    std::uint32_t held;  // What the block's word says while it is held; 0 for no block.
+    Shared32* p_lock;    // The word.
     std::uint32_t used;  // Bytes of records in it.
     std::uint32_t room;
     std::byte* p_block;  // Not to be touched unless the word says writing.
@@ -116,7 +116,7 @@ void joinRecording(ThreadState& thread, std::uint32_t recording, std::uint64_t n
 /// First those that nobody holds, in order of age. The last records of each thread are worth more
 /// than the many of a busy one: its block is taken from a thread only where more than half of all
 /// are held.
-std::uint32_t claimBlock(std::uint32_t* p_block, std::uint32_t* p_held) {
+std::uint32_t claimBlock(ThreadState& thread) {
     const std::uint32_t count = g_blockCount.load(std::memory_order_relaxed);
     std::uint32_t skipped = 0;
     for (std::uint32_t tries = 0; tries < 2 * count; ++tries) {
@@ -130,8 +130,9 @@ std::uint32_t claimBlock(std::uint32_t* p_block, std::uint32_t* p_held) {
         const std::uint32_t generation = (seen & ~kStateMask) + kGeneration;
         if (lock.compare_exchange_strong(seen, generation | kWriting, std::memory_order_acquire,
                                          std::memory_order_relaxed)) {
-            *p_block = block;
-            *p_held = generation | kHeld;
+            thread.p_lock = &lock;
+            thread.held = generation | kHeld;
+            thread.p_block = g_memory.p_first + std::size_t{g_memory.blockBytes} * block;
             if (++number == 0) ++number;
             return number;
         }
@@ -159,7 +160,7 @@ void beginBlock(ThreadState& thread, std::uint32_t sequence) {
 
 /// Leaves the thread with a block whose word says writing; false where there is none to be had.
 bool takeBlock(ThreadState& thread, std::uint64_t nowNs) {
-    const std::uint32_t sequence = claimBlock(&thread.block, &thread.held);
+    const std::uint32_t sequence = claimBlock(thread);
     if (sequence == 0) {
         thread.held = 0;
         return false;
@@ -170,7 +171,6 @@ bool takeBlock(ThreadState& thread, std::uint64_t nowNs) {
     } else if (nowNs - thread.namedNs >= kSecondNs) {
         readName(thread, nowNs);
     }
-    thread.p_block = g_memory.p_first + std::size_t{g_memory.blockBytes} * thread.block;
     thread.room =
         g_memory.blockBytes - static_cast<std::uint32_t>(sizeof(BlockHead) + sizeof(BlockTail));
     thread.used = 0;
@@ -183,19 +183,18 @@ bool takeBlock(ThreadState& thread, std::uint64_t nowNs) {
 
 bool resumeBlock(ThreadState& thread) {
     std::uint32_t expected = thread.held;
-    return expected != 0 &&
-           lockOf(thread.block)
-               .compare_exchange_strong(expected, expected + (kWriting - kHeld),
-                                        std::memory_order_acquire, std::memory_order_relaxed);
+    return expected != 0 && thread.p_lock->compare_exchange_strong(
+                                expected, expected + (kWriting - kHeld), std::memory_order_acquire,
+                                std::memory_order_relaxed);
 }
 
 bool isWriting(const ThreadState& thread) {
     return thread.held != 0 &&
-           lockOf(thread.block).load(std::memory_order_relaxed) == thread.held + (kWriting - kHeld);
+           thread.p_lock->load(std::memory_order_relaxed) == thread.held + (kWriting - kHeld);
 }
 
 void setLock(const ThreadState& thread, std::uint32_t state) {
-    lockOf(thread.block).store((thread.held & ~kStateMask) | state, std::memory_order_release);
+    thread.p_lock->store((thread.held & ~kStateMask) | state, std::memory_order_release);
 }
 
 /// Leaves the thread with a block that has room for so many bytes, and whose word says writing.

@@ -71,7 +71,9 @@ BlockState readBlock(std::string_view bytes, const record::Head& head, std::uint
     if (p_block->head.sequence != tail.sequence || p_block->head.committed > room) {
         return BlockState::Unreadable;
     }
-    p_block->records = bytes.substr(offset + sizeof(record::BlockHead), p_block->head.committed);
+    // Within the bytes, as the tail has been read.
+    p_block->records = bytes.substr(static_cast<std::size_t>(offset) + sizeof(record::BlockHead),
+                                    p_block->head.committed);
     return BlockState::Readable;
 }
 
@@ -108,7 +110,7 @@ std::vector<Block> readBlocks(std::string_view bytes, Recording* p_recording) {
 void readRecords(const Block& block, std::vector<Record>* p_records) {
     std::uint64_t first = 0;
     for (std::string_view rest = block.records; readAt(rest, 0, &first);) {
-        const std::uint64_t words = first >> 8 & 0xFF;
+        const auto words = static_cast<std::size_t>(first >> 8 & 0xFF);
         if (words == 0 || words * kWordBytes > rest.size()) return;
         Record record;
         record.kind = static_cast<record::Kind>(first & 0xFF);
