@@ -37,6 +37,7 @@ HotPaths allPaths() {
     addTimerPaths(&paths);
     addLoggingPaths(&paths);
     addUtilityPaths(&paths);
+    addRecorderPaths(&paths);
     return paths;
 }
 

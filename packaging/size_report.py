@@ -21,6 +21,7 @@ SUBSYSTEMS = [
     ("other values and utilities", r"^src/(common_value|command_line|utils|process_property|md5)\."),
     ("timers", r"^src/timer"),
     ("event dispatching", r"^src/event_dispatcher/"),
+    ("recorder and state report", r"^src/(diagnostics|record)/"),
     ("runtime's start-up code", r""),
 ]
 KINDS = {

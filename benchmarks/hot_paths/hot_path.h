@@ -38,6 +38,7 @@ void addTaskPaths(HotPaths* p_paths);
 void addTimerPaths(HotPaths* p_paths);
 void addLoggingPaths(HotPaths* p_paths);
 void addUtilityPaths(HotPaths* p_paths);
+void addRecorderPaths(HotPaths* p_paths);
 
 }  // namespace bench
 

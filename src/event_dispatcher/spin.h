@@ -14,20 +14,19 @@
 
 namespace tevalon::base::event_dispatcher {
 
-/// Nanoseconds on the monotonic clock; 0 where it cannot be read.
-inline std::int64_t monotonicNanoseconds() {
-    const std::optional<timespec> now = readMonotonicClock();
-    return now ? std::int64_t{now->tv_sec} * 1'000'000'000 + now->tv_nsec : 0;
-}
-
 /// When something happened, and on which processor.
 struct Moment {
     static constexpr int kNoProcessor = -1;  // Neither known nor asked.
 
-    static Moment now() { return {monotonicNanoseconds(), sched_getcpu()}; }
+    static Moment now() { return {nanosecondsNow(), sched_getcpu()}; }
 
     bool isOnProcessorOf(const Moment& other) const {
         return processor == other.processor && processor != kNoProcessor;
+    }
+
+    /// On the monotonic clock; 0 where it cannot be read.
+    static std::int64_t nanosecondsNow() {
+        return static_cast<std::int64_t>(monotonicNanoseconds());
     }
 
     std::int64_t nanoseconds = 0;
@@ -91,7 +90,7 @@ public:
             return false;
         }
         if (m_shortWaits < kShortWaits) {
-            m_begin = monotonicNanoseconds();
+            m_begin = Moment::nanosecondsNow();
             return false;
         }
         if (spinUntil(isDone)) return true;
@@ -130,7 +129,7 @@ private:
                 relaxProcessor();
                 if (isDone()) return true;
             }
-            const std::int64_t now = monotonicNanoseconds();
+            const std::int64_t now = Moment::nanosecondsNow();
             if (m_begin == 0) m_begin = now;
             if (now == 0 || now - m_begin >= limit()) return false;
         }

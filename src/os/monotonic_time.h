@@ -5,6 +5,7 @@
 
 #include <time.h>
 
+#include <cstdint>
 #include <optional>
 
 namespace tevalon::base {
@@ -21,6 +22,17 @@ inline double monotonicSeconds() {
     const std::optional<timespec> now = readMonotonicClock();
     if (!now) return -1.0;
     return static_cast<double>(now->tv_sec) + static_cast<double>(now->tv_nsec) * 1e-9;
+}
+
+inline std::uint64_t nanosecondsOf(const timespec& time) {
+    return static_cast<std::uint64_t>(time.tv_sec) * 1000000000 +
+           static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+/// Nanoseconds, or 0 when the clock cannot be read.
+inline std::uint64_t monotonicNanoseconds() {
+    const std::optional<timespec> now = readMonotonicClock();
+    return now ? nanosecondsOf(*now) : 0;
 }
 
 }  // namespace tevalon::base

@@ -9,7 +9,6 @@ namespace {
 using tevalon::base::event_dispatcher::AdaptiveSpin;
 using tevalon::base::event_dispatcher::g_wakeUpTime;
 using tevalon::base::event_dispatcher::Moment;
-using tevalon::base::event_dispatcher::monotonicNanoseconds;
 using tevalon::base::event_dispatcher::WakeUpTime;
 
 constexpr int kOwnProcessor = 0;
@@ -27,7 +26,7 @@ int looksOf(AdaptiveSpin* p_spin, int last) {
 /// after it began.
 void sleepThrough(AdaptiveSpin* p_spin, std::int64_t length, int processor = kOtherProcessor) {
     EXPECT_EQ(looksOf(p_spin, 0), 1);
-    const std::int64_t woken = monotonicNanoseconds() + length;
+    const std::int64_t woken = Moment::nanosecondsNow() + length;
     p_spin->parked({woken, processor}, {woken + g_wakeUpTime.estimate(), kOwnProcessor});
 }
 
@@ -68,11 +67,11 @@ TEST_F(AdaptiveSpinTest, GoesOnAsLongAsItPays) {
 
 TEST_F(AdaptiveSpinTest, SpinsNotShorterThanAWakeUpTakes) {
     becomeWorthIt();
-    const std::int64_t before = monotonicNanoseconds();
+    const std::int64_t before = Moment::nanosecondsNow();
 
     EXPECT_FALSE(m_spin.until([] { return false; }));
 
-    EXPECT_GE(monotonicNanoseconds() - before, g_wakeUpTime.estimate());
+    EXPECT_GE(Moment::nanosecondsNow() - before, g_wakeUpTime.estimate());
 }
 
 TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
@@ -99,7 +98,7 @@ TEST_F(AdaptiveSpinTest, DoesNotSpinInTheWayOfAThreadOnItsOwnProcessor) {
 TEST_F(AdaptiveSpinTest, AnUnknownProcessorIsNotItsOwn) {
     for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) {
         EXPECT_EQ(looksOf(&m_spin, 0), 1);
-        const std::int64_t woken = monotonicNanoseconds();
+        const std::int64_t woken = Moment::nanosecondsNow();
         m_spin.parked({woken, Moment::kNoProcessor}, {woken, Moment::kNoProcessor});
     }
 

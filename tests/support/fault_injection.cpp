@@ -341,6 +341,9 @@ TEVALON_TEST_INTERPOSE(Unlink, MinusOneAndErrno, unlink, int, (const char* p_pat
                        nullptr, (nextCall, p_path))
 TEVALON_TEST_INTERPOSE(Rmdir, MinusOneAndErrno, rmdir, int, (const char* p_path),
                        nullptr, (nextCall, p_path))
+TEVALON_TEST_INTERPOSE(PosixFallocate, ErrorNumber, posix_fallocate64, int,
+                       (int descriptor, off_t offset, off_t length),
+                       nullptr, (nextCall, descriptor, offset, length))
 TEVALON_TEST_INTERPOSE(ZorDebugCheckLevel, ErrorNumber, zorDebugCheckLevelGetFrameAndChunk,
                        std::int32_t, (DebugLevelRecord* p_record),
                        p_record, (nextCall, p_record))

@@ -54,6 +54,7 @@ enum class Call {
     Stat,
     Unlink,
     Rmdir,
+    PosixFallocate,
     UuidGenerate,        ///< To be replaced with an int(unsigned char*); it has no failures.
     ZorDebugCheckLevel,  ///< zorDebugCheckLevelGetFrameAndChunk
     New,                 ///< Every form of operator new; failing, it throws or returns null.

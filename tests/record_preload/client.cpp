@@ -1,0 +1,140 @@
+// A program that records marks, and knows nothing of who may have started the recorder. It ends in
+// the way that its argument names.
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "base/diagnostics.h"
+
+namespace {
+
+namespace diagnostics = tevalon::base::diagnostics;
+
+void say(const char* line) {
+    (void)!write(STDOUT_FILENO, line, std::strlen(line));
+}
+
+// ---- a handler that is there before any library's code runs ----
+
+void onFault(int) {
+    say("the handler that was there\n");
+    _exit(3);
+}
+
+void onUser(int) {
+    say("the handler that was there\n");
+}
+
+extern "C" void installHandlersFirst(int argc, char** argv, char**) {
+    if (argc < 2 || std::strstr(argv[1], "handled") == nullptr) return;
+    struct sigaction action = {};
+    action.sa_handler = onFault;
+    (void)sigaction(SIGSEGV, &action, nullptr);
+    action.sa_handler = onUser;
+    (void)sigaction(SIGUSR2, &action, nullptr);
+}
+
+__attribute__((section(".preinit_array"), used)) void (*g_first)(int, char**,
+                                                                 char**) = installHandlersFirst;
+
+// ---- ends ----
+
+volatile std::uintptr_t g_nowhere = 64;  // In the page that is never mapped.
+
+void fault() {
+    *reinterpret_cast<volatile int*>(g_nowhere) = 1;
+}
+
+volatile int g_deepest = 1 << 30;
+
+__attribute__((noinline)) int overflow(int depth) {
+    volatile char room[4096] = {};
+    room[0] = static_cast<char>(depth);
+    if (depth == g_deepest) return 0;
+    return overflow(depth + 1) + room[0];
+}
+
+bool isThere(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_size > 0;
+}
+
+/// Asks for a copy, and waits for its last file.
+void snapshot(const std::string& lastFile) {
+    (void)raise(SIGUSR2);
+    while (!isThere(lastFile)) (void)usleep(1000);
+}
+
+int cancelThreads() {
+    constexpr int kThreads = 100;
+    for (int i = 0; i < kThreads; ++i) {
+        pthread_t thread;
+        const auto run = [](void*) -> void* {
+            for (;;) (void)pause();
+        };
+        if (pthread_create(&thread, nullptr, run, nullptr) != 0) return 1;
+        (void)pthread_cancel(thread);
+        if (pthread_join(thread, nullptr) != 0) return 1;
+    }
+    return 0;
+}
+
+int forkAndFault() {
+    const pid_t child = fork();
+    if (child == 0) fault();
+    int status = 0;
+    (void)waitpid(child, &status, 0);
+    diagnostics::mark("after the child");
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV ? 0 : 1;
+}
+
+}  // namespace
+
+// In the place of the library's own where the environment wants it: a report that never ends.
+namespace tevalon::base::diagnostics {
+__attribute__((visibility("default"))) Status writeState(int fd) {
+    if (std::getenv("CLIENT_STATE_HANGS") != nullptr) {
+        for (;;) (void)pause();
+    }
+    char name[16] = {};
+    (void)pthread_getname_np(pthread_self(), name, sizeof(name));
+    (void)dprintf(fd, "state of the client, thread '%s'\n", name);
+    return Status::Ok;
+}
+}  // namespace tevalon::base::diagnostics
+
+int main(int argc, char** argv) {
+    const std::string end = argc > 1 ? argv[1] : "";
+    const rlimit noCore = {0, 0};
+    (void)setrlimit(RLIMIT_CORE, &noCore);
+    diagnostics::mark(end.c_str(), 42);
+    if (end == "kill") (void)raise(SIGKILL);
+    if (end == "fault" || end == "handled fault") fault();
+    if (end == "fault on a thread") std::thread(fault).join();
+    if (end == "overflow") return overflow(0);
+    if (end == "overflow on a thread") std::thread([] { (void)overflow(0); }).join();
+    if (end == "cancelled threads") return cancelThreads();
+    if (end == "abort") std::abort();
+    if (end == "sent fault") (void)kill(getpid(), SIGSEGV);
+    if (end == "copy" || end == "handled copy") snapshot(argv[2]);
+    if (end == "two copies") {
+        snapshot(argv[2]);
+        diagnostics::mark("between");
+        snapshot(argv[3]);
+    }
+    if (end == "_exit") _exit(0);
+    if (end == "fork") return forkAndFault();
+    return 0;
+}

@@ -1,0 +1,253 @@
+// libtevalon-record.so in a program that knows nothing of it.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "diagnostics/recordings.h"
+#include "support/child_process.h"
+#include "support/scratch_folder.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/// A sanitizer has a handler for faults that tells of them, and wants to be loaded first.
+void withoutSanitizersHandlers(test::ChildProcess* p_process) {
+    for (const char* const name : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) {
+        const char* const p_options = std::getenv(name);
+        p_process->variable(
+            name, std::string(p_options != nullptr ? p_options : "") +
+                      " handle_segv=0 handle_sigbus=0 handle_abort=0 use_sigaltstack=0 "
+                      "report_thread_leaks=0 atexit_sleep_ms=50" +
+                      (std::string(name) == "ASAN_OPTIONS" ? " verify_asan_link_order=0" : ""));
+    }
+}
+
+class RecordPreloadTest : public testing::Test {
+protected:
+    test::ChildProcess client(const std::vector<std::string>& arguments) const {
+        std::vector<std::string> command = {TEVALON_TEST_CLIENT};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        test::ChildProcess process(command);
+        withoutSanitizersHandlers(&process);
+        process.variable("LD_PRELOAD", TEVALON_TEST_PRELOAD)
+            .variable("TEVALON_RECORD_FILE", m_path)
+            .variable("TEVALON_RECORD_SIGNAL", "USR2");
+        return process;
+    }
+
+    std::string contents(const std::string& ending) const {
+        return test::contentsOf(m_path + ending);
+    }
+    Lines sentences(const std::string& ending = "") const {
+        return test::sentences(test::readFile(m_path + ending));
+    }
+    /// The names of all files that are there.
+    Lines files() const {
+        Lines names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.path())) {
+            names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    const test::ScratchFolder m_folder;
+    const std::string m_path = m_folder.path("tv");
+    const std::string m_state = "state of the client, thread 'tevalon-record'\n";
+    const std::string m_stateAtExit = "state of the client, thread 'preload-client'\n";
+};
+
+void expectSilentDeath(const test::ChildResult& result, int signal) {
+    EXPECT_EQ(result.signal, signal);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "");
+}
+
+void expectSilentExit(const test::ChildResult& result) {
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(RecordPreloadTest, LeavesRecordingAndStateAtExit) {
+    expectSilentExit(client({"return"}).run());
+
+    const test::trace::Recording read = test::readFile(m_path);
+    EXPECT_EQ(test::sentences(read), Lines{"mark 'return' 42"});
+    EXPECT_NE(read.head.stopMonotonicNs, 0U);
+    EXPECT_EQ(contents(".state"), m_stateAtExit);
+    EXPECT_EQ(files(), (Lines{"tv", "tv.state"}));
+    for (const char* const ending : {"", ".state"}) {
+        struct stat file = {};
+        ASSERT_EQ(stat((m_path + ending).c_str(), &file), 0);
+        EXPECT_EQ(file.st_mode, static_cast<mode_t>(S_IFREG | S_IRUSR | S_IWUSR));
+    }
+}
+
+TEST_F(RecordPreloadTest, LeavesTheRecordingOfAKilledProcess) {
+    expectSilentDeath(client({"kill"}).run(), SIGKILL);
+
+    EXPECT_EQ(sentences(), Lines{"mark 'kill' 42"});
+    EXPECT_EQ(files(), Lines{"tv"});
+}
+
+TEST_F(RecordPreloadTest, LeavesTheRecordingOfAProcessThatEndsAtOnce) {
+    expectSilentExit(client({"_exit"}).run());
+
+    EXPECT_EQ(sentences(), Lines{"mark '_exit' 42"});
+    EXPECT_EQ(files(), Lines{"tv"});
+}
+
+struct Death {
+    const char* end;
+    int signal;
+};
+
+class RecordPreloadDeathTest : public RecordPreloadTest,
+                               public testing::WithParamInterface<Death> {};
+
+TEST_P(RecordPreloadDeathTest, LeavesRecordingAndStateAndDiesAsEver) {
+    expectSilentDeath(client({GetParam().end}).run(), GetParam().signal);
+
+    EXPECT_EQ(sentences(), Lines{"mark '" + std::string(GetParam().end) + "' 42"});
+    EXPECT_EQ(contents(".state"), m_state);
+    EXPECT_EQ(files(), (Lines{"tv", "tv.state"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, RecordPreloadDeathTest,
+                         testing::Values(Death{"fault", SIGSEGV},
+                                         Death{"fault on a thread", SIGSEGV},
+                                         Death{"overflow", SIGSEGV},
+                                         Death{"overflow on a thread", SIGSEGV},
+                                         Death{"abort", SIGABRT}, Death{"sent fault", SIGSEGV}),
+                         [](const auto& death) {
+                             std::string name = death.param.end;
+                             name.erase(std::remove(name.begin(), name.end(), ' '), name.end());
+                             return name;
+                         });
+
+TEST_F(RecordPreloadTest, CallsTheHandlerThatWasThere) {
+    const test::ChildResult result = client({"handled fault"}).run();
+
+    EXPECT_EQ(result.exitStatus, 3);
+    EXPECT_EQ(result.output, "the handler that was there\n");
+    EXPECT_EQ(contents(".state"), m_state);
+}
+
+TEST_F(RecordPreloadTest, WaitsTwoSecondsForAReportAndNoLonger) {
+    const test::ChildResult result = client({"fault"}).variable("CLIENT_STATE_HANGS", "1").run();
+
+    expectSilentDeath(result, SIGSEGV);
+    EXPECT_EQ(sentences(), Lines{"mark 'fault' 42"});
+    EXPECT_EQ(contents(".state"), "");
+}
+
+TEST_F(RecordPreloadTest, CopiesOnTheSignal) {
+    expectSilentExit(client({"two copies", m_path + ".1.state", m_path + ".2.state"}).run());
+
+    EXPECT_EQ(sentences(".1"), Lines{"mark 'two copies' 42"});
+    EXPECT_EQ(sentences(".2"), (Lines{"mark 'two copies' 42", "mark 'between' 0"}));
+    EXPECT_EQ(contents(".1.state"), m_state);
+    EXPECT_EQ(contents(".2.state"), m_state);
+    EXPECT_EQ(contents(".state"), m_stateAtExit);
+    EXPECT_EQ(files(), (Lines{"tv", "tv.1", "tv.1.state", "tv.2", "tv.2.state", "tv.state"}));
+}
+
+TEST_F(RecordPreloadTest, CallsTheHandlerThatWasThereForTheSignal) {
+    const test::ChildResult result = client({"handled copy", m_path + ".1.state"}).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "the handler that was there\n");
+    EXPECT_EQ(sentences(".1"), Lines{"mark 'handled copy' 42"});
+}
+
+TEST_F(RecordPreloadTest, LetsThreadsBeCancelled) {
+    expectSilentExit(client({"cancelled threads"}).run());
+}
+
+TEST_F(RecordPreloadTest, AForkedChildDiesWithoutAReport) {
+    expectSilentExit(client({"fork"}).run());
+
+    EXPECT_EQ(sentences(), (Lines{"mark 'fork' 42", "mark 'after the child' 0"}));
+    EXPECT_EQ(contents(".state"), m_stateAtExit);
+}
+
+TEST_F(RecordPreloadTest, TakesSizeAndProcessIdIntoAccount) {
+    expectSilentExit(client({"return"})
+                         .variable("TEVALON_RECORD_FILE", m_path + ".%p.%p")
+                         .variable("TEVALON_RECORD_BYTES", "1M")
+                         .run());
+
+    const Lines names = files();
+    ASSERT_EQ(names.size(), 2U);
+    const test::trace::Recording read = test::readFile(m_folder.path(names[0]));
+    const std::string id = std::to_string(read.head.processId);
+    EXPECT_EQ(names[0], "tv." + id + "." + id);
+    EXPECT_EQ(names[1], names[0] + ".state");
+    EXPECT_EQ(read.head.blockBytes, 4096U);  // Of a recording of so many bytes.
+}
+
+TEST_F(RecordPreloadTest, LeavesAnEarlierRecordingAsItIs) {
+    (void)m_folder.file("tv", "an earlier one");
+
+    expectSilentExit(client({"return"}).run());
+
+    EXPECT_EQ(contents(""), "an earlier one");
+    const Lines names = files();
+    ASSERT_EQ(names.size(), 3U);
+    const test::trace::Recording read = test::readFile(m_folder.path(names[1]));
+    EXPECT_EQ(names[1], "tv." + std::to_string(read.head.processId));
+    EXPECT_EQ(test::sentences(read), Lines{"mark 'return' 42"});
+}
+
+TEST_F(RecordPreloadTest, TellsOfSettingsThatItCannotUse) {
+    const test::ChildResult result = client({"return"})
+                                         .variable("TEVALON_RECORD_BYTES", "256k")
+                                         .variable("TEVALON_RECORD_SIGNAL", "11")
+                                         .run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors,
+              "tevalon-record: TEVALON_RECORD_BYTES: cannot use '256k'; accepted is a number of "
+              "bytes from 16K to 1024M; 256K is used\n"
+              "tevalon-record: TEVALON_RECORD_SIGNAL: cannot use '11'; accepted are HUP, QUIT, "
+              "USR1, USR2 or a signal's number; none is used\n");
+    EXPECT_EQ(sentences(), Lines{"mark 'return' 42"});
+}
+
+TEST_F(RecordPreloadTest, TellsWhyNothingIsRecorded) {
+    const std::string nowhere = m_folder.path("none/tv");
+    const test::ChildResult result =
+        client({"return"}).variable("TEVALON_RECORD_FILE", nowhere).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "tevalon-record: cannot open '" + nowhere +
+                                 "': No such file or directory; nothing is recorded\n");
+    EXPECT_EQ(files(), Lines{});
+}
+
+TEST_F(RecordPreloadTest, RefusesSizesAroundTheLimits) {
+    for (const char* const text :
+         {"16383", "15K", "1025M", "-16K", " 16K", "16KB", "K", "99999999999999999999"}) {
+        const test::ChildResult result = client({"return"})
+                                             .variable("TEVALON_RECORD_FILE", m_path + ".%p")
+                                             .variable("TEVALON_RECORD_BYTES", text)
+                                             .run();
+        EXPECT_EQ(result.errors, "tevalon-record: TEVALON_RECORD_BYTES: cannot use '" +
+                                     std::string(text) +
+                                     "'; accepted is a number of bytes from 16K to 1024M; 256K "
+                                     "is used\n");
+    }
+    expectSilentExit(client({"return"}).variable("TEVALON_RECORD_BYTES", "16384").run());
+}
+
+}  // namespace
