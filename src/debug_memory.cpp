@@ -7,7 +7,7 @@
 #include "base/logging/blog.h"
 #include "base/logging/boot_id.h"
 #include "base/logging/debug_memory.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 #include "os/monotonic_time.h"
 
 // The reports' lines carry fixed numbers, by which scripts find them.

@@ -13,6 +13,7 @@
 #include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
 #include "os/system_error.h"
+#include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -110,6 +111,8 @@ std::int32_t BrowserEvent::initWaitResultCv() {
 }
 
 void BrowserEvent::replyResult(EventResult reply) {
+    // Before anybody can be woken by it, and free the event.
+    if (record::isOn()) record::eventReplied(this, eventType, reply);
     if (waitResultMtx == nullptr) {
         // Never armed, so nobody waits. Result before flag: who reads the flag finds the result.
         result = reply;
@@ -147,6 +150,7 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
         BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
+    if (record::isOn()) record::eventAwaited(this, eventType, timeout);
     // Spins on the flag without the lock; only the check under the lock below decides.
     if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
@@ -155,8 +159,10 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
     if (p_objects != nullptr) p_objects->isParked = true;
     const EventResult reply =
         timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
-    if (replied && p_objects != nullptr)
+    if (replied && p_objects != nullptr) {
         (void)t_replySpin.parked(p_objects->replied, Moment::now());
+    }
+    if (!replied && record::isOn()) record::eventAwaitedInVain(this, eventType, timeout);
     return reply;
 }
 

@@ -10,7 +10,8 @@
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "event_dispatcher/status.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
+#include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -50,8 +51,9 @@ public:
             if (p_last != nullptr) (void)p_last->receive(std::shared_ptr<BrowserEvent>(event));
             p_last = listed.p_hub;
         }
+        if (p_last == nullptr) return refuse(*event, target);
         // The last one takes the event itself; mostly it is the only one.
-        return p_last == nullptr ? kFailed : p_last->receive(std::move(event));
+        return p_last->receive(std::move(event));
     }
 
 private:
@@ -59,6 +61,14 @@ private:
         std::int32_t moduleId;  // The hub's, at hand without a look into each hub.
         EventHub* p_hub;        // Not owned.
     };
+
+    static std::int32_t refuse(const BrowserEvent& event, std::int32_t target) {
+        if (record::isOn()) {
+            record::eventRefused(&event, event.eventType, event.srcModule, target,
+                                 record::Refusal::NoHub);
+        }
+        return kFailed;
+    }
 
     std::vector<Listed>::iterator find(const EventHub* p_hub) TEVALON_REQUIRES(m_hubsMtx) {
         return std::find_if(m_hubs.begin(), m_hubs.end(),
@@ -95,6 +105,7 @@ std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
         BLOG(kLogError, "EventHub:%p already exists.\n", static_cast<void*>(p_hub));
         return kExists;
     }
+    if (record::isOn()) record::hubRegistered(p_hub, p_hub->moduleId());
     p_hub->onHubRegistered();
     return kOk;
 }
@@ -109,7 +120,9 @@ std::int32_t EventDispatcher::unregisterHub(EventHub* p_hub) {
     }
     BLOG(kLogInfo, "UnRegister hub:%p from module:%d.\n", static_cast<void*>(p_hub),
          p_hub->moduleId());
-    if (m_hubs->remove(p_hub)) p_hub->onHubUnregistered();
+    if (!m_hubs->remove(p_hub)) return kOk;
+    if (record::isOn()) record::hubUnregistered(p_hub, p_hub->moduleId());
+    p_hub->onHubUnregistered();
     return kOk;
 }
 
@@ -122,7 +135,13 @@ std::int32_t EventDispatcher::send(std::shared_ptr<BrowserEvent> event, std::int
 std::int32_t EventDispatcher::deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
     if (event == nullptr) {
         BLOG_AS("send", kLogError, "event is NULL.\n");
+        if (record::isOn()) {
+            record::eventRefused(nullptr, 0, 0, target, record::Refusal::NoEvent);
+        }
         return kNullArgument;
+    }
+    if (record::isOn()) {
+        record::eventSent(event.get(), event->eventType, event->srcModule, target);
     }
     return m_hubs->deliver(std::move(event), target);
 }

@@ -11,6 +11,7 @@
 #include "event_dispatcher/event_hub_impl.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
+#include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -53,8 +54,10 @@ std::int32_t EventHub::registerHandler(std::int32_t srcModule, std::int32_t even
 }
 
 std::shared_ptr<BrowserEvent> EventHub::createEvent(std::int32_t eventType) const {
-    return std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), m_moduleId, eventType,
-                                              nullptr);
+    auto event = std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), m_moduleId,
+                                                    eventType, nullptr);
+    if (record::isOn()) record::eventCreated(event.get(), eventType, m_moduleId);
+    return event;
 }
 
 std::int32_t EventHub::sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target) {

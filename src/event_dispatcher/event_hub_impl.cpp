@@ -14,6 +14,7 @@
 #include "event_dispatcher/status.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
+#include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -114,10 +115,17 @@ bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
 
 std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     if (event == nullptr) return kFailed;
-    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) return kFailed;
+    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) {
+        if (record::isOn()) {
+            record::eventRefused(event.get(), event->eventType, event->srcModule, m_moduleId,
+                                 record::Refusal::NoHandler);
+        }
+        return kFailed;
+    }
     bool isWaiting = false;
     {
         const MutexGuard lock(m_queueMtx);
+        if (record::isOn()) recordQueued(*event);
         m_eventQueue.push(std::move(event));
         isWaiting = std::exchange(m_isWaiting, false);
     }
@@ -131,10 +139,70 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     return kOk;
 }
 
+// Under the lock: the handler thread, which records that it handles the event, comes after it.
+void EventHubImpl::recordQueued(const BrowserEvent& event) {
+    record::eventQueued(&event, event.eventType, event.srcModule, m_moduleId,
+                        static_cast<std::int32_t>(m_eventQueue.size() + 1));
+}
+
 void EventHubImpl::wakeThread() {
     m_ofThread->woken = Moment::now();
     m_wakeUp.post();
 }
+
+namespace {
+
+/// Records a handler's beginning and its end, however it ends; the hub may be gone then.
+class RecordedHandler {
+public:
+    RecordedHandler(const std::shared_ptr<BrowserEvent>& event, std::int32_t moduleId) {
+        if (!record::isOn()) return;
+        m_event = event.get();
+        m_type = event->eventType;
+        m_source = event->srcModule;
+        m_module = moduleId;
+        if (event->waitResultMtx != nullptr) m_awaited = event;
+        record::handlerBegun(m_event, m_type, m_source, m_module);
+    }
+    ~RecordedHandler() {
+        if (m_event == nullptr || !record::isOn()) return;
+        record::handlerEnded(m_event, m_type, m_source, m_module);
+        // One holder is here, another one waits: nobody is left who could reply.
+        constexpr long kHolders = 2;
+        if (m_awaited != nullptr && !m_awaited->replied && m_awaited.use_count() <= kHolders) {
+            record::eventUnanswered(m_event, m_type, m_source);
+        }
+    }
+
+    RecordedHandler(const RecordedHandler&) = delete;
+    RecordedHandler& operator=(const RecordedHandler&) = delete;
+
+private:
+    const BrowserEvent* m_event = nullptr;  // Null where nothing was recorded then.
+    std::int32_t m_type = 0;
+    std::int32_t m_source = 0;
+    std::int32_t m_module = 0;
+    std::shared_ptr<BrowserEvent> m_awaited;  // Only one that somebody may wait for.
+};
+
+class RecordedThread {
+public:
+    RecordedThread(const void* p_hub, std::int32_t moduleId) : m_hub(p_hub), m_module(moduleId) {
+        if (record::isOn()) record::hubThreadStarted(m_hub, m_module);
+    }
+    ~RecordedThread() {
+        if (record::isOn()) record::hubThreadEnded(m_hub, m_module);
+    }
+
+    RecordedThread(const RecordedThread&) = delete;
+    RecordedThread& operator=(const RecordedThread&) = delete;
+
+private:
+    const void* const m_hub;  // May be gone in the end.
+    const std::int32_t m_module;
+};
+
+}  // namespace
 
 // Tells that the handler thread has exited where it ends in the middle of a handler:
 // pthread_exit(), or cancellation, unwinds the stack. One that has exited in takeQueue() touches
@@ -165,6 +233,7 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
         return;
     }
     nameThisThread("Evt:%d", p_self->m_moduleId);
+    const RecordedThread recorded(p_self, p_self->m_moduleId);
     const HandlerThread thread(p_self);
     Leaving leaving(p_self, thread);
     std::shared_ptr<BrowserEvent> event;
@@ -191,7 +260,7 @@ bool EventHubImpl::takeQueue() {
     Nap& nap = m_ofThread->nap;
     if (!m_exit) waitWithoutLock();
     MutexLock lock(m_queueMtx);
-    if (nap.isDue()) nap.brought(m_eventQueue.hasAtLeast(Nap::kManyEvents));
+    if (nap.isDue()) nap.brought(m_eventQueue.size() >= Nap::kManyEvents);
     while (!m_exit && takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
@@ -223,6 +292,7 @@ void EventHubImpl::onWoken() {
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
     const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
     if (found == nullptr) return;
+    const RecordedHandler recorded(event, m_moduleId);
     // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
     // the hub, and the table with it, while it runs.
     const Handler handler = found->handler;

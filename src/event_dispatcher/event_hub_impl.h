@@ -15,7 +15,7 @@
 #include "event_dispatcher/handler_table.h"
 #include "event_dispatcher/nap.h"
 #include "event_dispatcher/spin.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 #include "os/own_thread.h"
 #include "os/semaphore.h"
 
@@ -69,6 +69,7 @@ private:
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void waitWithoutLock();
+    void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
     void wakeThread();
     void onWoken();
     void handle(std::shared_ptr<BrowserEvent>&& event);

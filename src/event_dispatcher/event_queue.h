@@ -39,13 +39,10 @@ public:
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    bool empty() const { return m_first == m_last && m_begin == m_end; }
+    /// Events.
+    std::uint32_t size() const { return m_size; }
 
-    /// Whether this many words are in use, if nothing has been popped since the queue was empty.
-    /// Exact up to the size of a chunk.
-    bool hasAtLeast(std::size_t words) const {
-        return m_first != m_last || m_begin + words <= m_end;
-    }
+    bool empty() const { return m_first == m_last && m_begin == m_end; }
 
     /// Not null. May throw, and has then changed nothing.
     void push(Event&& event) {
@@ -53,6 +50,7 @@ public:
         const bool isOne = isOneWord(pair);
         if (m_end + (isOne ? 1 : 2) > m_lastRoom) addChunk();
         forget(&event);
+        ++m_size;
         Word* const p_words = wordsOf(m_last);
         p_words[m_end++] = isOne ? pair[0] : pair[0] | kHasSecond;
         if (!isOne) p_words[m_end++] = pair[1];
@@ -63,6 +61,7 @@ public:
         const Word* const p_words = wordsOf(m_first);
         const Word first = p_words[m_begin++];
         const bool isOne = (first & kHasSecond) == 0;
+        --m_size;
         Event event = isOne ? eventOf({first, first - kDistance})
                             : eventOf({first - kHasSecond, p_words[m_begin++]});
         if (empty()) {
@@ -86,6 +85,7 @@ public:
         std::swap(m_end, other.m_end);
         std::swap(m_firstRoom, other.m_firstRoom);
         std::swap(m_lastRoom, other.m_lastRoom);
+        std::swap(m_size, other.m_size);
     }
 
 private:
@@ -160,6 +160,7 @@ private:
     std::uint16_t m_end = 0;    // Of those in the last.
     std::uint16_t m_firstRoom = 0;
     std::uint16_t m_lastRoom = 0;
+    std::uint32_t m_size = 0;
 };
 
 }  // namespace tevalon::base::event_dispatcher

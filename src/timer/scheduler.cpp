@@ -17,7 +17,7 @@
 
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 #include "os/descriptor_set.h"
 #include "os/detached_thread.h"
 #include "os/monotonic_time.h"

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "base/simple_timer.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 #include "os/own_thread.h"
 #include "timer/expired_time.h"
 #include "timer/timer_heap.h"

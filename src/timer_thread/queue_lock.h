@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "base/synchronization/auto_lock.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 
 namespace tevalon::base::timer {
 

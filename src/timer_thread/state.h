@@ -12,7 +12,7 @@
 
 #include "base/threading/basic_thread.h"
 #include "base/timer/timer_thread.h"
-#include "os/annotated_mutex.h"
+#include "locks/annotated_mutex.h"
 #include "os/own_thread.h"
 #include "timer_thread/cancelled_tasks.h"
 #include "timer_thread/queue_lock.h"

@@ -1,12 +1,13 @@
 // annotated_mutex.h: std::mutex and its guards, for Clang's -Wthread-safety to check.
 
-#ifndef SRC_OS_ANNOTATED_MUTEX_H
-#define SRC_OS_ANNOTATED_MUTEX_H
+#ifndef SRC_LOCKS_ANNOTATED_MUTEX_H
+#define SRC_LOCKS_ANNOTATED_MUTEX_H
 
 #include <condition_variable>
 #include <mutex>
 
 #include "base/synchronization/thread_annotations.h"
+#include "record/wait_scope.h"
 
 namespace tevalon::base {
 
@@ -22,6 +23,11 @@ public:
 
     /// For guards.
     std::mutex& native() { return m_mutex; }
+    /// Likewise; locked, and a long wait for it recorded.
+    std::mutex& nativeLocked() {
+        record::lockRecorded(m_mutex, this);
+        return m_mutex;
+    }
 
 private:
     std::mutex m_mutex;
@@ -30,7 +36,8 @@ private:
 /// Holds the mutex for the length of a scope.
 class TEVALON_SCOPED_CAPABILITY MutexGuard {
 public:
-    explicit MutexGuard(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex) : m_guard(mutex.native()) {}
+    explicit MutexGuard(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex)
+        : m_guard(mutex.nativeLocked(), std::adopt_lock) {}
     ~MutexGuard() TEVALON_RELEASE() {}
 
     MutexGuard(const MutexGuard&) = delete;
@@ -43,7 +50,8 @@ private:
 /// The same, which can be released for a while, or wait.
 class TEVALON_SCOPED_CAPABILITY MutexLock {
 public:
-    explicit MutexLock(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex) : m_lock(mutex.native()) {}
+    explicit MutexLock(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex)
+        : m_lock(mutex.nativeLocked(), std::adopt_lock) {}
     ~MutexLock() TEVALON_RELEASE() {}
 
     MutexLock(const MutexLock&) = delete;
@@ -68,4 +76,4 @@ private:
 
 }  // namespace tevalon::base
 
-#endif  // SRC_OS_ANNOTATED_MUTEX_H
+#endif  // SRC_LOCKS_ANNOTATED_MUTEX_H
