@@ -62,7 +62,8 @@ private:
         EventHub* p_hub;        // Not owned.
     };
 
-    static std::int32_t refuse(const BrowserEvent& event, std::int32_t target) {
+    __attribute__((noinline, cold)) static std::int32_t refuse(const BrowserEvent& event,
+                                                               std::int32_t target) {
         if (record::isOn()) {
             record::eventRefused(&event, event.eventType, event.srcModule, target,
                                  record::Refusal::NoHub);

@@ -20,6 +20,18 @@ __attribute__((noinline, cold)) void reportNoImpl(const char* function) {
     BLOG_AS(function, kLogError, "m_impl is NULL.\n");
 }
 
+std::shared_ptr<BrowserEvent> makeEvent(std::int32_t moduleId, std::int32_t eventType) {
+    return std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), moduleId, eventType,
+                                              nullptr);
+}
+
+__attribute__((noinline, cold)) std::shared_ptr<BrowserEvent> makeRecordedEvent(
+    std::int32_t moduleId, std::int32_t eventType) {
+    auto event = makeEvent(moduleId, eventType);
+    record::eventCreated(event.get(), eventType, moduleId);
+    return event;
+}
+
 }  // namespace
 
 EventHub::EventHub(std::int32_t moduleId) : m_moduleId(moduleId) {
@@ -54,10 +66,8 @@ std::int32_t EventHub::registerHandler(std::int32_t srcModule, std::int32_t even
 }
 
 std::shared_ptr<BrowserEvent> EventHub::createEvent(std::int32_t eventType) const {
-    auto event = std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), m_moduleId,
-                                                    eventType, nullptr);
-    if (record::isOn()) record::eventCreated(event.get(), eventType, m_moduleId);
-    return event;
+    if (record::isOn()) return makeRecordedEvent(m_moduleId, eventType);
+    return makeEvent(m_moduleId, eventType);
 }
 
 std::int32_t EventHub::sendEvent(std::shared_ptr<BrowserEvent> event, std::int32_t target) {

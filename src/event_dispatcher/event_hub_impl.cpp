@@ -150,22 +150,18 @@ void EventHubImpl::wakeThread() {
     m_wakeUp.post();
 }
 
-namespace {
-
-/// Records a handler's beginning and its end, however it ends; the hub may be gone then.
-class RecordedHandler {
+// How a handler's end is recorded, however it ends; the hub may be gone then.
+class EventHubImpl::RecordedHandler {
 public:
-    RecordedHandler(const std::shared_ptr<BrowserEvent>& event, std::int32_t moduleId) {
-        if (!record::isOn()) return;
-        m_event = event.get();
-        m_type = event->eventType;
-        m_source = event->srcModule;
-        m_module = moduleId;
-        if (event->waitResultMtx != nullptr) m_awaited = event;
+    RecordedHandler(const std::shared_ptr<BrowserEvent>& event, std::int32_t moduleId)
+        : m_event(event.get()),
+          m_type(event->eventType),
+          m_source(event->srcModule),
+          m_module(moduleId),
+          m_awaited(event->waitResultMtx != nullptr ? event : nullptr) {
         record::handlerBegun(m_event, m_type, m_source, m_module);
     }
     ~RecordedHandler() {
-        if (m_event == nullptr || !record::isOn()) return;
         record::handlerEnded(m_event, m_type, m_source, m_module);
         // One holder is here, another one waits: nobody is left who could reply.
         constexpr long kHolders = 2;
@@ -178,12 +174,14 @@ public:
     RecordedHandler& operator=(const RecordedHandler&) = delete;
 
 private:
-    const BrowserEvent* m_event = nullptr;  // Null where nothing was recorded then.
-    std::int32_t m_type = 0;
-    std::int32_t m_source = 0;
-    std::int32_t m_module = 0;
-    std::shared_ptr<BrowserEvent> m_awaited;  // Only one that somebody may wait for.
+    const BrowserEvent* const m_event;
+    const std::int32_t m_type;
+    const std::int32_t m_source;
+    const std::int32_t m_module;
+    const std::shared_ptr<BrowserEvent> m_awaited;  // Null where nobody can wait for a reply.
 };
+
+namespace {
 
 class RecordedThread {
 public:
@@ -292,10 +290,20 @@ void EventHubImpl::onWoken() {
 void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
     const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
     if (found == nullptr) return;
+    if (record::isOn()) return handleRecorded(*found, std::move(event));
+    run(*found, std::move(event));
+}
+
+void EventHubImpl::handleRecorded(const InnerHandler_t& found,
+                                  std::shared_ptr<BrowserEvent>&& event) {
     const RecordedHandler recorded(event, m_moduleId);
+    run(found, std::move(event));
+}
+
+void EventHubImpl::run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
     // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
     // the hub, and the table with it, while it runs.
-    const Handler handler = found->handler;
+    const Handler handler = found.handler;
     handler(std::move(event));
 }
 

@@ -58,6 +58,7 @@ public:
 
 private:
     class Leaving;
+    class RecordedHandler;
     using HandlerThread = OwnThread<EventHubImpl>;
 
     bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
@@ -73,6 +74,8 @@ private:
     void wakeThread();
     void onWoken();
     void handle(std::shared_ptr<BrowserEvent>&& event);
+    void handleRecorded(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
+    static void run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
     void endThread(bool isJoined);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
     bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);

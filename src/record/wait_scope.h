@@ -37,16 +37,20 @@ private:
     std::uint64_t m_beganNs = 0;  // 0 where nothing was recorded then.
 };
 
+/// Out of line: what is passed while nothing is recorded stays short.
+template <typename Mutex>
+__attribute__((noinline, cold)) void lockWhileRecording(Mutex& mutex, const void* p_object) {
+    if (mutex.try_lock()) return;
+    const WaitScope wait(Wait::Lock, p_object);
+    mutex.lock();
+}
+
 /// Locks @p mutex, as its lock() does. Reads the clock only where it is taken and something is
 /// recorded.
 template <typename Mutex>
 void lockRecorded(Mutex& mutex, const void* p_object) {
-    if (!isOn()) {
-        mutex.lock();
-    } else if (!mutex.try_lock()) {
-        const WaitScope wait(Wait::Lock, p_object);
-        mutex.lock();
-    }
+    if (isOn()) return lockWhileRecording(mutex, p_object);
+    mutex.lock();
 }
 
 }  // namespace tevalon::base::record
