@@ -9,11 +9,9 @@
 #include "base/logging/log_level.h"
 #include "base/timer/timer_task.h"
 #include "os/monotonic_time.h"
+#include "timer_thread/task_queue.h"
 
 namespace tevalon::base::timer {
-
-/// Not set yet; once queued, cancelled.
-inline constexpr double kNoFireTime = 0.0;
 
 struct CancelledTask {
     std::int32_t sessionId;

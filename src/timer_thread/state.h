@@ -81,17 +81,15 @@ public:
     CancelledTasks cancelSession(std::int32_t sessionId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.forEachOfSession(sessionId,
-                                     [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+        m_taskQueue.cancelSession(sessionId, [&](TimerTaskBase& task) { cancelled.cancel(&task); });
         return cancelled;
     }
 
     CancelledTasks cancelTask(std::int32_t taskId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.forEach([&](TimerTaskBase& task) {
-            if (task.taskId() == taskId) cancelled.cancel(&task);
-        });
+        m_taskQueue.cancelWhere([=](const TimerTaskBase& task) { return task.taskId() == taskId; },
+                                [&](TimerTaskBase& task) { cancelled.cancel(&task); });
         return cancelled;
     }
 
