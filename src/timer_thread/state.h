@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <thread>
 
@@ -93,6 +94,31 @@ public:
         return cancelled;
     }
 
+    /// What the worker finds when it looks at the queue.
+    struct Look {
+        bool isEmpty;
+        double interval;  // Seconds until the first task is due. 0.0 where that is cancelled.
+        double now;       // The time then; minus infinity where the clock was not read.
+        Task task;        // The first, off the queue; only where it is due and not cancelled.
+    };
+
+    /// One look under one lock, in which nobody comes between the question and the taking.
+    ///
+    /// @param beforePop  Called under the lock, where a task is taken.
+    template <typename BeforePop>
+    Look look(BeforePop beforePop) {
+        const QueueLock lock(m_queueMutex);
+        constexpr double kUnknown = -std::numeric_limits<double>::infinity();
+        if (m_taskQueue.empty()) return {true, 0.0, kUnknown, nullptr};
+        const double fireTime = m_taskQueue.frontFireTime();
+        if (fireTime == kNoFireTime) return {false, 0.0, kUnknown, nullptr};
+        const double now = monotonicSeconds();
+        const double interval = fireTime - now;
+        if (interval > 0) return {false, interval, now, nullptr};
+        beforePop();
+        return {false, interval, now, m_taskQueue.popFront()};
+    }
+
     std::size_t taskCount();
     /// 0.0 where there is no task, or where it is cancelled.
     double frontFireTime();
@@ -119,7 +145,8 @@ public:
     bool waitForTask(double timeoutSeconds);
 
     bool isBusy();
-    void setBusy(bool isBusy) { m_busy = isBusy; }
+    // Relaxed: it stands for itself.
+    void setBusy(bool isBusy) { m_busy.store(isBusy, std::memory_order_relaxed); }
     std::int32_t threadId() const { return m_threadId; }
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 
