@@ -165,7 +165,7 @@ std::int32_t TimerThread::run() {
     BLOG(kLogAlways, "Starting TimerThread:%d.\n", threadId());
     // A task may destroy this object: nothing of it is touched then.
     while (scope.staysRunning()) {
-        State::Look look = m_state->look([this] { debugIterateTaskQueue("Before pop task:"); });
+        State::Look look = m_state->look(this);
         if (look.isEmpty) {
             waitNextTaskWithTimeOut(kIdleWaitSeconds);
             continue;

@@ -7,7 +7,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <thread>
 
@@ -82,15 +81,14 @@ public:
     CancelledTasks cancelSession(std::int32_t sessionId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.cancelSession(sessionId, [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+        m_taskQueue.cancelSession(sessionId, cancelled);
         return cancelled;
     }
 
     CancelledTasks cancelTask(std::int32_t taskId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.cancelWhere([=](const TimerTaskBase& task) { return task.taskId() == taskId; },
-                                [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+        m_taskQueue.cancelWhere(&TimerTaskBase::taskId, taskId, cancelled);
         return cancelled;
     }
 
@@ -103,21 +101,7 @@ public:
     };
 
     /// One look under one lock, in which nobody comes between the question and the taking.
-    ///
-    /// @param beforePop  Called under the lock, where a task is taken.
-    template <typename BeforePop>
-    Look look(BeforePop beforePop) {
-        const QueueLock lock(m_queueMutex);
-        constexpr double kUnknown = -std::numeric_limits<double>::infinity();
-        if (m_taskQueue.empty()) return {true, 0.0, kUnknown, nullptr};
-        const double fireTime = m_taskQueue.frontFireTime();
-        if (fireTime == kNoFireTime) return {false, 0.0, kUnknown, nullptr};
-        const double now = monotonicSeconds();
-        const double interval = fireTime - now;
-        if (interval > 0) return {false, interval, now, nullptr};
-        beforePop();
-        return {false, interval, now, m_taskQueue.popFront()};
-    }
+    Look look(TimerThread* p_owner);
 
     std::size_t taskCount();
     /// 0.0 where there is no task, or where it is cancelled.

@@ -57,6 +57,7 @@ TaskQueue::~TaskQueue() {
 void TaskQueue::insert(Task&& task) {
     const double fireTime = timeOf(*task);
     const std::int32_t session = task->m_sessionId;
+    const TimerTaskBase* const p_task = task.get();
     m_tasks.reserve();
     if (fireTime > 0) {
         const Index number = blockFor(fireTime);
@@ -67,10 +68,14 @@ void TaskQueue::insert(Task&& task) {
         block.times[entry] = fireTime;
         block.tasks[entry] = m_tasks.put(std::move(task), session, number);
         ++block.end;
+        ++m_size;
+        const bool isFirst = entry == block.begin && number == m_order.front().block;
+        if (isFirst && m_front == kNone) m_first = p_task;
     } else {
         insertUnsorted(m_tasks.put(std::move(task), session, kNone), fireTime);
+        ++m_size;
+        findFirst();
     }
-    ++m_size;
 }
 
 // A walk ends at the first time that is greater: for 0.0 that is the first sorted one, for NaN
@@ -163,18 +168,17 @@ void TaskQueue::freeBlock(Index index) {
     m_blocks[index]->nextFree = std::exchange(m_freeBlock, index);
 }
 
-TaskQueue::Index TaskQueue::first() const {
-    if (m_front != kNone) return m_tasks[m_front].link;
-    const Block& block = *m_blocks[m_order.front().block];
-    return block.tasks[block.begin];
-}
-
-TaskQueue::Task TaskQueue::front() const {
-    return empty() ? nullptr : m_tasks[first()].task;
-}
-
-double TaskQueue::frontFireTime() const {
-    return empty() ? kNoFireTime : timeOf(*m_tasks[first()].task);
+// A cancellation does not change it.
+void TaskQueue::findFirst() {
+    if (empty()) return;
+    Index first;
+    if (m_front != kNone) {
+        first = m_tasks[m_front].link;
+    } else {
+        const Block& block = *m_blocks[m_order.front().block];
+        first = block.tasks[block.begin];
+    }
+    m_first = m_tasks[first].task.get();
 }
 
 // What hangs on the first sorted task is then in front of all others.
@@ -198,11 +202,11 @@ TaskQueue::Task TaskQueue::popFront() {
     if (--m_size == 0) {
         m_tasks.shrink();
         if (m_blocks.size() > 1) {
-            std::vector<Sorted>().swap(m_order);
             std::vector<std::unique_ptr<Block>>().swap(m_blocks);
             m_freeBlock = kNone;
         }
     }
+    findFirst();
     return first;
 }
 
@@ -261,42 +265,18 @@ void TaskQueue::unsort(Index index) {
     shiftDown(&block.tasks, entry, block.end);
     block.times[block.end - 1U] = kNever;
     --block.end;
-    moveToList(p_list, index);
-}
-
-void TaskQueue::moveToList(Index* p_list, Index index) {
-    const Index list = m_tasks[index].link;
     m_tasks[index].block = kNone;
+    const Index list = m_tasks[index].link;
     append(p_list, index);
     concatenate(p_list, list);
 }
 
-// The same for all.
+// In whatever order: what hangs on each moves with it.
 void TaskQueue::unsortCancelled() {
-    Index* p_list = &m_front;
-    auto kept = m_order.begin();
-    for (const Sorted& sorted : m_order) {
-        Block& block = *m_blocks[sorted.block];
-        const std::ptrdiff_t end = block.end;
-        block.end = block.begin;
-        for (std::size_t i = block.begin; i < static_cast<std::size_t>(end); ++i) {
-            const Index index = block.tasks[i];
-            if (timeOf(*m_tasks[index].task) == kNoFireTime) {
-                moveToList(p_list, index);
-                continue;
-            }
-            block.times[block.end] = block.times[i];
-            block.tasks[block.end++] = index;
-            p_list = &m_tasks[index].link;
-        }
-        std::fill(block.times.begin() + block.end, block.times.begin() + end, kNever);
-        if (block.end > block.begin) {
-            *kept++ = sorted;
-        } else {
-            freeBlock(sorted.block);
-        }
+    for (Index index = 0; index < m_tasks.used(); ++index) {
+        const TimerTaskBase* const p_task = m_tasks[index].task.get();
+        if (p_task != nullptr && timeOf(*p_task) == kNoFireTime) unsort(index);
     }
-    m_order.erase(kept, m_order.end());
 }
 
 }  // namespace tevalon::base::timer

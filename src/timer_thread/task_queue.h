@@ -49,34 +49,34 @@ public:
     /// stays with the caller, to be destroyed without the owner's lock.
     void insert(Task&& task);
 
-    /// The first task; empty when there is none.
-    Task front() const;
+    /// The first task; null when there is none.
+    const TimerTaskBase* front() const { return empty() ? nullptr : m_first; }
     /// The fire time that the first task has now; 0.0 when there is none.
-    double frontFireTime() const;
+    double frontFireTime() const { return empty() ? kNoFireTime : timeOf(*m_first); }
     /// The first task, which is removed; empty when there is none.
     Task popFront();
 
     /// Calls @p cancel with each task of the session, from front to back; it sets the fire time to
     /// 0.0. Where it throws, it has done so.
     template <typename Cancel>
-    void cancelSession(std::int32_t session, Cancel cancel) {
+    void cancelSession(std::int32_t session, Cancel& cancel) {
         const Index index = m_tasks.first(session);
         if (index == kNone) return;
         if (m_tasks.next(index) == kNone) {
             unsort(index);
             cancel(*m_tasks[index].task);
         } else {  // A task that is queued several times.
-            cancelWhere([=](const TimerTaskBase& task) { return task.sessionId() == session; },
-                        cancel);
+            cancelWhere(&TimerTaskBase::sessionId, session, cancel);
         }
     }
 
-    /// The same for each task for which @p isWanted says so.
-    template <typename IsWanted, typename Cancel>
-    void cancelWhere(IsWanted isWanted, Cancel cancel) {
+    /// The same for each task whose @p id is this one.
+    template <typename Cancel>
+    void cancelWhere(std::int32_t (TimerTaskBase::*id)() const, std::int32_t value,
+                     Cancel& cancel) {
         UnsortOnExit unsortOnExit(this);
         forEach([&](TimerTaskBase& task) {
-            if (!isWanted(task)) return;
+            if ((task.*id)() != value) return;
             unsortOnExit.arm();
             cancel(task);
         });
@@ -153,7 +153,7 @@ private:
         } while (index != list);
     }
 
-    Index first() const;
+    void findFirst();
     void insertUnsorted(Index index, double fireTime);
     Index* lastList();
     std::size_t positionFor(double fireTime) const;
@@ -165,13 +165,13 @@ private:
     std::size_t positionOf(Index block, double time) const;
     void unsort(Index index);
     void unsortCancelled();
-    void moveToList(Index* p_list, Index index);
 
     std::vector<Sorted> m_order;                   // The blocks in use, by time; none is empty.
     std::vector<std::unique_ptr<Block>> m_blocks;  // All, by number.
     Index m_freeBlock = kNone;
     Index m_front = kNone;  // The list before all that is sorted.
     std::size_t m_size = 0;
+    const TimerTaskBase* m_first = nullptr;  // Where there is any: each post looks at its time.
     TaskSlab m_tasks;
 };
 

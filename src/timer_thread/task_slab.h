@@ -39,7 +39,9 @@ public:
 
     /// Makes room for one put(). Throws std::bad_alloc, and has then changed nothing.
     void reserve() {
-        if (m_free == kNone && m_used == m_buckets.size()) grow();
+        if (m_free == kNone && m_used == m_chunks.size() * kChunk) {
+            m_chunks.push_back(std::make_unique<Chunk>());
+        }
     }
 
     /// Stores @p task, after a reserve(). Does not throw.
@@ -56,14 +58,14 @@ public:
         slot.session = session;
         slot.link = kNone;
         slot.block = block;
-        slot.chain = std::exchange(m_buckets[bucketOf(session)], index);
+        slot.chain = std::exchange(bucketOf(session), index);
         return index;
     }
 
     /// Does not throw.
     Task take(Index index) {
         Slot& slot = (*this)[index];
-        Index* p_link = &m_buckets[bucketOf(slot.session)];
+        Index* p_link = &bucketOf(slot.session);
         while (*p_link != index) p_link = &(*this)[*p_link].chain;
         *p_link = slot.chain;
         slot.chain = std::exchange(m_free, index);
@@ -74,26 +76,30 @@ public:
     void shrink() {
         if (m_chunks.size() <= 1) return;
         std::vector<std::unique_ptr<Chunk>>().swap(m_chunks);
-        std::vector<Index>().swap(m_buckets);
         m_used = 0;
         m_mask = 0;
         m_free = kNone;
     }
 
-    Slot& operator[](Index index) { return (*m_chunks[index / kChunk])[index % kChunk]; }
-    const Slot& operator[](Index index) const {
-        return (*m_chunks[index / kChunk])[index % kChunk];
-    }
+    Slot& operator[](Index index) const { return m_chunks[index / kChunk]->slots[index % kChunk]; }
+
+    /// So many indices have been in use; those that are free have no task.
+    Index used() const { return m_used; }
 
     /// Any task of the session, and one more after @p index; kNone where there is none.
     Index first(std::int32_t session) const {
-        return m_buckets.empty() ? kNone : find(m_buckets[bucketOf(session)], session);
+        return m_used == 0 ? kNone : find(bucketOf(session), session);
     }
     Index next(Index index) const { return find((*this)[index].chain, (*this)[index].session); }
 
 private:
     static constexpr std::size_t kChunk = 32;
-    using Chunk = std::array<Slot, kChunk>;
+
+    // A bucket for each slot, too: its first task.
+    struct Chunk {
+        std::array<Slot, kChunk> slots;
+        std::array<Index, kChunk> buckets;
+    };
 
     // Session ids are consecutive: those of tasks that are posted one after the other get adjacent
     // buckets. The shifts spread those of tasks that are posted to several threads in turn.
@@ -101,31 +107,31 @@ private:
         const auto id = static_cast<std::uint32_t>(session);
         return (id ^ (id >> 10) ^ (id >> 20)) & m_mask;
     }
-    Index bucketOf(std::int32_t session) const {
-        const Index bucket = hash(session);
-        return bucket < m_used ? bucket : bucket & (m_mask >> 1);
+    Index& bucketOf(std::int32_t session) const {
+        const Index number = hash(session);
+        return bucket(number < m_used ? number : number & (m_mask >> 1));
     }
-
-    void grow() {
-        if (m_chunks.size() * kChunk == m_buckets.size()) {
-            m_chunks.push_back(std::make_unique<Chunk>());
-        }
-        m_buckets.resize(m_chunks.size() * kChunk, kNone);
+    Index& bucket(Index number) const {
+        return m_chunks[number / kChunk]->buckets[number % kChunk];
     }
 
     // The next bucket: those tasks move there whose hash names it now.
     void addBucket() {
-        const Index bucket = m_used++;
-        if (bucket > m_mask) m_mask = 2 * m_mask + 1;
-        Index* p_link = &m_buckets[bucket & (m_mask >> 1)];
-        for (Index index = *p_link; index != kNone; index = *p_link) {
-            Slot& slot = (*this)[index];
-            if (hash(slot.session) == bucket) {
-                *p_link = std::exchange(slot.chain, std::exchange(m_buckets[bucket], index));
-            } else {
-                p_link = &slot.chain;
+        const Index number = m_used++;
+        if (number > m_mask) m_mask = 2 * m_mask + 1;
+        Index moved = kNone;
+        if (number > 0) {
+            Index* p_link = &bucket(number & (m_mask >> 1));
+            for (Index index = *p_link; index != kNone; index = *p_link) {
+                Slot& slot = (*this)[index];
+                if (hash(slot.session) == number) {
+                    *p_link = std::exchange(slot.chain, std::exchange(moved, index));
+                } else {
+                    p_link = &slot.chain;
+                }
             }
         }
+        bucket(number) = moved;
     }
 
     Index find(Index index, std::int32_t session) const {
@@ -134,8 +140,7 @@ private:
     }
 
     std::vector<std::unique_ptr<Chunk>> m_chunks;
-    std::vector<Index> m_buckets;  // Their first slots. As many are in use as slots have been.
-    Index m_used = 0;
+    Index m_used = 0;  // So many slots have been, and so many buckets are, in use.
     Index m_mask = 0;  // Of the hash: the least that covers the buckets in use.
     Index m_free = kNone;
 };

@@ -73,20 +73,21 @@ using Cancelled = std::vector<const TimerTaskBase*>;
 // Both queues share the tasks: what one sees of their times, the other sees too.
 Cancelled cancel(TaskQueue& queue, std::int32_t sessionId) {
     Cancelled cancelled;
-    queue.cancelSession(sessionId, [&](TimerTaskBase& task) {
+    const auto cancelOne = [&](TimerTaskBase& task) {
         task.setNextFireTime(0.0);
         cancelled.push_back(&task);
-    });
+    };
+    queue.cancelSession(sessionId, cancelOne);
     return cancelled;
 }
 
 Cancelled cancelGroup(TaskQueue& queue, std::int32_t taskId) {
     Cancelled cancelled;
-    queue.cancelWhere([=](const TimerTaskBase& task) { return task.taskId() == taskId; },
-                      [&](TimerTaskBase& task) {
-                          task.setNextFireTime(0.0);
-                          cancelled.push_back(&task);
-                      });
+    const auto cancelOne = [&](TimerTaskBase& task) {
+        task.setNextFireTime(0.0);
+        cancelled.push_back(&task);
+    };
+    queue.cancelWhere(&TimerTaskBase::taskId, taskId, cancelOne);
     return cancelled;
 }
 
@@ -207,9 +208,7 @@ TEST(TaskQueueTest, ACancellationThatThrowsLeavesTheQueueInOrder) {
         if (--left == 0) throw std::bad_alloc();
     };
 
-    EXPECT_THROW(
-        queue.cancelWhere([](const TimerTaskBase& task) { return task.taskId() == 1; }, cancelSome),
-        std::bad_alloc);
+    EXPECT_THROW(queue.cancelWhere(&TimerTaskBase::taskId, 1, cancelSome), std::bad_alloc);
     left = 1;
     EXPECT_THROW(queue.cancelSession(plain.tasks().back()->sessionId(), cancelSome),
                  std::bad_alloc);
@@ -312,7 +311,7 @@ TEST_P(TaskQueueAgainstWalkTest, PlacesAreThoseOfTheWalk) {
             }
         }
         ASSERT_EQ(queue.size(), plain.tasks().size());
-        ASSERT_EQ(queue.front(), plain.tasks().empty() ? nullptr : plain.tasks().front());
+        ASSERT_EQ(queue.front(), plain.tasks().empty() ? nullptr : plain.tasks().front().get());
         if (step % 16 == 0) {
             ASSERT_EQ(orderOf(queue), orderOf(plain)) << "step " << step;
         }
