@@ -2,7 +2,11 @@
 // statement, or one dump. Ours writes each line at once; peers are measured doing that, and
 // keeping lines in a buffer.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -109,6 +113,22 @@ void dump(benchmark::State& state, const char* levels) {
     for (auto _ : state) dump_memory("dump", bytes.data(), static_cast<int>(bytes.size()));
 }
 
+// As many writes, of as many bytes, as a dump takes: its title, and a line for each 16 bytes.
+void bareDump(benchmark::State& state) {
+    constexpr std::string_view kTitle = "[]:0::DUMPMEM(075BCD15d):, dump\n";
+    constexpr std::string_view kLine =
+        "[]:0::DUMPMEM(075BCD15d):, 00 07 0E 15 1C 23 2A 31 38 3F 46 4D 54 5B 62 69 \n";
+    const int file = open("/dev/null", O_WRONLY | O_APPEND | O_CLOEXEC);
+    const std::size_t lines = bytesToDump().size() / 16;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(write(file, kTitle.data(), kTitle.size()));
+        for (std::size_t i = 0; i < lines; ++i) {
+            benchmark::DoNotOptimize(write(file, kLine.data(), kLine.size()));
+        }
+    }
+    (void)close(file);
+}
+
 void addTraceRows() {
     addRow("logging/off_function_tracer", kOurs, functionTracer);
     addRow("logging/off_function_tracer", kLimit, twoBareCalls);
@@ -120,6 +140,7 @@ void addDumpRows() {
     addRow("logging/dump_4_KiB_off", kOurs, [](benchmark::State& state) { dump(state, "off"); });
     addRow("logging/dump_4_KiB_off", kLimit, oneBareCall);
     addRow("logging/dump_4_KiB_on", kOurs, [](benchmark::State& state) { dump(state, "debug"); });
+    addRow("logging/dump_4_KiB_on", kLimit, bareDump);
 #ifdef HAVE_SPDLOG
     addRow("logging/dump_4_KiB_on", SpdlogLogger::kName, [](benchmark::State& state) {
         SpdlogLogger logger(Prefix::None, Flush::EachLine);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Reads what Google Benchmark wrote as JSON, and prints one table: ours, the best peer, the limit.
+Below it stand the rows where a peer is ahead.
 
 usage: report.py FOLDER [--markdown FILE]
 
@@ -8,11 +9,15 @@ machine.json and what futex_counts.py counted. table.json and plot.svg are writt
 --markdown the tables, the plot and the commit also go into FILE, between its two marks. A row's
 figure is the median of its repetitions; its spread is the distance between their quartiles, shown
 half to either side in per cent of the median. Fewer than three repetitions have none.
+
+Whatever a program counts beside the time stands in a table of its own, by the name it gave it. A
+row counts as behind where the ratio to the best peer, as it is shown, is above 1.00.
 """
 
 import argparse
 import json
 import pathlib
+import re
 import shutil
 import statistics
 import sys
@@ -21,6 +26,15 @@ NOISY_SPREAD = 0.10   # Quartiles further apart than this make a row noisy,
 NOISY_ROWS = 0.20     # more noisy rows than this the whole run,
 NOISY_LOAD = 0.5      # and so does other work on the machine before it began,
 NOISY_STEAL = 0.01    # or processor time that the hypervisor gave to others.
+
+# Rows where what has to be done is more than what the peers or the limit do, and why.
+BOUNDS = (
+    (r"^logging/off/", "the level is the platform's to tell: a call into its library"),
+    (r"^logging/on_(flushed|buffered)/", "a system call for each line: none is kept in a buffer"),
+    (r"^logging/dump_4_KiB_on$", "a system call for each of 257 lines, of three outputs each"),
+    (r"^(lateness/timers|expiries)", "a new thread for each run of a handler"),
+    (r"^weights/process_start/", "three more libraries to load, libuuid and libzor-debug beside it"),
+)
 
 BEGIN_MARK = "<!-- what report.py writes: begin -->"
 END_MARK = "<!-- what report.py writes: end -->"
@@ -49,9 +63,9 @@ class Row:
         self.unit = next((name for name in UNITS if name in run), "ns")
         self.values.append(run["real_time"] * NANOSECONDS[run["time_unit"]]
                            if self.unit == "ns" else run[self.unit])
-        for name in COUNTERS:
-            if name in run:
-                self.counters.setdefault(name, []).append(run[name])
+        for name, value in run.items():
+            if name not in OF_GOOGLE_BENCHMARK and name not in UNITS:
+                self.counters.setdefault(name, []).append(value)
 
     def median(self):
         return statistics.median(self.values)
@@ -63,7 +77,11 @@ class Row:
         return (high - low) / self.median()
 
 
-COUNTERS = ("allocations", "sleeps", "cpu_ns")
+# What Google Benchmark says of each run; all else was counted by the program.
+OF_GOOGLE_BENCHMARK = ("name", "family_index", "per_family_instance_index", "run_name", "run_type",
+                       "repetitions", "repetition_index", "threads", "iterations", "real_time",
+                       "cpu_time", "time_unit", "label", "bytes_per_second", "items_per_second",
+                       "error_occurred", "error_message")
 UNITS = ("bytes", "per_second")  # Counters that take the place of the time, where there are any.
 
 
@@ -99,7 +117,14 @@ def compare(task, peers):
             line["to_best_peer"] = ours / rivals[line["best_peer"]]
     if ours is not None and "limit" in peers:
         line["to_limit"] = ours / line["medians"]["limit"]
+    bounds = [reason for pattern, reason in BOUNDS if ours is not None and re.search(pattern, task)]
+    if bounds:
+        line["bound"] = "; ".join(bounds)
     return line
+
+
+def is_behind(line):
+    return round(line.get("to_best_peer", 0), 2) > 1
 
 
 def add_futex_counts(folder, lines):
@@ -125,31 +150,56 @@ def with_unit_of_time(nanoseconds):
     return f"{nanoseconds:.3g} ns" if nanoseconds < 1000 else f"{nanoseconds:.0f} ns"
 
 
-def cells(line):
-    medians, spreads = line["medians"], line["spreads"]
+def figure(line, name):
+    if name not in line["medians"]:
+        return ""
+    value = with_unit(line["medians"][name], line["unit"])
+    spread = line["spreads"][name]
+    return value if spread is None else f"{value} ±{spread * 50:.0f}%"
 
-    def figure(name):
-        if name not in medians:
-            return ""
-        value = with_unit(medians[name], line["unit"])
-        return value if spreads[name] is None else f"{value} ±{spreads[name] * 50:.0f}%"
 
-    def ratio(name):
-        return f"{line[name]:.2f}" if name in line else ""
-
+def best_peer(line):
     best = line.get("best_peer")
-    peer = f"{best} {figure(best)}" if best else ""
-    return [line["task"], figure("ours"), peer, figure("limit"),
-            ratio("to_best_peer"), ratio("to_limit")]
+    return f"{best} {figure(line, best)}" if best else ""
 
 
-HEADINGS = ["task", "ours", "best peer", "limit", "ours/peer", "ours/limit"]
+def ratio(line, name):
+    return f"{line[name]:.2f}" if name in line else ""
 
 
-def print_table(lines):
-    table = [HEADINGS] + [cells(line) for line in lines]
-    widths = [max(len(row[column]) for row in table) for column in range(len(HEADINGS))]
-    for number, row in enumerate(table):
+def cells(line):
+    return [line["task"], figure(line, "ours"), best_peer(line), figure(line, "limit"),
+            ratio(line, "to_best_peer"), ratio(line, "to_limit"), line.get("bound", "")]
+
+
+def behind_cells(line):
+    return [line["task"], figure(line, "ours"), best_peer(line), ratio(line, "to_best_peer"),
+            line.get("bound", "")]
+
+
+HEADINGS = ["task", "ours", "best peer", "limit", "ours/peer", "ours/limit", "bounded by"]
+BEHIND_HEADINGS = ["task", "ours", "best peer", "ours/peer", "bounded by"]
+
+
+def table(lines):
+    return [HEADINGS] + [cells(line) for line in lines]
+
+
+def behind_table(lines):
+    """The rows where a peer is ahead, the furthest first."""
+    behind = sorted(filter(is_behind, lines), key=lambda line: -line["to_best_peer"])
+    return [BEHIND_HEADINGS] + [behind_cells(line) for line in behind]
+
+
+def behind_summary(lines):
+    compared = sum("to_best_peer" in line for line in lines)
+    count = sum(map(is_behind, lines))
+    return f"A peer is ahead in {count} of the {compared} rows that have one" + (":" if count else ".")
+
+
+def print_table(rows):
+    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
+    for number, row in enumerate(rows):
         print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
         if number == 0:
             print("  ".join("-" * width for width in widths))
@@ -178,7 +228,10 @@ def write_markdown(path, lines, remarks, machine, folder):
     parts = [f"On commit {machine.get('commit', 'unknown')}, with {machine.get('processors')} "
              f"processors ({machine.get('processor')}), {machine.get('system')}.\n",
              *(f"{remark}\n" for remark in remarks),
-             markdown_table([HEADINGS] + [cells(line) for line in lines]),
+             f"{behind_summary(lines)}\n",
+             *([markdown_table(behind_table(lines))] if any(map(is_behind, lines)) else []),
+             "All rows:\n",
+             markdown_table(table(lines)),
              f"![Ours beside the best peer and the limit]({plot_file.name})\n",
              "Counted beside the time, for each iteration:\n",
              markdown_table(counter_rows(lines))]
@@ -246,11 +299,16 @@ def main():
     remarks = [f"This run was noisy: {reason}." for reason in reasons]
 
     (arguments.folder / "table.json").write_text(
-        json.dumps({"machine": machine, "noise": reasons, "tasks": lines}, indent=1) + "\n")
+        json.dumps({"machine": machine, "noise": reasons,
+                    "behind": [row[0] for row in behind_table(lines)[1:]], "tasks": lines},
+                   indent=1) + "\n")
     plot(arguments.folder / "plot.svg", lines)
     if arguments.markdown:
         write_markdown(arguments.markdown, lines, remarks, machine, arguments.folder)
-    print_table(lines)
+    print_table(table(lines))
+    print(f"\n{behind_summary(lines)}")
+    if any(map(is_behind, lines)):
+        print_table(behind_table(lines))
     for remark in remarks:
         print(remark)
 

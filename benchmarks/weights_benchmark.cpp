@@ -13,6 +13,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hot_paths/gate.h"
@@ -152,18 +153,42 @@ double weighThread() {
     return inNewProcess(weighThreadHere<Scheduler>);
 }
 
-std::string programBeside(const char* name) {
-    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name).string();
+std::filesystem::path besideThis(const char* name) {
+    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
 }
 
-void startProcess(benchmark::State& state, const char* name, bool sendsEvent) {
-    std::string program = programBeside(name);
+/// A process to start, and what the loader is to load into it beside what it needs.
+struct Start {
+    std::string program;
+    std::string preloaded;
+    bool sendsEvent = false;
+};
+
+/// This process's environment, but that nothing is logged and @p preloaded is loaded.
+std::vector<std::string> environmentWith(const std::string& preloaded) {
+    std::vector<std::string> variables = {"ZOR_DEBUG=off"};
+    if (!preloaded.empty()) variables.push_back("LD_PRELOAD=" + preloaded);
+    for (char** pp_variable = environ; *pp_variable != nullptr; ++pp_variable) {
+        const std::string_view variable = *pp_variable;
+        if (variable.rfind("ZOR_DEBUG=", 0) == 0 || variable.rfind("LD_PRELOAD=", 0) == 0) continue;
+        variables.emplace_back(variable);
+    }
+    return variables;
+}
+
+void startProcess(benchmark::State& state, Start start) {
     std::string event = "event";
-    char* const arguments[] = {program.data(), sendsEvent ? event.data() : nullptr, nullptr};
+    char* const arguments[] = {start.program.data(), start.sendsEvent ? event.data() : nullptr,
+                               nullptr};
+    std::vector<std::string> variables = environmentWith(start.preloaded);
+    std::vector<char*> environment;
+    for (std::string& variable : variables) environment.push_back(variable.data());
+    environment.push_back(nullptr);
     for (auto _ : state) {
         pid_t child = 0;
         int status = -1;
-        if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
+        if (posix_spawn(&child, start.program.c_str(), nullptr, nullptr, arguments,
+                        environment.data()) != 0 ||
             waitpid(child, &status, 0) != child || status != 0) {
             state.SkipWithError("a program could not be run");
             return;
@@ -171,19 +196,37 @@ void startProcess(benchmark::State& state, const char* name, bool sendsEvent) {
     }
 }
 
+void addStartRow(const std::string& what, const char* peer, const Start& start) {
+    addRow("weights/process_" + what + "/unpinned", peer, [start](benchmark::State& state) {
+        startProcess(state, start);
+    })->Iterations(scaled(100));
+}
+
+/// A file in starts/, beside this program.
+std::string startFile(const char* name) {
+    return (besideThis("starts") / name).string();
+}
+
+// The library is loaded from a copy that is named, as an installed one is found by the loader's
+// cache: what a build tree holds has run paths, along which all else is looked for in vain.
 void addStartRows() {
-    struct Program {
-        const char* peer;
-        const char* name;
-    };
-    for (const Program program : {Program{kOurs, "start_ours"}, Program{kLimit, "start_bare"}}) {
-        addRow("weights/process_start/unpinned", program.peer, [=](benchmark::State& state) {
-            startProcess(state, program.name, false);
-        })->Iterations(scaled(100));
-        addRow("weights/process_with_first_event/unpinned", program.peer,
-               [=](benchmark::State& state) { startProcess(state, program.name, true); })
-            ->Iterations(scaled(100));
-    }
+    const std::string bare = besideThis("start_bare").string();
+    const std::string ours = startFile("start_ours");
+    const std::string zorDebug = startFile("libzor-debug.so");
+    const std::string library = zorDebug + ':' + startFile("libtevalon-base.so");
+    addStartRow("start", kOurs, {ours, library});
+    addStartRow("start", kLimit, {bare, ""});
+    addStartRow("with_first_event", kOurs, {ours, library, true});
+    addStartRow("with_first_event", kLimit, {bare, "", true});
+
+    // What it is made of.
+    addStartRow("start_by_run_path", kOurs, {besideThis("start_ours").string(), ""});
+    addStartRow("start_in_c", kLimit, {besideThis("start_in_c").string(), ""});
+    addStartRow("start_with_libuuid", kLimit, {bare, "libuuid.so.1"});
+    addStartRow("start_with_zor_debug", kLimit, {bare, zorDebug});
+    addStartRow("start_with_3_empty_libraries", kLimit,
+                {bare, startFile("libempty_1.so") + ':' + startFile("libempty_2.so") + ':' +
+                           startFile("libempty_3.so")});
 }
 
 const bool s_areRowsAdded = [] {

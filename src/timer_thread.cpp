@@ -21,6 +21,10 @@ void logCount(const char* function, const CancelledTasks& cancelled) {
     BLOG_AS(function, kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
 }
 
+void logNoTask() {
+    BLOG_AS("getNextFiringInterval", kLogDebug, "No Task\n");
+}
+
 }  // namespace
 
 TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
@@ -161,31 +165,36 @@ std::int32_t TimerThread::run() {
     BLOG(kLogAlways, "Starting TimerThread:%d.\n", threadId());
     // A task may destroy this object: nothing of it is touched then.
     while (scope.staysRunning()) {
-        if (!hasTask()) {
+        State::Look look = m_state->look(this);
+        if (look.isEmpty) {
             waitNextTaskWithTimeOut(kIdleWaitSeconds);
             continue;
         }
-        const double interval = getNextFiringInterval();
-        if (interval > 0) {
+        if (look.interval > 0) {
             BLOG(kLogDebug, "[%p]: Not timeout, continue.\n", self);
-            waitNextTaskWithTimeOut(interval);
+            waitNextTaskWithTimeOut(look.interval);
             continue;
         }
-        debugIterateTaskQueue("Before pop task:");
-        const Task task = popFirstTask();
+        if (look.task == nullptr) {
+            logNoTask();
+            debugIterateTaskQueue("Before pop task:");
+            look.task = popFirstTask();
+        }
         debugIterateTaskQueue("After pop task:");
-        if (task == nullptr) {
+        if (look.task == nullptr) {
             BLOG(kLogError, "Task Just Removed? continue.\n");
             waitNextTaskWithTimeOut(kIdleWaitSeconds);
             continue;
         }
-        handleTask(task);
+        handleTask(look.task, look.now);
     }
     BLOG(kLogAlways, "[%p]:Exiting Timer Thread...\n", self);
     return 0;
 }
 
-void TimerThread::handleTask(const Task& task) {
+// Due at @p knownTime, it is due now, and the clock need not be read again: it never goes back. A
+// time that its owner has changed since may lie ahead.
+void TimerThread::handleTask(const Task& task, double knownTime) {
     void* const self = this;
     void* const address = task.get();
     BLOG_AS("run", kLogDebug, "[%p]:Find a task:[%p - id:%d] to fire.\n", self, address,
@@ -196,8 +205,12 @@ void TimerThread::handleTask(const Task& task) {
                 self, address, task->taskId());
         return;
     }
-    const double now = monotonicSeconds();
-    BLOG_AS("run", kLogDebug, "[%p]:fireTime:%f, nowTime:%f\n", self, fireTime, now);
+    const bool isLogged = isLogOn(kLogDebug);
+    const bool isKnownToBeDue = fireTime <= knownTime && !isLogged;
+    const double now = isKnownToBeDue ? knownTime : monotonicSeconds();
+    if (isLogged) {
+        BLOG_AS("run", kLogDebug, "[%p]:fireTime:%f, nowTime:%f\n", self, fireTime, now);
+    }
     if (fireTime > now) {
         BLOG_AS("run", kLogWarn,
                 "[%p]:Put the task[%p - id:%d] back to queue because (fireTime:%f > "
@@ -221,12 +234,12 @@ void TimerThread::fireTask(const Task& task) {
             task->taskId());
 }
 
-// Each step of the loop takes the lock anew. What was true in one may have changed in the next: a
-// task that is popped too early for its time goes back to the queue.
+// The loop's steps, for those who take them one by one. Each takes the lock anew: what was true in
+// one may have changed in the next.
 double TimerThread::getNextFiringInterval() {
     const double fireTime = m_state->frontFireTime();
     if (fireTime == kNoFireTime) {
-        BLOG(kLogDebug, "No Task\n");
+        logNoTask();
         return 0.0;  // Also for a cancelled front: run() pops it now, and drops it.
     }
     return fireTime - monotonicSeconds();

@@ -4,6 +4,7 @@
 #define BENCHMARKS_TIMERS_ALL_H
 
 #include "support/rows.h"
+#include "timers/limit_timers.h"
 #include "timers/our_timers.h"
 #ifdef HAVE_BOOST
 #include "timers/asio_timers.h"
@@ -24,6 +25,7 @@ namespace bench {
 template <typename Visit>
 void forEachKindOfTimer(Visit visit) {
     visit(Type<OurTimers>());
+    visit(Type<LimitTimers>());
 #ifdef HAVE_BOOST
     visit(Type<AsioTimers>());
 #endif

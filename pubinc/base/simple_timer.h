@@ -96,6 +96,8 @@ public:
     std::string name();
 
 private:
+    friend class TimerImpl;
+
     std::shared_ptr<TimerImpl> m_impl;  // Null only if it could not be allocated.
 };
 

@@ -33,23 +33,26 @@ inline ExpiredTime fromTimespec(const timespec& time) {
     return {clampTo32Bits(time.tv_sec), static_cast<std::int32_t>(time.tv_nsec)};
 }
 
-/// The same duration with msec and usec below 1000.
-inline TimeoutTime normalised(const TimeoutTime& timeout) {
+/// A timeout as it is stored, normalised: below a second but for whole ones. Aligned so that it is
+/// read and written in one piece.
+struct alignas(8) Timeout {
+    std::int32_t sec;
+    std::int32_t usec;
+};
+
+inline Timeout normalised(const TimeoutTime& timeout) {
     const std::int64_t msec = std::int64_t{timeout.msec} + timeout.usec / 1000;
-    return {clampTo32Bits(timeout.sec + msec / 1000), static_cast<std::int32_t>(msec % 1000),
-            timeout.usec % 1000};
+    const auto usec = static_cast<std::int32_t>(msec % 1000 * 1000 + timeout.usec % 1000);
+    return {clampTo32Bits(timeout.sec + msec / 1000), usec};
 }
 
-/// @param timeout  Normalised.
-inline bool isPositive(const TimeoutTime& timeout) {
-    const std::int64_t microseconds = std::int64_t{1000} * timeout.msec + timeout.usec;
-    return std::int64_t{1000000} * timeout.sec + microseconds > 0;
+inline bool isPositive(const Timeout& timeout) {
+    return std::int64_t{1000000} * timeout.sec + timeout.usec > 0;
 }
 
-/// @param timeout  Normalised.
-inline ExpiredTime after(const ExpiredTime& now, const TimeoutTime& timeout) {
+inline ExpiredTime after(const ExpiredTime& now, const Timeout& timeout) {
     constexpr std::int32_t kNanosecondsPerSecond = 1000000000;
-    const std::int32_t nsec = now.nsec + 1000000 * timeout.msec + 1000 * timeout.usec;
+    const std::int32_t nsec = now.nsec + 1000 * timeout.usec;
     return {clampTo32Bits(std::int64_t{now.sec} + timeout.sec + nsec / kNanosecondsPerSecond),
             nsec % kNanosecondsPerSecond};
 }

@@ -97,9 +97,9 @@ void logNormalPosition(const char* name) {
 
 // The expiry is read once, by the caller: another thread that starts the same timer may change it
 // at any time, and the place in the list and the command must go by the same one.
-int InsterTimer(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired, bool sendCmd)
+int InsterTimer(TimerImpl& timer, const ExpiredTime& expired, bool sendCmd)
     TEVALON_REQUIRES(g_timerMutex) {
-    const char* name = timer->name().c_str();
+    const char* name = timer.name().c_str();
     BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
     TimerHeap& timers = timerHeap();
     if (timers.empty()) {
@@ -138,7 +138,8 @@ void startHandlerThread(const std::shared_ptr<TimerImpl>& timer) {
 // The head is due at @p now.
 void fireHead(const ExpiredTime& now) TEVALON_REQUIRES(g_timerMutex) {
     TimerHeap& timers = timerHeap();
-    const std::shared_ptr<TimerImpl> timer = timers.head();
+    // Before it is marked stopped, from when on ~Timer() does not wait for the mutex any more.
+    const std::shared_ptr<TimerImpl> timer = timers.head().self();
     timers.remove(*timer);
     const char* name = timer->name().c_str();
     if (timer->type() == ONCE) {
@@ -149,7 +150,7 @@ void fireHead(const ExpiredTime& now) TEVALON_REQUIRES(g_timerMutex) {
         timer->reschedule(now);
         // Does not allocate: the heap has kept the slot that the timer had. No command: this is the
         // scheduler, which reads the head next.
-        InsterTimer(timer, timer->expiredTime(), false);
+        InsterTimer(*timer, timer->expiredTime(), false);
     }
     startHandlerThread(timer);
 }
@@ -191,7 +192,7 @@ std::optional<ExpiredTime> readHead() {
         const MutexGuard lock(g_timerMutex);
         const TimerHeap& timers = timerHeap();
         if (!timers.empty()) {
-            head = timers.head();
+            head = timers.head().self();
             expired = timers.headExpiredTime();
         }
         g_sleepsUntil = expired;
@@ -272,26 +273,26 @@ void ensureScheduler() {
     (void)pthread_once(&g_timerThreadOnce, StartTimerThreadOnce);
 }
 
-void scheduleTimer(const std::shared_ptr<TimerImpl>& timer) {
+void scheduleTimer(TimerImpl& timer) {
     const MutexGuard lock(g_timerMutex);
-    if (timer->isStarted()) return;  // Another thread was faster.
-    InsterTimer(timer, timer->expiredTime(), true);
-    timer->setStarted(true);
+    if (timer.isStarted()) return;  // Another thread was faster.
+    InsterTimer(timer, timer.expiredTime(), true);
+    timer.setStarted(true);
 }
 
-int RemoveTimer(const std::shared_ptr<TimerImpl>& timer) {
+int RemoveTimer(TimerImpl& timer) {
     BLOG_TRACE_SCOPE();
-    BLOG(kLogInfo, "Will remove timer('%s').\n", timer->name().c_str());
+    BLOG(kLogInfo, "Will remove timer('%s').\n", timer.name().c_str());
     const MutexGuard lock(g_timerMutex);
     TimerHeap& timers = timerHeap();
-    const bool isHead = !timers.empty() && timers.head() == timer;
-    timers.remove(*timer);
+    const bool isHead = !timers.empty() && &timers.head() == &timer;
+    timers.remove(timer);
     timers.shrinkIfSparse();
-    timer->setStarted(false);
+    timer.setStarted(false);
     if (isHead) {
         const NoCancellation noCancellation;
         BLOG(kLogDebug, "Remove timer('%s') from head, send CMD_RESCHEDULE(%d).\n",
-             timer->name().c_str(), CMD_RESCHEDULE);
+             timer.name().c_str(), CMD_RESCHEDULE);
         SendCmd(CMD_RESCHEDULE);
     }
     return 0;

@@ -3,8 +3,6 @@
 #ifndef SRC_TIMER_SCHEDULER_H
 #define SRC_TIMER_SCHEDULER_H
 
-#include <memory>
-
 namespace tevalon::base::simple_timer {
 
 class TimerImpl;
@@ -18,10 +16,10 @@ void ensureScheduler();
 ///
 /// Any thread. Once the timer is listed the calling thread is not cancelled until its command is
 /// sent and it is marked.
-void scheduleTimer(const std::shared_ptr<TimerImpl>& timer);
+void scheduleTimer(TimerImpl& timer);
 
 /// Takes @p timer off the list, if it is there, and marks it stopped. Any thread. Returns 0.
-int RemoveTimer(const std::shared_ptr<TimerImpl>& timer);
+int RemoveTimer(TimerImpl& timer);
 
 }  // namespace tevalon::base::simple_timer
 

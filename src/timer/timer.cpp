@@ -45,13 +45,13 @@ Timer::~Timer() {
     BLOG_TRACE_SCOPE();
     if (m_impl == nullptr) return;
     BLOG(kLogDebug, "Destroy timer:'%s'.\n", m_impl->name().c_str());
-    if (m_impl->isStarted()) RemoveTimer(m_impl);
+    if (m_impl->isStarted()) RemoveTimer(*m_impl);
     m_impl->stop();
     // stop() waits for one run by a flag that the first to end clears. Others may overlap it, or be
     // about to begin: their threads exist, and hold the implementation, but not this handle.
     m_impl->retire();
     // The last run may have started the timer once more.
-    if (m_impl->isStarted()) RemoveTimer(m_impl);
+    if (m_impl->isStarted()) RemoveTimer(*m_impl);
 }
 
 // A step of most operations, reported in their own names.
@@ -107,7 +107,7 @@ int Timer::start() {
         return kFailure;
     }
     try {
-        scheduleTimer(m_impl);
+        scheduleTimer(*m_impl);
     } catch (const std::bad_alloc&) {
         reportNotStarted(__func__, *m_impl);
         return kFailure;
@@ -118,7 +118,7 @@ int Timer::start() {
 int Timer::stop() {
     RETURN_WITHOUT_IMPL(kFailure);
     BLOG(kLogDebug, "Stop timer:'%s'.\n", m_impl->name().c_str());
-    if (m_impl->isStarted()) RemoveTimer(m_impl);
+    if (m_impl->isStarted()) RemoveTimer(*m_impl);
     return m_impl->stop();
 }
 
@@ -126,7 +126,7 @@ int Timer::stopNoBlock() {
     BLOG_TRACE_SCOPE();
     RETURN_WITHOUT_IMPL(kFailure);
     BLOG(kLogInfo, "m_impl is not NULL.\n");
-    if (m_impl->isStarted()) RemoveTimer(m_impl);
+    if (m_impl->isStarted()) RemoveTimer(*m_impl);
     return m_impl->stopNoBlock();
 }
 

@@ -1,44 +1,56 @@
 #include "timer/timer_heap.h"
 
-#include <utility>
+#include <algorithm>
 
 #include "timer/timer_impl.h"
 
 namespace tevalon::base::simple_timer {
 namespace {
 
+constexpr std::size_t kChildren = 4;  // A cache line of them.
+
 std::size_t parentOf(std::size_t index) {
-    return (index - 1) / 2;
+    return (index - 1) / kChildren;
+}
+
+// As one number, in the order of operator<.
+std::uint64_t keyOf(const ExpiredTime& time) {
+    constexpr std::uint32_t kSign = 0x80000000U;
+    const std::uint32_t sec = static_cast<std::uint32_t>(time.sec) ^ kSign;
+    const std::uint32_t nsec = static_cast<std::uint32_t>(time.nsec) ^ kSign;
+    return std::uint64_t{sec} << 32 | nsec;
 }
 
 }  // namespace
 
 bool TimerHeap::isBefore(const Entry& left, const Entry& right) {
-    if (left.expired < right.expired) return true;
-    return !(right.expired < left.expired) && left.sequence < right.sequence;
+    const std::uint64_t leftKey = keyOf(left.expired);
+    const std::uint64_t rightKey = keyOf(right.expired);
+    if (leftKey != rightKey) return leftKey < rightKey;
+    return left.timer->place().sequence() < right.timer->place().sequence();
 }
 
-void TimerHeap::insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired) {
-    Place& place = timer->place();
-    if (place.m_isListed) return;
+void TimerHeap::insert(TimerImpl& timer, const ExpiredTime& expired) {
+    Place& place = timer.place();
+    if (place.m_index != Place::kNone) return;
     m_entries.emplace_back();
-    siftUp(m_entries.size() - 1, {expired, m_nextSequence++, timer});
-    place.m_isListed = true;
+    place.m_sequence = static_cast<std::uint32_t>(m_nextSequence);
+    place.m_sequenceHigh = static_cast<std::uint32_t>(m_nextSequence++ >> 32);
+    siftUp(m_entries.size() - 1, {expired, &timer});
 }
 
 void TimerHeap::remove(TimerImpl& timer) {
     Place& place = timer.place();
-    if (!place.m_isListed) return;
-    place.m_isListed = false;
     const std::size_t index = place.m_index;
-    const Entry removed = std::move(m_entries[index]);
-    Entry last = std::move(m_entries.back());
+    if (index == Place::kNone) return;
+    place.m_index = Place::kNone;
+    const Entry last = m_entries.back();
     m_entries.pop_back();
     if (index == m_entries.size()) return;
     if (index > 0 && isBefore(last, m_entries[parentOf(index)])) {
-        siftUp(index, std::move(last));
+        siftUp(index, last);
     } else {
-        siftDown(index, std::move(last));
+        siftDown(index, last);
     }
 }
 
@@ -49,29 +61,33 @@ void TimerHeap::shrinkIfSparse() {
     }
 }
 
-void TimerHeap::put(std::size_t index, Entry&& entry) {
-    entry.timer->place().m_index = index;
-    m_entries[index] = std::move(entry);
+void TimerHeap::put(std::size_t index, const Entry& entry) {
+    entry.timer->place().m_index = static_cast<std::uint32_t>(index);
+    m_entries[index] = entry;
 }
 
 // The slot at index is a hole: it moves up, or down, to where the entry belongs.
-void TimerHeap::siftUp(std::size_t index, Entry&& entry) {
+void TimerHeap::siftUp(std::size_t index, const Entry& entry) {
     while (index > 0 && isBefore(entry, m_entries[parentOf(index)])) {
-        put(index, std::move(m_entries[parentOf(index)]));
+        put(index, m_entries[parentOf(index)]);
         index = parentOf(index);
     }
-    put(index, std::move(entry));
+    put(index, entry);
 }
 
-void TimerHeap::siftDown(std::size_t index, Entry&& entry) {
+void TimerHeap::siftDown(std::size_t index, const Entry& entry) {
     const std::size_t count = m_entries.size();
-    for (std::size_t child = 2 * index + 1; child < count; child = 2 * index + 1) {
-        if (child + 1 < count && isBefore(m_entries[child + 1], m_entries[child])) ++child;
-        if (!isBefore(m_entries[child], entry)) break;
-        put(index, std::move(m_entries[child]));
-        index = child;
+    for (std::size_t child = kChildren * index + 1; child < count; child = kChildren * index + 1) {
+        const std::size_t end = std::min(child + kChildren, count);
+        std::size_t first = child;
+        while (++child < end) {
+            if (isBefore(m_entries[child], m_entries[first])) first = child;
+        }
+        if (!isBefore(m_entries[first], entry)) break;
+        put(index, m_entries[first]);
+        index = first;
     }
-    put(index, std::move(entry));
+    put(index, entry);
 }
 
 }  // namespace tevalon::base::simple_timer

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "timer/expired_time.h"
@@ -14,10 +13,11 @@ namespace tevalon::base::simple_timer {
 
 class TimerImpl;
 
-/// A binary min-heap of timers by expiry, stable: those of equal expiry in the order of their
-/// insertion. Nobody asks for more than the first, so a full order would be wasted. Inserting one
-/// that is due late, and removing it, takes constant time on average; anything else is logarithmic.
-/// Keeps its timers alive.
+/// A min-heap of timers by expiry, stable: those of equal expiry in the order of their insertion.
+/// Nobody asks for more than the first, so a full order would be wasted. Inserting one that is due
+/// late, and removing it, takes constant time on average; anything else is logarithmic.
+///
+/// Does not own its timers: each has to be removed before it is destroyed.
 ///
 /// Thread-safety: none; the scheduler's mutex guards it.
 class TimerHeap {
@@ -26,19 +26,25 @@ public:
     /// own.
     class Place {
         friend class TimerHeap;
-        bool m_isListed = false;
-        std::size_t m_index = 0;
+        static constexpr std::uint32_t kNone = UINT32_MAX;
+
+        std::uint64_t sequence() const { return std::uint64_t{m_sequenceHigh} << 32 | m_sequence; }
+
+        std::uint32_t m_index = kNone;  // In the heap; none where the timer is not listed.
+        // Of insertion: breaks ties between equal expiries. In halves, for the alignment.
+        std::uint32_t m_sequence = 0;
+        std::uint32_t m_sequenceHigh = 0;
     };
 
     bool empty() const { return m_entries.empty(); }
 
     /// The timer that is due first, and when. There must be one.
-    const std::shared_ptr<TimerImpl>& head() const { return m_entries.front().timer; }
+    TimerImpl& head() const { return *m_entries.front().timer; }
     ExpiredTime headExpiredTime() const { return m_entries.front().expired; }
 
     /// Behind all that are due at the same time. A timer that is listed stays where it is.
     /// Allocates nothing if a timer was removed since the last shrinkIfSparse().
-    void insert(const std::shared_ptr<TimerImpl>& timer, const ExpiredTime& expired);
+    void insert(TimerImpl& timer, const ExpiredTime& expired);
 
     /// A timer that is not listed is ignored. Keeps the room.
     void remove(TimerImpl& timer);
@@ -50,16 +56,15 @@ public:
 private:
     struct Entry {
         ExpiredTime expired;
-        std::uint64_t sequence;  // Of insertion: breaks ties between equal expiries.
-        std::shared_ptr<TimerImpl> timer;
+        TimerImpl* timer;
     };
 
     static bool isBefore(const Entry& left, const Entry& right);
-    void put(std::size_t index, Entry&& entry);
-    void siftUp(std::size_t index, Entry&& entry);
-    void siftDown(std::size_t index, Entry&& entry);
+    void put(std::size_t index, const Entry& entry);
+    void siftUp(std::size_t index, const Entry& entry);
+    void siftDown(std::size_t index, const Entry& entry);
 
-    // Min-heap: entry i is due no later than entries 2i+1 and 2i+2.
+    // Min-heap: entry i is due no later than entries 4i+1 to 4i+4.
     std::vector<Entry> m_entries;
     std::uint64_t m_nextSequence = 0;
 };

@@ -17,12 +17,8 @@
 namespace tevalon::base::simple_timer {
 namespace {
 
-bool isZero(const TimeoutTime& timeout) {
-    return timeout.sec == 0 && timeout.msec == 0 && timeout.usec == 0;
-}
-
 bool isZeroPeriod(const TimeoutTime& timeout, TimerType_e type) {
-    return type == CONTINUE && isZero(timeout);
+    return type == CONTINUE && timeout.sec == 0 && timeout.msec == 0 && timeout.usec == 0;
 }
 
 __attribute__((noinline, cold)) void reportZeroPeriod(const char* function) {
@@ -41,17 +37,18 @@ TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeou
                      TimerHandler handler, void* userData, TimerType_e type)
     : m_timer(p_timer),
       m_name(std::move(name)),
-      m_timeout(timeout),
-      m_handler(std::make_shared<const TimerHandler>(std::move(handler))),
+      m_timeout(normalised(timeout)),
+      m_handler(std::move(handler)),
       m_userData(userData),
-      m_type(type) {
+      m_type(type),
+      m_runs(0),
+      m_isRetired(false) {
     if (isZeroPeriod(timeout, type)) {
         reportZeroPeriod(__func__);
         m_isValid = false;
         return;
     }
     if (!*m_handler) m_isValid = false;
-    caculateTimeout();
 }
 
 int TimerImpl::setProperty(const TimeoutTime& timeout, TimerHandler handler, void* userData,
@@ -61,10 +58,9 @@ int TimerImpl::setProperty(const TimeoutTime& timeout, TimerHandler handler, voi
         m_isValid = false;
         return kFailure;
     }
-    auto newHandler = std::make_shared<const TimerHandler>(std::move(handler));
+    SharedHandler newHandler(std::move(handler));
     const MutexGuard lock(m_mutex);
-    m_timeout = timeout;
-    caculateTimeout();
+    caculateTimeout(timeout);
     m_handler.swap(newHandler);
     m_userData = userData;
     m_type = type;
@@ -77,25 +73,23 @@ int TimerImpl::changeTimeout(const TimeoutTime& timeout) {
         reportZeroPeriod(__func__);
         return kFailure;
     }
-    const MutexGuard lock(m_mutex);
-    m_timeout = timeout;
-    caculateTimeout();
+    caculateTimeout(timeout);
     return kSuccess;
 }
 
 int TimerImpl::changeType(TimerType_e type) {
-    if (type == CONTINUE && isZero(timeout())) {
+    const Timeout timeout = m_timeout;
+    if (type == CONTINUE && timeout.sec == 0 && timeout.usec == 0) {
         BLOG(kLogError, "When the timeout is {0, 0, 0}, you cannot change type to CONTINUE.\n");
         return kFailure;
     }
-    const MutexGuard lock(m_mutex);
     m_type = type;
     return kSuccess;
 }
 
 int TimerImpl::changeHandler(TimerHandler handler, void* userData) {
     // The old handler is destroyed unlocked, by whoever lets go of it last.
-    auto newHandler = std::make_shared<const TimerHandler>(std::move(handler));
+    SharedHandler newHandler(std::move(handler));
     const MutexGuard lock(m_mutex);
     m_handler.swap(newHandler);
     m_userData = userData;
@@ -139,14 +133,14 @@ int TimerImpl::stopNoBlock() {
 void TimerImpl::retire() {
     // The run that destroys its own timer continues: it holds what it still touches, which the
     // Timer is not.
-    const int ownRuns = RunningThread::isThisThreadOf(this) ? 1 : 0;
+    const unsigned ownRuns = RunningThread::isThisThreadOf(this) ? 1 : 0;
     // Declared before the lock: destroyed after it is released, and here rather than with the last
     // reference, which the scheduler may drop under its mutex.
-    std::shared_ptr<const TimerHandler> handler;
+    SharedHandler handler;
     MutexLock lock(m_mutex);
     m_isRetired = true;
     while (m_runs != ownRuns) lock.wait(m_cond);
-    handler = std::move(m_handler);
+    handler.swap(m_handler);
 }
 
 // A run that has begun is ended by the destructor, for a handler may leave in other ways than by
@@ -158,11 +152,11 @@ public:
         if (m_timer.m_isRetired) return;
         m_timer.m_isRunning = true;
         ++m_timer.m_runs;
-        m_handler = m_timer.m_handler;
+        m_handler.share(m_timer.m_handler);
         m_userData = m_timer.m_userData;
     }
     ~HandlerRun() {
-        if (m_handler == nullptr) return;
+        if (!m_handler) return;
         // Before m_runs says that the run is over: ~Timer() may return then, and the client unload
         // the handler's code.
         m_handler.reset();
@@ -176,12 +170,12 @@ public:
     HandlerRun& operator=(const HandlerRun&) = delete;
 
     void callHandler() const {
-        if (m_handler != nullptr) (*m_handler)(m_timer.m_timer, m_userData);
+        if (m_handler) (*m_handler)(m_timer.m_timer, m_userData);
     }
 
 private:
     TimerImpl& m_timer;
-    std::shared_ptr<const TimerHandler> m_handler;  // Null where the timer has been retired.
+    SharedHandler m_handler;  // None where the timer has been retired.
     void* m_userData = nullptr;
 };
 
@@ -194,9 +188,9 @@ void TimerImpl::runHandler() {
 }
 
 void TimerImpl::reschedule(const ExpiredTime& now) {
-    constexpr TimeoutTime kShortestPause = {0, 1, 0};
+    constexpr Timeout kShortestPause = {0, 1000};
     const bool isKnown = caculateExpiredTime() == kSuccess;  // It has reported its own failure.
-    if (isKnown && isPositive(timeout())) return;
+    if (isKnown && isPositive(m_timeout)) return;
     // A period that is over before it begins, or an expiry that stays in the past, would start
     // threads without end.
     const ExpiredTime earliest = after(now, kShortestPause);
@@ -210,22 +204,12 @@ int TimerImpl::caculateExpiredTime() {
         reportClockFailure(__func__);
         return kFailure;
     }
-    m_expiredTime.store(after(fromTimespec(*now), timeout()), std::memory_order_release);
+    m_expiredTime.store(after(fromTimespec(*now), m_timeout), std::memory_order_release);
     return kSuccess;
 }
 
-TimerType_e TimerImpl::type() {
-    const MutexGuard lock(m_mutex);
-    return m_type;
-}
-
-TimeoutTime TimerImpl::timeout() {
-    const MutexGuard lock(m_mutex);
-    return m_timeout;
-}
-
-void TimerImpl::caculateTimeout() {
-    m_timeout = normalised(m_timeout);
+void TimerImpl::caculateTimeout(const TimeoutTime& timeout) {
+    m_timeout = normalised(timeout);
 }
 
 }  // namespace tevalon::base::simple_timer

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "base/simple_timer.h"
 #include "locks/annotated_mutex.h"
@@ -22,6 +23,42 @@ inline constexpr int kFailure = -1;
 
 /// The line for a monotonic clock that could not be read; errno tells why.
 void reportClockFailure(const char* function);
+
+/// A handler that is shared by its timer and by those runs of it that go on: a shared_ptr for less
+/// memory. What a handler changes in itself stays changed.
+class SharedHandler {
+public:
+    SharedHandler() = default;
+    explicit SharedHandler(TimerHandler&& handler) : m_counted(new Counted{std::move(handler)}) {}
+    ~SharedHandler() { reset(); }
+
+    SharedHandler(const SharedHandler&) = delete;
+    SharedHandler& operator=(const SharedHandler&) = delete;
+
+    /// Instead of none. One more user of @p other.
+    void share(const SharedHandler& other) {
+        m_counted = other.m_counted;
+        // Relaxed: whoever adds a user is kept from losing the last one by a lock.
+        if (m_counted != nullptr) m_counted->users.fetch_add(1, std::memory_order_relaxed);
+    }
+    void swap(SharedHandler& other) { std::swap(m_counted, other.m_counted); }
+    void reset() {
+        Counted* const p_counted = std::exchange(m_counted, nullptr);
+        if (p_counted == nullptr) return;
+        if (p_counted->users.fetch_sub(1, std::memory_order_acq_rel) == 1) delete p_counted;
+    }
+
+    explicit operator bool() const { return m_counted != nullptr; }
+    const TimerHandler& operator*() const { return m_counted->handler; }
+
+private:
+    struct Counted {
+        const TimerHandler handler;
+        std::atomic<int> users{1};
+    };
+
+    Counted* m_counted = nullptr;
+};
 
 /// Thread-safety: each method says what it needs; those that say nothing may be called from
 /// any thread.
@@ -64,11 +101,15 @@ public:
     int caculateExpiredTime();
 
     const std::string& name() const { return m_name; }
-    TimerType_e type();
+    TimerType_e type() const { return m_type; }
     ExpiredTime expiredTime() const { return m_expiredTime; }
     bool isValid() const { return m_isValid; }
     bool isStarted() const { return m_isStarted; }
     bool needStop() const { return m_needStop; }
+
+    /// With the scheduler's mutex held, while the timer is marked started: ~Timer() then waits for
+    /// that mutex before it lets go of its own reference.
+    std::shared_ptr<TimerImpl> self() const { return m_timer->m_impl; }
 
     // With the scheduler's mutex held: both change together, so that what is started is listed.
     void setStarted(bool isStarted) { m_isStarted.store(isStarted, std::memory_order_release); }
@@ -78,29 +119,28 @@ private:
     class HandlerRun;
     using RunningThread = OwnThread<TimerImpl>;
 
-    void caculateTimeout() TEVALON_REQUIRES(m_mutex);
+    void caculateTimeout(const TimeoutTime& timeout);
     void waitForRun();
-    TimeoutTime timeout();
 
-    // Guards the properties, which a client may change while a last run begins, and the runs.
+    // Guards the handler and its data, which a client may change while a last run begins, and the
+    // runs.
     AnnotatedMutex m_mutex;
     std::condition_variable m_cond;  // Signalled when a run ends.
     Timer* const m_timer;            // Handed to the handler; alive while a run goes on.
     const std::string m_name;
-    TimeoutTime m_timeout TEVALON_GUARDED_BY(m_mutex);
-    // Shared, not copied, by the runs: what a handler changes in itself stays changed.
-    std::shared_ptr<const TimerHandler> m_handler TEVALON_GUARDED_BY(m_mutex);
+    std::atomic<Timeout> m_timeout;
+    SharedHandler m_handler TEVALON_GUARDED_BY(m_mutex);
     void* m_userData TEVALON_GUARDED_BY(m_mutex);
-    TimerType_e m_type TEVALON_GUARDED_BY(m_mutex);
+    std::atomic<TimerType_e> m_type;
+    // All that go on. Beside m_type for the alignment, as m_place beside the flags.
+    unsigned m_runs : 31 TEVALON_GUARDED_BY(m_mutex);
+    bool m_isRetired : 1 TEVALON_GUARDED_BY(m_mutex);
     std::atomic<ExpiredTime> m_expiredTime{ExpiredTime{0, 0}};
     std::atomic<bool> m_isValid{true};
     std::atomic<bool> m_isStarted{false};
     // Set, and cleared by whichever run ends first, with m_mutex held; a start clears it without.
     std::atomic<bool> m_isRunning{false};
     std::atomic<bool> m_needStop{false};
-
-    int m_runs TEVALON_GUARDED_BY(m_mutex) = 0;  // All that go on.
-    bool m_isRetired TEVALON_GUARDED_BY(m_mutex) = false;
 
     TimerHeap::Place m_place;  // Guarded by the scheduler's mutex.
 };

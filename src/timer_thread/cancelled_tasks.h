@@ -9,11 +9,9 @@
 #include "base/logging/log_level.h"
 #include "base/timer/timer_task.h"
 #include "os/monotonic_time.h"
+#include "timer_thread/task_queue.h"
 
 namespace tevalon::base::timer {
-
-/// Not set yet; once queued, cancelled.
-inline constexpr double kNoFireTime = 0.0;
 
 struct CancelledTask {
     std::int32_t sessionId;
@@ -27,13 +25,13 @@ struct CancelledTask {
 /// Thread-safety: none.
 class CancelledTasks {
 public:
-    void cancel(TimerTaskBase* p_task) {
-        const double fireTime = p_task->getNextFireTime();
-        p_task->setNextFireTime(kNoFireTime);
+    void operator()(TimerTaskBase& task) {
+        const double fireTime = task.getNextFireTime();
+        task.setNextFireTime(kNoFireTime);
         ++m_count;
         if (!m_isLogged) return;
         m_toLog.push_back(
-            {p_task->sessionId(), p_task->taskId(), fireTime, fireTime - monotonicSeconds()});
+            {task.sessionId(), task.taskId(), fireTime, fireTime - monotonicSeconds()});
     }
 
     int count() const { return m_count; }

@@ -70,6 +70,20 @@ bool TimerThread::State::mustWake(bool isWatched) const {
     return isWatched || !(m_taskQueue.frontFireTime() >= m_sleepsUntil);
 }
 
+TimerThread::State::Look TimerThread::State::look(TimerThread* p_owner) {
+    constexpr double kUnknown = -std::numeric_limits<double>::infinity();
+    const QueueLock lock(m_queueMutex);
+    Look look = {m_taskQueue.empty(), 0.0, kUnknown, nullptr};
+    const double fireTime = m_taskQueue.frontFireTime();
+    if (fireTime == kNoFireTime) return look;
+    look.now = monotonicSeconds();
+    look.interval = fireTime - look.now;
+    if (look.interval > 0) return look;
+    p_owner->debugIterateTaskQueue("Before pop task:");
+    look.task = m_taskQueue.popFront();
+    return look;
+}
+
 std::size_t TimerThread::State::taskCount() {
     const QueueLock lock(m_queueMutex);
     return m_taskQueue.size();

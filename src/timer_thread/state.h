@@ -81,19 +81,27 @@ public:
     CancelledTasks cancelSession(std::int32_t sessionId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.forEachOfSession(sessionId,
-                                     [&](TimerTaskBase& task) { cancelled.cancel(&task); });
+        m_taskQueue.cancelSession(sessionId, cancelled);
         return cancelled;
     }
 
     CancelledTasks cancelTask(std::int32_t taskId) {
         CancelledTasks cancelled;
         const QueueLock lock(m_queueMutex);
-        m_taskQueue.forEach([&](TimerTaskBase& task) {
-            if (task.taskId() == taskId) cancelled.cancel(&task);
-        });
+        m_taskQueue.cancelWhere(&TimerTaskBase::taskId, taskId, cancelled);
         return cancelled;
     }
+
+    /// What the worker finds when it looks at the queue.
+    struct Look {
+        bool isEmpty;
+        double interval;  // Seconds until the first task is due. 0.0 where that is cancelled.
+        double now;       // The time then; minus infinity where the clock was not read.
+        Task task;        // The first, off the queue; only where it is due and not cancelled.
+    };
+
+    /// One look under one lock, in which nobody comes between the question and the taking.
+    Look look(TimerThread* p_owner);
 
     std::size_t taskCount();
     /// 0.0 where there is no task, or where it is cancelled.
@@ -121,7 +129,8 @@ public:
     bool waitForTask(double timeoutSeconds);
 
     bool isBusy();
-    void setBusy(bool isBusy) { m_busy = isBusy; }
+    // Relaxed: it stands for itself.
+    void setBusy(bool isBusy) { m_busy.store(isBusy, std::memory_order_relaxed); }
     std::int32_t threadId() const { return m_threadId; }
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 

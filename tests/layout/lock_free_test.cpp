@@ -30,7 +30,7 @@ TEST(LockFreeTest, Pointers) {
 }
 
 TEST(LockFreeTest, Times) {
-    expectLockFree<double, simple_timer::ExpiredTime>();
+    expectLockFree<double, simple_timer::ExpiredTime, simple_timer::Timeout>();
 }
 
 TEST(LockFreeTest, TheWordOfASingleton) {

@@ -44,10 +44,10 @@ void insertByWalk(std::list<Impl>* p_list, const Impl& timer) {
 TEST(TimerHeapTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
     TimerHeap list;
     const std::vector<Impl> timers = {timerDueAt({5, 1}), timerDueAt({5, 1}), timerDueAt({5, 0})};
-    for (const Impl& timer : timers) list.insert(timer, timer->expiredTime());
+    for (const Impl& timer : timers) list.insert(*timer, timer->expiredTime());
 
     for (const Impl& expected : {timers[2], timers[0], timers[1]}) {
-        EXPECT_EQ(list.head(), expected);
+        EXPECT_EQ(&list.head(), expected.get());
         list.remove(*expected);
     }
     EXPECT_TRUE(list.empty());
@@ -56,13 +56,27 @@ TEST(TimerHeapTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
 TEST(TimerHeapTest, ATimerIsListedOnce) {
     TimerHeap list;
     const Impl timer = timerDueAt({5, 1});
-    list.insert(timer, timer->expiredTime());
-    list.insert(timer, timer->expiredTime());
+    list.insert(*timer, timer->expiredTime());
+    list.insert(*timer, timer->expiredTime());
 
     list.remove(*timer);
     EXPECT_TRUE(list.empty());
     list.remove(*timer);
     EXPECT_TRUE(list.empty());
+}
+
+TEST(TimerHeapTest, AllExpiriesAreInOrder) {
+    TimerHeap list;
+    const std::vector<Impl> timers = {timerDueAt({0, 0}), timerDueAt({0, 0}), timerDueAt({0, 0}),
+                                      timerDueAt({0, 0}), timerDueAt({0, 0}), timerDueAt({0, 0})};
+    const std::vector<ExpiredTime> ascending = {
+        {INT32_MIN, INT32_MIN}, {INT32_MIN, 5}, {-1, -1}, {-1, 0}, {0, -999999999}, {INT32_MAX, 1}};
+    for (std::size_t i = timers.size(); i-- > 0;) list.insert(*timers[i], ascending[i]);
+
+    for (const Impl& expected : timers) {
+        EXPECT_EQ(&list.head(), expected.get());
+        list.remove(*expected);
+    }
 }
 
 // Not by the timer's own, which another start of it may change meanwhile.
@@ -71,10 +85,10 @@ TEST(TimerHeapTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
     const Impl first = timerDueAt({5, 0});
     const Impl second = timerDueAt({30, 0});
 
-    list.insert(first, {20, 0});
-    list.insert(second, {10, 0});
+    list.insert(*first, {20, 0});
+    list.insert(*second, {10, 0});
 
-    EXPECT_EQ(list.head(), second);
+    EXPECT_EQ(&list.head(), second.get());
     EXPECT_FALSE(list.headExpiredTime() < (ExpiredTime{10, 0}));
 }
 
@@ -90,7 +104,7 @@ TEST(TimerHeapTest, PlacesAreThoseOfTheWalk) {
         if (plain.empty() || chance(random) < 55) {
             const Impl timer = timerDueAt({second(random), nanosecond(random)});
             insertByWalk(&plain, timer);
-            list.insert(timer, timer->expiredTime());
+            list.insert(*timer, timer->expiredTime());
         } else {
             std::uniform_int_distribution<std::size_t> any(0, plain.size() - 1);
             const auto victim = std::next(plain.begin(), static_cast<long>(any(random)));
@@ -99,11 +113,11 @@ TEST(TimerHeapTest, PlacesAreThoseOfTheWalk) {
         }
         ASSERT_EQ(list.empty(), plain.empty());
         if (!plain.empty()) {
-            ASSERT_EQ(list.head(), plain.front()) << "step " << step;
+            ASSERT_EQ(&list.head(), plain.front().get()) << "step " << step;
         }
     }
     while (!plain.empty()) {
-        ASSERT_EQ(list.head(), plain.front());
+        ASSERT_EQ(&list.head(), plain.front().get());
         list.remove(*plain.front());
         plain.pop_front();
     }

@@ -215,6 +215,40 @@ TEST_F(TimerLifetimeTest, ARunThatHasNotBegunNeverSeesADestroyedTimer) {
     EXPECT_TRUE(m_runs.runs().empty());
 }
 
+// From when a ONCE timer is marked stopped its destruction waits for nobody; the scheduler, which
+// goes on with it, must hold it by then.
+TEST_F(TimerLifetimeTest, ATimerMayGoBeforeItsHandlersThreadIsCreated) {
+    auto timer = std::make_unique<Timer>("hasty", kSoon, m_runs.handler(), nullptr, ONCE);
+    test::Event creating;
+    test::Event isGone;
+    test::Event done;
+    test::RunAtCall atCreation(
+        Call::PthreadCreate,
+        [&] {
+            creating.set();
+            (void)isGone.wait();
+            done.set();
+        },
+        When().anyThread());
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(creating.wait());
+    EXPECT_FALSE(timer->isStarted());
+
+    timer.reset();
+
+    isGone.set();
+    ASSERT_TRUE(done.wait());
+    // One that is due later, by which time the first thread has been created.
+    HeldStarts starts;
+    starts.letBegin(SIZE_MAX);
+    test::Event ran;
+    Timer next(
+        "next", kSoon, [&](Timer*, void*) { ran.set(); }, nullptr, ONCE);
+    ASSERT_EQ(next.start(), 0);
+    ASSERT_TRUE(ran.wait());
+    EXPECT_TRUE(m_runs.runs().empty());
+}
+
 // The code of a handler, and of what it holds, may be unloaded once its timer is gone.
 TEST_F(TimerLifetimeTest, AHandlerThatNeverRunsGoesWithItsTimer) {
     HeldStarts starts;

@@ -21,12 +21,15 @@ using Task = std::shared_ptr<TimerTaskBase>;
 
 class IdleTask : public TimerTaskBase {
 public:
-    explicit IdleTask(double fireTime) { setNextFireTime(fireTime); }
+    explicit IdleTask(double fireTime, std::int32_t id = 0) {
+        setNextFireTime(fireTime);
+        setTaskId(id);
+    }
     void fire() override {}
 };
 
-Task taskAt(double fireTime) {
-    return std::make_shared<IdleTask>(fireTime);
+Task taskAt(double fireTime, std::int32_t id = 0) {
+    return std::make_shared<IdleTask>(fireTime, id);
 }
 
 // The rule itself: a walk from the front to the first task whose time is strictly greater.
@@ -65,14 +68,37 @@ std::vector<const TimerTaskBase*> orderOf(const PlainQueue& queue) {
     return order;
 }
 
-void cancel(TaskQueue& queue, std::int32_t sessionId) {
-    queue.forEachOfSession(sessionId, [](TimerTaskBase& task) { task.setNextFireTime(0.0); });
+using Cancelled = std::vector<const TimerTaskBase*>;
+
+// Both queues share the tasks: what one sees of their times, the other sees too.
+Cancelled cancel(TaskQueue& queue, std::int32_t sessionId) {
+    Cancelled cancelled;
+    const auto cancelOne = [&](TimerTaskBase& task) {
+        task.setNextFireTime(0.0);
+        cancelled.push_back(&task);
+    };
+    queue.cancelSession(sessionId, cancelOne);
+    return cancelled;
 }
 
-void cancelOneOfAll(TaskQueue& queue, std::int32_t sessionId) {
-    queue.forEach([sessionId](TimerTaskBase& task) {
-        if (task.sessionId() == sessionId) task.setNextFireTime(0.0);
-    });
+Cancelled cancelGroup(TaskQueue& queue, std::int32_t taskId) {
+    Cancelled cancelled;
+    const auto cancelOne = [&](TimerTaskBase& task) {
+        task.setNextFireTime(0.0);
+        cancelled.push_back(&task);
+    };
+    queue.cancelWhere(&TimerTaskBase::taskId, taskId, cancelOne);
+    return cancelled;
+}
+
+// Which ones a walk from the front would cancel, and in what order.
+template <typename IsWanted>
+Cancelled wanted(const PlainQueue& queue, IsWanted isWanted) {
+    Cancelled found;
+    for (const Task& task : queue.tasks()) {
+        if (isWanted(*task)) found.push_back(task.get());
+    }
+    return found;
 }
 
 TEST(TaskQueueTest, AnEmptyQueueHasNoFirstTask) {
@@ -168,6 +194,73 @@ TEST(TaskQueueTest, WithoutMemoryNothingIsInserted) {
     EXPECT_EQ(orderOf(queue), orderOf(plain));
 }
 
+TEST(TaskQueueTest, ACancellationThatThrowsLeavesTheQueueInOrder) {
+    TaskQueue queue;
+    PlainQueue plain;
+    for (int i = 0; i < 200; ++i) {
+        const Task task = taskAt(1 + i * 7 % 100, i % 3);
+        plain.insert(task);
+        queue.insert(Task(task));
+    }
+    int left = 20;
+    const auto cancelSome = [&](TimerTaskBase& task) {
+        task.setNextFireTime(0.0);
+        if (--left == 0) throw std::bad_alloc();
+    };
+
+    EXPECT_THROW(queue.cancelWhere(&TimerTaskBase::taskId, 1, cancelSome), std::bad_alloc);
+    left = 1;
+    EXPECT_THROW(queue.cancelSession(plain.tasks().back()->sessionId(), cancelSome),
+                 std::bad_alloc);
+
+    for (int i = 0; i < 100; ++i) {
+        const Task task = taskAt(i);
+        plain.insert(task);
+        queue.insert(Task(task));
+    }
+    EXPECT_EQ(orderOf(queue), orderOf(plain));
+}
+
+// The last to the first, so that each goes behind many that were cancelled before.
+TEST(TaskQueueTest, AllCanBeCancelledBackwards) {
+    TaskQueue queue;
+    PlainQueue plain;
+    for (int i = 0; i < 1000; ++i) {
+        const Task task = taskAt(1 + i % 10);
+        plain.insert(task);
+        queue.insert(Task(task));
+    }
+    std::vector<std::int32_t> sessions;
+    for (const Task& task : plain.tasks()) sessions.push_back(task->sessionId());
+
+    for (auto session = sessions.rbegin(); session != sessions.rend(); ++session) {
+        ASSERT_EQ(cancel(queue, *session).size(), 1U);
+    }
+    EXPECT_EQ(orderOf(queue), orderOf(plain));
+    const Task last = taskAt(0.5);
+    plain.insert(last);
+    queue.insert(Task(last));
+    EXPECT_EQ(orderOf(queue), orderOf(plain));
+    while (!plain.tasks().empty()) ASSERT_EQ(queue.popFront(), plain.popFront());
+    EXPECT_TRUE(queue.empty());
+}
+
+// As those of a thread that gets every 1,024th task of a process.
+TEST(TaskQueueTest, SessionsThatAreFarApartAreFound) {
+    std::vector<Task> tasks;
+    for (int i = 0; i < 200; ++i) {
+        for (int other = 0; other < 1023; ++other) (void)IdleTask(1.0);
+        tasks.push_back(taskAt(1000 - i));
+    }
+    TaskQueue queue;
+    for (const Task& task : tasks) queue.insert(Task(task));
+
+    for (const Task& task : tasks) {
+        EXPECT_EQ(cancel(queue, task->sessionId()), Cancelled{task.get()});
+    }
+    EXPECT_EQ(cancel(queue, tasks.front()->sessionId() - 1), Cancelled{});
+}
+
 class TaskQueueAgainstWalkTest : public ::testing::TestWithParam<unsigned> {};
 
 // Posts, pops and cancellations in any mixture, compared with the walk after each step.
@@ -192,20 +285,33 @@ TEST_P(TaskQueueAgainstWalkTest, PlacesAreThoseOfTheWalk) {
         const int dice = chance(random);
         if (dice < postChance) {
             const bool isSpecial = chance(random) < 10;
-            const Task task =
-                taskAt(isSpecial ? specialTimes[special(random)] : coarseTime(random));
+            Task task = taskAt(isSpecial ? specialTimes[special(random)] : coarseTime(random),
+                               coarseTime(random));
+            // Some are queued twice, at the time that they have.
+            if (!plain.tasks().empty() && chance(random) < 5) task = plain.tasks().back();
             plain.insert(task);
             queue.insert(Task(task));
         } else if (dice < 90) {
             ASSERT_EQ(queue.popFront(), plain.popFront());
         } else if (!plain.tasks().empty()) {
             std::uniform_int_distribution<std::size_t> any(0, plain.tasks().size() - 1);
-            // Both queues share the tasks; cancelling in one is cancelling in both.
-            const std::int32_t sessionId = plain.tasks()[any(random)]->sessionId();
-            dice % 2 == 0 ? cancel(queue, sessionId) : cancelOneOfAll(queue, sessionId);
+            const Task task = plain.tasks()[any(random)];
+            if (dice < 99) {
+                const auto isWanted = [&](const TimerTaskBase& other) {
+                    return other.sessionId() == task->sessionId();
+                };
+                const Cancelled expected = wanted(plain, isWanted);
+                ASSERT_EQ(cancel(queue, task->sessionId()), expected);
+            } else {
+                const auto isWanted = [&](const TimerTaskBase& other) {
+                    return other.taskId() == task->taskId();
+                };
+                const Cancelled expected = wanted(plain, isWanted);
+                ASSERT_EQ(cancelGroup(queue, task->taskId()), expected);
+            }
         }
         ASSERT_EQ(queue.size(), plain.tasks().size());
-        ASSERT_EQ(queue.front(), plain.tasks().empty() ? nullptr : plain.tasks().front());
+        ASSERT_EQ(queue.front(), plain.tasks().empty() ? nullptr : plain.tasks().front().get());
         if (step % 16 == 0) {
             ASSERT_EQ(orderOf(queue), orderOf(plain)) << "step " << step;
         }

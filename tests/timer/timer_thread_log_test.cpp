@@ -408,6 +408,64 @@ TEST_F(TimerThreadRecheckTest, ATaskPoppedTooEarlyIsPutBack) {
     EXPECT_EQ(text.substr(begin + expected.size()), seconds(now) + ").\n");
 }
 
+// The one look that the worker takes at the clock does not hold for another time.
+TEST_F(TimerThreadRecheckTest, ATaskPutOffWhileItIsTakenIsPutBack) {
+    ASSERT_TRUE(m_holder.hold(*m_thread));
+    test::setLogLevel(kLogWarn);
+    const double later = monotonicNow() + 1000.0;
+    bool hasFired = false;
+    const auto task = makeTask([&] { hasFired = true; }, 0.5, 7);
+    m_thread->postTask(task);
+    Check check(
+        test::Call::ZorDebugCheckLevel,
+        [&](DebugLevelRecord* p_record) {
+            const bool isTaken = isWorkerAtDebugLine(*p_record) && task.use_count() > 1 &&
+                                 m_thread->taskCount() == 0;
+            if (isTaken) task->setNextFireTime(later);
+            return zorDebugCheckLevelGetFrameAndChunk(p_record);
+        },
+        When().anyThread().everyTime());
+
+    m_holder.letGo();
+
+    ASSERT_TRUE(m_log.waitFor("back to queue"));
+    m_thread->stop();
+    EXPECT_EQ(m_thread->taskCount(), 1);
+    EXPECT_FALSE(hasFired);
+}
+
+// Nor does it say anything where the clock has not been read.
+TEST_F(TimerThreadRecheckTest, EachTaskIsComparedWithAClockReadForIt) {
+    ASSERT_TRUE(m_holder.hold(*m_thread));
+    test::setLogLevel(kLogWarn);
+    const std::int32_t worker = m_thread->threadId();
+    std::atomic<int> reads{0};
+    test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime,
+        [&](clockid_t id, timespec* p_time) {
+            if (currentThread() == worker) ++reads;
+            return clock_gettime(id, p_time);
+        },
+        When().anyThread().everyTime());
+    constexpr int kTasks = 5;
+    std::vector<int> readsAtTask;
+    test::Event done;
+    for (int i = 0; i < kTasks; ++i) {
+        m_thread->postTask(makeTask(
+            [&] {
+                readsAtTask.push_back(reads);
+                if (readsAtTask.size() == kTasks) done.set();
+            },
+            0.5 + i));
+    }
+
+    m_holder.letGo();
+
+    ASSERT_TRUE(done.wait());
+    m_thread->stop();
+    EXPECT_EQ(readsAtTask, (std::vector<int>{1, 2, 3, 4, 5}));
+}
+
 TEST_F(TimerThreadRecheckTest, ATaskTakenByAnotherIsMissed) {
     ASSERT_TRUE(m_holder.hold(*m_thread));
     const auto task = makeTask([] {}, 0.5);

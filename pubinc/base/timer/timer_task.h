@@ -45,6 +45,8 @@ protected:
     void setTaskId(std::int32_t taskId);
 
 private:
+    friend class TaskQueue;
+
     std::atomic<double> m_nextFireTime;
     const std::int32_t m_sessionId;
     std::atomic<std::int32_t> m_taskId;

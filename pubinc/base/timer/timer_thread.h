@@ -96,7 +96,8 @@ private:
     /// As postTask(). Where it throws, the task stays with the caller.
     TEVALON_BASE_LOCAL void post(std::shared_ptr<TimerTaskBase>&& task);
     TEVALON_BASE_LOCAL void startIfIdle();
-    TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task);
+    TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task,
+                                       double knownTime);
     TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
 
     const std::unique_ptr<State> m_state;
