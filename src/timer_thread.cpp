@@ -8,6 +8,7 @@
 #include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
+#include "record/wait_scope.h"
 #include "timer_thread/state.h"
 
 namespace tevalon::base::timer {
@@ -19,6 +20,29 @@ constexpr double kIdleWaitSeconds = 1.0;  // With nothing queued.
 
 void logCount(const char* function, const CancelledTasks& cancelled) {
     BLOG_AS(function, kLogDebug, "Canceled Task Count: %d\n", cancelled.count());
+}
+
+/// However the task ends.
+class RecordedTask {
+public:
+    explicit RecordedTask(const TimerTaskBase& task)
+        : m_task(&task), m_taskId(task.taskId()), m_sessionId(task.sessionId()) {
+        record::taskBegun(m_task, m_taskId, m_sessionId);
+    }
+    ~RecordedTask() { record::taskEnded(m_task, m_taskId, m_sessionId); }
+
+    RecordedTask(const RecordedTask&) = delete;
+    RecordedTask& operator=(const RecordedTask&) = delete;
+
+private:
+    const void* const m_task;
+    const std::int32_t m_taskId;
+    const std::int32_t m_sessionId;
+};
+
+__attribute__((noinline, cold)) void fireRecorded(TimerTaskBase& task) {
+    const RecordedTask recorded(task);
+    task.fire();
 }
 
 void logNoTask() {
@@ -73,6 +97,7 @@ void TimerThread::stop() {
     }
     BLOG_TRACE_POINT();
     if (worker == nullptr) return;
+    const record::WaitScope wait(record::Wait::Stop, this);
     worker.reset();
     m_state->endStop();
 }
@@ -228,7 +253,11 @@ void TimerThread::fireTask(const Task& task) {
     BLOG_AS("run", kLogAlways, "[%p]:Begin fire task:(%p - id:%d).\n", self, address,
             task->taskId());
     m_state->setBusy(true);
-    task->fire();
+    if (record::isOn()) {
+        fireRecorded(*task);
+    } else {
+        task->fire();
+    }
     if (State::WorkerThread::isThisThreadOf(this)) m_state->setBusy(false);  // Else it is gone.
     BLOG_AS("run", kLogAlways, "[%p]:Finish fire task:(%p - id:%d).\n", self, address,
             task->taskId());

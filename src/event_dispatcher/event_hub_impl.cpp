@@ -14,7 +14,7 @@
 #include "event_dispatcher/status.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
-#include "record/record.h"
+#include "record/wait_scope.h"
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -357,6 +357,7 @@ void EventHubImpl::joinThread() {
     // Without m_threadMtx, which a handler in hand takes to register another. m_thread stays set,
     // so that ensureThread() starts no second thread; our copy keeps the std::thread alive if the
     // hub is destroyed meanwhile.
+    const record::WaitScope wait(record::Wait::Unregister, this);
     joinOrDetach(*thread);
     const MutexGuard lock(m_threadMtx);
     m_isJoining = false;

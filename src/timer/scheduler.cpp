@@ -24,6 +24,7 @@
 #include "os/no_cancellation.h"
 #include "os/precise_wait.h"
 #include "os/thread_name.h"
+#include "record/record.h"
 #include "timer/expired_time.h"
 #include "timer/timer_heap.h"
 #include "timer/timer_impl.h"
@@ -140,6 +141,7 @@ void fireHead(const ExpiredTime& now) TEVALON_REQUIRES(g_timerMutex) {
     TimerHeap& timers = timerHeap();
     // Before it is marked stopped, from when on ~Timer() does not wait for the mutex any more.
     const std::shared_ptr<TimerImpl> timer = timers.head().self();
+    if (record::isOn()) record::timerDue(timer.get());
     timers.remove(*timer);
     const char* name = timer->name().c_str();
     if (timer->type() == ONCE) {
@@ -248,6 +250,10 @@ void serveTimers(DescriptorSet* p_commands) {
     }
 }
 
+__attribute__((noinline, cold)) void recordStarted(const TimerImpl& timer) {
+    record::timerStarted(&timer, timer.name().c_str(), timer.timeoutNanoseconds());
+}
+
 void StartTimerThreadOnce() {
     const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
@@ -276,6 +282,7 @@ void ensureScheduler() {
 void scheduleTimer(TimerImpl& timer) {
     const MutexGuard lock(g_timerMutex);
     if (timer.isStarted()) return;  // Another thread was faster.
+    if (record::isOn()) recordStarted(timer);
     InsterTimer(timer, timer.expiredTime(), true);
     timer.setStarted(true);
 }
@@ -289,6 +296,7 @@ int RemoveTimer(TimerImpl& timer) {
     timers.remove(timer);
     timers.shrinkIfSparse();
     timer.setStarted(false);
+    if (record::isOn()) record::timerStopped(&timer);
     if (isHead) {
         const NoCancellation noCancellation;
         BLOG(kLogDebug, "Remove timer('%s') from head, send CMD_RESCHEDULE(%d).\n",

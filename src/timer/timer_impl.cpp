@@ -13,6 +13,7 @@
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "os/monotonic_time.h"
+#include "record/wait_scope.h"
 
 namespace tevalon::base::simple_timer {
 namespace {
@@ -121,6 +122,7 @@ int TimerImpl::stop() {
 }
 
 void TimerImpl::waitForRun() {
+    const record::WaitScope wait(record::Wait::Stop, this);
     MutexLock lock(m_mutex);
     while (m_isRunning) lock.wait(m_cond);
 }
@@ -137,6 +139,7 @@ void TimerImpl::retire() {
     // Declared before the lock: destroyed after it is released, and here rather than with the last
     // reference, which the scheduler may drop under its mutex.
     SharedHandler handler;
+    const record::WaitScope wait(record::Wait::Destructor, this);
     MutexLock lock(m_mutex);
     m_isRetired = true;
     while (m_runs != ownRuns) lock.wait(m_cond);
@@ -154,9 +157,11 @@ public:
         ++m_timer.m_runs;
         m_handler.share(m_timer.m_handler);
         m_userData = m_timer.m_userData;
+        if (record::isOn()) record::timerRunBegun(&m_timer, m_timer.m_name.c_str());
     }
     ~HandlerRun() {
         if (!m_handler) return;
+        if (record::isOn()) record::timerRunEnded(&m_timer);
         // Before m_runs says that the run is over: ~Timer() may return then, and the client unload
         // the handler's code.
         m_handler.reset();

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -101,6 +102,10 @@ public:
     int caculateExpiredTime();
 
     const std::string& name() const { return m_name; }
+    std::int64_t timeoutNanoseconds() const {
+        const Timeout timeout = m_timeout;
+        return std::int64_t{timeout.sec} * 1'000'000'000 + std::int64_t{timeout.usec} * 1000;
+    }
     TimerType_e type() const { return m_type; }
     ExpiredTime expiredTime() const { return m_expiredTime; }
     bool isValid() const { return m_isValid; }

@@ -11,6 +11,7 @@
 #include "os/monotonic_time.h"
 #include "os/own_thread.h"
 #include "os/thread_name.h"
+#include "record/record.h"
 
 namespace tevalon::base::timer {
 namespace {
@@ -135,6 +136,7 @@ void WatchDog::beginWatch(WATCH_ID id, double seconds) {
     }
     const double now = monotonicSeconds();
     BLOG(kLogInfo, "Watching : %d(%s), %f, %f\n", id, getWatchIdName(id), now, seconds);
+    if (record::isOn()) record::watchBegun(id, seconds);
     const LockGuard lock(m_mutex);
     m_beginTime[id] = now;
     m_timeout[id] = seconds;
@@ -147,6 +149,7 @@ void WatchDog::stopWatch(WATCH_ID id) {
         return;
     }
     BLOG(kLogInfo, "Stop Watching : %d(%s)\n", id, getWatchIdName(id));
+    if (record::isOn()) record::watchEnded(id);
     const LockGuard lock(m_mutex);
     m_beginTime[id] = 0;
     m_timeout[id] = 0;
@@ -165,6 +168,7 @@ void WatchDog::checkAll(std::vector<int>* p_logged) {
         const std::optional<Report> report = takeOverrun(i);
         if (!report) continue;
         const auto id = static_cast<WATCH_ID>(i);
+        if (record::isOn()) record::watchOverdue(id, report->seconds);
         if (report->callback != nullptr) {
             report->callback(report->p_context, id, report->seconds);
             // It may have destroyed this object: nothing of it is touched then.

@@ -9,6 +9,7 @@
 #include "base/logging/log_level.h"
 #include "base/timer/timer_task.h"
 #include "os/monotonic_time.h"
+#include "record/record.h"
 #include "timer_thread/task_queue.h"
 
 namespace tevalon::base::timer {
@@ -29,6 +30,7 @@ public:
         const double fireTime = task.getNextFireTime();
         task.setNextFireTime(kNoFireTime);
         ++m_count;
+        if (record::isOn()) record::taskCancelled(&task, task.taskId(), task.sessionId());
         if (!m_isLogged) return;
         m_toLog.push_back(
             {task.sessionId(), task.taskId(), fireTime, fireTime - monotonicSeconds()});

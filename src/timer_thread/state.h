@@ -14,6 +14,7 @@
 #include "base/timer/timer_thread.h"
 #include "locks/annotated_mutex.h"
 #include "os/own_thread.h"
+#include "record/record.h"
 #include "timer_thread/cancelled_tasks.h"
 #include "timer_thread/queue_lock.h"
 #include "timer_thread/task_queue.h"
@@ -69,6 +70,7 @@ public:
         const QueueLock lock(m_queueMutex);
         if (m_isStarting) createWorker(p_owner);
         if (!m_running && isIdle()) return false;
+        if (record::isOn()) recordPosted(**p_task);  // It may fire, and be gone, at once.
         m_taskQueue.insert(std::move(*p_task));
         afterInsert();
         if (m_isWaiting && mustWake(isWatched)) {
@@ -135,6 +137,7 @@ public:
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 
 private:
+    static void recordPosted(const TimerTaskBase& task);
     void createWorker(TimerThread* p_owner) TEVALON_REQUIRES(m_queueMutex);
     bool isIdle() const TEVALON_REQUIRES(m_queueMutex);
     bool mustWake(bool isWatched) const TEVALON_REQUIRES(m_queueMutex);
