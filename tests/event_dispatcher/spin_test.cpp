@@ -4,7 +4,11 @@
 
 #include <cstdint>
 
+#include "support/fault_injection.h"
+
 namespace {
+
+using test::Call;
 
 using tevalon::base::event_dispatcher::AdaptiveSpin;
 using tevalon::base::event_dispatcher::g_wakeUpTime;
@@ -75,6 +79,19 @@ TEST_F(AdaptiveSpinTest, SpinsNotShorterThanAWakeUpTakes) {
     EXPECT_FALSE(m_spin.until([] { return false; }));
 
     EXPECT_GE(monotonicNanoseconds() - before, g_wakeUpTime.estimate());
+}
+
+TEST_F(AdaptiveSpinTest, EndsThoughTheClockStandsStill) {
+    constexpr int kMany = 10'000'000;
+    becomeWorthIt();
+    const timespec stopped = {1'000'000, 0};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        Call::ClockGettime, [&](clockid_t /*clock*/, timespec* p_now) {
+            *p_now = stopped;
+            return 0;
+        });
+
+    EXPECT_LT(looksOf(&m_spin, kMany), kMany);
 }
 
 TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
