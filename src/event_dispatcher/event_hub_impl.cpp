@@ -210,7 +210,7 @@ bool EventHubImpl::takeQueue() {
 }
 
 void EventHubImpl::waitWithoutLock() {
-    if (m_ofThread->nap.isDue()) Nap::sleep();
+    if (m_ofThread->nap.isDue()) m_ofThread->nap.sleep();
     (void)m_ofThread->spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
