@@ -40,8 +40,8 @@ public:
     static void* operator new(std::size_t size, std::align_val_t alignment) {
         return ::operator new(size, alignment);
     }
-    static void operator delete(void* p_memory, std::size_t /*size*/,
-                                std::align_val_t alignment) noexcept {
+    // Without the size: where a constructor throws, compilers look for this form alone.
+    static void operator delete(void* p_memory, std::align_val_t alignment) noexcept {
         ::operator delete(p_memory, alignment);
     }
     static void* operator new(std::size_t size, std::align_val_t alignment,
