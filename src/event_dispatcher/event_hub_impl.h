@@ -69,6 +69,8 @@ private:
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void waitWithoutLock();
+    void waitForWakeUp();
+    void undoWait() TEVALON_EXCLUDES(m_queueMtx);
     void wakeThread();
     void onWoken();
     void handle(std::shared_ptr<BrowserEvent>&& event);
@@ -88,7 +90,8 @@ private:
         // itself, and has something to do then before it sends.
         AdaptiveSpin spin{150};
         Nap nap;
-        Moment woken;  // The last post to m_wakeUp; handed over by it.
+        Moment woken;           // The last post to m_wakeUp; handed over by it.
+        bool isInWait = false;  // For m_wakeUp.
     };
 
     // What the handler thread and every sender read, and seldom anybody writes, stands at either
