@@ -8,11 +8,13 @@
 #include <utility>
 
 // The run-time libraries of sanitizers that a client may bring, though we were built without.
+// NOLINTBEGIN(bugprone-reserved-identifier): theirs to reserve.
 extern "C" {
 __attribute__((weak)) void __asan_init();
 __attribute__((weak)) void __hwasan_init();
 __attribute__((weak)) void __tsan_init();
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace tevalon::base::event_dispatcher {
 namespace {

@@ -118,7 +118,7 @@ private:
 
     static std::array<Word, 2> pairOf(const Event& event) {
         std::array<Word, 2> pair;
-        std::memcpy(pair.data(), &event, sizeof(pair));
+        std::memcpy(pair.data(), static_cast<const void*>(&event), sizeof(pair));
         return pair;
     }
 

@@ -193,21 +193,21 @@ TEST(BlockCacheTest, WithoutMemoryItThrows) {
 // A thread-local object that is destroyed after the thread's cache.
 TEST(BlockCacheTest, WorksToTheVeryEndOfAThread) {
     struct AtEnd {
-        ~AtEnd() { free(allocate(2 * BlockCache::kBatch)); }
+        ~AtEnd() { free(allocate(std::size_t{2} * BlockCache::kBatch)); }
     };
     // glibc destroys thread-local objects first, then the values of keys, in rounds: one that a
     // destructor sets is destroyed in the next.
     static pthread_key_t s_key;
     ASSERT_EQ(pthread_key_create(&s_key,
                                  [](void* p_round) {
-                                     free(allocate(2 * BlockCache::kBatch));
+                                     free(allocate(std::size_t{2} * BlockCache::kBatch));
                                      if (p_round == &s_key)
                                          (void)pthread_setspecific(s_key, &s_key + 1);
                                  }),
               0);
 
     onNewThread([] {
-        free(allocate(2 * BlockCache::kBatch));
+        free(allocate(std::size_t{2} * BlockCache::kBatch));
         static thread_local AtEnd t_atEnd;
         (void)t_atEnd;
         (void)pthread_setspecific(s_key, &s_key);
@@ -304,11 +304,11 @@ private:
 // Seen by the address sanitizer as well, which counts no memory here. The loader keeps a little of
 // its own each time.
 TEST(BlockCacheTest, AModuleThatIsUnloadedLeavesNoBlocksBehind) {
-    constexpr int kRounds = 10;
+    constexpr std::size_t kRounds = 10;
     Module().useCache();
     const std::size_t before = mallinfo2().uordblks;
 
-    for (int i = 0; i < kRounds; ++i) Module().useCache();
+    for (std::size_t i = 0; i < kRounds; ++i) Module().useCache();
 
     EXPECT_LT(mallinfo2().uordblks, before + kRounds * BlockCache::kBatch * kSize);
 }

@@ -128,13 +128,13 @@ TEST(EventQueueTest, AQueuedEventIsPointedToWhereItsAllocationBegins) {
     Event event = makeEvent();
     std::array<const void*, 2> pair = {};
     static_assert(sizeof(event) == sizeof(pair));
-    std::memcpy(pair.data(), &event, sizeof(pair));
+    std::memcpy(pair.data(), static_cast<const void*>(&event), sizeof(pair));
     EventQueue queue;
 
     queue.push(std::move(event));
 
     const void* const* p_chunk = nullptr;
-    std::memcpy(&p_chunk, &queue, sizeof(p_chunk));
+    std::memcpy(&p_chunk, static_cast<const void*>(&queue), sizeof(p_chunk));
     EXPECT_EQ(p_chunk[1], pair[1]);
 }
 
