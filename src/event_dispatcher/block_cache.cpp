@@ -8,11 +8,13 @@
 #include <utility>
 
 // The run-time libraries of sanitizers that a client may bring, though we were built without.
+// NOLINTBEGIN(bugprone-reserved-identifier): theirs to reserve.
 extern "C" {
 __attribute__((weak)) void __asan_init();
 __attribute__((weak)) void __hwasan_init();
 __attribute__((weak)) void __tsan_init();
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -49,6 +51,13 @@ public:
         store(&m_bytes, load(m_bytes) - words * kWord * kBatch);
         store(&m_batches[words], p_batch->p_nextBatch);
         return p_batch;
+    }
+
+    /// Frees all batches that are not just being taken.
+    void clear() {
+        for (std::size_t words = kLeastWords; words <= kMostWords; ++words) {
+            while (Block* const p_batch = take(words)) giveBack(p_batch, false, words);
+        }
     }
 
 private:
@@ -88,24 +97,31 @@ private:
 alignas(64) BlockCache::Depot BlockCache::s_depot;
 
 // Calls close() for each thread that has a cache when that ends. Until the library is unloaded or
-// the process ends; the threads that there are then keep what they have.
+// the process ends: then what the depot and this thread have is given back, lest a module that is
+// loaded again and again leaves it behind each time; other threads keep what they have.
 class BlockCache::ThreadEnds {
 public:
     static bool watch(OfThread* p_own) {
         static const ThreadEnds s_ends;
-        return s_ends.m_hasKey && pthread_setspecific(s_ends.m_key, p_own) == 0;
+        return s_hasKey && pthread_setspecific(s_ends.m_key, p_own) == 0;
     }
 
 private:
-    ThreadEnds() : m_hasKey(!hasSanitizer() && pthread_key_create(&m_key, atEnd) == 0) {}
+    ThreadEnds() { s_hasKey = !hasSanitizer() && pthread_key_create(&m_key, atEnd) == 0; }
     ~ThreadEnds() {
-        if (m_hasKey) (void)pthread_key_delete(m_key);
+        if (!s_hasKey.exchange(false)) return;
+        (void)pthread_key_delete(m_key);
+        if (t_own.state == OfThread::State::kOpen) close(&t_own);
+        s_depot.clear();
     }
 
     static void atEnd(void* p_own) { close(static_cast<OfThread*>(p_own)); }
 
+    // Outlives the only object: threads that start while the process ends must not take the key,
+    // which may be somebody else's then.
+    static inline std::atomic<bool> s_hasKey{false};
+
     pthread_key_t m_key = 0;
-    bool m_hasKey;
 };
 
 bool BlockCache::isOpen(OfThread* p_own) {
@@ -146,9 +162,9 @@ void* BlockCache::allocateSlowly(std::size_t words) {
 void BlockCache::freeSlowly(void* p_memory, std::size_t words) noexcept {
     OfThread& own = t_own;
     if (!isOpen(&own)) return ::operator delete(p_memory);
-    if (own.room[words] == 0) {
+    while (own.room[words] == 0) {
+        own.room[words] = kBatch;  // First: a client's operator delete may come back here.
         giveBack(std::exchange(own.blocks[words], nullptr), true, words);
-        own.room[words] = kBatch;
     }
     push(&own, p_memory, words);
 }

@@ -37,7 +37,7 @@ public:
     static constexpr std::size_t kLeastWords = 2;  // A cached block holds two links.
     static constexpr std::size_t kMostWords = 16;
     static constexpr std::uint8_t kBatch = 16;
-    static constexpr std::size_t kMostInDepot = 32 * 1024;
+    static constexpr std::size_t kMostInDepot = std::size_t{32} * 1024;
 
     /// As the global operator new: throws std::bad_alloc.
     static void* allocate(std::size_t size) {

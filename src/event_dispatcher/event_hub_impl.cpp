@@ -203,13 +203,14 @@ private:
 }  // namespace
 
 // Tells that the handler thread has exited where it ends in the middle of a handler:
-// pthread_exit(), or cancellation, unwinds the stack. One that has exited in takeQueue() touches
-// the hub no more: the next thread may be at work.
+// pthread_exit(), or cancellation, unwinds the stack; cancellation also in the middle of a wait.
+// One that has exited in takeQueue() touches the hub no more: the next thread may be at work.
 class EventHubImpl::Leaving {
 public:
     Leaving(EventHubImpl* p_hub, const HandlerThread& thread) : m_hub(*p_hub), m_thread(thread) {}
     ~Leaving() {
         if (m_hasExited || m_thread.isOwnerGone()) return;
+        m_hub.undoWait();
         const MutexGuard lock(m_hub.m_queueMtx);
         m_hub.m_hasExited = true;
     }
@@ -262,7 +263,7 @@ bool EventHubImpl::takeQueue() {
     while (!m_exit && takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
-        m_wakeUp.wait();
+        waitForWakeUp();
         onWoken();
         lock.lock();
     }
@@ -276,8 +277,26 @@ bool EventHubImpl::takeQueue() {
 }
 
 void EventHubImpl::waitWithoutLock() {
-    if (m_ofThread->nap.isDue()) Nap::sleep();
+    if (m_ofThread->nap.isDue()) m_ofThread->nap.sleep();
     (void)m_ofThread->spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
+}
+
+void EventHubImpl::waitForWakeUp() {
+    m_ofThread->isInWait = true;
+    m_wakeUp.wait();
+    m_ofThread->isInWait = false;
+}
+
+// Where the thread was cancelled in its wait: nobody wakes it any more, and whoever is about to, or
+// has, is waited for. The next thread would take that wake-up for its own, and read when it was
+// while somebody else writes it.
+void EventHubImpl::undoWait() {
+    if (!std::exchange(m_ofThread->isInWait, false)) return;
+    {
+        const MutexGuard lock(m_queueMtx);
+        if (std::exchange(m_isWaiting, false)) return;
+    }
+    m_wakeUp.wait();
 }
 
 void EventHubImpl::onWoken() {

@@ -71,6 +71,8 @@ private:
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void waitWithoutLock();
     void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
+    void waitForWakeUp();
+    void undoWait() TEVALON_EXCLUDES(m_queueMtx);
     void wakeThread();
     void onWoken();
     void handle(std::shared_ptr<BrowserEvent>&& event);
@@ -92,7 +94,8 @@ private:
         // itself, and has something to do then before it sends.
         AdaptiveSpin spin{150};
         Nap nap;
-        Moment woken;  // The last post to m_wakeUp; handed over by it.
+        Moment woken;           // The last post to m_wakeUp; handed over by it.
+        bool isInWait = false;  // For m_wakeUp.
     };
 
     // What the handler thread and every sender read, and seldom anybody writes, stands at either

@@ -23,7 +23,8 @@ namespace tevalon::base::event_dispatcher {
 /// to the object and to its control block, and those of an event that was allocated together with
 /// its control block are always the same distance apart. So its bytes are moved into the queue and
 /// out again, as one pointer where the other follows from it; nothing but that they are two
-/// pointers is taken for granted, and whatever is not at that distance is kept whole.
+/// pointers is taken for granted, and whatever is not at that distance is kept whole. The one is
+/// that to the control block, where the allocation begins: leak checkers look for such.
 ///
 /// Thread-safety: none.
 class EventQueue {
@@ -52,7 +53,7 @@ public:
         forget(&event);
         ++m_size;
         Word* const p_words = wordsOf(m_last);
-        p_words[m_end++] = isOne ? pair[0] : pair[0] | kHasSecond;
+        p_words[m_end++] = isOne ? pair[1] : pair[0] | kHasSecond;
         if (!isOne) p_words[m_end++] = pair[1];
     }
 
@@ -62,7 +63,7 @@ public:
         const Word first = p_words[m_begin++];
         const bool isOne = (first & kHasSecond) == 0;
         --m_size;
-        Event event = isOne ? eventOf({first, first - kDistance})
+        Event event = isOne ? eventOf({first + kDistance, first})
                             : eventOf({first - kHasSecond, p_words[m_begin++]});
         if (empty()) {
             m_begin = 0;
@@ -93,7 +94,7 @@ private:
 
     static constexpr std::uint16_t kFewWords = 6;
     static constexpr std::uint16_t kManyWords = 14;
-    static constexpr Word kHasSecond = 1;  // No event's address is odd.
+    static constexpr Word kHasSecond = 1;  // No event's address is odd, nor its control block's.
     static constexpr Word kNoWord = 0;     // Fills a chunk that has no room for two.
     // A control block is a pointer to virtual functions and two counts of 4 bytes. Elsewhere events
     // take two words.
@@ -117,7 +118,7 @@ private:
 
     static std::array<Word, 2> pairOf(const Event& event) {
         std::array<Word, 2> pair;
-        std::memcpy(pair.data(), &event, sizeof(pair));
+        std::memcpy(pair.data(), static_cast<const void*>(&event), sizeof(pair));
         return pair;
     }
 

@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
+
+#include "event_dispatcher/spin.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -20,7 +23,9 @@ namespace tevalon::base::event_dispatcher {
 /// (the kernel may extend a sleep by 50 us), and nobody has to wake it for them. It goes on like
 /// that as long as its naps bring many events. One that does not, for the sender waits for an
 /// answer perhaps, makes the next try wait four times as long. (What network drivers do to
-/// interrupts.)
+/// interrupts.) One that takes far longer than asked for, where the kernel's timers are coarse or
+/// the thread's slack is large, makes it wait sixteen times as long, without a limit that matters:
+/// each such try delays events.
 ///
 /// Thread-safety: none; one per handler thread.
 class Nap {
@@ -29,12 +34,16 @@ public:
     static constexpr std::size_t kManyEvents = 6;
     static constexpr unsigned kLeastWakeUps = 8;
     static constexpr unsigned kMostWakeUps = 8192;
+    static constexpr std::int64_t kOverlongNanoseconds = 20 * kNanoseconds;
+    static constexpr unsigned kMostWakeUpsIfOverlong = 1U << 27;
 
     bool isDue() const { return m_isDue; }
 
-    static void sleep() {
+    void sleep() {
+        const std::int64_t begin = monotonicNanoseconds();
         const timespec duration = {0, kNanoseconds};
         (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &duration, nullptr);
+        m_isOverlong = monotonicNanoseconds() - begin > kOverlongNanoseconds;
     }
 
     /// The thread was woken, after it had waited so many nanoseconds.
@@ -47,13 +56,19 @@ public:
 
     /// What a nap has brought.
     void brought(bool areMany) {
+        if (std::exchange(m_isOverlong, false)) {
+            m_isDue = false;
+            m_neededWakeUps = std::min(m_neededWakeUps * 16, kMostWakeUpsIfOverlong);
+            return;
+        }
         m_isDue = areMany;
         m_neededWakeUps = areMany ? kLeastWakeUps : std::min(m_neededWakeUps * 4, kMostWakeUps);
     }
 
 private:
     bool m_isDue = false;
-    unsigned m_wakeUps = 0;  // In a row, by a thread on the same processor, after a short wait.
+    bool m_isOverlong = false;  // The last one.
+    unsigned m_wakeUps = 0;     // In a row, by a thread on the same processor, after a short wait.
     unsigned m_neededWakeUps = kLeastWakeUps;
 };
 

@@ -124,7 +124,10 @@ private:
 #else
         constexpr int kSpinsBetweenClocks = 32;
 #endif
-        while (true) {
+        // A clock that stands still must not make it spin for ever; no wake-up takes so many
+        // rounds.
+        constexpr int kMostRounds = 2'000;
+        for (int round = 0; round < kMostRounds; ++round) {
             for (int spins = 0; spins < kSpinsBetweenClocks; ++spins) {
                 relaxProcessor();
                 if (isDone()) return true;
@@ -133,6 +136,7 @@ private:
             if (m_begin == 0) m_begin = now;
             if (now == 0 || now - m_begin >= limit()) return false;
         }
+        return false;
     }
 
     // Gives the core's other hardware thread the execution units, and saves power.

@@ -18,8 +18,8 @@ namespace tevalon::base::timer {
 /// Free slots are reused, last in, first out; the memory of all but a few is returned when the slab
 /// becomes empty. A hash table, chained through the slots, finds those of a session.
 ///
-/// Neither grows in one go, for the owner's lock is held: slots are added by the chunk, and one
-/// bucket for each slot that is used for the first time (linear hashing: Litwin, VLDB 1980).
+/// Neither grows in one go, for the owner's lock is held: slots are added by the chunk, and a
+/// bucket for every other slot that is used for the first time (linear hashing: Litwin, VLDB 1980).
 ///
 /// Thread-safety: none.
 class TaskSlab {
@@ -47,10 +47,10 @@ public:
     /// Stores @p task, after a reserve(). Does not throw.
     Index put(Task&& task, std::int32_t session, Index block) {
         const bool isFirstUse = m_free == kNone;
-        const Index index = isFirstUse ? m_used : m_free;
+        const Index index = isFirstUse ? m_used++ : m_free;
         Slot& slot = (*this)[index];
         if (isFirstUse) {
-            addBucket();
+            if (m_buckets * kPerBucket <= index) addBucket();
         } else {
             m_free = slot.chain;
         }
@@ -77,6 +77,7 @@ public:
         if (m_chunks.size() <= 1) return;
         std::vector<std::unique_ptr<Chunk>>().swap(m_chunks);
         m_used = 0;
+        m_buckets = 0;
         m_mask = 0;
         m_free = kNone;
     }
@@ -95,10 +96,12 @@ public:
 private:
     static constexpr std::size_t kChunk = 32;
 
-    // A bucket for each slot, too: its first task.
+    static constexpr std::size_t kPerBucket = 2;
+    static constexpr std::size_t kChunkBuckets = kChunk / kPerBucket;
+
     struct Chunk {
         std::array<Slot, kChunk> slots;
-        std::array<Index, kChunk> buckets;
+        std::array<Index, kChunkBuckets> buckets;  // The first task of each.
     };
 
     // Session ids are consecutive: those of tasks that are posted one after the other get adjacent
@@ -109,15 +112,15 @@ private:
     }
     Index& bucketOf(std::int32_t session) const {
         const Index number = hash(session);
-        return bucket(number < m_used ? number : number & (m_mask >> 1));
+        return bucket(number < m_buckets ? number : number & (m_mask >> 1));
     }
     Index& bucket(Index number) const {
-        return m_chunks[number / kChunk]->buckets[number % kChunk];
+        return m_chunks[number / kChunkBuckets]->buckets[number % kChunkBuckets];
     }
 
     // The next bucket: those tasks move there whose hash names it now.
     void addBucket() {
-        const Index number = m_used++;
+        const Index number = m_buckets++;
         if (number > m_mask) m_mask = 2 * m_mask + 1;
         Index moved = kNone;
         if (number > 0) {
@@ -140,8 +143,9 @@ private:
     }
 
     std::vector<std::unique_ptr<Chunk>> m_chunks;
-    Index m_used = 0;  // So many slots have been, and so many buckets are, in use.
-    Index m_mask = 0;  // Of the hash: the least that covers the buckets in use.
+    Index m_used = 0;     // So many slots have been in use.
+    Index m_buckets = 0;  // So many buckets are.
+    Index m_mask = 0;     // Of the hash: the least that covers the buckets in use.
     Index m_free = kNone;
 };
 

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <semaphore.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -337,6 +339,84 @@ TEST_F(EventHubOwnThreadTest, PthreadExitDoesNotHangTheTeardown) {
     hub.onHubUnregistered();
 
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+/// Tells when the thread that it was given to has ended, and all of its stack is unwound.
+class EndOfThread {
+public:
+    ~EndOfThread() {
+        if (m_ended != nullptr) m_ended->set();
+    }
+
+    void tell(test::Event* p_ended) { m_ended = p_ended; }
+
+private:
+    test::Event* m_ended = nullptr;
+};
+
+/// Has a hub's thread cancelled as soon as it waits for the next event. Not in the wait itself: the
+/// thread sanitizer would see nothing of what is done from there on.
+class CancelInWait {
+public:
+    /// @param beforeThat  On that thread: it already waits, as far as the hub knows.
+    explicit CancelInWait(
+        EventHub* p_hub, const std::function<void()>& beforeThat = [] {}) {
+        p_hub->registerHandler(kLeave, [this, beforeThat](const Event&) {
+            static thread_local EndOfThread t_end;
+            t_end.tell(&m_ended);
+            m_atWait = std::make_unique<test::RunAtCall>(Call::SemWait, [beforeThat] {
+                beforeThat();
+                (void)pthread_cancel(pthread_self());
+                pthread_testcancel();
+            });
+        });
+        p_hub->receiveEvent(makeEvent(kLeave));
+        EXPECT_TRUE(m_ended.wait());
+        m_atWait.reset();
+    }
+
+private:
+    test::Event m_ended;
+    std::unique_ptr<test::RunAtCall> m_atWait;
+};
+
+TEST_F(EventHubOwnThreadTest, NobodyWakesAThreadThatWasCancelledInItsWait) {
+    EventHub hub(kModule);
+    hub.registerHandler(kLater, m_inbox.handler());
+    const CancelInWait cancelled(&hub);
+
+    const test::CountCalls posts(Call::SemPost, When().anyThread());
+    hub.receiveEvent(makeEvent(kLater));
+
+    EXPECT_EQ(posts.seen(), 0);
+    hub.registerHandler(kLater + 1, [](const Event&) {});
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+// Of the wake-up of a thread that is cancelled in its wait nothing is left: the next thread would
+// take it for its own, while those that send it events still tell when they woke it.
+TEST_F(EventHubOwnThreadTest, AWakeUpIsForTheThreadThatWaitedAlone) {
+    EventHub hub(kModule);
+    hub.registerHandler(kLater, m_inbox.handler());
+    const CancelInWait cancelled(&hub, [&] { hub.receiveEvent(makeEvent(kLater)); });
+    test::Event waits;
+    int wakeUps = -1;
+    const test::ReplaceCall<int(sem_t*)> atNextWait(
+        Call::SemWait,
+        [&](sem_t* p_wakeUps) {
+            (void)sem_getvalue(p_wakeUps, &wakeUps);
+            waits.set();
+            return sem_wait(p_wakeUps);
+        },
+        When().anyThread());
+
+    // The next thread handles what is queued before it waits.
+    hub.registerHandler(kLater + 1, [](const Event&) {});
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    ASSERT_TRUE(waits.wait());
+
+    EXPECT_EQ(wakeUps, 0);
+    hub.onHubUnregistered();
 }
 
 /// Writes its name when it goes.

@@ -4,8 +4,11 @@
 
 #include <time.h>
 
+#include "support/fault_injection.h"
+
 namespace {
 
+using test::Call;
 using tevalon::base::event_dispatcher::Nap;
 
 constexpr bool kSameProcessor = true;
@@ -79,12 +82,54 @@ TEST(NapTest, OneThatBringsMuchMakesUpForThoseThatDidNot) {
     EXPECT_EQ(wakeUpsUntilDue(&nap), Nap::kLeastWakeUps * 4);
 }
 
+/// While it lives, the clock goes that much further each time that it is read.
+class SteppingClock {
+public:
+    explicit SteppingClock(std::int64_t nanoseconds)
+        : m_replace(Call::ClockGettime, [this, nanoseconds](clockid_t /*clock*/, timespec* p_now) {
+              m_nanoseconds += nanoseconds;
+              p_now->tv_sec = static_cast<time_t>(m_nanoseconds / 1'000'000'000);
+              p_now->tv_nsec = static_cast<long>(m_nanoseconds % 1'000'000'000);
+              return 0;
+          }) {}
+
+private:
+    std::int64_t m_nanoseconds = 1'000'000'000;
+    const test::ReplaceCall<int(clockid_t, timespec*)> m_replace;
+};
+
+TEST(NapTest, OneThatTakesFarTooLongIsTheLastForLong) {
+    Nap nap;
+    (void)wakeUpsUntilDue(&nap);
+    const SteppingClock clock(Nap::kOverlongNanoseconds + 1);
+    unsigned expected = Nap::kLeastWakeUps;
+    for (int i = 0; i < 3; ++i) {
+        nap.sleep();
+        nap.brought(true);
+        expected *= 16;
+        ASSERT_FALSE(nap.isDue());
+        ASSERT_EQ(wakeUpsUntilDue(&nap), expected);
+    }
+}
+
+TEST(NapTest, OneThatTakesALittleLongerIsAsGood) {
+    Nap nap;
+    (void)wakeUpsUntilDue(&nap);
+    const SteppingClock clock(Nap::kOverlongNanoseconds);
+
+    nap.sleep();
+    nap.brought(true);
+
+    EXPECT_TRUE(nap.isDue());
+}
+
 TEST(NapTest, LastsNoShorterThanItSays) {
+    Nap nap;
     timespec before = {};
     timespec after = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &before);
 
-    Nap::sleep();
+    nap.sleep();
 
     (void)clock_gettime(CLOCK_MONOTONIC, &after);
     EXPECT_GE((after.tv_sec - before.tv_sec) * 1'000'000'000LL + after.tv_nsec - before.tv_nsec,

@@ -4,7 +4,11 @@
 
 #include <cstdint>
 
+#include "support/fault_injection.h"
+
 namespace {
+
+using test::Call;
 
 using tevalon::base::event_dispatcher::AdaptiveSpin;
 using tevalon::base::event_dispatcher::g_wakeUpTime;
@@ -14,6 +18,8 @@ using tevalon::base::event_dispatcher::WakeUpTime;
 constexpr int kOwnProcessor = 0;
 constexpr int kOtherProcessor = 1;
 constexpr std::int64_t kSecond = 1'000'000'000;
+// Short however long the test itself is held up between the wait and the wake-up.
+constexpr std::int64_t kShort = -kSecond;
 
 /// How often @p spin looks for what comes with the @p last look; never, where that is 0.
 int looksOf(AdaptiveSpin* p_spin, int last) {
@@ -33,7 +39,7 @@ void sleepThrough(AdaptiveSpin* p_spin, std::int64_t length, int processor = kOt
 class AdaptiveSpinTest : public testing::Test {
 protected:
     void becomeWorthIt() {
-        for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) sleepThrough(&m_spin, 0);
+        for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) sleepThrough(&m_spin, kShort);
     }
 
     AdaptiveSpin m_spin{100};
@@ -54,7 +60,7 @@ TEST_F(AdaptiveSpinTest, SpinsAfterShortWaits) {
 }
 
 TEST_F(AdaptiveSpinTest, OneShortWaitIsChance) {
-    sleepThrough(&m_spin, 0);
+    sleepThrough(&m_spin, kShort);
 
     EXPECT_EQ(looksOf(&m_spin, 0), 1);
 }
@@ -74,6 +80,19 @@ TEST_F(AdaptiveSpinTest, SpinsNotShorterThanAWakeUpTakes) {
     EXPECT_GE(Moment::nanosecondsNow() - before, g_wakeUpTime.estimate());
 }
 
+TEST_F(AdaptiveSpinTest, EndsThoughTheClockStandsStill) {
+    constexpr int kMany = 10'000'000;
+    becomeWorthIt();
+    const timespec stopped = {1'000'000, 0};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        Call::ClockGettime, [&](clockid_t /*clock*/, timespec* p_now) {
+            *p_now = stopped;
+            return 0;
+        });
+
+    EXPECT_LT(looksOf(&m_spin, kMany), kMany);
+}
+
 TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
     becomeWorthIt();
     EXPECT_GT(looksOf(&m_spin, 0), 1);
@@ -82,15 +101,15 @@ TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
 }
 
 TEST_F(AdaptiveSpinTest, OneLongWaitMakesTheNextOnesCountAnew) {
-    sleepThrough(&m_spin, 0);
+    sleepThrough(&m_spin, kShort);
     sleepThrough(&m_spin, kSecond);
-    sleepThrough(&m_spin, 0);
+    sleepThrough(&m_spin, kShort);
 
     EXPECT_EQ(looksOf(&m_spin, 0), 1);
 }
 
 TEST_F(AdaptiveSpinTest, DoesNotSpinInTheWayOfAThreadOnItsOwnProcessor) {
-    for (int i = 0; i < 100; ++i) sleepThrough(&m_spin, 0, kOwnProcessor);
+    for (int i = 0; i < 100; ++i) sleepThrough(&m_spin, kShort, kOwnProcessor);
 
     EXPECT_EQ(looksOf(&m_spin, 0), 1);
 }
@@ -98,7 +117,7 @@ TEST_F(AdaptiveSpinTest, DoesNotSpinInTheWayOfAThreadOnItsOwnProcessor) {
 TEST_F(AdaptiveSpinTest, AnUnknownProcessorIsNotItsOwn) {
     for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) {
         EXPECT_EQ(looksOf(&m_spin, 0), 1);
-        const std::int64_t woken = Moment::nanosecondsNow();
+        const std::int64_t woken = Moment::nanosecondsNow() + kShort;
         m_spin.parked({woken, Moment::kNoProcessor}, {woken, Moment::kNoProcessor});
     }
 

@@ -16,7 +16,9 @@ namespace tevalon::base::event_dispatcher {
 ///
 /// Payloads of up to 16 words are allocated from a cache that they share with events, since mostly
 /// another thread frees them than made them. It keeps at most 32 KiB for the process, and for each
-/// thread 16 blocks of each size. A class of your own may bring operators of its own.
+/// thread 16 blocks of each size. A class of your own may bring operators of its own; if it
+/// inherits some from a second base, a using-declaration says which it means. Any other form of
+/// placement new is spelled ::new.
 class TEVALON_BASE_EXPORT EventParam {
 public:
     EventParam() = default;
@@ -34,11 +36,12 @@ public:
     // The forms that these would hide.
     static void* operator new(std::size_t /*size*/, void* p_place) noexcept { return p_place; }
     static void operator delete(void* /*p_memory*/, void* /*p_place*/) noexcept {}
+#ifdef __cpp_aligned_new  // Not before C++17, nor where it is switched off.
     static void* operator new(std::size_t size, std::align_val_t alignment) {
         return ::operator new(size, alignment);
     }
-    static void operator delete(void* p_memory, std::size_t /*size*/,
-                                std::align_val_t alignment) noexcept {
+    // Without the size: where a constructor throws, compilers look for this form alone.
+    static void operator delete(void* p_memory, std::align_val_t alignment) noexcept {
         ::operator delete(p_memory, alignment);
     }
     static void* operator new(std::size_t size, std::align_val_t alignment,
@@ -49,6 +52,7 @@ public:
                                 const std::nothrow_t& tag) noexcept {
         ::operator delete(p_memory, alignment, tag);
     }
+#endif
 
     /// One number, for payloads that are little more. 0 unless overridden.
     virtual std::int32_t intValue();
