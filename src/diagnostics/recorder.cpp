@@ -16,7 +16,6 @@
 #include "diagnostics/recording_memory.h"
 #include "diagnostics/write_all.h"
 #include "os/monotonic_time.h"
-#include "os/no_cancellation.h"
 #include "record/names.h"
 #include "record/record.h"
 #include "record/writer.h"
@@ -246,7 +245,6 @@ Status startRecording(const RecordingOptions& options) {
     if (options.bytes < kLeastRecordingBytes || options.bytes > kMostRecordingBytes) {
         return Status::BadArgument;
     }
-    const NoCancellation noCancellation;
     Status status = beginChange(Phase::Idle);
     if (status != Status::Ok) return status;
     status = replaceRecording(options);
@@ -258,7 +256,6 @@ Status startRecording(const RecordingOptions& options) {
 }
 
 Status stopRecording() {
-    const NoCancellation noCancellation;
     const Status status = beginChange(Phase::Recording);
     if (status != Status::Ok) return status;
     internal::g_isRecording.store(false, std::memory_order_relaxed);
