@@ -166,21 +166,6 @@ void publishNames() {
     for (std::uint32_t i = 0; i < std::min(given, record::kMaxNames); ++i) publishName(i);
 }
 
-Status addName(record::NameKind kind, std::int32_t id, const char* name) {
-    if (name == nullptr || *name == '\0') return Status::BadArgument;
-    switch (record::giveName(kind, id, name)) {
-        case record::Naming::Known:
-            return Status::AlreadyNamed;
-        case record::Naming::Full:
-            return Status::NoRoom;
-        default:
-            break;
-    }
-    // Where a start is under way, that publishes all names when it is through.
-    publishNames();
-    return Status::Ok;
-}
-
 // ---- start and stop ----
 
 void forgetInForkedChild() {
@@ -306,18 +291,6 @@ RecorderState recorderState() {
     return state;
 }
 
-Status nameModule(std::int32_t moduleId, const char* name) {
-    return addName(record::NameKind::Module, moduleId, name);
-}
-
-Status nameEvent(std::int32_t eventType, const char* name) {
-    return addName(record::NameKind::Event, eventType, name);
-}
-
-Status nameTask(std::int32_t taskId, const char* name) {
-    return addName(record::NameKind::Task, taskId, name);
-}
-
 void sampleHeap() {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
     const struct mallinfo2 heap = mallinfo2();
@@ -327,20 +300,36 @@ void sampleHeap() {
 
 namespace internal {
 
-void recordMark(const char* text, std::int64_t value) {
-    record::mark(text, value);
+void record(Entry entry, const char* text, std::int64_t value) {
+    switch (entry) {
+        case Entry::Mark:
+            base::record::mark(text, value);
+            break;
+        case Entry::ScopeBegun:
+            base::record::scopeBegun(text);
+            break;
+        case Entry::ScopeEnded:
+            base::record::scopeEnded(text);
+            break;
+        case Entry::Counter:
+            base::record::counter(text, value);
+            break;
+    }
 }
 
-void recordScopeBegun(const char* text) {
-    record::scopeBegun(text);
-}
-
-void recordScopeEnded(const char* text) {
-    record::scopeEnded(text);
-}
-
-void recordCounter(const char* text, std::int64_t value) {
-    record::counter(text, value);
+Status giveName(Named what, std::int32_t id, const char* name) {
+    if (name == nullptr || *name == '\0') return Status::BadArgument;
+    switch (base::record::giveName(static_cast<base::record::NameKind>(what), id, name)) {
+        case base::record::Naming::Known:
+            return Status::AlreadyNamed;
+        case base::record::Naming::Full:
+            return Status::NoRoom;
+        default:
+            break;
+    }
+    // Where a start is under way, that publishes all names when it is through.
+    publishNames();
+    return Status::Ok;
 }
 
 }  // namespace internal
