@@ -55,7 +55,9 @@ struct RecordingOptions {
     ///
     /// The file is created, for its user alone (mode 0600), and must not be there yet: a link is
     /// never followed, and no earlier recording is lost. Its room is reserved before the recording
-    /// starts. Nobody may make it shorter while it is recorded to: that ends the process.
+    /// starts. Nobody may make it shorter while it is recorded to: that ends the process. On a
+    /// tmpfs it costs what memory does; elsewhere a record may wait while its page is written to
+    /// the disk.
     const char* file = nullptr;
 };
 
