@@ -301,20 +301,10 @@ void sampleHeap() {
 namespace internal {
 
 void record(Entry entry, const char* text, std::int64_t value) {
-    switch (entry) {
-        case Entry::Mark:
-            base::record::mark(text, value);
-            break;
-        case Entry::ScopeBegun:
-            base::record::scopeBegun(text);
-            break;
-        case Entry::ScopeEnded:
-            base::record::scopeEnded(text);
-            break;
-        case Entry::Counter:
-            base::record::counter(text, value);
-            break;
-    }
+    static_assert(static_cast<int>(Entry::Mark) == static_cast<int>(base::record::Kind::Mark));
+    static_assert(static_cast<int>(Entry::Counter) ==
+                  static_cast<int>(base::record::Kind::Counter));
+    base::record::clientEntry(static_cast<base::record::Kind>(entry), text, value);
 }
 
 Status giveName(Named what, std::int32_t id, const char* name) {

@@ -88,7 +88,7 @@ namespace internal {
 
 extern TEVALON_BASE_EXPORT std::atomic<bool> g_isRecording;
 
-enum class Entry : std::int32_t { Mark, ScopeBegun, ScopeEnded, Counter };
+enum class Entry : std::int32_t { Mark = 29, ScopeBegun, ScopeEnded, Counter };
 TEVALON_BASE_EXPORT void record(Entry entry, const char* text, std::int64_t value);
 
 enum class Named : std::int32_t { Module = 1, Event, Task };
