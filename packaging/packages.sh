@@ -81,6 +81,9 @@ test_packages() {
         library=$(find "$machine" -name "${name#*=}")
         "$tests/dependencies.sh" "$folder/${name%=*}"_*.deb "$(realpath "$library")"
     done
+    for name in tevalon-trace libtevalon-record.so; do
+        "$tests/dependencies.sh" "$folder"/libtevalon-base-dev_*.deb "$(find "$machine" -name $name)"
+    done
 }
 
 test_installations() {

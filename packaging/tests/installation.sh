@@ -50,8 +50,14 @@ while read -r library; do
     id=$(readelf -n "$library" | sed -n 's/.*Build ID: //p')
     [[ -f $machine/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug ]] ||
         fail "finding the debug information of $library"
-done < <(find "$machine/usr/lib" -name 'lib*.so*' -type f)
-! find "$machine/usr/lib" -name 'lib*.so*' -type f -exec readelf -d {} + |
+done < <(find "$machine/usr/lib" -name 'lib*.so*' -type f -not -path '*/tevalon-base/*')
+tools=("$machine"/usr/bin/tevalon-trace "$machine"/usr/lib/*/tevalon-base/libtevalon-record.so)
+for tool in "${tools[@]}"; do
+    [[ -f $tool ]] || fail "finding the tool $tool"
+    ! readelf -S "$tool" | grep -q '\.debug_info' || fail "finding no debug information in $tool"
+done
+! find "$machine/usr/lib" "$machine/usr/bin" -type f \( -name 'lib*.so*' -o -perm -1 \) \
+    -exec readelf -d {} + |
     grep 'R\(UN\)\?PATH' || fail "finding no run path in the libraries"
 run_dpkg --verify libtevalon-base1 libtevalon-base-dev libzor-debug || fail "verifying the files"
 mapfile -t names < <(for file in "${all[@]}"; do dpkg-deb -f "$file" Package; done)

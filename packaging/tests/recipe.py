@@ -10,7 +10,8 @@ import os
 import re
 import sys
 
-DIRECTORIES = {"includedir": "/usr/include", "docdir": "/usr/share/doc"}
+DIRECTORIES = {"bindir": "/usr/bin", "includedir": "/usr/include", "docdir": "/usr/share/doc",
+               "mandir": "/usr/share/man"}
 
 
 def read_patterns(recipe):

@@ -9,7 +9,8 @@
 #include <cstring>
 
 // The linker's name for the beginning of the file that this source is linked into.
-extern "C" __attribute__((visibility("hidden"))) const ElfW(Ehdr) __ehdr_start;
+extern "C" __attribute__((visibility("hidden"))) const ElfW(Ehdr) tevalonElfHeader
+    __asm__("__ehdr_start");
 
 namespace tevalon::base::diagnostics {
 namespace {
@@ -63,10 +64,10 @@ BuildId programBuildId() {
 }
 
 BuildId libraryBuildId() {
-    const char* const p_base = reinterpret_cast<const char*>(&__ehdr_start);
+    const char* const p_base = reinterpret_cast<const char*>(&tevalonElfHeader);
     const auto* const p_segments =
-        reinterpret_cast<const ElfW(Phdr)*>(p_base + __ehdr_start.e_phoff);
-    return findBuildId(p_segments, __ehdr_start.e_phnum, p_base);
+        reinterpret_cast<const ElfW(Phdr)*>(p_base + tevalonElfHeader.e_phoff);
+    return findBuildId(p_segments, tevalonElfHeader.e_phnum, p_base);
 }
 
 }  // namespace tevalon::base::diagnostics

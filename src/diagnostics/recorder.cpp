@@ -16,7 +16,6 @@
 #include "diagnostics/recording_memory.h"
 #include "diagnostics/write_all.h"
 #include "os/monotonic_time.h"
-#include "os/no_cancellation.h"
 #include "record/names.h"
 #include "record/record.h"
 #include "record/writer.h"
@@ -167,21 +166,6 @@ void publishNames() {
     for (std::uint32_t i = 0; i < std::min(given, record::kMaxNames); ++i) publishName(i);
 }
 
-Status addName(record::NameKind kind, std::int32_t id, const char* name) {
-    if (name == nullptr || *name == '\0') return Status::BadArgument;
-    switch (record::giveName(kind, id, name)) {
-        case record::Naming::Known:
-            return Status::AlreadyNamed;
-        case record::Naming::Full:
-            return Status::NoRoom;
-        default:
-            break;
-    }
-    // Where a start is under way, that publishes all names when it is through.
-    publishNames();
-    return Status::Ok;
-}
-
 // ---- start and stop ----
 
 void forgetInForkedChild() {
@@ -246,7 +230,6 @@ Status startRecording(const RecordingOptions& options) {
     if (options.bytes < kLeastRecordingBytes || options.bytes > kMostRecordingBytes) {
         return Status::BadArgument;
     }
-    const NoCancellation noCancellation;
     Status status = beginChange(Phase::Idle);
     if (status != Status::Ok) return status;
     status = replaceRecording(options);
@@ -258,7 +241,6 @@ Status startRecording(const RecordingOptions& options) {
 }
 
 Status stopRecording() {
-    const NoCancellation noCancellation;
     const Status status = beginChange(Phase::Recording);
     if (status != Status::Ok) return status;
     internal::g_isRecording.store(false, std::memory_order_relaxed);
@@ -309,18 +291,6 @@ RecorderState recorderState() {
     return state;
 }
 
-Status nameModule(std::int32_t moduleId, const char* name) {
-    return addName(record::NameKind::Module, moduleId, name);
-}
-
-Status nameEvent(std::int32_t eventType, const char* name) {
-    return addName(record::NameKind::Event, eventType, name);
-}
-
-Status nameTask(std::int32_t taskId, const char* name) {
-    return addName(record::NameKind::Task, taskId, name);
-}
-
 void sampleHeap() {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
     const struct mallinfo2 heap = mallinfo2();
@@ -330,20 +300,26 @@ void sampleHeap() {
 
 namespace internal {
 
-void recordMark(const char* text, std::int64_t value) {
-    record::mark(text, value);
+void record(Entry entry, const char* text, std::int64_t value) {
+    static_assert(static_cast<int>(Entry::Mark) == static_cast<int>(base::record::Kind::Mark));
+    static_assert(static_cast<int>(Entry::Counter) ==
+                  static_cast<int>(base::record::Kind::Counter));
+    base::record::clientEntry(static_cast<base::record::Kind>(entry), text, value);
 }
 
-void recordScopeBegun(const char* text) {
-    record::scopeBegun(text);
-}
-
-void recordScopeEnded(const char* text) {
-    record::scopeEnded(text);
-}
-
-void recordCounter(const char* text, std::int64_t value) {
-    record::counter(text, value);
+Status giveName(Named what, std::int32_t id, const char* name) {
+    if (name == nullptr || *name == '\0') return Status::BadArgument;
+    switch (base::record::giveName(static_cast<base::record::NameKind>(what), id, name)) {
+        case base::record::Naming::Known:
+            return Status::AlreadyNamed;
+        case base::record::Naming::Full:
+            return Status::NoRoom;
+        default:
+            break;
+    }
+    // Where a start is under way, that publishes all names when it is through.
+    publishNames();
+    return Status::Ok;
 }
 
 }  // namespace internal

@@ -14,8 +14,8 @@ struct RecordingMemory {
     std::size_t bytes = 0;
 };
 
-/// Zeros, present in memory: writing there never waits for the disk, nor fails. With a file it is
-/// the contents of a new one.
+/// Zeros, all of them present: writing there does not fail for want of memory or of room. With a
+/// file it is the contents of a new one.
 ///
 /// @param file  Null for none. On any status but Ok it is not there.
 Status makeRecordingMemory(std::size_t bytes, const char* file, RecordingMemory* p_memory);

@@ -34,13 +34,13 @@ public:
     static constexpr std::size_t kManyEvents = 6;
     static constexpr unsigned kLeastWakeUps = 8;
     static constexpr unsigned kMostWakeUps = 8192;
-    static constexpr std::int64_t kOverlongNanoseconds = 20 * kNanoseconds;
+    static constexpr std::uint64_t kOverlongNanoseconds = 20 * kNanoseconds;
     static constexpr unsigned kMostWakeUpsIfOverlong = 1U << 27;
 
     bool isDue() const { return m_isDue; }
 
     void sleep() {
-        const std::int64_t begin = monotonicNanoseconds();
+        const std::uint64_t begin = monotonicNanoseconds();
         const timespec duration = {0, kNanoseconds};
         (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &duration, nullptr);
         m_isOverlong = monotonicNanoseconds() - begin > kOverlongNanoseconds;

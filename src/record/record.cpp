@@ -174,20 +174,9 @@ void waited(Wait where, const void* p_object, std::int32_t threadId, std::uint64
     put(Kind::Waited, address(p_object), pair(static_cast<std::int32_t>(where), threadId), ns);
 }
 
-void mark(const char* text, std::int64_t value) {
-    putText(Kind::Mark, text, 1, word(value));
-}
-
-void scopeBegun(const char* text) {
-    putText(Kind::ScopeBegun, text);
-}
-
-void scopeEnded(const char* text) {
-    putText(Kind::ScopeEnded, text);
-}
-
-void counter(const char* text, std::int64_t value) {
-    putText(Kind::Counter, text, 1, word(value));
+void clientEntry(Kind kind, const char* text, std::int64_t value) {
+    const bool hasValue = kind == Kind::Mark || kind == Kind::Counter;
+    putText(kind, text, hasValue ? 1 : 0, word(value));
 }
 
 }  // namespace tevalon::base::record

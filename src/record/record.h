@@ -74,10 +74,21 @@ void hubThreadEnded(const void* p_hub, std::int32_t module);
 /// @param threadId  Kernel id of the thread that was waited for; 0 where that is not known.
 void waited(Wait where, const void* p_object, std::int32_t threadId, std::uint64_t ns);
 
-void mark(const char* text, std::int64_t value);
-void scopeBegun(const char* text);
-void scopeEnded(const char* text);
-void counter(const char* text, std::int64_t value);
+/// What clients add: @p kind is Mark, ScopeBegun, ScopeEnded, both without a value, or Counter.
+void clientEntry(Kind kind, const char* text, std::int64_t value);
+
+inline void mark(const char* text, std::int64_t value) {
+    clientEntry(Kind::Mark, text, value);
+}
+inline void scopeBegun(const char* text) {
+    clientEntry(Kind::ScopeBegun, text, 0);
+}
+inline void scopeEnded(const char* text) {
+    clientEntry(Kind::ScopeEnded, text, 0);
+}
+inline void counter(const char* text, std::int64_t value) {
+    clientEntry(Kind::Counter, text, value);
+}
 
 }  // namespace tevalon::base::record
 

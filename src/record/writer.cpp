@@ -140,8 +140,9 @@ std::uint32_t claimBlock(ThreadState& thread) {
     return 0;
 }
 
-// The order is what lets a reader tell a block that is being reused: see BlockHead. No store may
-// move before the tail's, no later one may move before the head's sequence.
+// The order is what lets a reader tell a block that is being reused: see BlockHead. No other store
+// may become visible before the tail's, none of a record before that of the head's sequence: hence
+// exchange(), a full barrier, where a store with release order would let later ones pass.
 void beginBlock(ThreadState& thread, std::uint32_t sequence) {
     std::byte* const p_block = thread.p_block;
     const std::size_t tail = sizeof(BlockHead) + thread.room;

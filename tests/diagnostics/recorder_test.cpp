@@ -266,7 +266,8 @@ TEST_F(RecorderTest, StartsAndStopsUnderThreadsThatRecordNameAndWrite) {
 
     for (int i = 0; i < kTimes; ++i) {
         Status status = Status::Busy;
-        while ((status = startRecording(optionsOf((16 + 100 * (i % 2)) * kKiB))) == Status::Busy) {
+        while ((status = startRecording(optionsOf(i % 2 == 0 ? 16 * kKiB : 116 * kKiB))) ==
+               Status::Busy) {
             std::this_thread::yield();  // It is being written.
         }
         ASSERT_EQ(status, Status::Ok);

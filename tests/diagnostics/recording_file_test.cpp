@@ -271,7 +271,7 @@ TEST_F(RecordingFileTest, AForkedChildRecordsNothingThere) {
     if (child == 0) {
         const bool isQuiet = !isRecording();
         mark("child");
-        internal::recordMark("child that had asked before", 0);
+        internal::record(internal::Entry::Mark, "child that had asked before", 0);
         const bool hasNone = writeRecording(STDERR_FILENO) == Status::NotRecording &&
                              stopRecording() == Status::NotRecording;
         _exit(isQuiet && hasNone ? 0 : 1);
@@ -312,7 +312,7 @@ TEST_F(RecordingFileTest, ForksWhileThreadsRecordLeaveItWhole) {
     for (int i = 0; i < kForks; ++i) {
         const pid_t child = fork();
         if (child == 0) {
-            for (int n = 0; n < 100; ++n) internal::recordMark("child", n);
+            for (int n = 0; n < 100; ++n) internal::record(internal::Entry::Mark, "child", n);
             _exit(startRecording(optionsOf(kBytes)) == Status::Ok ? 0 : 1);
         }
         ASSERT_EQ(exitStatusOf(child), 0);

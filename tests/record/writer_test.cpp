@@ -319,10 +319,11 @@ TEST(WriterTest, WhatComesAfterTheEndIsNotRecorded) {
     EXPECT_EQ(test::sentences(recording.read()), std::vector<std::string>{"mark 'in time' 0"});
 }
 
-// A thread that stands still in the middle of a record, for as long as the test wants.
+// A thread that stands still in the middle of a record, where it first touches the page that holds
+// an address, for as long as the test wants.
 class StuckWriter {
 public:
-    explicit StuckWriter(OwnRecording* p_recording) : m_page(pageOf(p_recording->blocks())) {
+    explicit StuckWriter(std::byte* p_at) : m_page(pageOf(p_at)) {
         (void)sem_init(&s_isStuck, 0, 0);
         (void)sem_init(&s_release, 0, 0);
         struct sigaction action = {};
@@ -336,19 +337,23 @@ public:
         m_thread = std::thread([] { record::mark("stuck", 0); });
         while (sem_wait(&s_isStuck) != 0) {
         }
+        (void)mprotect(m_page, kPageBytes, PROT_READ | PROT_WRITE);
     }
     ~StuckWriter() { release(); }
 
+    StuckWriter(const StuckWriter&) = delete;
+    StuckWriter& operator=(const StuckWriter&) = delete;
+
     void release() {
         if (!m_thread.joinable()) return;
-        (void)mprotect(m_page, kPageBytes, PROT_READ | PROT_WRITE);
         (void)sem_post(&s_release);
         m_thread.join();
         (void)sigaction(SIGSEGV, &m_before, nullptr);
     }
 
-private:
     static constexpr std::size_t kPageBytes = 4096;
+
+private:
     static void* pageOf(std::byte* p_in) {
         return reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(p_in) & ~(kPageBytes - 1));
     }
@@ -362,13 +367,57 @@ private:
 
 TEST(WriterTest, IsNotClosedWhileAThreadStandsStillInARecord) {
     OwnRecording first(8);
-    StuckWriter stuck(&first);
+    StuckWriter stuck(first.blocks());
 
     EXPECT_FALSE(record::closeBlocks());
     EXPECT_FALSE(record::openBlocks({}));
     stuck.release();
 
     EXPECT_EQ(test::sentences(first.read()), std::vector<std::string>{"mark 'stuck' 0"});
+}
+
+/// One block over several pages, with the marks 0 to 9 of a thread that has ended: the next thread
+/// has to reuse it.
+class ReusedBlockTest : public testing::Test {
+protected:
+    ReusedBlockTest() : m_recording(1, kBlockBytes) {
+        std::thread([] {
+            for (int i = 0; i < 10; ++i) record::mark("m", i);
+        }).join();
+    }
+
+    /// What is read of the recording as it stands.
+    test::trace::Recording read() const {
+        test::trace::Recording recording;
+        std::string error;
+        EXPECT_TRUE(test::trace::readRecording(m_recording.bytes(), &recording, &error)) << error;
+        return recording;
+    }
+
+    static constexpr std::uint32_t kBlockBytes = 2 * StuckWriter::kPageBytes;
+    OwnRecording m_recording;
+};
+
+TEST_F(ReusedBlockTest, StandsAsItWasUntilItsEndIsMarked) {
+    StuckWriter stuck(m_recording.blocks() + kBlockBytes - sizeof(record::BlockTail));
+
+    const test::trace::Recording before = read();
+
+    EXPECT_EQ(before.unreadableBlocks, 0U);
+    EXPECT_EQ(test::withoutMemory(before).size(), 10U);
+    stuck.release();
+    EXPECT_EQ(test::sentences(m_recording.read()), std::vector<std::string>{"mark 'stuck' 0"});
+}
+
+TEST_F(ReusedBlockTest, IsUnreadableOnceItsEndIsMarked) {
+    StuckWriter stuck(m_recording.blocks());
+
+    const test::trace::Recording between = read();
+
+    EXPECT_EQ(between.unreadableBlocks, 1U);
+    EXPECT_EQ(between.records.size(), 0U);
+    stuck.release();
+    EXPECT_EQ(test::sentences(m_recording.read()), std::vector<std::string>{"mark 'stuck' 0"});
 }
 
 TEST(WaitScopeTest, RecordsALongWaitAndNoShortOne) {

@@ -89,6 +89,23 @@ TEST(TevalonTraceTest, ShowsARecordingThatIsStillWritten) {
     });
 }
 
+// Of tests/record_preload/client.cpp, built for 32-bit ARM and killed there.
+TEST(TevalonTraceTest, ShowsARecordingOfAnotherArchitecture) {
+    const test::ChildResult result = runTrace({"--text", TEVALON_TEST_ARM_RECORDING});
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output,
+              "process 7738 'preload-client', boot id 841765316, on arm with 32-bit pointers\n"
+              "build id of the program eefc52ff8b03b344a058cc308cd68f9f52dcbf74, of the library "
+              "e97cbc9544a4447f50e78f58c6534765c643a352\n"
+              "started at 2026-11-22 02:30:05.295 UTC, monotonic 16972.841813989, not stopped\n"
+              "2 records of 1 threads\n"
+              "16972.847425281  qemu-arm          7738  mark 'kill' 42\n"
+              "16972.847425281  qemu-arm          7738  memory: resident 17.5 MiB, of it private "
+              "6.1 MiB, at 2026-11-22 02:30:05.303 UTC\n");
+}
+
 TEST(TevalonTraceTest, SaysWhatIsMissing) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         const test::ScratchFolder folder;

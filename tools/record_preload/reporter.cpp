@@ -28,7 +28,7 @@ static_assert(sizeof(Word) == sizeof(std::uint32_t) && Word::is_always_lock_free
 enum : std::uint32_t { kSnapshot = 1, kDeath = 2 };
 
 constexpr std::uint32_t kLongestWaitMs = 2000;
-constexpr timespec kHeapPeriod = {1, 0};
+constexpr std::uint32_t kHeapPeriodMs = 1000;
 
 const char* g_file;  // Like the next one written before the thread starts.
 std::atomic<pid_t> g_process{0};
@@ -38,13 +38,24 @@ Word g_deathsWritten{0};
 
 #ifdef SYS_futex
 constexpr long kFutexCall = SYS_futex;
-#else  // 32-bit systems whose time has 64 bits alone.
+/// As this call takes it, whatever the width of time_t here.
+struct Wait {
+    long seconds;
+    long nanoseconds;
+};
+#else  // 32-bit systems that never had a narrow time.
 constexpr long kFutexCall = SYS_futex_time64;
+struct Wait {
+    std::int64_t seconds;
+    std::int64_t nanoseconds;
+};
 #endif
 
 /// Until the word is not @p value any more, the time is over, or for no reason.
-void waitWhile(Word& word, std::uint32_t value, const timespec& atMost) {
-    (void)syscall(kFutexCall, &word, FUTEX_WAIT_PRIVATE, value, &atMost, nullptr, 0);
+void waitWhile(Word& word, std::uint32_t value, std::uint64_t atMostMs) {
+    const Wait wait = {static_cast<decltype(Wait::seconds)>(atMostMs / 1000),
+                       static_cast<decltype(Wait::nanoseconds)>(atMostMs % 1000 * 1000000)};
+    (void)syscall(kFutexCall, &word, FUTEX_WAIT_PRIVATE, value, &wait, nullptr, 0);
 }
 
 void wakeAll(Word& word) {
@@ -105,7 +116,7 @@ void work() {
 void* runReporter(void*) {
     (void)pthread_setname_np(pthread_self(), "tevalon-record");
     for (;;) {
-        waitWhile(g_wanted, 0, kHeapPeriod);
+        waitWhile(g_wanted, 0, kHeapPeriodMs);
         work();
     }
     return nullptr;
@@ -156,9 +167,7 @@ void reportDeath() {
         const std::uint32_t written = g_deathsWritten.load(std::memory_order_acquire);
         const std::uint64_t now = nowMs();
         if (static_cast<std::int32_t>(written - number) >= 0 || now >= deadline) return;
-        const timespec left = {static_cast<time_t>((deadline - now) / 1000),
-                               static_cast<long>((deadline - now) % 1000 * 1000000)};
-        waitWhile(g_deathsWritten, written, left);
+        waitWhile(g_deathsWritten, written, deadline - now);
     }
 }
 

@@ -40,7 +40,7 @@ enum class Status {
     NoRoom,         ///< The file system has not so much, or there is no room for the name.
     WriteFailed,    ///< errno tells why.
     AlreadyNamed,   ///< The first name stays.
-    NotSupported,   ///< The library was built without the recorder.
+    NotSupported,   ///< The library was built without this family.
 };
 
 inline constexpr std::size_t kLeastRecordingBytes = std::size_t{16} * 1024;
@@ -55,7 +55,9 @@ struct RecordingOptions {
     ///
     /// The file is created, for its user alone (mode 0600), and must not be there yet: a link is
     /// never followed, and no earlier recording is lost. Its room is reserved before the recording
-    /// starts. Nobody may make it shorter while it is recorded to: that ends the process.
+    /// starts. Nobody may make it shorter while it is recorded to: that ends the process. On a
+    /// tmpfs it costs what memory does; elsewhere a record may wait while its page is written to
+    /// the disk.
     const char* file = nullptr;
 };
 
@@ -77,16 +79,6 @@ TEVALON_BASE_EXPORT Status stopRecording();
 /// Status: Ok, NotRecording when nothing was recorded yet, Busy, WriteFailed.
 [[nodiscard]] TEVALON_BASE_EXPORT Status writeRecording(int fd);
 
-/// Give a module id, an event type or a task id a name for all that shows it: this recorder's
-/// readers and the state report. To be done once, before or while something is recorded.
-///
-/// @param name  Copied; cut at 23 bytes.
-///
-/// Status: Ok; AlreadyNamed; BadArgument; NoRoom after 512 names.
-TEVALON_BASE_EXPORT Status nameModule(std::int32_t moduleId, const char* name);
-TEVALON_BASE_EXPORT Status nameEvent(std::int32_t eventType, const char* name);
-TEVALON_BASE_EXPORT Status nameTask(std::int32_t taskId, const char* name);
-
 /// Asks the C library how much of its heap is in use, which then stands in the memory records that
 /// are added once a second. The library does not ask by itself: that takes the allocator's locks,
 /// and as long as there are free pieces. Not async-signal-safe.
@@ -96,12 +88,29 @@ namespace internal {
 
 extern TEVALON_BASE_EXPORT std::atomic<bool> g_isRecording;
 
-TEVALON_BASE_EXPORT void recordMark(const char* text, std::int64_t value);
-TEVALON_BASE_EXPORT void recordScopeBegun(const char* text);
-TEVALON_BASE_EXPORT void recordScopeEnded(const char* text);
-TEVALON_BASE_EXPORT void recordCounter(const char* text, std::int64_t value);
+enum class Entry : std::int32_t { Mark = 29, ScopeBegun, ScopeEnded, Counter };
+TEVALON_BASE_EXPORT void record(Entry entry, const char* text, std::int64_t value);
+
+enum class Named : std::int32_t { Module = 1, Event, Task };
+TEVALON_BASE_EXPORT Status giveName(Named what, std::int32_t id, const char* name);
 
 }  // namespace internal
+
+/// Give a module id, an event type or a task id a name for all that shows it: this recorder's
+/// readers and the state report. To be done once, before or while something is recorded.
+///
+/// @param name  Copied; cut at 23 bytes.
+///
+/// Status: Ok; AlreadyNamed; BadArgument; NoRoom after 512 names.
+inline Status nameModule(std::int32_t moduleId, const char* name) {
+    return internal::giveName(internal::Named::Module, moduleId, name);
+}
+inline Status nameEvent(std::int32_t eventType, const char* name) {
+    return internal::giveName(internal::Named::Event, eventType, name);
+}
+inline Status nameTask(std::int32_t taskId, const char* name) {
+    return internal::giveName(internal::Named::Task, taskId, name);
+}
 
 /// Whether something is recorded at this moment. A load and a branch, as each of the following is
 /// while nothing is recorded. Async-signal-safe, as the following are.
@@ -114,14 +123,14 @@ inline bool isRecording() {
 /// @param text   Copied; cut at 40 bytes.
 /// @param value  Whatever tells more.
 inline void mark(const char* text, std::int64_t value = 0) {
-    if (isRecording()) internal::recordMark(text, value);
+    if (isRecording()) internal::record(internal::Entry::Mark, text, value);
 }
 
 /// Records a figure that goes up and down.
 ///
 /// @param name  Copied; cut at 40 bytes.
 inline void counter(const char* name, std::int64_t value) {
-    if (isRecording()) internal::recordCounter(name, value);
+    if (isRecording()) internal::record(internal::Entry::Counter, name, value);
 }
 
 /// Records when it is constructed and when it is destroyed, if it was recorded then. Scopes of one
@@ -130,10 +139,10 @@ class Scope {
 public:
     /// @param text  Not copied: must outlive the scope, as a literal does. Cut at 40 bytes.
     explicit Scope(const char* text) : m_text(isRecording() ? text : nullptr) {
-        if (m_text != nullptr) internal::recordScopeBegun(m_text);
+        if (m_text != nullptr) internal::record(internal::Entry::ScopeBegun, m_text, 0);
     }
     ~Scope() {
-        if (m_text != nullptr) internal::recordScopeEnded(m_text);
+        if (m_text != nullptr) internal::record(internal::Entry::ScopeEnded, m_text, 0);
     }
 
     Scope(const Scope&) = delete;

@@ -24,7 +24,7 @@ EXTRA_OECMAKE = " \
     -DTEVALON_BASE_BUILD_BENCHMARKS=OFF \
 "
 
-PACKAGE_BEFORE_PN = "zor-debug zor-debug-dev"
+PACKAGE_BEFORE_PN = "zor-debug zor-debug-dev ${PN}-tools"
 
 # The substitute's library has no version in its name; it is not a link for developers.
 FILES:zor-debug = "${libdir}/libzor-debug.so"
@@ -33,6 +33,11 @@ FILES:zor-debug-dev = " \
     ${libdir}/cmake/tevalon-base/zor-debug-targets*.cmake \
 "
 FILES:${PN} = "${libdir}/libtevalon-base.so.*"
+# For an image in which something is looked for: recordings, and the library to be preloaded.
+FILES:${PN}-tools = " \
+    ${bindir}/tevalon-trace \
+    ${libdir}/tevalon-base/libtevalon-record.so \
+"
 FILES:${PN}-dev = " \
     ${includedir}/tevalon/base \
     ${includedir}/tevalon/zor_debug/zor_debug.h \
@@ -45,7 +50,7 @@ FILES:${PN}-dev = " \
     ${libdir}/pkgconfig/tevalon-base-static.pc \
 "
 FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a"
-FILES:${PN}-doc = "${docdir}/tevalon-base"
+FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-trace.1"
 
 INSANE_SKIP:zor-debug = "dev-so"
 RDEPENDS:zor-debug-dev = "zor-debug (= ${EXTENDPKGV})"
