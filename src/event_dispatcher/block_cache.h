@@ -43,7 +43,7 @@ public:
     static void* allocate(std::size_t size) {
 #if TEVALON_BASE_BLOCK_CACHE
         if (isCached(size)) {
-            OfThread& own = t_own;
+            OfThread& own = ofThisThread();
             const std::size_t words = size / kWord;
             if (Block* const p_block = own.blocks[words]) {
                 pop(&own, words);
@@ -59,7 +59,7 @@ public:
     static void free(void* p_memory, [[maybe_unused]] std::size_t size) noexcept {
 #if TEVALON_BASE_BLOCK_CACHE
         if (isCached(size) && p_memory != nullptr) {
-            OfThread& own = t_own;
+            OfThread& own = ofThisThread();
             const std::size_t words = size / kWord;
             if (own.room[words] == 0) return freeSlowly(p_memory, words);
             push(&own, p_memory, words);
@@ -90,6 +90,12 @@ private:
 
     static bool isCached(std::size_t size) {
         return size % kWord == 0 && size / kWord - kLeastWords <= kMostWords - kLeastWords;
+    }
+    // Keeps the compiler from computing the address anew for each access: five instructions on ARM.
+    static OfThread& ofThisThread() {
+        OfThread* p_own = &t_own;
+        __asm__("" : "+r"(p_own));
+        return *p_own;
     }
     static void pop(OfThread* p_own, std::size_t words) {
         Block* const p_next = p_own->blocks[words]->p_next;

@@ -43,15 +43,19 @@ public:
 
     /// Leaves an event that is not queued to the caller: what the payload's destructor does, it
     /// does without our lock.
+    template <bool kIsRecording>
     std::int32_t deliver(std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
-        const MutexGuard lock(m_hubsMtx);
+        const MutexGuard lock(m_hubsMtx, kIsRecording);
         EventHub* p_last = nullptr;
         for (const Listed& listed : m_hubs) {
             if (target != kAnyModule && target != listed.moduleId) continue;
             if (p_last != nullptr) (void)p_last->receive(std::shared_ptr<BrowserEvent>(event));
             p_last = listed.p_hub;
         }
-        if (p_last == nullptr) return refuse(*event, target);
+        if (p_last == nullptr) {
+            if constexpr (kIsRecording) recordRefused(*event, target);
+            return kFailed;
+        }
         // The last one takes the event itself; mostly it is the only one.
         return p_last->receive(std::move(event));
     }
@@ -62,13 +66,9 @@ private:
         EventHub* p_hub;        // Not owned.
     };
 
-    __attribute__((noinline, cold)) static std::int32_t refuse(const BrowserEvent& event,
-                                                               std::int32_t target) {
-        if (record::isOn()) {
-            record::eventRefused(&event, event.eventType, event.srcModule, target,
-                                 record::Refusal::NoHub);
-        }
-        return kFailed;
+    static void recordRefused(const BrowserEvent& event, std::int32_t target) {
+        record::eventRefused(&event, event.eventType, event.srcModule, target,
+                             record::Refusal::NoHub);
     }
 
     std::vector<Listed>::iterator find(const EventHub* p_hub) TEVALON_REQUIRES(m_hubsMtx) {
@@ -141,10 +141,14 @@ std::int32_t EventDispatcher::deliver(std::shared_ptr<BrowserEvent>&& event, std
         }
         return kNullArgument;
     }
-    if (record::isOn()) {
-        record::eventSent(event.get(), event->eventType, event->srcModule, target);
-    }
-    return m_hubs->deliver(std::move(event), target);
+    if (record::isOn()) return deliverRecorded(std::move(event), target);
+    return m_hubs->deliver<false>(std::move(event), target);
+}
+
+__attribute__((noinline, cold)) std::int32_t EventDispatcher::deliverRecorded(
+    std::shared_ptr<BrowserEvent>&& event, std::int32_t target) {
+    record::eventSent(event.get(), event->eventType, event->srcModule, target);
+    return m_hubs->deliver<true>(std::move(event), target);
 }
 
 std::int32_t evtdispch_register_hub(EventHub* p_hub) {

@@ -20,7 +20,9 @@ __attribute__((noinline, cold)) void reportNoImpl(const char* function) {
     BLOG_AS(function, kLogError, "m_impl is NULL.\n");
 }
 
-std::shared_ptr<BrowserEvent> makeEvent(std::int32_t moduleId, std::int32_t eventType) {
+// Into both who call it.
+__attribute__((always_inline)) inline std::shared_ptr<BrowserEvent> makeEvent(
+    std::int32_t moduleId, std::int32_t eventType) {
     return std::allocate_shared<BrowserEvent>(BlockAllocator<BrowserEvent>(), moduleId, eventType,
                                               nullptr);
 }

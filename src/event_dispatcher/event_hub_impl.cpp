@@ -113,19 +113,13 @@ bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
     return m_handlers.find(key.srcModule, key.eventType) != nullptr;
 }
 
-std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
-    if (event == nullptr) return kFailed;
-    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) {
-        if (record::isOn()) {
-            record::eventRefused(event.get(), event->eventType, event->srcModule, m_moduleId,
-                                 record::Refusal::NoHandler);
-        }
-        return kFailed;
-    }
+template <bool kIsRecording>
+__attribute__((always_inline)) inline std::int32_t EventHubImpl::queue(
+    std::shared_ptr<BrowserEvent>&& event) {
     bool isWaiting = false;
     {
-        const MutexGuard lock(m_queueMtx);
-        if (record::isOn()) recordQueued(*event);
+        const MutexGuard lock(m_queueMtx, kIsRecording);
+        if constexpr (kIsRecording) recordQueued(*event);
         m_eventQueue.push(std::move(event));
         isWaiting = std::exchange(m_isWaiting, false);
     }
@@ -137,6 +131,24 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
         t_replySpin.skipNext(true);
     }
     return kOk;
+}
+
+std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
+    if (event == nullptr) return kFailed;
+    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) {
+        if (record::isOn()) {
+            record::eventRefused(event.get(), event->eventType, event->srcModule, m_moduleId,
+                                 record::Refusal::NoHandler);
+        }
+        return kFailed;
+    }
+    if (record::isOn()) return queueRecorded(std::move(event));
+    return queue<false>(std::move(event));
+}
+
+__attribute__((noinline, cold)) std::int32_t EventHubImpl::queueRecorded(
+    std::shared_ptr<BrowserEvent>&& event) {
+    return queue<true>(std::move(event));
 }
 
 // Under the lock: the handler thread, which records that it handles the event, comes after it.
@@ -319,7 +331,7 @@ void EventHubImpl::handleRecorded(const InnerHandler_t& found,
     run(found, std::move(event));
 }
 
-void EventHubImpl::run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
+inline void EventHubImpl::run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
     // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
     // the hub, and the table with it, while it runs.
     const Handler handler = found.handler;

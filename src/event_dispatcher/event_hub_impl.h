@@ -70,6 +70,11 @@ private:
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
     void waitWithoutLock();
+    /// As receiveEvent(), once a handler is found. Asks just once whether anything is recorded: a
+    /// check for each thing to record would be a tenth of sending.
+    template <bool kIsRecording>
+    std::int32_t queue(std::shared_ptr<BrowserEvent>&& event);
+    std::int32_t queueRecorded(std::shared_ptr<BrowserEvent>&& event);
     void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
     void waitForWakeUp();
     void undoWait() TEVALON_EXCLUDES(m_queueMtx);

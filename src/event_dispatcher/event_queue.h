@@ -46,7 +46,7 @@ public:
     bool empty() const { return m_first == m_last && m_begin == m_end; }
 
     /// Not null. May throw, and has then changed nothing.
-    void push(Event&& event) {
+    __attribute__((always_inline)) void push(Event&& event) {
         const std::array<Word, 2> pair = pairOf(event);
         const bool isOne = isOneWord(pair);
         if (m_end + (isOne ? 1 : 2) > m_lastRoom) addChunk();

@@ -28,6 +28,12 @@ public:
         record::lockRecorded(m_mutex, this);
         return m_mutex;
     }
+    /// The same for a caller that has asked already whether anything is recorded.
+    std::mutex& nativeLocked(bool isRecording) {
+        if (isRecording) return nativeLocked();
+        m_mutex.lock();
+        return m_mutex;
+    }
 
 private:
     std::mutex m_mutex;
@@ -38,6 +44,8 @@ class TEVALON_SCOPED_CAPABILITY MutexGuard {
 public:
     explicit MutexGuard(AnnotatedMutex& mutex) TEVALON_ACQUIRE(mutex)
         : m_guard(mutex.nativeLocked(), std::adopt_lock) {}
+    MutexGuard(AnnotatedMutex& mutex, bool isRecording) TEVALON_ACQUIRE(mutex)
+        : m_guard(mutex.nativeLocked(isRecording), std::adopt_lock) {}
     ~MutexGuard() TEVALON_RELEASE() {}
 
     MutexGuard(const MutexGuard&) = delete;

@@ -53,6 +53,8 @@ private:
     /// send(), which leaves an event that is not queued to the caller.
     TEVALON_BASE_LOCAL std::int32_t deliver(std::shared_ptr<BrowserEvent>&& event,
                                             std::int32_t target);
+    TEVALON_BASE_LOCAL std::int32_t deliverRecorded(std::shared_ptr<BrowserEvent>&& event,
+                                                    std::int32_t target);
 
     const std::unique_ptr<HubList> m_hubs;
 };
