@@ -177,7 +177,7 @@ public:
         record::handlerEnded(m_event, m_type, m_source, m_module);
         // One holder is here, another one waits: nobody is left who could reply.
         constexpr long kHolders = 2;
-        if (m_awaited != nullptr && !m_awaited->replied && m_awaited.use_count() <= kHolders) {
+        if (m_awaited != nullptr && !m_awaited->replied && m_awaited.use_count() == kHolders) {
             record::eventUnanswered(m_event, m_type, m_source);
         }
     }
