@@ -251,23 +251,29 @@ struct SlowOutput {
     test::Event isHeld;
 };
 
-TEST_F(RecordedFamiliesTest, ALongWaitForALock) {
+/// One thread starts a timer, held up with the scheduler's lock, and this one another timer.
+void startTwoTimers() {
     SlowOutput output;
     simple_timer::Timer holder(
         "holder", {1000, 0, 0}, [](simple_timer::Timer*, void*) {}, nullptr, simple_timer::ONCE);
     simple_timer::Timer waiting(
         "waiting", {1000, 0, 0}, [](simple_timer::Timer*, void*) {}, nullptr, simple_timer::ONCE);
-    test::setLogLevel(kLogDebug);
     zorDebugInstallCapture(SlowOutput::capture, &output);
     std::thread other([&] { holder.start(); });
-    const bool wasHeld = output.isHeld.wait();
-
+    EXPECT_TRUE(output.isHeld.wait());
     waiting.start();
-
     other.join();
     zorDebugRemoveCapture();
+}
+
+// Again where the machine is so busy that this thread came to the lock too late.
+TEST_F(RecordedFamiliesTest, ALongWaitForALock) {
+    constexpr int kMostTries = 50;
+    test::setLogLevel(kLogDebug);
+
+    for (int i = 0; i < kMostTries && waits("for the lock of") == 0; ++i) startTwoTimers();
+
     test::setLogLevel(0);
-    EXPECT_TRUE(wasHeld);
     EXPECT_GE(waits("for the lock of"), 1);
 }
 
