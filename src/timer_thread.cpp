@@ -2,13 +2,14 @@
 
 #include <utility>
 
+#include "activity/waiting.h"
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "base/threading/current_thread.h"
 #include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
-#include "record/wait_scope.h"
+#include "record/record.h"
 #include "timer_thread/state.h"
 
 namespace tevalon::base::timer {
@@ -70,6 +71,7 @@ TimerThread::~TimerThread() {
     if (State::WorkerThread::isThisThreadOf(this)) {
         (void)m_state->takeWorker();  // ~BasicThread() detaches on its own thread.
         State::WorkerThread::ownerIsGone();
+        activity::forgetObject(this);
     }
     m_state->dropTasks();
 }
@@ -97,7 +99,7 @@ void TimerThread::stop() {
     }
     BLOG_TRACE_POINT();
     if (worker == nullptr) return;
-    const record::WaitScope wait(record::Wait::Stop, this);
+    const activity::Waiting wait(record::Wait::Stop, this);
     worker.reset();
     m_state->endStop();
 }
@@ -244,20 +246,23 @@ void TimerThread::handleTask(const Task& task, double knownTime) {
         postTask(task);
         return;
     }
-    fireTask(task);
+    fireTask(task, now);
 }
 
-void TimerThread::fireTask(const Task& task) {
+void TimerThread::fireTask(const Task& task, double now) {
     void* const self = this;
     void* const address = task.get();
     BLOG_AS("run", kLogAlways, "[%p]:Begin fire task:(%p - id:%d).\n", self, address,
             task->taskId());
     m_state->setBusy(true);
+    TaskActivity* const p_activity = m_state->activity();
+    p_activity->beginTask(*task, now);
     if (record::isOn()) {
         fireRecorded(*task);
     } else {
         task->fire();
     }
+    p_activity->endTask();
     if (State::WorkerThread::isThisThreadOf(this)) m_state->setBusy(false);  // Else it is gone.
     BLOG_AS("run", kLogAlways, "[%p]:Finish fire task:(%p - id:%d).\n", self, address,
             task->taskId());

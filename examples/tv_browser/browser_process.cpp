@@ -10,6 +10,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "process_state.h"
 #include "screen.h"
 #include "session_parser.h"
 #include "session_player.h"
@@ -69,6 +70,7 @@ ExitStatus perform(SessionReader* p_session, const std::string& title,
     timeline.begin("tv_browser plays " + title);
     timeline.chapter("The set is turned on.");
     publishSettings(options);
+    nameModulesAndEvents();
     Television television(timeline);
     if (!television.turnOn()) return ExitStatus::Failed;
 

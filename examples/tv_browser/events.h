@@ -56,6 +56,9 @@ enum class EventType : std::int32_t {
     AppState,      ///< AppNotice, told to everybody by the application manager.
     SlowNextTime,  ///< SlowNotice, told to any module.
     Standby,       ///< Message, to any module, before it is stopped.
+    CallOther,     ///< CallNotice, told to any module.
+    CallBack,      ///< CallBackRequest, to any module.
+    Greeting,      ///< Message, to any module.
 };
 
 /// What a module replies.
@@ -177,6 +180,20 @@ struct SlowNotice : Message {
     std::int32_t intValue() override { return delayMs; }
 
     const std::int32_t delayMs;
+};
+
+struct CallNotice : Message {
+    explicit CallNotice(ModuleId other_)
+        : Message(EventType::CallOther, std::string("call ") + nameOf(other_)), other(other_) {}
+
+    const ModuleId other;
+};
+
+struct CallBackRequest : Message {
+    explicit CallBackRequest(ModuleId caller_)
+        : Message(EventType::CallBack, "call me back, then answer"), caller(caller_) {}
+
+    const ModuleId caller;
 };
 
 }  // namespace tv_browser

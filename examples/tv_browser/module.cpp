@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/logging.h"
+#include "patience.h"
 
 namespace tv_browser {
 namespace {
@@ -47,6 +48,15 @@ bool Module::start() {
         standby();
         return Reply::Ok;
     });
+    onNotice<CallNotice>(ModuleId::Everybody, EventType::CallOther, [this](const CallNotice& call) {
+        (void)ask(call.other, std::make_unique<CallBackRequest>(m_id), kPatienceWithCalled);
+    });
+    onRequest<CallBackRequest>(EventType::CallBack, [this](const CallBackRequest& request) {
+        return passedUp(ask(request.caller,
+                            std::make_unique<Message>(EventType::Greeting, "are you there?"),
+                            kPatienceWithCalled));
+    });
+    onRequest<Message>(EventType::Greeting, [](const Message&) { return Reply::Ok; });
     m_started = evt::evtdispch_register_hub(&m_hub) == 0;
     if (!m_started) {
         BLOG(kLogError, "'%s' cannot start.\n", nameOf(m_id));

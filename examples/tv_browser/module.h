@@ -26,7 +26,8 @@ namespace tv_browser {
 ///     viewer, broadcaster -> hbbtv_controller, op_app_host -> application_manager
 ///         -> browser_engine
 ///
-/// News that has to go upwards is told, not asked.
+/// News that has to go upwards is told, not asked. Only CallNotice, by which a session shows what
+/// happens otherwise, has a module ask one that waits for it.
 ///
 /// Thread-safety: start() and stop() belong to the owner's thread. Handlers run on the hub's
 /// thread, one at a time; ask() and tell() may be called from them.

@@ -12,6 +12,7 @@ namespace tv_browser {
 constexpr std::chrono::milliseconds kPatienceWithEngine{400};
 constexpr std::chrono::milliseconds kPatienceWithManager{600};
 constexpr std::chrono::milliseconds kPatienceOfPeople{800};
+constexpr std::chrono::milliseconds kPatienceWithCalled{1000};
 
 }  // namespace tv_browser
 

@@ -35,6 +35,10 @@ struct Slow {
     ModuleId module;
     std::chrono::milliseconds delay;
 };
+struct Call {
+    ModuleId module;
+    ModuleId other;
+};
 struct Say {
     std::string text;
 };
@@ -42,6 +46,7 @@ struct Wait {
     std::chrono::milliseconds duration;
 };
 struct Memory {};
+struct State {};
 struct Quit {};
 
 }  // namespace tv_browser::command
@@ -50,9 +55,10 @@ namespace tv_browser {
 
 /// One line of a session. A new command is one more struct here, one entry in the parser's
 /// table and one perform() of the player.
-using Command = std::variant<command::Tune, command::Key, command::Launch, command::Show,
-                             command::Hide, command::Stop, command::Slow, command::Say,
-                             command::Wait, command::Memory, command::Quit>;
+using Command =
+    std::variant<command::Tune, command::Key, command::Launch, command::Show, command::Hide,
+                 command::Stop, command::Slow, command::Call, command::Say, command::Wait,
+                 command::Memory, command::State, command::Quit>;
 
 }  // namespace tv_browser
 

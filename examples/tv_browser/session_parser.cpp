@@ -44,6 +44,10 @@ Command makeSlow(SessionArguments& a) {
     const ModuleId module = a.module();
     return command::Slow{module, a.milliseconds()};
 }
+Command makeCall(SessionArguments& a) {
+    const ModuleId module = a.module();
+    return command::Call{module, a.module()};
+}
 Command makeSay(SessionArguments& a) {
     return command::Say{a.text()};
 }
@@ -52,6 +56,9 @@ Command makeWait(SessionArguments& a) {
 }
 Command makeMemory(SessionArguments&) {
     return command::Memory{};
+}
+Command makeState(SessionArguments&) {
+    return command::State{};
 }
 Command makeQuit(SessionArguments&) {
     return command::Quit{};
@@ -66,9 +73,11 @@ const std::vector<Form>& forms() {
         {"hide", {"APP"}, makeHide},
         {"stop", {"APP"}, makeStop},
         {"slow", {"MODULE", "MS"}, makeSlow},
+        {"call", {"MODULE", "OTHER"}, makeCall},
         {"say", {kRestOfLine}, makeSay},
         {"wait", {"MS"}, makeWait},
         {"memory", {}, makeMemory},
+        {"state", {}, makeState},
         {"quit", {}, makeQuit},
     };
     return kForms;

@@ -7,6 +7,7 @@
 #include "base/logging.h"
 #include "memory_summary.h"
 #include "patience.h"
+#include "process_state.h"
 #include "session_settings.h"
 
 // Replies are not looked at here: the timeline shows them, and a session goes on whatever
@@ -78,6 +79,10 @@ void SessionPlayer::perform(const command::Slow& slow) {
                    std::make_unique<SlowNotice>(static_cast<std::int32_t>(slow.delay.count())));
 }
 
+void SessionPlayer::perform(const command::Call& call) {
+    m_session.tell(call.module, std::make_unique<CallNotice>(call.other));
+}
+
 void SessionPlayer::perform(const command::Say& say) {
     m_timeline.chapter(say.text);
 }
@@ -93,6 +98,10 @@ void SessionPlayer::perform(const command::Memory&) {
     const char* p_report = tevalon::base::debug::g_webengine_memory_debug_info;
     const std::string summary = summariseMemory(p_report != nullptr ? p_report : "");
     if (!summary.empty()) m_session.note(summary);
+}
+
+void SessionPlayer::perform(const command::State&) {
+    m_timeline.remark(stateOfProcess());
 }
 
 void SessionPlayer::perform(const command::Quit&) {

@@ -39,9 +39,11 @@ private:
     void perform(const command::Hide& hide);
     void perform(const command::Stop& stop);
     void perform(const command::Slow& slow);
+    void perform(const command::Call& call);
     void perform(const command::Say& say);
     void perform(const command::Wait& wait);
     void perform(const command::Memory& memory);
+    void perform(const command::State& state);
     void perform(const command::Quit& quit);
 
     Timeline& m_timeline;

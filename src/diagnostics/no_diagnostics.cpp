@@ -34,4 +34,8 @@ Status writeState(int) {
     return Status::NotSupported;
 }
 
+Status writeState(int, const StateOptions&) {
+    return Status::NotSupported;
+}
+
 }  // namespace tevalon::base::diagnostics

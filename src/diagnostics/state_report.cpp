@@ -6,33 +6,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 
 #include "base/logging/boot_id.h"
 #include "diagnostics/build_id.h"
 #include "diagnostics/recorder_state.h"
-#include "diagnostics/write_all.h"
+#include "diagnostics/report_text.h"
+#include "diagnostics/snapshot.h"
+#include "diagnostics/state_lists.h"
 #include "os/monotonic_time.h"
+#include "os/no_cancellation.h"
 
 namespace tevalon::base::diagnostics {
 namespace {
 
 constexpr std::uint64_t kSecondNs = 1000000000;
-
-bool writeLine(int fd, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-bool writeLine(int fd, const char* format, ...) {
-    char line[256];
-    va_list args;
-    va_start(args, format);
-    const int length = std::vsnprintf(line, sizeof(line) - 1, format, args);
-    va_end(args);
-    if (length < 0) return false;
-    const std::size_t kept = std::min(static_cast<std::size_t>(length), sizeof(line) - 2);
-    line[kept] = '\n';
-    return writeAll(fd, line, kept + 1);
-}
 
 struct BuildIdText {
     char text[2 * record::kBuildIdBytes + 1];
@@ -47,11 +36,11 @@ BuildIdText textOf(const BuildId& id) {
     return hex;
 }
 
-bool writeProcess(int fd) {
-    return writeLine(fd, "process %d '%s', boot id %" PRIu32, static_cast<int>(getpid()),
-                     program_invocation_short_name, bootID()) &&
-           writeLine(fd, "build id of the program %s, of the library %s",
-                     textOf(programBuildId()).text, textOf(libraryBuildId()).text);
+void addProcess(ReportText* p_text) {
+    p_text->add("process %d '%s', boot id %" PRIu32 "\n", static_cast<int>(getpid()),
+                program_invocation_short_name, bootID());
+    p_text->add("build id of the program %s, of the library %s\n", textOf(programBuildId()).text,
+                textOf(libraryBuildId()).text);
 }
 
 struct Date {
@@ -77,7 +66,7 @@ Date dateOf(std::int64_t daysSince1970) {
     return {year + era * 400 + (month <= 2 ? 1 : 0), month, day};
 }
 
-bool writeTime(int fd) {
+void addTime(ReportText* p_text) {
     constexpr std::int64_t kSecondsPerDay = 86400;
     timespec realtime = {};
     (void)clock_gettime(CLOCK_REALTIME, &realtime);
@@ -85,29 +74,54 @@ bool writeTime(int fd) {
     const Date date = dateOf(seconds / kSecondsPerDay);
     const auto ofDay = static_cast<int>(seconds % kSecondsPerDay);
     const std::uint64_t monotonic = monotonicNanoseconds();
-    return writeLine(
-        fd, "at %04" PRId64 "-%02d-%02d %02d:%02d:%02d.%03ld UTC, monotonic %" PRIu64 ".%09" PRIu64,
-        date.year, date.month, date.day, ofDay / 3600, ofDay / 60 % 60, ofDay % 60,
-        static_cast<long>(realtime.tv_nsec / 1000000), monotonic / kSecondNs,
-        monotonic % kSecondNs);
+    p_text->add("at %04" PRId64 "-%02d-%02d %02d:%02d:%02d.%03ld UTC, monotonic %" PRIu64
+                ".%09" PRIu64 "\n",
+                date.year, date.month, date.day, ofDay / 3600, ofDay / 60 % 60, ofDay % 60,
+                static_cast<long>(realtime.tv_nsec / 1000000), monotonic / kSecondNs,
+                monotonic % kSecondNs);
 }
 
-bool writeRecorder(int fd) {
+void addRecorder(ReportText* p_text) {
     const RecorderState state = recorderState();
-    if (state.bytes == 0) return writeLine(fd, "recorder: nothing was recorded");
-    return writeLine(fd,
-                     "recorder: %s, %zu bytes, from monotonic %" PRIu64 ".%09" PRIu64 ", %" PRIu32
-                     " records lost",
-                     state.isRecording ? "recording" : "stopped", state.bytes,
-                     state.startMonotonicNs / kSecondNs, state.startMonotonicNs % kSecondNs,
-                     state.recordsLost);
+    if (state.bytes == 0) {
+        p_text->add("recorder: nothing was recorded\n");
+        return;
+    }
+    p_text->add("recorder: %s, %zu bytes, from monotonic %" PRIu64 ".%09" PRIu64 ", %" PRIu32
+                " records lost\n",
+                state.isRecording ? "recording" : "stopped", state.bytes,
+                state.startMonotonicNs / kSecondNs, state.startMonotonicNs % kSecondNs,
+                state.recordsLost);
+}
+
+// Two looks, for some of what changes all the time is only worth telling where it does not.
+void addLists(std::size_t most, ReportText* p_text) {
+    constexpr std::uint64_t kMostWaitNs = 100000000;  // For all the locks of one look.
+    constexpr timespec kBetween = {0, 10000000};
+    Snapshot earlier;
+    earlier.take(monotonicNanoseconds() + kMostWaitNs);
+    (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &kBetween, nullptr);
+    Snapshot snapshot;
+    snapshot.take(monotonicNanoseconds() + kMostWaitNs);
+    addStateLists(earlier, snapshot, most, p_text);
 }
 
 }  // namespace
 
+Status writeState(int fd, const StateOptions& options) {
+    constexpr std::size_t kFew = 10;
+    const NoCancellation noCancellation;
+    ReportText text;
+    addProcess(&text);
+    addTime(&text);
+    addRecorder(&text);
+    addLists(options.isWhole ? SIZE_MAX : kFew, &text);
+    if (!text.writeTo(fd)) return Status::WriteFailed;
+    return text.isComplete() ? Status::Ok : Status::NoMemory;
+}
+
 Status writeState(int fd) {
-    const bool isWritten = writeProcess(fd) && writeTime(fd) && writeRecorder(fd);
-    return isWritten ? Status::Ok : Status::WriteFailed;
+    return writeState(fd, StateOptions());
 }
 
 }  // namespace tevalon::base::diagnostics

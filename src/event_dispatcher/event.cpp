@@ -12,12 +12,15 @@
 #include "base/logging/blog.h"
 #include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
+#include "event_dispatcher/reply_wait.h"
 #include "os/system_error.h"
 #include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 
 namespace {
+
+constexpr std::int32_t kNoLimit = -1;  // As a time-out.
 
 timespec toTimespec(std::chrono::steady_clock::time_point time) {
     const auto sinceStart = time.time_since_epoch();
@@ -62,6 +65,8 @@ struct BrowserEvent::WaitObjects : std::mutex {
     // Guarded by the mutex. A waiter has parked, and wants to know when the reply came.
     bool isParked = false;
     Moment replied;
+    // The module whose handler began last; not guarded. Only those who wait long look at it.
+    std::atomic<std::int32_t> handledBy{kAnyModule};
 
     void hold() { m_holders.fetch_add(1, std::memory_order_relaxed); }
     void release() {
@@ -99,6 +104,7 @@ BrowserEvent::WaitObjects* BrowserEvent::waitObjects() const {
 std::int32_t BrowserEvent::initWaitResultCv() {
     replied = false;
     if (waitResultMtx != nullptr && waitResultCv != nullptr) {
+        noteHandler(kAnyModule);
         BLOG(kLogInfo, "Already initialized.\n");
         return 0;
     }
@@ -108,6 +114,11 @@ std::int32_t BrowserEvent::initWaitResultCv() {
     waitResultCv = &p_objects->cv;
     m_hasWaitObjects = true;
     return 0;
+}
+
+void BrowserEvent::noteHandler(std::int32_t module) const {
+    WaitObjects* const p_objects = waitObjects();
+    if (p_objects != nullptr) p_objects->handledBy.store(module, std::memory_order_relaxed);
 }
 
 void BrowserEvent::replyResult(EventResult reply) {
@@ -145,9 +156,12 @@ void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
 }
 
 std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
-    constexpr std::int32_t kNoLimit = -1;
+    return waitForReply(timeout, kAnyModule);
+}
+
+std::int32_t BrowserEvent::waitForReply(std::int32_t timeout, std::int32_t target) {
     if (waitResultMtx == nullptr || waitResultCv == nullptr) {
-        BLOG(kLogError, "waitResultMtx or waitResultCv is NULL.\n");
+        BLOG_AS("waitForResult", kLogError, "waitResultMtx or waitResultCv is NULL.\n");
         return kEventResultNone;
     }
     if (record::isOn()) record::eventAwaited(this, eventType, timeout);
@@ -155,15 +169,22 @@ std::int32_t BrowserEvent::waitForResult(std::int32_t timeout) {
     if (timeout == kNoLimit || timeout > 0) spinForReply();
     std::unique_lock<std::mutex> lock(*waitResultMtx);
     if (replied) return result;
+    const EventResult reply = park(&lock, timeout, target);
     WaitObjects* const p_objects = waitObjects();
-    if (p_objects != nullptr) p_objects->isParked = true;
-    const EventResult reply =
-        timeout == kNoLimit ? waitForEver(&lock) : waitUntilTimeout(&lock, timeout);
     if (replied && p_objects != nullptr) {
         (void)t_replySpin.parked(p_objects->replied, Moment::now());
     }
     if (!replied && record::isOn()) record::eventAwaitedInVain(this, eventType, timeout);
     return reply;
+}
+
+EventResult BrowserEvent::park(std::unique_lock<std::mutex>* p_lock, std::int32_t timeout,
+                               std::int32_t target) {
+    WaitObjects* const p_objects = waitObjects();
+    if (p_objects != nullptr) p_objects->isParked = true;
+    const ReplyWait wait(*this, p_objects != nullptr ? &p_objects->handledBy : nullptr, target,
+                         timeout);
+    return timeout == kNoLimit ? waitForEver(p_lock) : waitUntilTimeout(p_lock, timeout);
 }
 
 void BrowserEvent::spinForReply() const {

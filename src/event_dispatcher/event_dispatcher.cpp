@@ -3,14 +3,18 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "base/event_dispatcher/event_hub.h"
 #include "base/logging/blog.h"
 #include "base/singleton.h"
+#include "event_dispatcher/event_hub_impl.h"
+#include "event_dispatcher/hub_look.h"
 #include "event_dispatcher/status.h"
 #include "locks/annotated_mutex.h"
+#include "locks/patient_lock.h"
 #include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -26,6 +30,20 @@ __attribute__((noinline, cold)) void reportNullHub(const char* function) {
 // its handlers are found without one.
 class EventDispatcher::HubList {
 public:
+    HubList() {
+        const std::lock_guard<std::mutex> lock(s_listsMtx);
+        m_older = std::exchange(s_newest, this);
+    }
+    ~HubList() {
+        const std::lock_guard<std::mutex> lock(s_listsMtx);
+        HubList** p_link = &s_newest;
+        while (*p_link != this) p_link = &(*p_link)->m_older;
+        *p_link = m_older;
+    }
+
+    HubList(const HubList&) = delete;
+    HubList& operator=(const HubList&) = delete;
+
     bool add(EventHub* p_hub) {
         const MutexGuard lock(m_hubsMtx);
         if (find(p_hub) != m_hubs.end()) return false;
@@ -49,7 +67,9 @@ public:
         EventHub* p_last = nullptr;
         for (const Listed& listed : m_hubs) {
             if (target != kAnyModule && target != listed.moduleId) continue;
-            if (p_last != nullptr) (void)p_last->receive(std::shared_ptr<BrowserEvent>(event));
+            if (p_last != nullptr) {
+                (void)p_last->receive<kIsRecording>(std::shared_ptr<BrowserEvent>(event));
+            }
             p_last = listed.p_hub;
         }
         if (p_last == nullptr) {
@@ -57,14 +77,43 @@ public:
             return kFailed;
         }
         // The last one takes the event itself; mostly it is the only one.
-        return p_last->receive(std::move(event));
+        return p_last->receive<kIsRecording>(std::move(event));
     }
+
+#ifndef TEVALON_BASE_NO_DIAGNOSTICS
+    static DispatcherLook lookAtAll(std::uint64_t untilNs, HubVisitor* p_visitor) {
+        const PatientLock lock(s_listsMtx.native_handle(), untilNs);
+        DispatcherLook all = {lock.isLocked(), 0};
+        if (!lock.isLocked()) return all;
+        for (HubList* p_list = s_newest; p_list != nullptr; p_list = p_list->m_older) {
+            const std::int32_t holder = p_list->m_hubsMtx.holder();
+            if (holder != 0) all.holder = holder;
+            if (!p_list->look(untilNs, p_visitor)) all.isSeen = false;
+        }
+        return all;
+    }
+#endif
 
 private:
     struct Listed {
         std::int32_t moduleId;  // The hub's, at hand without a look into each hub.
         EventHub* p_hub;        // Not owned.
     };
+
+#ifndef TEVALON_BASE_NO_DIAGNOSTICS
+    bool look(std::uint64_t untilNs, HubVisitor* p_visitor) TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        const PatientLock lock(m_hubsMtx.native().native_handle(), untilNs);
+        if (!lock.isLocked()) return false;
+        for (const Listed& listed : m_hubs) {
+            HubLook look = {};
+            look.module = listed.moduleId;
+            if (listed.p_hub->m_impl != nullptr) listed.p_hub->m_impl->look(untilNs, &look);
+            look.isRegistered = true;
+            p_visitor->visit(look);
+        }
+        return true;
+    }
+#endif
 
     static void recordRefused(const BrowserEvent& event, std::int32_t target) {
         record::eventRefused(&event, event.eventType, event.srcModule, target,
@@ -76,9 +125,20 @@ private:
                             [=](const Listed& listed) { return listed.p_hub == p_hub; });
     }
 
+    // There is one but for what a client makes itself: for those who look.
+    static inline std::mutex s_listsMtx;
+    static inline HubList* s_newest = nullptr;  // Guarded by s_listsMtx, as all m_older.
+
     AnnotatedMutex m_hubsMtx;  // Held over a whole delivery.
     std::vector<Listed> m_hubs TEVALON_GUARDED_BY(m_hubsMtx);
+    HubList* m_older = nullptr;
 };
+
+#ifndef TEVALON_BASE_NO_DIAGNOSTICS
+DispatcherLook HubsOfProcess::look(std::uint64_t untilNs, HubVisitor* p_visitor) {
+    return EventDispatcher::HubList::lookAtAll(untilNs, p_visitor);
+}
+#endif
 
 EventDispatcher::EventDispatcher() : m_hubs(std::make_unique<HubList>()) {
     BLOG(kLogAlways, "Create EventDispatcher.\n");

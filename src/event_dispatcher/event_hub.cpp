@@ -88,20 +88,25 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
         BLOG(kLogError, "Fail to send event.\n");
         return kFailed;
     }
-    return event->waitForResult(timeout);
+    return event->waitForReply(timeout, target);
 }
 
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
-    return receive(std::move(event));
+    if (record::isOn()) return receive<true>(std::move(event));
+    return receive<false>(std::move(event));
 }
 
+template <bool kIsRecording>
 std::int32_t EventHub::receive(std::shared_ptr<BrowserEvent>&& event) {
     if (m_impl == nullptr) {
         reportNoImpl("receiveEvent");
         return kFailed;
     }
-    return m_impl->receiveEvent(std::move(event));
+    return m_impl->receiveEvent<kIsRecording>(std::move(event));
 }
+
+template std::int32_t EventHub::receive<false>(std::shared_ptr<BrowserEvent>&& event);
+template std::int32_t EventHub::receive<true>(std::shared_ptr<BrowserEvent>&& event);
 
 void EventHub::onHubRegistered() {}
 

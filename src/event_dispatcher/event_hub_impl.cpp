@@ -9,12 +9,14 @@
 #include <exception>
 #include <utility>
 
+#include "activity/waiting.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/hub_activity.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
 #include "os/no_cancellation.h"
 #include "os/thread_name.h"
-#include "record/wait_scope.h"
+#include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
 namespace {
@@ -114,8 +116,15 @@ bool EventHubImpl::handlerExists(const InnerHandler_t& key) {
 }
 
 template <bool kIsRecording>
-__attribute__((always_inline)) inline std::int32_t EventHubImpl::queue(
-    std::shared_ptr<BrowserEvent>&& event) {
+std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
+    if (event == nullptr) return kFailed;
+    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) {
+        if constexpr (kIsRecording) {
+            record::eventRefused(event.get(), event->eventType, event->srcModule, m_moduleId,
+                                 record::Refusal::NoHandler);
+        }
+        return kFailed;
+    }
     bool isWaiting = false;
     {
         const MutexGuard lock(m_queueMtx, kIsRecording);
@@ -133,28 +142,14 @@ __attribute__((always_inline)) inline std::int32_t EventHubImpl::queue(
     return kOk;
 }
 
-std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
-    if (event == nullptr) return kFailed;
-    if (m_handlers.find(event->srcModule, event->eventType) == nullptr) {
-        if (record::isOn()) {
-            record::eventRefused(event.get(), event->eventType, event->srcModule, m_moduleId,
-                                 record::Refusal::NoHandler);
-        }
-        return kFailed;
-    }
-    if (record::isOn()) return queueRecorded(std::move(event));
-    return queue<false>(std::move(event));
-}
-
-__attribute__((noinline, cold)) std::int32_t EventHubImpl::queueRecorded(
-    std::shared_ptr<BrowserEvent>&& event) {
-    return queue<true>(std::move(event));
-}
+template std::int32_t EventHubImpl::receiveEvent<false>(std::shared_ptr<BrowserEvent>&& event);
+template __attribute__((cold)) std::int32_t EventHubImpl::receiveEvent<true>(
+    std::shared_ptr<BrowserEvent>&& event);
 
 // Under the lock: the handler thread, which records that it handles the event, comes after it.
 void EventHubImpl::recordQueued(const BrowserEvent& event) {
     record::eventQueued(&event, event.eventType, event.srcModule, m_moduleId,
-                        static_cast<std::int32_t>(m_eventQueue.size() + 1));
+                        static_cast<std::int32_t>(m_eventQueue.pushed() + 1));
 }
 
 void EventHubImpl::wakeThread() {
@@ -246,32 +241,34 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
     nameThisThread("Evt:%d", p_self->m_moduleId);
     const RecordedThread recorded(p_self, p_self->m_moduleId);
     const HandlerThread thread(p_self);
+    HubActivity activity(p_self);
+    activity.takeBatch(p_self->m_ofThread->takenEvents.count());  // That the last thread left.
     Leaving leaving(p_self, thread);
     std::shared_ptr<BrowserEvent> event;
     // A handler may destroy the hub: nothing of it is touched then.
     while (!thread.isOwnerGone()) {
-        if (!p_self->takeEvent(&event)) {
+        if (!p_self->takeEvent(&event, &activity)) {
             leaving.setExited();
             return;
         }
-        p_self->handle(std::move(event));
+        p_self->handle(std::move(event), &activity);
     }
 }
 
-bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event) {
+bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity) {
     // With m_exit set, takeQueue() decides under m_queueMtx: a registration may have cleared the
     // flag meanwhile, and the thread then continues with what it has taken.
-    if ((m_exit || m_ofThread->takenEvents.empty()) && !takeQueue()) return false;
+    if ((m_exit || m_ofThread->takenEvents.empty()) && !takeQueue(p_activity)) return false;
     *p_event = m_ofThread->takenEvents.pop();
     return true;
 }
 
-bool EventHubImpl::takeQueue() {
+bool EventHubImpl::takeQueue(HubActivity* p_activity) {
     EventQueue& takenEvents = m_ofThread->takenEvents;
     Nap& nap = m_ofThread->nap;
     if (!m_exit) waitWithoutLock();
     MutexLock lock(m_queueMtx);
-    if (nap.isDue()) nap.brought(m_eventQueue.size() >= Nap::kManyEvents);
+    if (nap.isDue()) nap.brought(m_eventQueue.pushed() >= Nap::kManyEvents);
     while (!m_exit && takenEvents.empty() && m_eventQueue.empty()) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
@@ -283,7 +280,10 @@ bool EventHubImpl::takeQueue() {
         m_hasExited = true;
         return false;
     }
-    if (takenEvents.empty()) takenEvents.swap(m_eventQueue);
+    if (takenEvents.empty()) {
+        p_activity->takeBatch(m_eventQueue.pushed());
+        takenEvents.swap(m_eventQueue);
+    }
     m_hasNews.store(false, std::memory_order_relaxed);
     return true;
 }
@@ -318,11 +318,17 @@ void EventHubImpl::onWoken() {
     if (waited) m_ofThread->nap.woken(woken.isOnProcessorOf(now), *waited);
 }
 
-void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event) {
+void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event, HubActivity* p_activity) {
     const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
     if (found == nullptr) return;
-    if (record::isOn()) return handleRecorded(*found, std::move(event));
-    run(*found, std::move(event));
+    p_activity->beginHandler(*event);
+    if (event->waitResultMtx != nullptr) event->noteHandler(m_moduleId);
+    if (record::isOn()) {
+        handleRecorded(*found, std::move(event));
+    } else {
+        run(*found, std::move(event));
+    }
+    p_activity->endHandler();
 }
 
 void EventHubImpl::handleRecorded(const InnerHandler_t& found,
@@ -388,7 +394,7 @@ void EventHubImpl::joinThread() {
     // Without m_threadMtx, which a handler in hand takes to register another. m_thread stays set,
     // so that ensureThread() starts no second thread; our copy keeps the std::thread alive if the
     // hub is destroyed meanwhile.
-    const record::WaitScope wait(record::Wait::Unregister, this);
+    const activity::Waiting wait(record::Wait::Unregister, this);
     joinOrDetach(*thread);
     const MutexGuard lock(m_threadMtx);
     m_isJoining = false;
@@ -401,6 +407,7 @@ void EventHubImpl::joinThread() {
 // never returns, so nothing of the destroyed hub is touched.
 void EventHubImpl::detachOwnThread() {
     HandlerThread::ownerIsGone();
+    activity::forgetObject(this);
     const MutexGuard lock(m_threadMtx);
     if (m_thread != nullptr && !m_isJoining) m_thread->detach();
 }

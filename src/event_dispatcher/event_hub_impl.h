@@ -21,6 +21,9 @@
 
 namespace tevalon::base::event_dispatcher {
 
+class HubActivity;
+struct HubLook;
+
 /// Thread-safety: any thread may call anything but the destructor; see EventHub.
 ///
 /// Lock order: m_teardownMtx, held over a whole teardown, then m_threadMtx, then m_queueMtx;
@@ -47,11 +50,18 @@ public:
     /// The handler of @p key may be empty; it is not looked at.
     bool handlerExists(const InnerHandler_t& key);
     /// Queues @p event and returns 0; leaves it to the caller, and returns -1, when no handler
-    /// takes it or it is null.
+    /// takes it or it is null. Whoever calls it asks whether anything is recorded, once for all of
+    /// a send: a check for each thing to record would be a tenth of it.
+    template <bool kIsRecording>
     std::int32_t receiveEvent(std::shared_ptr<BrowserEvent>&& event);
     /// Ends the handler thread and waits for it; on that very thread, from a handler, it does not
     /// wait: the thread ends when the handler returns.
     void onUnregistered();
+
+    std::int32_t moduleId() const { return m_moduleId; }
+    /// Adds to @p p_look what stands here: the events that are queued, and who holds the locks.
+    /// Waits until @p untilNs on the monotonic clock at most.
+    void look(std::uint64_t untilNs, HubLook* p_look) TEVALON_NO_THREAD_SAFETY_ANALYSIS;
 
     /// The body of the handler thread.
     static void handleEventTask(EventHubImpl* p_self);
@@ -66,21 +76,16 @@ private:
     bool staysForNewHandler() TEVALON_EXCLUDES(m_queueMtx);
     bool addUnlessExists(InnerHandler_t record) TEVALON_EXCLUDES(m_handlerMtx);
     /// Blocks for the next event; false when the thread is to end.
-    bool takeEvent(std::shared_ptr<BrowserEvent>* p_event);
+    bool takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
-    bool takeQueue() TEVALON_EXCLUDES(m_queueMtx);
+    bool takeQueue(HubActivity* p_activity) TEVALON_EXCLUDES(m_queueMtx);
     void waitWithoutLock();
-    /// As receiveEvent(), once a handler is found. Asks just once whether anything is recorded: a
-    /// check for each thing to record would be a tenth of sending.
-    template <bool kIsRecording>
-    std::int32_t queue(std::shared_ptr<BrowserEvent>&& event);
-    std::int32_t queueRecorded(std::shared_ptr<BrowserEvent>&& event);
     void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
     void waitForWakeUp();
     void undoWait() TEVALON_EXCLUDES(m_queueMtx);
     void wakeThread();
     void onWoken();
-    void handle(std::shared_ptr<BrowserEvent>&& event);
+    void handle(std::shared_ptr<BrowserEvent>&& event, HubActivity* p_activity);
     void handleRecorded(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
     static void run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
     void endThread(bool isJoined);

@@ -40,8 +40,26 @@ public:
     EventQueue(const EventQueue&) = delete;
     EventQueue& operator=(const EventQueue&) = delete;
 
-    /// Events.
-    std::uint32_t size() const { return m_size; }
+    /// Events that were pushed since the queue was last swapped or cleared: all that it holds,
+    /// where none was popped. Senders want to know; to whoever pops it would cost a little at each
+    /// event.
+    std::uint32_t pushed() const { return m_pushed; }
+
+    /// Events, one by one.
+    std::uint32_t count() const {
+        std::uint32_t count = 0;
+        std::uint16_t begin = m_begin;
+        for (Chunk* p_chunk = m_first; p_chunk != nullptr; p_chunk = p_chunk->p_next) {
+            const Word* const p_words = wordsOf(p_chunk);
+            const std::uint16_t room = p_chunk == m_first ? m_firstRoom : kManyWords;
+            const std::uint16_t end = p_chunk == m_last ? m_end : room;
+            for (std::uint16_t i = begin; i < end && p_words[i] != kNoWord; ++count) {
+                i = static_cast<std::uint16_t>(i + ((p_words[i] & kHasSecond) == 0 ? 1 : 2));
+            }
+            begin = 0;
+        }
+        return count;
+    }
 
     bool empty() const { return m_first == m_last && m_begin == m_end; }
 
@@ -51,7 +69,7 @@ public:
         const bool isOne = isOneWord(pair);
         if (m_end + (isOne ? 1 : 2) > m_lastRoom) addChunk();
         forget(&event);
-        ++m_size;
+        ++m_pushed;
         Word* const p_words = wordsOf(m_last);
         p_words[m_end++] = isOne ? pair[1] : pair[0] | kHasSecond;
         if (!isOne) p_words[m_end++] = pair[1];
@@ -62,7 +80,6 @@ public:
         const Word* const p_words = wordsOf(m_first);
         const Word first = p_words[m_begin++];
         const bool isOne = (first & kHasSecond) == 0;
-        --m_size;
         Event event = isOne ? eventOf({first + kDistance, first})
                             : eventOf({first - kHasSecond, p_words[m_begin++]});
         if (empty()) {
@@ -77,16 +94,18 @@ public:
     /// Destroys the events, oldest first.
     void clear() {
         while (!empty()) (void)pop();
+        m_pushed = 0;
     }
 
     void swap(EventQueue& other) {
+        m_pushed = 0;
+        other.m_pushed = 0;
         std::swap(m_first, other.m_first);
         std::swap(m_last, other.m_last);
         std::swap(m_begin, other.m_begin);
         std::swap(m_end, other.m_end);
         std::swap(m_firstRoom, other.m_firstRoom);
         std::swap(m_lastRoom, other.m_lastRoom);
-        std::swap(m_size, other.m_size);
     }
 
 private:
@@ -161,7 +180,7 @@ private:
     std::uint16_t m_end = 0;    // Of those in the last.
     std::uint16_t m_firstRoom = 0;
     std::uint16_t m_lastRoom = 0;
-    std::uint32_t m_size = 0;
+    std::uint32_t m_pushed = 0;
 };
 
 }  // namespace tevalon::base::event_dispatcher

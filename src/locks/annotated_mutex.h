@@ -4,9 +4,11 @@
 #define SRC_LOCKS_ANNOTATED_MUTEX_H
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 
 #include "base/synchronization/thread_annotations.h"
+#include "locks/patient_lock.h"
 #include "record/wait_scope.h"
 
 namespace tevalon::base {
@@ -34,6 +36,8 @@ public:
         m_mutex.lock();
         return m_mutex;
     }
+    /// See holderOf().
+    std::int32_t holder() { return holderOf(m_mutex.native_handle()); }
 
 private:
     std::mutex m_mutex;

@@ -35,6 +35,24 @@ inline std::uint64_t monotonicNanoseconds() {
     return now ? nanosecondsOf(*now) : 0;
 }
 
+/// Milliseconds modulo 2^32: of two readings that are less than 49 days apart the difference is
+/// right.
+inline std::uint32_t millisecondsOf(const timespec& time) {
+    return static_cast<std::uint32_t>(time.tv_sec) * 1000 +
+           static_cast<std::uint32_t>(time.tv_nsec) / 1000000;
+}
+
+inline std::uint32_t monotonicMilliseconds() {
+    return millisecondsOf(readMonotonicClock().value_or(timespec{}));
+}
+
+/// The same as of the kernel's last tick, up to 10 ms ago, which costs less.
+inline std::uint32_t coarseMilliseconds() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return millisecondsOf(now);
+}
+
 }  // namespace tevalon::base
 
 #endif  // SRC_OS_MONOTONIC_TIME_H

@@ -18,6 +18,7 @@
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "locks/annotated_mutex.h"
+#include "locks/patient_lock.h"
 #include "os/descriptor_set.h"
 #include "os/detached_thread.h"
 #include "os/monotonic_time.h"
@@ -28,6 +29,7 @@
 #include "timer/expired_time.h"
 #include "timer/timer_heap.h"
 #include "timer/timer_impl.h"
+#include "timer/timer_look.h"
 
 namespace tevalon::base::simple_timer {
 namespace {
@@ -56,10 +58,12 @@ AnnotatedMutex g_timerMutex;
 // of its command failed.
 ExpiredTime g_sleepsUntil TEVALON_GUARDED_BY(g_timerMutex) = kSleepsForEver;
 
-// Never destroyed: the scheduler goes on while the process exits.
+// Made with the first timer. Never destroyed: the scheduler goes on while the process exits.
+TimerHeap* g_timerHeap TEVALON_GUARDED_BY(g_timerMutex) = nullptr;
+
 TimerHeap& timerHeap() TEVALON_REQUIRES(g_timerMutex) {
-    static TimerHeap* const s_timerHeap = new TimerHeap();
-    return *s_timerHeap;
+    if (g_timerHeap == nullptr) g_timerHeap = new TimerHeap();
+    return *g_timerHeap;
 }
 
 // The caller has disabled cancellation: write() is a cancellation point.
@@ -286,6 +290,24 @@ void scheduleTimer(TimerImpl& timer) {
     InsterTimer(timer, timer.expiredTime(), true);
     timer.setStarted(true);
 }
+
+#ifndef TEVALON_BASE_NO_DIAGNOSTICS
+SchedulerLook lookAtTimers(std::uint64_t untilNs,
+                           TimerVisitor* p_visitor) TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+    const std::int32_t holder = g_timerMutex.holder();
+    const PatientLock lock(g_timerMutex.native().native_handle(), untilNs);
+    if (!lock.isLocked()) return {false, holder};
+    if (g_timerHeap == nullptr) return {true, holder};
+    const auto now = static_cast<std::int64_t>(monotonicNanoseconds());
+    g_timerHeap->forEach([=](TimerImpl& timer, const ExpiredTime& expired) {
+        TimerLook look = {};
+        look.dueInNs = std::int64_t{expired.sec} * 1'000'000'000 + expired.nsec - now;
+        timer.look(untilNs, &look);
+        p_visitor->visit(look);
+    });
+    return {true, holder};
+}
+#endif
 
 int RemoveTimer(TimerImpl& timer) {
     BLOG_TRACE_SCOPE();

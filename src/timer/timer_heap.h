@@ -42,6 +42,12 @@ public:
     TimerImpl& head() const { return *m_entries.front().timer; }
     ExpiredTime headExpiredTime() const { return m_entries.front().expired; }
 
+    /// All, in no order.
+    template <typename Visit>
+    void forEach(Visit visit) const {
+        for (const Entry& entry : m_entries) visit(*entry.timer, entry.expired);
+    }
+
     /// Behind all that are due at the same time. A timer that is listed stays where it is.
     /// Allocates nothing if a timer was removed since the last shrinkIfSparse().
     void insert(TimerImpl& timer, const ExpiredTime& expired);

@@ -10,10 +10,12 @@
 #include <optional>
 #include <utility>
 
+#include "activity/waiting.h"
 #include "base/logging/blog.h"
 #include "base/logging/trace.h"
 #include "os/monotonic_time.h"
-#include "record/wait_scope.h"
+#include "record/record.h"
+#include "timer/run_activity.h"
 
 namespace tevalon::base::simple_timer {
 namespace {
@@ -122,7 +124,7 @@ int TimerImpl::stop() {
 }
 
 void TimerImpl::waitForRun() {
-    const record::WaitScope wait(record::Wait::Stop, this);
+    const activity::Waiting wait(record::Wait::Stop, this);
     MutexLock lock(m_mutex);
     while (m_isRunning) lock.wait(m_cond);
 }
@@ -139,10 +141,12 @@ void TimerImpl::retire() {
     // Declared before the lock: destroyed after it is released, and here rather than with the last
     // reference, which the scheduler may drop under its mutex.
     SharedHandler handler;
-    const record::WaitScope wait(record::Wait::Destructor, this);
     MutexLock lock(m_mutex);
     m_isRetired = true;
-    while (m_runs != ownRuns) lock.wait(m_cond);
+    if (m_runs != ownRuns) {
+        const activity::Waiting wait(record::Wait::Destructor, this);
+        while (m_runs != ownRuns) lock.wait(m_cond);
+    }
     handler.swap(m_handler);
 }
 
@@ -157,6 +161,7 @@ public:
         ++m_timer.m_runs;
         m_handler.share(m_timer.m_handler);
         m_userData = m_timer.m_userData;
+        m_activity.emplace(&m_timer);
         if (record::isOn()) record::timerRunBegun(&m_timer, m_timer.m_name.c_str());
     }
     ~HandlerRun() {
@@ -166,6 +171,7 @@ public:
         // the handler's code.
         m_handler.reset();
         const MutexGuard lock(m_timer.m_mutex);
+        m_activity.reset();
         m_timer.m_isRunning = false;
         --m_timer.m_runs;
         m_timer.m_cond.notify_all();
@@ -182,6 +188,7 @@ private:
     TimerImpl& m_timer;
     SharedHandler m_handler;  // None where the timer has been retired.
     void* m_userData = nullptr;
+    std::optional<RunActivity> m_activity;
 };
 
 void TimerImpl::runHandler() {

@@ -18,6 +18,8 @@
 
 namespace tevalon::base::simple_timer {
 
+struct TimerLook;
+
 /// What the operations of Timer and TimerImpl return.
 inline constexpr int kSuccess = 0;
 inline constexpr int kFailure = -1;
@@ -115,6 +117,9 @@ public:
     /// With the scheduler's mutex held, while the timer is marked started: ~Timer() then waits for
     /// that mutex before it lets go of its own reference.
     std::shared_ptr<TimerImpl> self() const { return m_timer->m_impl; }
+
+    /// With the scheduler's mutex held. Waits until @p untilNs on the monotonic clock at most.
+    void look(std::uint64_t untilNs, TimerLook* p_look) TEVALON_NO_THREAD_SAFETY_ANALYSIS;
 
     // With the scheduler's mutex held: both change together, so that what is started is listed.
     void setStarted(bool isStarted) { m_isStarted.store(isStarted, std::memory_order_release); }

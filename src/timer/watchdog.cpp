@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "activity/activity.h"
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
@@ -106,7 +107,9 @@ WatchDog::WatchDog() : m_thread(this) {}
 // m_thread stops and joins the thread; in the callback it detaches it, and the thread ends when the
 // callback returns.
 WatchDog::~WatchDog() {
-    if (WatchThread::isThisThreadOf(this)) WatchThread::ownerIsGone();
+    if (!WatchThread::isThisThreadOf(this)) return;
+    WatchThread::ownerIsGone();
+    activity::forgetObject(this);
 }
 
 const char* WatchDog::getWatchIdName(WATCH_ID id) {
@@ -206,6 +209,7 @@ int WatchDog::run() {
     if (!m_running) return 0;
     nameThisThread("WatchDog");
     const WatchThread thread(this);
+    const activity::ListedActivity activity(activity::Kind::WatchThread, this);
     while (!thread.isOwnerGone() && m_running) {
         checkAll(nullptr);  // Collects no identifiers, and so allocates nothing.
         if (!thread.isOwnerGone()) sleepForCheckPeriod();

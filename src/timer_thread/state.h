@@ -17,6 +17,7 @@
 #include "record/record.h"
 #include "timer_thread/cancelled_tasks.h"
 #include "timer_thread/queue_lock.h"
+#include "timer_thread/task_activity.h"
 #include "timer_thread/task_queue.h"
 
 namespace tevalon::base::timer {
@@ -133,10 +134,14 @@ public:
     bool isBusy();
     // Relaxed: it stands for itself.
     void setBusy(bool isBusy) { m_busy.store(isBusy, std::memory_order_relaxed); }
+    /// For the worker alone.
+    TaskActivity* activity() const { return m_activity; }
     std::int32_t threadId() const { return m_threadId; }
     void setThreadId(std::int32_t threadId) { m_threadId = threadId; }
 
 private:
+    friend class TaskThreadLooker;
+
     static void recordPosted(const TimerTaskBase& task);
     void createWorker(TimerThread* p_owner) TEVALON_REQUIRES(m_queueMutex);
     bool isIdle() const TEVALON_REQUIRES(m_queueMutex);
@@ -172,6 +177,8 @@ private:
     std::atomic<bool> m_busy{false};
     std::atomic<std::int32_t> m_threadId{-1};
 
+    TaskActivity* m_activity = nullptr;  // On the worker's stack.
+
     char m_name[16] = "TimerThread";
 };
 
@@ -179,7 +186,10 @@ private:
 /// middle of a task, by pthread_exit() or cancellation.
 class TEVALON_BASE_LOCAL TimerThread::State::WorkerScope {
 public:
-    WorkerScope(TimerThread* p_owner, State* p_state) : m_thread(p_owner), m_state(*p_state) {}
+    WorkerScope(TimerThread* p_owner, State* p_state)
+        : m_thread(p_owner), m_state(*p_state), m_activity(p_owner, p_state) {
+        m_state.m_activity = &m_activity;
+    }
     // A worker that has left touches the state no more: the next one may be at work.
     ~WorkerScope() {
         if (!m_hasExited && !isOwnerGone()) m_state.leaveAbnormally();
@@ -202,6 +212,7 @@ private:
     const WorkerThread m_thread;
     State& m_state;
     bool m_hasExited = false;
+    TaskActivity m_activity;
 };
 
 }  // namespace tevalon::base::timer

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <map>
@@ -18,6 +19,7 @@
 #include "base/diagnostics.h"
 #include "base/event_dispatcher.h"
 #include "base/simple_timer.h"
+#include "base/threading/current_thread.h"
 #include "base/timer.h"
 #include "recordings.h"
 #include "support/event.h"
@@ -79,11 +81,11 @@ protected:
         return lines;
     }
     /// How often any thread recorded a wait that is told so.
-    static long waits(const std::string& where) {
+    static long waits(const std::string& where, const std::string& forWhom = "") {
         const Lines lines = test::sentences(test::readBytes(test::writtenBytes()));
         return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
-            return std::regex_match(line,
-                                    std::regex("waited [0-9.]+ ms " + where + " 0x[0-9a-f]+"));
+            return std::regex_match(
+                line, std::regex("waited [0-9.]+ ms " + where + " 0x[0-9a-f]+" + forWhom));
         });
     }
     Lines ownLines() {
@@ -170,7 +172,9 @@ TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {
     EventHub sender(kSender);
     EventHub receiver(kReceiver);
     test::Event isThere;
+    std::atomic<int> handlerThread{0};
     receiver.registerHandler(kType, [&](const SharedEvent&) {
+        handlerThread = tevalon::base::currentThread();
         isThere.set();
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     });
@@ -180,7 +184,7 @@ TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {
 
     evtdispch_unregister_hub(&receiver);
 
-    EXPECT_EQ(waits("inside an unregister of"), 1);
+    EXPECT_EQ(waits("inside an unregister of", " for thread " + std::to_string(handlerThread)), 1);
 }
 
 TEST_F(RecordedFamiliesTest, TasksThatAreRunAndCancelled) {

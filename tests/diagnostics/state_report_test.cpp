@@ -1,7 +1,8 @@
 #include "base/diagnostics/state_report.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,21 +11,13 @@
 
 #include "base/logging/boot_id.h"
 #include "recordings.h"
+#include "state_reports.h"
 #include "support/fresh_process.h"
 
 namespace {
 
 using namespace tevalon::base::diagnostics;
-
-std::string stateReport() {
-    std::string path = testing::TempDir() + "state.XXXXXX";
-    const int fd = mkstemp(path.data());
-    EXPECT_EQ(writeState(fd), Status::Ok);
-    (void)close(fd);
-    const std::string text = test::contentsOf(path);
-    (void)unlink(path.c_str());
-    return text;
-}
+using test::stateReport;
 
 std::string headPattern() {
     return "process " + std::to_string(getpid()) + " '" + program_invocation_short_name +
@@ -35,23 +28,69 @@ std::string headPattern() {
            "monotonic [0-9]+\\.[0-9]{9}\n";
 }
 
+// Of a process that uses nothing of the library.
+constexpr const char* kNothing =
+    "hubs: none\n"
+    "waits: none\n"
+    "timers: none\n"
+    "timer runs: none\n"
+    "task threads: none\n"
+    "watches: none\n"
+    "locks held: none\n";
+
 void expectMatch(const std::string& text, const std::string& pattern) {
     EXPECT_TRUE(std::regex_match(text, std::regex(pattern))) << text << "is not\n" << pattern;
 }
 
 TEST(StateReportTest, TellsOfProcessTimeAndRecorder) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        expectMatch(stateReport(), headPattern() + "recorder: nothing was recorded\n");
+        expectMatch(stateReport(), headPattern() + "recorder: nothing was recorded\n" + kNothing);
         ASSERT_EQ(startRecording(test::optionsOf(32 * 1024)), Status::Ok);
         expectMatch(stateReport(),
                     headPattern() +
                         "recorder: recording, 3[0-9]{4} bytes, from monotonic [0-9]+\\.[0-9]{9}, "
-                        "0 records lost\n");
+                        "0 records lost\n" +
+                        kNothing);
         ASSERT_EQ(stopRecording(), Status::Ok);
         expectMatch(stateReport(),
                     headPattern() +
                         "recorder: stopped, 3[0-9]{4} bytes, from monotonic [0-9]+\\.[0-9]{9}, "
-                        "0 records lost\n");
+                        "0 records lost\n" +
+                        kNothing);
+    });
+}
+
+TEST(StateReportTest, UsesNoHeap) {
+    const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const test::CountCalls news(test::Call::New, test::When().everyTime());
+    const test::CountCalls mallocs(test::Call::Malloc, test::When().everyTime());
+
+    EXPECT_EQ(writeState(fd), Status::Ok);
+
+    EXPECT_EQ(news.seen(), 0);
+    EXPECT_EQ(mallocs.seen(), 0);
+    (void)close(fd);
+}
+
+TEST(StateReportTest, SaysWhatCannotBeWritten) {
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(writeState(full), Status::WriteFailed);
+    EXPECT_EQ(errno, ENOSPC);
+    (void)close(full);
+    EXPECT_EQ(writeState(-1), Status::WriteFailed);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(StateReportTest, SaysThatMemoryRanOut) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        const rlimit none = {0, RLIM_INFINITY};
+        rlimit before = {};
+        ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+        ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
+        const Status status = writeState(fd);
+        ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+        EXPECT_EQ(status, Status::NoMemory);
     });
 }
 

@@ -83,6 +83,7 @@ TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
     EventQueue taken;
     std::deque<Event> plain;
     std::deque<Event> plainTaken;
+    std::uint32_t pushed = 0;  // Since the last swap.
 
     for (int step = 0; step < 20000; ++step) {
         const int pushChance = step / 500 % 2 == 0 ? 60 : 40;  // It grows, and shrinks.
@@ -93,6 +94,7 @@ TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
             const Event event = makers.at(static_cast<std::size_t>(dice) % makers.size())();
             push(&queue, event);
             plain.push_back(event);
+            ++pushed;
         } else if (dice < 98 && !plainTaken.empty()) {
             const Event popped = taken.pop();
             ASSERT_EQ(popped, plainTaken.front());
@@ -101,8 +103,11 @@ TEST(EventQueueTest, KeepsTheOrderOfAnyMixture) {
         } else {
             queue.swap(taken);
             plain.swap(plainTaken);
+            pushed = 0;
         }
-        ASSERT_EQ(queue.size(), plain.size());
+        ASSERT_EQ(queue.pushed(), pushed);
+        ASSERT_EQ(queue.count(), plain.size());
+        ASSERT_EQ(taken.count(), plainTaken.size());
         ASSERT_EQ(queue.empty(), plain.empty());
         ASSERT_EQ(taken.empty(), plainTaken.empty());
     }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ using Story = std::vector<std::string>;
 
 const std::string kCommands =
     "the commands are: tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-    "slow MODULE MS, say TEXT..., wait MS, memory, quit\n";
+    "slow MODULE MS, call MODULE OTHER, say TEXT..., wait MS, memory, state, quit\n";
 
 // The browser with its log switched off: what is left on standard error is its own.
 ChildProcess browser(std::vector<std::string> options) {
@@ -210,6 +211,34 @@ TEST(TroubleSessionTest, TellsWhatGoesWrongAndGoesOn) {
     EXPECT_EQ(timesTold(story, "no answer within"), 3);
     EXPECT_EQ(timesTold(story, "only now"), 3);
     expectRowsInOrderOfTime(result.output);
+}
+
+TEST(DeadlockSessionTest, TheStateReportNamesTheCircleAndTheSessionEndsByItself) {
+    const ChildResult result = playFile(session("deadlock"));
+    const std::string& output = result.output;
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_TRUE(tellsInOrder(storyOf(output),
+                             {
+                                 "op_app_host -> hbbtv_controller: call me back, then answer",
+                                 "hbbtv_controller -> op_app_host: are you there?",
+                                 "op_app_host !! hbbtv_controller: no answer within 1000 ms",
+                                 "hbbtv_controller <- op_app_host: ok",
+                                 "The set is turned off.",
+                                 "session <- browser_engine: ok",
+                             }));
+    EXPECT_TRUE(std::regex_search(
+        output, std::regex("\nwho waits for whom:\n"
+                           "  circle: module 40 'op_app_host' -> module 20 'hbbtv_controller' -> "
+                           "module 40 'op_app_host'\n")))
+        << output;
+    EXPECT_TRUE(std::regex_search(
+        output, std::regex("of module 40 'op_app_host', for the reply of module 20 "
+                           "'hbbtv_controller' to event 20 'call back' of module 40 'op_app_host', "
+                           "since 0\\.[0-9]{3} s, until in 0\\.[0-9]{3} s\n")))
+        << output;
+    expectRowsInOrderOfTime(output);
 }
 
 // ---- sessions from standard input ----

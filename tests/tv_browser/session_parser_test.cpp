@@ -58,6 +58,10 @@ TEST(SessionParserTest, ShowHideAndStopTakeAnApplication) {
 }
 
 TEST(SessionParserTest, SlowTakesAModuleAndMilliseconds) {
+    const auto call = commandOf<command::Call>("call op_app_host hbbtv_controller");
+    EXPECT_EQ(call.module, ModuleId::OpAppHost);
+    EXPECT_EQ(call.other, ModuleId::HbbtvController);
+
     const auto slow = commandOf<command::Slow>("slow browser_engine 250");
 
     EXPECT_EQ(slow.module, ModuleId::BrowserEngine);
@@ -83,6 +87,7 @@ TEST(SessionParserTest, SayTakesTheRestOfTheLineUpToAComment) {
 
 TEST(SessionParserTest, QuitStandsAlone) {
     commandOf<command::Memory>("memory");
+    commandOf<command::State>("state");
     commandOf<command::Quit>("quit");
 }
 
@@ -209,7 +214,7 @@ TEST(SessionParserTest, AControlCharacterIsRefusedWhereverItStands) {
 TEST(SessionParserTest, TheKnownCommandsAreListedWithTheirArguments) {
     EXPECT_EQ(knownCommands(),
               "tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-              "slow MODULE MS, say TEXT..., wait MS, memory, quit");
+              "slow MODULE MS, call MODULE OTHER, say TEXT..., wait MS, memory, state, quit");
 }
 
 }  // namespace

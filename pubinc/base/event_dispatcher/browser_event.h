@@ -23,6 +23,9 @@ inline constexpr EventResult kEventResultTimeout = 1;  ///< No reply in time.
 /// a send.
 inline constexpr std::int32_t kAnyModule = INT32_MIN;
 
+class EventHub;
+class EventHubImpl;
+
 /// A message with an owned payload and room for one reply. Always held by
 /// std::shared_ptr<BrowserEvent>: sender, queue and handler each keep it alive.
 ///
@@ -78,11 +81,20 @@ public:
     std::atomic<EventResult> result;  ///< The reply; kEventResultNone until there is one.
 
 private:
+    friend class EventHub;
+    friend class EventHubImpl;
+
     struct WaitObjects;
 
     TEVALON_BASE_LOCAL WaitObjects* waitObjects() const;
+    /// waitForResult(), for the reply of @p target; kAnyModule where that is not known.
+    TEVALON_BASE_LOCAL std::int32_t waitForReply(std::int32_t timeout, std::int32_t target);
+    /// A handler of @p module begins, and somebody may wait for a reply.
+    TEVALON_BASE_LOCAL void noteHandler(std::int32_t module) const;
     TEVALON_BASE_LOCAL void replyToWaiters(WaitObjects* p_objects, EventResult reply);
     TEVALON_BASE_LOCAL void spinForReply() const;
+    TEVALON_BASE_LOCAL EventResult park(std::unique_lock<std::mutex>* p_lock, std::int32_t timeout,
+                                        std::int32_t target);
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
     TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                                     std::int32_t timeoutMs);

@@ -48,6 +48,7 @@ public:
 
 private:
     friend class EventHub;
+    friend class HubsOfProcess;
     class HubList;
 
     /// send(), which leaves an event that is not queued to the caller.

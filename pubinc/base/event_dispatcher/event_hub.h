@@ -96,6 +96,7 @@ private:
     friend class EventDispatcher;
 
     /// receiveEvent(), which leaves an event that it does not queue to the caller.
+    template <bool kIsRecording>
     TEVALON_BASE_LOCAL std::int32_t receive(std::shared_ptr<BrowserEvent>&& event);
 
     std::shared_ptr<EventHubImpl> m_impl;  // Null only if it could not be allocated.

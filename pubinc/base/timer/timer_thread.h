@@ -87,6 +87,7 @@ public:
     void debugIterateTaskQueue(const char* title);
 
 private:
+    friend class TaskThreadLooker;
     friend class TimerThreadPool;
     class State;
 
@@ -98,7 +99,7 @@ private:
     TEVALON_BASE_LOCAL void startIfIdle();
     TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task,
                                        double knownTime);
-    TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
+    TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task, double now);
 
     const std::unique_ptr<State> m_state;
 };

@@ -132,6 +132,8 @@ public:
     int run();
 
 private:
+    friend class WatchLooker;
+
     static constexpr int kWatchCount = eWatchIDCount;
 
     struct Report;

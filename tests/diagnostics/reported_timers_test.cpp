@@ -1,0 +1,315 @@
+// What the state report tells of timers, timer threads and watches.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/diagnostics.h"
+#include "base/simple_timer.h"
+#include "base/timer.h"
+#include "state_reports.h"
+#include "support/event.h"
+#include "support/fault_injection.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using namespace tevalon::base::timer;
+using namespace tevalon::base::simple_timer;
+using test::expectEntry;
+using test::listOf;
+using test::stateReport;
+
+const std::string kSeconds = "[0-9]+\\.[0-9]{3} s";
+const std::string kThread = "thread [0-9]+ '[^']*'";
+
+class ReportedTimersTest : public testing::Test {
+protected:
+    ReportedTimersTest() { test::setLogLevel(0); }
+};
+
+/// What stays in hand until the test lets it go.
+class Busy {
+public:
+    ~Busy() { letGo(); }
+    void operator()() {
+        m_isThere.set();
+        (void)m_mayGo.wait();
+    }
+    void waitUntilThere() { EXPECT_TRUE(m_isThere.wait()); }
+    void letGo() { m_mayGo.set(); }
+
+private:
+    test::Event m_isThere;
+    test::Event m_mayGo;
+};
+
+std::string reportOfWaits() {
+    std::string report = stateReport();
+    while (listOf(report, "waits").empty()) report = stateReport();
+    return report;
+}
+
+// ---- simple timers ----
+
+TEST_F(ReportedTimersTest, StartedTimersInTheOrderInWhichTheyAreDue) {
+    const TimerHandler nothing = [](Timer*, void*) {};
+    Timer late("late", {3600, 0, 0}, nothing, nullptr, ONCE);
+    Timer periodic("periodic", {100, 500, 0}, nothing, nullptr, CONTINUE);
+    Timer idle("idle", {1, 0, 0}, nothing, nullptr, ONCE);
+    ASSERT_EQ(late.start(), 0);
+    ASSERT_EQ(periodic.start(), 0);
+
+    const std::vector<std::string> timers = listOf(stateReport(), "timers");
+
+    ASSERT_EQ(timers.size(), 2U);
+    EXPECT_EQ(test::countOf({timers[0]}, "'periodic' in (99|100)\\.[0-9]{3} s, every 100.500 s"), 1)
+        << timers[0];
+    EXPECT_EQ(test::countOf({timers[1]}, "'late' in (3599|3600)\\.[0-9]{3} s"), 1) << timers[1];
+    (void)late.stop();
+    (void)periodic.stop();
+    EXPECT_TRUE(listOf(stateReport(), "timers").empty());
+}
+
+TEST_F(ReportedTimersTest, RunsThatGoOn) {
+    Busy busy;
+    Timer timer(
+        "blink", {0, 0, 1}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+
+    expectEntry(stateReport(), "timer runs", "'blink': thread [0-9]+ 'T:blink', for " + kSeconds);
+
+    ASSERT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+    ASSERT_EQ(timer.start(), 0);
+    expectEntry(stateReport(), "timers", "'blink' in [0-9]+\\.[0-9]{3} s, 1 run going on");
+    busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, TimersByTheThousand) {
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int i = 0; i < 2000; ++i) {
+        timers.push_back(std::make_unique<Timer>(
+            "t" + std::to_string(i), TimeoutTime{3600 + i, 0, 0}, [](Timer*, void*) {}, nullptr,
+            ONCE));
+        ASSERT_EQ(timers.back()->start(), 0);
+    }
+
+    const std::vector<std::string> few = listOf(stateReport(), "timers");
+    const std::vector<std::string> all = listOf(stateReport(true), "timers");
+
+    ASSERT_EQ(few.size(), 11U);
+    EXPECT_EQ(few.back(), "and 1990 more");
+    EXPECT_EQ(few.front().substr(0, 4), "'t0'");
+    ASSERT_EQ(all.size(), 2000U);
+    EXPECT_EQ(all.back().substr(0, 7), "'t1999'");
+}
+
+TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimer) {
+    Busy busy;
+    Timer timer(
+        "blink", {0, 0, 1}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+    std::thread waiter([&] { EXPECT_EQ(timer.stop(), 0); });
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(report, "waits",
+                kThread + ", in a stop, for thread [0-9]+ 'T:blink' of timer 'blink'");
+    expectEntry(report, "who waits for whom", kThread + " -> timer 'blink'");
+    busy.letGo();
+    waiter.join();
+    EXPECT_TRUE(listOf(stateReport(), "waits").empty());
+}
+
+TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfATimer) {
+    Busy first;
+    Busy second;
+    std::atomic<int> runs{0};
+    // Two runs overlap, and the first to end ends a stop: the destructor waits for the other.
+    auto timer = std::make_unique<Timer>(
+        "blink", TimeoutTime{0, 1, 0},
+        [&](Timer* p_timer, void*) {
+            if (++runs == 1) return first();
+            if (runs == 2) {
+                (void)p_timer->stopNoBlock();
+                second();
+            }
+        },
+        nullptr, CONTINUE);
+    ASSERT_EQ(timer->start(), 0);
+    first.waitUntilThere();
+    second.waitUntilThere();
+    std::thread waiter([&] { timer.reset(); });
+    (void)reportOfWaits();
+    first.letGo();
+
+    const auto isInDestructor = [&](const std::string& report) {
+        return test::countOf(listOf(report, "waits"),
+                             kThread +
+                                 ", in a destructor, for thread [0-9]+ 'T:blink' of timer "
+                                 "'blink'") == 1;
+    };
+    while (!isInDestructor(stateReport())) {
+    }
+    second.letGo();
+    waiter.join();
+}
+
+TEST_F(ReportedTimersTest, AListOfTimersThatStaysLocked) {
+    Timer timer(
+        "blink", {3600, 0, 0}, [](Timer*, void*) {}, nullptr, ONCE);
+    test::Event isHeld;
+    test::Event mayGo;
+    std::thread holder([&] {
+        // The command to the scheduler is written with the list locked.
+        test::RunAtCall hold(test::Call::Write, [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        });
+        EXPECT_EQ(timer.start(), 0);
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    const std::string report = stateReport();
+
+    EXPECT_NE(report.find("timers: locked by thread "), std::string::npos) << report;
+    expectEntry(report, "locks held", "list of timers by " + kThread);
+    mayGo.set();
+    holder.join();
+}
+
+// ---- timer threads ----
+
+class NumberedTask : public TimerTaskBase {
+public:
+    NumberedTask(std::int32_t id, std::function<void()> work) : m_work(std::move(work)) {
+        setTaskId(id);
+    }
+    void fire() override { m_work(); }
+
+private:
+    std::function<void()> m_work;
+};
+
+std::shared_ptr<TimerTaskBase> makeTask(
+    std::int32_t id, std::function<void()> work = [] {}) {
+    return std::make_shared<NumberedTask>(id, std::move(work));
+}
+
+TEST_F(ReportedTimersTest, ATaskInHandAndThoseThatAreQueued) {
+    (void)tevalon::base::diagnostics::nameTask(8, "scan");
+    Busy busy;
+    TimerThread thread;
+    const auto task = makeTask(8, [&] { busy(); });
+    thread.postTask(task, 0);
+    busy.waitUntilThere();
+    thread.postTask(makeTask(9), 500'000);
+    thread.postTask(makeTask(9), 900'000);
+
+    expectEntry(
+        stateReport(), "task threads",
+        "'TimerThread': thread [0-9]+ 'TimerThread', 2 queued, first in (499|500)\\.[0-9]{3} "
+        "s, in task 8 'scan' of session " +
+            std::to_string(task->sessionId()) + " for " + kSeconds);
+
+    thread.cancelTaskByTaskId(9);
+    expectEntry(stateReport(), "task threads", ".*, 2 queued, first cancelled, in task 8.*");
+    busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, AnIdleTimerThread) {
+    test::Event isDone;
+    TimerThread thread;
+    thread.postTask(makeTask(8, [&] { isDone.set(); }), 0);
+    ASSERT_TRUE(isDone.wait());
+    const std::string idle = "'TimerThread': thread [0-9]+ 'TimerThread', 0 queued, idle";
+
+    while (test::countOf(listOf(stateReport(), "task threads"), idle) == 0) {
+    }
+
+    thread.stop();
+    EXPECT_TRUE(listOf(stateReport(), "task threads").empty());
+}
+
+TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimerThread) {
+    Busy busy;
+    TimerThread thread;
+    thread.postTask(makeTask(8, [&] { busy(); }), 0);
+    busy.waitUntilThere();
+    std::thread waiter([&] { thread.stop(); });
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(
+        report, "waits",
+        kThread + ", in a stop, for thread [0-9]+ 'TimerThread' of task thread 'TimerThread'");
+    expectEntry(report, "who waits for whom",
+                kThread + " -> task thread 'TimerThread', in task 8.*for " + kSeconds);
+    busy.letGo();
+    waiter.join();
+}
+
+TEST_F(ReportedTimersTest, ATimerThreadThatItsTaskDestroysIsNotLookedAt) {
+    const auto busy = std::make_shared<Busy>();  // The worker may be the last in it.
+    auto* const p_thread = new TimerThread();
+    p_thread->postTask(makeTask(8,
+                                [busy, p_thread] {
+                                    delete p_thread;
+                                    (*busy)();
+                                }),
+                       0);
+    busy->waitUntilThere();
+
+    EXPECT_TRUE(listOf(stateReport(), "task threads").empty());
+    busy->letGo();
+}
+
+// ---- watches ----
+
+TEST_F(ReportedTimersTest, WatchesThatAreLeftAndOverdue) {
+    WatchDog dog;
+    dog.setTimeoutCallback([](void*, WatchDog::WATCH_ID, double) {}, nullptr);
+    dog.beginWatch(WatchDog::eWatchID_StartUp, 1000);
+    dog.beginWatch(WatchDog::eWatchID_app_show, -5);
+    dog.beginWatch(WatchDog::eWatchID_app_hide, 5);
+    dog.stopWatch(WatchDog::eWatchID_app_hide);
+    // Its thread may not have come so far yet.
+    std::string report = stateReport();
+    while (listOf(report, "watches").empty()) report = stateReport();
+
+    EXPECT_EQ(listOf(report, "watches").size(), 2U);
+    expectEntry(report, "watches",
+                "1 'eWatchID_StartUp': (999|1000)\\.[0-9]{3} s left of 1000.000 s");
+    expectEntry(report, "watches",
+                "20 'eWatchID_app_show': overdue by " + kSeconds + " of -5.000 s");
+}
+
+TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
+    struct Context {
+        WatchDog* p_dog = nullptr;
+        Busy busy;
+    };
+    static Context context;  // The thread may be in it when the test has ended.
+    context.p_dog = new WatchDog();
+    context.p_dog->setTimeoutCallback(
+        [](void* p_context, WatchDog::WATCH_ID, double) {
+            auto* const p_own = static_cast<Context*>(p_context);
+            delete p_own->p_dog;
+            p_own->busy();
+        },
+        &context);
+    context.p_dog->beginWatch(WatchDog::eWatchID_StartUp, 0);
+    context.busy.waitUntilThere();
+
+    EXPECT_TRUE(listOf(stateReport(), "watches").empty());
+    context.busy.letGo();
+}
+
+}  // namespace
