@@ -2,14 +2,19 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 #include "base/threading/current_thread.h"
+#include "locks/benaphore.h"
 
 namespace tevalon::base::activity {
 namespace {
 
-pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
-Activity* g_first = nullptr;  // Guarded by g_mutex, as all that is chained to it.
-pthread_once_t g_handlersOnce = PTHREAD_ONCE_INIT;
+// No mutex: each wait for a reply comes here twice.
+Benaphore g_lock;
+Activity* g_first = nullptr;  // Guarded by g_lock, as all that is chained to it.
+pthread_once_t g_once = PTHREAD_ONCE_INIT;
+std::atomic<bool> g_isReady{false};
 
 // 0 where it was not asked for yet. In the block that every thread has from its start.
 __attribute__((tls_model("initial-exec"))) thread_local std::int32_t t_threadId = 0;
@@ -25,11 +30,14 @@ bool isServing(Kind kind) {
 
 }  // namespace
 
-/// The list, locked for a change. An own mutex for it: one that records its waits would call back.
+/// The list, locked for a change.
 class Change {
 public:
-    Change() { (void)pthread_mutex_lock(&g_mutex); }
-    ~Change() { (void)pthread_mutex_unlock(&g_mutex); }
+    Change() {
+        if (!g_isReady.load(std::memory_order_acquire)) (void)pthread_once(&g_once, getReady);
+        g_lock.lock();
+    }
+    ~Change() { g_lock.unlock(); }
 
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;
@@ -53,8 +61,8 @@ public:
 
     // A fork waits until the list is whole. In the child, what other threads did is gone with them;
     // the one that is left has another id.
-    static void lockForFork() { (void)pthread_mutex_lock(&g_mutex); }
-    static void unlockInParent() { (void)pthread_mutex_unlock(&g_mutex); }
+    static void lockForFork() { g_lock.lock(); }
+    static void unlockInParent() { g_lock.unlock(); }
     static void keepOwnInChild() {
         const std::int32_t oldId = t_threadId;
         t_threadId = 0;
@@ -65,7 +73,14 @@ public:
                 unlink(p_next);
             }
         }
-        (void)pthread_mutex_unlock(&g_mutex);
+        g_lock.reset();
+    }
+
+private:
+    __attribute__((cold)) static void getReady() {
+        g_lock.init();
+        (void)pthread_atfork(lockForFork, unlockInParent, keepOwnInChild);
+        g_isReady.store(true, std::memory_order_release);
     }
 };
 
@@ -73,9 +88,6 @@ Activity::Activity(Kind kind, const void* p_object)
     : m_object(p_object), m_threadId(thisThread()), m_kind(kind) {}
 
 Listing::Listing(Activity* p_activity) : m_activity(p_activity) {
-    (void)pthread_once(&g_handlersOnce, [] {
-        (void)pthread_atfork(Change::lockForFork, Change::unlockInParent, Change::keepOwnInChild);
-    });
     const Change change;
     Change::link(m_activity);
 }
@@ -98,7 +110,11 @@ std::int32_t threadOf(const void* p_object) {
     return 0;
 }
 
-List::List(std::uint64_t untilNs) : m_lock(&g_mutex, untilNs) {}
+List::List(std::uint64_t untilNs) : m_isLocked(g_lock.tryUntil(untilNs)) {}
+
+List::~List() {
+    if (m_isLocked) g_lock.unlock();
+}
 
 const Activity* List::first() {
     return g_first;

@@ -5,10 +5,6 @@
 
 #include <cstdint>
 
-#ifndef TEVALON_BASE_NO_DIAGNOSTICS
-#include "locks/patient_lock.h"
-#endif
-
 namespace tevalon::base::activity {
 
 enum class Kind : std::uint8_t {
@@ -104,8 +100,12 @@ class List {
 public:
     /// @param untilNs  Waits so long at most, on the monotonic clock.
     explicit List(std::uint64_t untilNs);
+    ~List();
 
-    [[nodiscard]] bool isLocked() const { return m_lock.isLocked(); }
+    List(const List&) = delete;
+    List& operator=(const List&) = delete;
+
+    [[nodiscard]] bool isLocked() const { return m_isLocked; }
 
     /// The youngest first. Only where it is locked.
     template <typename Visit>
@@ -118,7 +118,7 @@ public:
 private:
     static const Activity* first();
 
-    const PatientLock m_lock;
+    const bool m_isLocked;
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "diagnostics/snapshot.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "event_dispatcher/reply_wait.h"
 #include "os/monotonic_time.h"
@@ -37,7 +38,7 @@ WaitLook lookAtWait(const Activity& activity) {
     look.target = wait.target();
     look.handledBy = wait.handledBy();
     look.timeoutMs = wait.timeoutMs();
-    look.sinceMs = wait.sinceMs();
+    look.since = std::chrono::duration<double>(wait.since().time_since_epoch()).count();
     return look;
 }
 

@@ -32,7 +32,7 @@ struct WaitLook {
     std::int32_t target;     ///< kAnyModule where that is not known, as
     std::int32_t handledBy;  ///< the module whose handler began last.
     std::int32_t timeoutMs;  ///< -1: without limit.
-    std::uint32_t sinceMs;   ///< See monotonicMilliseconds().
+    double since;            ///< Seconds on the monotonic clock.
 };
 
 struct WatchDogThreadLook {

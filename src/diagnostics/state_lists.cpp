@@ -210,12 +210,12 @@ private:
         addModule(wait.target);
         m_text.add(" to ");
         addEvent(wait.type, wait.source);
-        const std::uint32_t elapsedMs = m_now.nowMs - wait.sinceMs;
-        m_text.add(", since %.3f s, ", seconds(elapsedMs));
+        const double elapsed = m_now.nowSeconds - wait.since;
+        m_text.add(", since %.3f s, ", elapsed);
         if (wait.timeoutMs < 0) {
             m_text.add("without limit");
         } else {
-            m_text.add("until in %.3f s", wait.timeoutMs / 1000.0 - seconds(elapsedMs));
+            m_text.add("until in %.3f s", wait.timeoutMs / 1000.0 - elapsed);
         }
         if (wait.handledBy == kAnyModule || isInHand(wait.p_object)) return;
         m_text.add("; handled by ");

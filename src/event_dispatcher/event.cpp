@@ -182,9 +182,11 @@ EventResult BrowserEvent::park(std::unique_lock<std::mutex>* p_lock, std::int32_
                                std::int32_t target) {
     WaitObjects* const p_objects = waitObjects();
     if (p_objects != nullptr) p_objects->isParked = true;
+    const auto now = std::chrono::steady_clock::now();
     const ReplyWait wait(*this, p_objects != nullptr ? &p_objects->handledBy : nullptr, target,
-                         timeout);
-    return timeout == kNoLimit ? waitForEver(p_lock) : waitUntilTimeout(p_lock, timeout);
+                         timeout, now);
+    if (timeout == kNoLimit) return waitForEver(p_lock);
+    return waitUntil(p_lock, now + std::chrono::milliseconds(timeout));
 }
 
 void BrowserEvent::spinForReply() const {
@@ -201,12 +203,10 @@ EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
     return result;
 }
 
-EventResult BrowserEvent::waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
-                                           std::int32_t timeoutMs) {
+EventResult BrowserEvent::waitUntil(std::unique_lock<std::mutex>* p_lock,
+                                    std::chrono::steady_clock::time_point time) {
     // Not before the clock's epoch: pthread_cond_clockwait() rejects a negative time with EINVAL.
-    const auto deadline =
-        std::max(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs),
-                 std::chrono::steady_clock::time_point());
+    const auto deadline = std::max(time, std::chrono::steady_clock::time_point());
     const timespec until = toTimespec(deadline);
     while (!replied) {
         const int error =

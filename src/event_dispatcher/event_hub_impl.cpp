@@ -233,6 +233,34 @@ private:
     bool m_hasExited = false;
 };
 
+inline void EventHubImpl::run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
+    // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
+    // the hub, and the table with it, while it runs.
+    const Handler handler = found.handler;
+    handler(std::move(event));
+}
+
+__attribute__((noinline, cold)) void EventHubImpl::handleRecorded(
+    const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
+    const RecordedHandler recorded(event, m_moduleId);
+    run(found, std::move(event));
+}
+
+__attribute__((always_inline)) inline void EventHubImpl::handle(
+    std::shared_ptr<BrowserEvent>&& event, HubActivity* p_activity) {
+    const BrowserEvent& message = *event;
+    const InnerHandler_t* const found = m_handlers.find(message.srcModule, message.eventType);
+    if (found == nullptr) return;
+    p_activity->beginHandler(message, found);
+    if (message.waitResultMtx != nullptr) message.noteHandler(m_moduleId);
+    if (record::isOn()) {
+        handleRecorded(*found, std::move(event));
+    } else {
+        run(*found, std::move(event));
+    }
+    p_activity->endHandler();
+}
+
 void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
     if (p_self == nullptr) {
         BLOG(kLogError, "Param is NULL.\n");
@@ -316,32 +344,6 @@ void EventHubImpl::onWoken() {
     const Moment& woken = m_ofThread->woken;
     const std::optional<std::int64_t> waited = m_ofThread->spin.parked(woken, now);
     if (waited) m_ofThread->nap.woken(woken.isOnProcessorOf(now), *waited);
-}
-
-void EventHubImpl::handle(std::shared_ptr<BrowserEvent>&& event, HubActivity* p_activity) {
-    const InnerHandler_t* const found = m_handlers.find(event->srcModule, event->eventType);
-    if (found == nullptr) return;
-    p_activity->beginHandler(*event);
-    if (event->waitResultMtx != nullptr) event->noteHandler(m_moduleId);
-    if (record::isOn()) {
-        handleRecorded(*found, std::move(event));
-    } else {
-        run(*found, std::move(event));
-    }
-    p_activity->endHandler();
-}
-
-void EventHubImpl::handleRecorded(const InnerHandler_t& found,
-                                  std::shared_ptr<BrowserEvent>&& event) {
-    const RecordedHandler recorded(event, m_moduleId);
-    run(found, std::move(event));
-}
-
-inline void EventHubImpl::run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event) {
-    // A copy for each event: what a handler changes in itself is lost, and the handler may destroy
-    // the hub, and the table with it, while it runs.
-    const Handler handler = found.handler;
-    handler(std::move(event));
 }
 
 void EventHubImpl::onUnregistered() {

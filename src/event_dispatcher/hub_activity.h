@@ -8,6 +8,7 @@
 
 #include "activity/activity.h"
 #include "base/event_dispatcher/browser_event.h"
+#include "event_dispatcher/handler_table.h"
 #include "os/monotonic_time.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -19,7 +20,7 @@ public:
     explicit HubActivity(const void* /*p_hub*/) {}
 
     void takeBatch(std::uint32_t /*events*/) {}
-    void beginHandler(const BrowserEvent& /*event*/) {}
+    void beginHandler(const BrowserEvent& /*event*/, const InnerHandler_t* /*p_handler*/) {}
     void endHandler() {}
 };
 
@@ -27,8 +28,9 @@ public:
 
 /// The event in hand, since when, and how many have been taken from the queue with it.
 ///
-/// The clock is read at the first event of a batch and at every eighth: a hub that has little to do
-/// knows the time exactly, one with many short handlers nearly, and each event costs a few stores.
+/// The clock is read at the first event of a batch and at every sixteenth: a hub that has little to
+/// do knows the time exactly, one with many short handlers nearly, and each event costs a few
+/// stores.
 ///
 /// Written by the hub's thread alone. Who reads several fields may find some of one event and some
 /// of the next: what stays the same for a while is true.
@@ -41,19 +43,21 @@ public:
         store(&m_taken, events);
         store(&m_begun, 0);
     }
-    void beginHandler(const BrowserEvent& event) {
+    /// @param p_handler  What handles it; not null.
+    void beginHandler(const BrowserEvent& event, const InnerHandler_t* p_handler) {
         const std::uint32_t begun = load(m_begun);
-        if (begun % kPerReading == 0) store(&m_readingMs, coarseMilliseconds());
         store(&m_begun, begun + 1);
-        m_type.store(event.eventType, std::memory_order_relaxed);
+        if (begun % kPerReading == 0) readClock();
         m_source.store(event.srcModule, std::memory_order_relaxed);
         m_event.store(&event, std::memory_order_relaxed);
+        m_handler.store(p_handler, std::memory_order_relaxed);
     }
-    void endHandler() { m_event.store(nullptr, std::memory_order_relaxed); }
+    void endHandler() { m_handler.store(nullptr, std::memory_order_relaxed); }
 
-    /// Compared alone: it may be gone. Null where no handler runs.
+    /// Null where none runs. Exists as long as the hub.
+    const InnerHandler_t* handler() const { return m_handler.load(std::memory_order_relaxed); }
+    /// Compared alone: it may be gone.
     const BrowserEvent* event() const { return m_event.load(std::memory_order_relaxed); }
-    std::int32_t type() const { return m_type.load(std::memory_order_relaxed); }
     std::int32_t source() const { return m_source.load(std::memory_order_relaxed); }
     /// When the clock was read, see coarseMilliseconds(), and how many handlers have begun since,
     /// before that of the event in hand.
@@ -67,7 +71,7 @@ public:
     }
 
 private:
-    static constexpr std::uint32_t kPerReading = 8;
+    static constexpr std::uint32_t kPerReading = 16;
 
     using Field = std::atomic<std::uint32_t>;
     static std::uint32_t load(const Field& field) { return field.load(std::memory_order_relaxed); }
@@ -75,8 +79,10 @@ private:
         p_field->store(value, std::memory_order_relaxed);
     }
 
+    __attribute__((noinline)) void readClock() { store(&m_readingMs, coarseMilliseconds()); }
+
+    std::atomic<const InnerHandler_t*> m_handler{nullptr};
     std::atomic<const BrowserEvent*> m_event{nullptr};
-    std::atomic<std::int32_t> m_type{0};
     std::atomic<std::int32_t> m_source{0};
     Field m_readingMs{0};
     Field m_taken{0};

@@ -25,9 +25,10 @@ bool lookAtHubOf(const activity::Activity& activity, std::uint64_t untilNs, HubL
     *p_look = {};
     p_look->waiting = thread.waiting();
     p_look->threadId = thread.threadId();
+    const InnerHandler_t* const p_handler = thread.handler();
+    p_look->isBusy = p_handler != nullptr;
     p_look->p_event = thread.event();
-    p_look->isBusy = p_look->p_event != nullptr;
-    p_look->type = thread.type();
+    p_look->type = p_handler != nullptr ? p_handler->eventType : 0;
     p_look->source = thread.source();
     p_look->readingMs = thread.readingMs();
     p_look->begunSinceReading = thread.begunSinceReading();

@@ -4,11 +4,11 @@
 #define SRC_EVENT_DISPATCHER_REPLY_WAIT_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "activity/activity.h"
 #include "base/event_dispatcher/browser_event.h"
-#include "os/monotonic_time.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -17,7 +17,8 @@ namespace tevalon::base::event_dispatcher {
 class ReplyWait {
 public:
     ReplyWait(const BrowserEvent& /*event*/, const std::atomic<std::int32_t>* /*p_handledBy*/,
-              std::int32_t /*target*/, std::int32_t /*timeoutMs*/) {}
+              std::int32_t /*target*/, std::int32_t /*timeoutMs*/,
+              std::chrono::steady_clock::time_point /*since*/) {}
     ~ReplyWait() {}  // So that one that is only constructed counts as used.
 };
 
@@ -30,21 +31,21 @@ public:
     ///                     not known.
     /// @param target       kAnyModule where that is not known.
     ReplyWait(const BrowserEvent& event, const std::atomic<std::int32_t>* p_handledBy,
-              std::int32_t target, std::int32_t timeoutMs)
+              std::int32_t target, std::int32_t timeoutMs,
+              std::chrono::steady_clock::time_point since)
         : Activity(activity::Kind::SyncSend, &event),
           m_type(event.eventType),
           m_source(event.srcModule),
           m_target(target),
           m_timeoutMs(timeoutMs),
-          m_sinceMs(monotonicMilliseconds()),
+          m_since(since),
           m_handledBy(p_handledBy) {}
 
     std::int32_t type() const { return m_type; }
     std::int32_t source() const { return m_source; }
     std::int32_t target() const { return m_target; }
     std::int32_t timeoutMs() const { return m_timeoutMs; }
-    /// See monotonicMilliseconds().
-    std::uint32_t sinceMs() const { return m_sinceMs; }
+    std::chrono::steady_clock::time_point since() const { return m_since; }
     std::int32_t handledBy() const {
         return m_handledBy != nullptr ? m_handledBy->load(std::memory_order_relaxed) : kAnyModule;
     }
@@ -54,7 +55,7 @@ private:
     const std::int32_t m_source;
     const std::int32_t m_target;
     const std::int32_t m_timeoutMs;
-    const std::uint32_t m_sinceMs;
+    const std::chrono::steady_clock::time_point m_since;
     const std::atomic<std::int32_t>* const m_handledBy;  // The waiting event's.
     const activity::Listing m_listing{this};
 };

@@ -4,6 +4,7 @@
 #define BASE_EVENT_DISPATCHER_BROWSER_EVENT_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -96,8 +97,8 @@ private:
     TEVALON_BASE_LOCAL EventResult park(std::unique_lock<std::mutex>* p_lock, std::int32_t timeout,
                                         std::int32_t target);
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
-    TEVALON_BASE_LOCAL EventResult waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
-                                                    std::int32_t timeoutMs);
+    TEVALON_BASE_LOCAL EventResult waitUntil(std::unique_lock<std::mutex>* p_lock,
+                                             std::chrono::steady_clock::time_point time);
 };
 
 }  // namespace tevalon::base::event_dispatcher
