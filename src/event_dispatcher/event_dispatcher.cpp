@@ -3,6 +3,7 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "base/singleton.h"
 #include "event_dispatcher/status.h"
 #include "locks/annotated_mutex.h"
+#include "os/forked_child.h"
 #include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -26,6 +28,19 @@ __attribute__((noinline, cold)) void reportNullHub(const char* function) {
 // its handlers are found without one.
 class EventDispatcher::HubList {
 public:
+    HubList() {
+        inEachForkedChild(resetInForkedChild);
+        HubList* p_none = nullptr;
+        (void)s_first.compare_exchange_strong(p_none, this);
+    }
+    ~HubList() {
+        HubList* p_self = this;
+        (void)s_first.compare_exchange_strong(p_self, nullptr);
+    }
+
+    HubList(const HubList&) = delete;
+    HubList& operator=(const HubList&) = delete;
+
     bool add(EventHub* p_hub) {
         const MutexGuard lock(m_hubsMtx);
         if (find(p_hub) != m_hubs.end()) return false;
@@ -66,6 +81,13 @@ private:
         EventHub* p_hub;        // Not owned.
     };
 
+    // The parent's hubs are not listed in a forked child. Unchecked: there is one thread, and
+    // nobody holds the mutex, whatever it says.
+    static void resetInForkedChild() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        HubList* const p_list = s_first.load();
+        if (p_list != nullptr) replaceUndestroyed(&p_list->m_hubsMtx, &p_list->m_hubs);
+    }
+
     static void recordRefused(const BrowserEvent& event, std::int32_t target) {
         record::eventRefused(&event, event.eventType, event.srcModule, target,
                              record::Refusal::NoHub);
@@ -75,6 +97,9 @@ private:
         return std::find_if(m_hubs.begin(), m_hubs.end(),
                             [=](const Listed& listed) { return listed.p_hub == p_hub; });
     }
+
+    // Of the process's dispatcher, which is never destroyed; the only one, but in tests.
+    static inline std::atomic<HubList*> s_first{nullptr};
 
     AnnotatedMutex m_hubsMtx;  // Held over a whole delivery.
     std::vector<Listed> m_hubs TEVALON_GUARDED_BY(m_hubsMtx);
@@ -102,6 +127,7 @@ std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
     }
     BLOG(kLogInfo, "Register hub:%p for moudle:%d.\n", static_cast<void*>(p_hub),
          p_hub->moduleId());
+    p_hub->renewInForkedChild();
     if (!m_hubs->add(p_hub)) {
         BLOG(kLogError, "EventHub:%p already exists.\n", static_cast<void*>(p_hub));
         return kExists;
