@@ -137,6 +137,12 @@ void TimerThread::post(Task&& task) {
 }
 
 void TimerThread::startIfIdle() {
+    if (!m_state->isFromParent() && m_state->isRunning()) return;
+    startSlowly();
+}
+
+// Apart, with a fork noticed: what every post passes stays short.
+__attribute__((noinline)) void TimerThread::startSlowly() {
     if (state().isRunning()) return;
     // Cancelled here, the claim would stay set for good; cancelled in ~BasicThread(), which joins,
     // the process would end.
@@ -286,6 +292,11 @@ void TimerThread::waitNextTaskWithTimeOut(double timeoutSeconds) {
 }
 
 Task TimerThread::popFirstTask() {
+    if (m_state->isFromParent()) return popInForkedChild();
+    return m_state->popFront();
+}
+
+__attribute__((noinline, cold)) Task TimerThread::popInForkedChild() {
     return state().popFront();
 }
 

@@ -100,6 +100,8 @@ private:
     /// As postTask(). Where it throws, the task stays with the caller.
     TEVALON_BASE_LOCAL void post(std::shared_ptr<TimerTaskBase>&& task);
     TEVALON_BASE_LOCAL void startIfIdle();
+    TEVALON_BASE_LOCAL void startSlowly();
+    TEVALON_BASE_LOCAL std::shared_ptr<TimerTaskBase> popInForkedChild();
     TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task,
                                        double knownTime);
     TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task);
