@@ -11,6 +11,9 @@ target_link_libraries(tevalon-base-static
 if(NOT Atomics_ARE_NATIVE)
     target_link_libraries(tevalon-base-static PRIVATE atomic)
 endif()
+# A module with the archive within stays mapped once it is loaded, as the shared library does: it has
+# threads that outlive every user.
+target_link_options(tevalon-base-static INTERFACE LINKER:-z,nodelete)
 set_target_properties(tevalon-base-static PROPERTIES
     EXPORT_NAME base-static OUTPUT_NAME tevalon-base LINKER_LANGUAGE CXX)
 tevalon_target(tevalon-base-static)

@@ -1,7 +1,11 @@
 #include "base/utils/process_property.h"
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdlib>
 #include <map>
+#include <memory>
 
 #include "base/synchronization/auto_lock.h"
 #include "base/synchronization/mutex.h"
@@ -26,6 +30,14 @@ public:
         return value;
     }
 
+    // A fork waits for whoever is in the table, so that a child finds it whole.
+    void lock() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        (void)pthread_mutex_lock(m_propertyMutex.nativeHandle());
+    }
+    void unlock() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        (void)pthread_mutex_unlock(m_propertyMutex.nativeHandle());
+    }
+
     void clear() TEVALON_EXCLUDES(m_propertyMutex) {
         const AutoLock lock(m_propertyMutex);
         m_properties.clear();
@@ -36,18 +48,22 @@ private:
     std::map<std::string, std::string> m_properties TEVALON_GUARDED_BY(m_propertyMutex);
 };
 
-PropertyTable* createTable();
-
 // Emptied when the process exits, but never destroyed: a detached thread may still ask.
-PropertyTable& table() {
-    static PropertyTable* const s_table = createTable();
-    return *s_table;
-}
+std::atomic<PropertyTable*> g_table{nullptr};
 
-PropertyTable* createTable() {
-    auto* p_table = new PropertyTable();
-    (void)std::atexit([] { table().clear(); });  // Unregistered, the memory stays with the process.
-    return p_table;
+// No static of the function: a forked child would wait for ever for a thread of its parent's that
+// was just creating it.
+PropertyTable& table() {
+    if (PropertyTable* const p_table = g_table.load(std::memory_order_acquire)) return *p_table;
+    auto created = std::make_unique<PropertyTable>();
+    PropertyTable* p_table = nullptr;
+    if (!g_table.compare_exchange_strong(p_table, created.get())) return *p_table;
+    p_table = created.release();
+    // Unregistered, the memory stays with the process.
+    (void)std::atexit([] { table().clear(); });
+    (void)pthread_atfork([] { table().lock(); }, [] { table().unlock(); },
+                         [] { table().unlock(); });
+    return *p_table;
 }
 
 }  // namespace

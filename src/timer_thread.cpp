@@ -52,6 +52,12 @@ void logNoTask() {
 
 }  // namespace
 
+// Every way in from a client, for the parent's locks and worker are of no use to a forked child.
+inline TimerThread::State& TimerThread::state() const {
+    if (m_state->isFromParent()) m_state->renewInForkedChild();
+    return *m_state;
+}
+
 TimerThread::TimerThread() : m_state(std::make_unique<State>()) {
     BLOG_TRACE_POINT();
 }
@@ -65,7 +71,7 @@ TimerThread::TimerThread(const char* name) : TimerThread() {
 TimerThread::~TimerThread() {
     const NoCancellation noCancellation;
     BLOG_TRACE_POINT();
-    m_state->beginDestruction();
+    state().beginDestruction();
     stop();
     BLOG(kLogAlways, "Destroy TimerThread:%d.\n", threadId());
     if (State::WorkerThread::isThisThreadOf(this)) {
@@ -78,7 +84,7 @@ TimerThread::~TimerThread() {
 
 void TimerThread::start() {
     BLOG_TRACE_POINT();
-    m_state->startWorker(this);
+    state().startWorker(this);
     BLOG_TRACE_POINT();
 }
 
@@ -91,7 +97,7 @@ void TimerThread::stop() {
     if (State::WorkerThread::isThisThreadOf(this)) {
         m_state->requestStop();
     } else {
-        worker = m_state->claimStop();
+        worker = state().claimStop();
     }
     if (worker != nullptr) {
         BLOG(kLogDebug, "Wakeup worker\n");
@@ -133,7 +139,13 @@ void TimerThread::post(Task&& task) {
 }
 
 void TimerThread::startIfIdle() {
-    if (m_state->isRunning()) return;
+    if (!m_state->isFromParent() && m_state->isRunning()) return;
+    startSlowly();
+}
+
+// Apart, with a fork noticed: what every post passes stays short.
+__attribute__((noinline)) void TimerThread::startSlowly() {
+    if (state().isRunning()) return;
     // Cancelled here, the claim would stay set for good; cancelled in ~BasicThread(), which joins,
     // the process would end.
     const NoCancellation noCancellation;
@@ -150,7 +162,7 @@ void TimerThread::postTask(Task task, std::int32_t delayMs) {
 }
 
 void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
-    const CancelledTasks cancelled = m_state->cancelSession(sessionId);
+    const CancelledTasks cancelled = state().cancelSession(sessionId);
     for (const CancelledTask& task : cancelled.toLog()) {
         BLOG(kLogDebug, "CancelTask %d: taskid: %d,firetime:%f(%f)\n", task.sessionId, task.taskId,
              task.fireTime, task.secondsLeft);
@@ -159,7 +171,7 @@ void TimerThread::cancelTaskBySessionId(std::int32_t sessionId) {
 }
 
 void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
-    const CancelledTasks cancelled = m_state->cancelTask(taskId);
+    const CancelledTasks cancelled = state().cancelTask(taskId);
     for (const CancelledTask& task : cancelled.toLog()) {
         BLOG(kLogDebug, "CancelTask %d,Session:%d firetime:%f(%f)\n", task.taskId, task.sessionId,
              task.fireTime, task.secondsLeft);
@@ -168,19 +180,19 @@ void TimerThread::cancelTaskByTaskId(std::int32_t taskId) {
 }
 
 bool TimerThread::hasTask() {
-    return m_state->taskCount() > 0;
+    return state().taskCount() > 0;
 }
 
 std::int32_t TimerThread::taskCount() {
-    return static_cast<std::int32_t>(m_state->taskCount());
+    return static_cast<std::int32_t>(state().taskCount());
 }
 
 bool TimerThread::isBusy() {
-    return m_state->isBusy();
+    return state().isBusy();
 }
 
 std::int32_t TimerThread::threadId() const {
-    return m_state->threadId();
+    return state().threadId();
 }
 
 std::int32_t TimerThread::run() {
@@ -271,7 +283,7 @@ void TimerThread::fireTask(const Task& task, double now) {
 // The loop's steps, for those who take them one by one. Each takes the lock anew: what was true in
 // one may have changed in the next.
 double TimerThread::getNextFiringInterval() {
-    const double fireTime = m_state->frontFireTime();
+    const double fireTime = state().frontFireTime();
     if (fireTime == kNoFireTime) {
         logNoTask();
         return 0.0;  // Also for a cancelled front: run() pops it now, and drops it.
@@ -281,11 +293,16 @@ double TimerThread::getNextFiringInterval() {
 
 void TimerThread::waitNextTaskWithTimeOut(double timeoutSeconds) {
     // Once: whatever ends the wait, the loop looks at everything anew.
-    if (!m_state->waitForTask(timeoutSeconds)) BLOG(kLogWarn, "Request Exit before wait.\n");
+    if (!state().waitForTask(timeoutSeconds)) BLOG(kLogWarn, "Request Exit before wait.\n");
 }
 
 Task TimerThread::popFirstTask() {
+    if (m_state->isFromParent()) return popInForkedChild();
     return m_state->popFront();
+}
+
+__attribute__((noinline, cold)) Task TimerThread::popInForkedChild() {
+    return state().popFront();
 }
 
 void TimerThread::debugIterateTaskQueue(const char*) {}

@@ -8,15 +8,37 @@
 #include "base/singleton.h"
 #include "base/synchronization/auto_lock.h"
 #include "base/threading/current_thread.h"
+#include "os/forked_child.h"
 
 namespace tevalon::base::timer {
+
+namespace {
+
+// The process's, which is never destroyed; the only one, but in tests.
+std::atomic<TimerThreadPool*> g_firstPool{nullptr};
+
+}  // namespace
 
 TimerThreadPool::TimerThreadPool()
     : m_mainThread("Timer:main"),
       m_foregroundThread("Timer:foregrnd"),
-      m_backgroundThread("Timer:backgrnd") {}
+      m_backgroundThread("Timer:backgrnd") {
+    inEachForkedChild(resetInForkedChild);
+    TimerThreadPool* p_none = nullptr;
+    (void)g_firstPool.compare_exchange_strong(p_none, this);
+}
 
-TimerThreadPool::~TimerThreadPool() = default;
+TimerThreadPool::~TimerThreadPool() {
+    TimerThreadPool* p_self = this;
+    (void)g_firstPool.compare_exchange_strong(p_self, nullptr);
+}
+
+// The three threads see to themselves. Unchecked: there is one thread, and nobody holds the mutex,
+// whatever it says.
+void TimerThreadPool::resetInForkedChild() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+    TimerThreadPool* const p_pool = g_firstPool.load();
+    if (p_pool != nullptr) replaceUndestroyed(&p_pool->m_workersMutex, &p_pool->m_workers);
+}
 
 TimerThreadPool* TimerThreadPool::GetInstance() {
     return Singleton<TimerThreadPool, DefaultSingletonTraits<TimerThreadPool>,

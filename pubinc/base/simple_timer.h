@@ -56,6 +56,9 @@ using TimerHandler = std::function<void(Timer*, void*)>;
 /// stopNoBlock() and the destructor are no cancellation points; stop() is one while it waits, with
 /// the timer stopped.
 ///
+/// In a forked child every timer is stopped, and can be started: the first use there starts a
+/// thread of the child's own. Runs that go on in the parent are not waited for.
+///
 /// Methods that return int return 0, or -1 after an error line that says why.
 class TEVALON_BASE_EXPORT Timer {
 public:

@@ -22,6 +22,21 @@ namespace internal {
 /// returns the word that replaced it. Without limit. Any thread.
 TEVALON_BASE_EXPORT std::intptr_t WaitForInstance(std::intptr_t* p_instance);
 
+/// Stands around the creation of an instance: in a forked child, where the thread that creates it
+/// is missing, its word is back at kNoInstance. Up to 16 at once; a child would wait for ever for
+/// one beyond that.
+class TEVALON_BASE_EXPORT CreationScope {
+public:
+    explicit CreationScope(std::intptr_t* p_instance);
+    ~CreationScope();
+
+    CreationScope(const CreationScope&) = delete;
+    CreationScope& operator=(const CreationScope&) = delete;
+
+private:
+    int m_slot;
+};
+
 inline constexpr std::intptr_t kNoInstance = 0;
 inline constexpr std::intptr_t kInstanceBeingCreated = 1;
 
@@ -48,6 +63,8 @@ public:
     /// Returns the instance, creating it first if need be. Any thread: one creates, the others
     /// wait for it. T's constructor must not call this. What that constructor throws reaches
     /// the creating caller; every other call, then and later, waits for ever.
+    /// In a forked child an instance that was finished is there; one that another thread was just
+    /// creating is created anew by the first call.
     static T* GetInstance() {
         const std::intptr_t instance = __atomic_load_n(&instance_, __ATOMIC_SEQ_CST);
         if (internal::isInstance(instance)) return reinterpret_cast<T*>(instance);
@@ -56,16 +73,26 @@ public:
 
 private:
     static T* createOrWait() {
+        {
+            // Before the claim, so that no fork comes between the two.
+            const internal::CreationScope creation(&instance_);
+            if (claimCreation()) {
+                T* p_instance = Traits::create();
+                __atomic_store_n(&instance_, reinterpret_cast<std::intptr_t>(p_instance),
+                                 __ATOMIC_SEQ_CST);
+                return p_instance;
+            }
+        }
+        return reinterpret_cast<T*>(internal::WaitForInstance(&instance_));
+    }
+
+    static bool claimCreation() {
         std::intptr_t seen = internal::kNoInstance;
         while (!__atomic_compare_exchange_n(&instance_, &seen, internal::kInstanceBeingCreated,
                                             /*weak=*/true, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
-            if (seen != internal::kNoInstance) {
-                return reinterpret_cast<T*>(internal::WaitForInstance(&instance_));
-            }
+            if (seen != internal::kNoInstance) return false;
         }
-        T* p_instance = Traits::create();
-        __atomic_store_n(&instance_, reinterpret_cast<std::intptr_t>(p_instance), __ATOMIC_SEQ_CST);
-        return p_instance;
+        return true;
     }
 
     // 0, the being-created marker, or the address of the finished instance. A plain word read

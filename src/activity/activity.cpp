@@ -59,8 +59,8 @@ public:
         }
     }
 
-    // A fork waits until the list is whole. In the child, what other threads did is gone with them;
-    // the one that is left has another id.
+    // A fork waits until the list is whole. In the child, what other threads did is gone with them.
+    // The one that is left has another id, and serves no object any more.
     static void lockForFork() { g_lock.lock(); }
     static void unlockInParent() { g_lock.unlock(); }
     static void keepOwnInChild() {
@@ -69,6 +69,7 @@ public:
         for (Activity* p_next = g_first; p_next != nullptr; p_next = p_next->m_next) {
             if (p_next->m_threadId == oldId) {
                 p_next->m_threadId = thisThread();
+                if (isServing(p_next->m_kind)) p_next->m_object = nullptr;
             } else {
                 unlink(p_next);
             }

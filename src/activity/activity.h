@@ -46,7 +46,8 @@ public:
     Kind kind() const { return m_kind; }
     /// The kernel's id.
     std::int32_t threadId() const { return m_threadId; }
-    /// Null once forgetObject() was called. Otherwise it exists as long as the list is locked.
+    /// Null once forgetObject() was called, and in a child that a thread serving it has forked.
+    /// Otherwise it exists as long as the list is locked.
     const void* object() const { return m_object; }
 
 protected:

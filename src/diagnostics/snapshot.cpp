@@ -57,7 +57,7 @@ public:
             case Kind::WatchThread:
                 return takeWatchDog(activity);
             case Kind::TimerRun:
-                return add(&m_snapshot.runs, simple_timer::lookAtRun(activity));
+                return takeRun(activity);
             case Kind::SyncSend:
             case Kind::Stop:
             case Kind::Destructor:
@@ -87,6 +87,10 @@ private:
         if (timer::TaskThreadLooker::look(activity, m_untilNs, &look)) {
             add(&m_snapshot.taskThreads, look);
         }
+    }
+    void takeRun(const Activity& activity) {
+        RunLook look;
+        if (simple_timer::lookAtRun(activity, &look)) add(&m_snapshot.runs, look);
     }
     void takeWatchDog(const Activity& activity) {
         Collector<timer::WatchVisitor, WatchLook> watches(&m_snapshot.watches,

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <utility>
 
 // The run-time libraries of sanitizers that a client may bring, though we were built without.
@@ -102,26 +103,32 @@ alignas(64) BlockCache::Depot BlockCache::s_depot;
 class BlockCache::ThreadEnds {
 public:
     static bool watch(OfThread* p_own) {
-        static const ThreadEnds s_ends;
-        return s_hasKey && pthread_setspecific(s_ends.m_key, p_own) == 0;
+        // No static object: a forked child would wait for ever for a thread of its parent's that
+        // was just creating it.
+        (void)pthread_once(&s_once, begin);
+        return s_hasKey && pthread_setspecific(s_key, p_own) == 0;
     }
 
 private:
-    ThreadEnds() { s_hasKey = !hasSanitizer() && pthread_key_create(&m_key, atEnd) == 0; }
-    ~ThreadEnds() {
-        if (!s_hasKey.exchange(false)) return;
-        (void)pthread_key_delete(m_key);
+    static void begin() {
+        if (hasSanitizer() || pthread_key_create(&s_key, atEnd) != 0) return;
+        s_hasKey = true;
+        (void)std::atexit(end);
+    }
+    static void end() {
+        s_hasKey = false;
+        (void)pthread_key_delete(s_key);
         if (t_own.state == OfThread::State::kOpen) close(&t_own);
         s_depot.clear();
     }
 
     static void atEnd(void* p_own) { close(static_cast<OfThread*>(p_own)); }
 
-    // Outlives the only object: threads that start while the process ends must not take the key,
-    // which may be somebody else's then.
+    static inline pthread_once_t s_once = PTHREAD_ONCE_INIT;
+    static inline pthread_key_t s_key = 0;
+    // Threads that start while the process ends must not take the key, which may be somebody
+    // else's then.
     static inline std::atomic<bool> s_hasKey{false};
-
-    pthread_key_t m_key = 0;
 };
 
 bool BlockCache::isOpen(OfThread* p_own) {

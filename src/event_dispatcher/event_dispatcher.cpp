@@ -3,7 +3,7 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 
 #include <algorithm>
-#include <mutex>
+#include <atomic>
 #include <utility>
 #include <vector>
 
@@ -15,6 +15,7 @@
 #include "event_dispatcher/status.h"
 #include "locks/annotated_mutex.h"
 #include "locks/patient_lock.h"
+#include "os/forked_child.h"
 #include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
@@ -31,14 +32,13 @@ __attribute__((noinline, cold)) void reportNullHub(const char* function) {
 class EventDispatcher::HubList {
 public:
     HubList() {
-        const std::lock_guard<std::mutex> lock(s_listsMtx);
-        m_older = std::exchange(s_newest, this);
+        inEachForkedChild(resetInForkedChild);
+        HubList* p_none = nullptr;
+        (void)s_first.compare_exchange_strong(p_none, this);
     }
     ~HubList() {
-        const std::lock_guard<std::mutex> lock(s_listsMtx);
-        HubList** p_link = &s_newest;
-        while (*p_link != this) p_link = &(*p_link)->m_older;
-        *p_link = m_older;
+        HubList* p_self = this;
+        (void)s_first.compare_exchange_strong(p_self, nullptr);
     }
 
     HubList(const HubList&) = delete;
@@ -81,16 +81,11 @@ public:
     }
 
 #ifndef TEVALON_BASE_NO_DIAGNOSTICS
-    static DispatcherLook lookAtAll(std::uint64_t untilNs, HubVisitor* p_visitor) {
-        const PatientLock lock(s_listsMtx.native_handle(), untilNs);
-        DispatcherLook all = {lock.isLocked(), 0};
-        if (!lock.isLocked()) return all;
-        for (HubList* p_list = s_newest; p_list != nullptr; p_list = p_list->m_older) {
-            const std::int32_t holder = p_list->m_hubsMtx.holder();
-            if (holder != 0) all.holder = holder;
-            if (!p_list->look(untilNs, p_visitor)) all.isSeen = false;
-        }
-        return all;
+    static DispatcherLook lookAtProcess(std::uint64_t untilNs, HubVisitor* p_visitor) {
+        HubList* const p_list = s_first.load();
+        if (p_list == nullptr) return {true, 0};
+        const std::int32_t holder = p_list->m_hubsMtx.holder();
+        return {p_list->look(untilNs, p_visitor), holder};
     }
 #endif
 
@@ -115,6 +110,13 @@ private:
     }
 #endif
 
+    // The parent's hubs are not listed in a forked child. Unchecked: there is one thread, and
+    // nobody holds the mutex, whatever it says.
+    static void resetInForkedChild() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        HubList* const p_list = s_first.load();
+        if (p_list != nullptr) replaceUndestroyed(&p_list->m_hubsMtx, &p_list->m_hubs);
+    }
+
     static void recordRefused(const BrowserEvent& event, std::int32_t target) {
         record::eventRefused(&event, event.eventType, event.srcModule, target,
                              record::Refusal::NoHub);
@@ -125,18 +127,16 @@ private:
                             [=](const Listed& listed) { return listed.p_hub == p_hub; });
     }
 
-    // There is one but for what a client makes itself: for those who look.
-    static inline std::mutex s_listsMtx;
-    static inline HubList* s_newest = nullptr;  // Guarded by s_listsMtx, as all m_older.
+    // Of the process's dispatcher, which is never destroyed; the only one, but in tests.
+    static inline std::atomic<HubList*> s_first{nullptr};
 
     AnnotatedMutex m_hubsMtx;  // Held over a whole delivery.
     std::vector<Listed> m_hubs TEVALON_GUARDED_BY(m_hubsMtx);
-    HubList* m_older = nullptr;
 };
 
 #ifndef TEVALON_BASE_NO_DIAGNOSTICS
 DispatcherLook HubsOfProcess::look(std::uint64_t untilNs, HubVisitor* p_visitor) {
-    return EventDispatcher::HubList::lookAtAll(untilNs, p_visitor);
+    return EventDispatcher::HubList::lookAtProcess(untilNs, p_visitor);
 }
 #endif
 
@@ -162,6 +162,7 @@ std::int32_t EventDispatcher::registerHub(EventHub* p_hub) {
     }
     BLOG(kLogInfo, "Register hub:%p for moudle:%d.\n", static_cast<void*>(p_hub),
          p_hub->moduleId());
+    p_hub->renewInForkedChild();
     if (!m_hubs->add(p_hub)) {
         BLOG(kLogError, "EventHub:%p already exists.\n", static_cast<void*>(p_hub));
         return kExists;

@@ -50,6 +50,10 @@ std::int32_t EventHub::moduleId() const {
     return m_moduleId;
 }
 
+void EventHub::renewInForkedChild() {
+    if (m_impl != nullptr) m_impl->renewInForkedChild();
+}
+
 std::int32_t EventHub::registerHandler(std::int32_t eventType, Handler handler) {
     if (m_impl == nullptr) {
         reportNoImpl(__func__);
@@ -92,6 +96,7 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
 }
 
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
+    renewInForkedChild();
     if (record::isOn()) return receive<true>(std::move(event));
     return receive<false>(std::move(event));
 }

@@ -33,11 +33,16 @@ void joinOrDetach(std::thread& thread) {
     }
 }
 
+__attribute__((noinline, cold)) void reportNoThread() {
+    BLOG_AS("registerHandler", kLogError, "Fail to create EventHandlerThread.\n");
+}
+
 }  // namespace
 
 EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
 
 EventHubImpl::~EventHubImpl() {
+    if (isFromParent(m_process)) abandonThread();
     {
         const MutexGuard lock(m_threadMtx);
         m_isDestroyed = true;
@@ -50,6 +55,24 @@ EventHubImpl::~EventHubImpl() {
     m_eventQueue.clear();
 }
 
+void EventHubImpl::abandonThread() {
+    renewOnce(&m_process, [this]() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        replaceUndestroyed(&m_threadMtx, &m_teardownMtx, &m_queueMtx, &m_handlerMtx);
+        replaceUndestroyed(&m_thread, &m_ofThread, &m_wakeUp, &m_eventQueue);
+        m_exit = false;
+        m_isJoining = false;
+        m_isDestroyed = false;
+        m_hasExited = false;
+        m_isWaiting = false;
+        m_hasNews = false;
+    });
+}
+
+void EventHubImpl::renew() {
+    abandonThread();
+    if (!m_handlers.empty() && !ensureThread()) reportNoThread();
+}
+
 std::int32_t EventHubImpl::registerHandler(std::int32_t eventType, Handler handler) {
     return registerHandler(kAnyModule, eventType, std::move(handler));
 }
@@ -60,7 +83,8 @@ std::int32_t EventHubImpl::registerHandler(std::int32_t srcModule, std::int32_t 
         BLOG(kLogError, "handler is NULL.\n");
         return kNullArgument;
     }
-    if (!ensureThread()) BLOG(kLogError, "Fail to create EventHandlerThread.\n");
+    if (isFromParent(m_process)) abandonThread();
+    if (!ensureThread()) reportNoThread();
     if (!addUnlessExists({srcModule, eventType, std::move(handler)})) {
         BLOG(kLogError, "Event handler already exists.\n\n");
         return kExists;
@@ -77,6 +101,7 @@ bool EventHubImpl::ensureThread() {
     if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
     exited = std::move(m_thread);
     resetExitState();
+    inEachForkedChild(HandlerThread::allOwnersAreGone);
     try {
         if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
@@ -348,6 +373,7 @@ void EventHubImpl::onWoken() {
 
 void EventHubImpl::onUnregistered() {
     const NoCancellation noCancellation;
+    if (isFromParent(m_process)) abandonThread();
     if (HandlerThread::isThisThreadOf(this)) {
         // Without m_teardownMtx: whoever holds it may be waiting for this thread.
         endThread(false);

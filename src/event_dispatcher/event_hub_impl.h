@@ -16,6 +16,7 @@
 #include "event_dispatcher/nap.h"
 #include "event_dispatcher/spin.h"
 #include "locks/annotated_mutex.h"
+#include "os/forked_child.h"
 #include "os/own_thread.h"
 #include "os/semaphore.h"
 
@@ -45,6 +46,12 @@ public:
     EventHubImpl(const EventHubImpl&) = delete;
     EventHubImpl& operator=(const EventHubImpl&) = delete;
 
+    /// In a forked child, before anything else there: without the parent's events, and with a
+    /// thread again if there are handlers.
+    void renewInForkedChild() {
+        if (isFromParent(m_process)) renew();
+    }
+
     std::int32_t registerHandler(std::int32_t eventType, Handler handler);
     std::int32_t registerHandler(std::int32_t srcModule, std::int32_t eventType, Handler handler);
     /// The handler of @p key may be empty; it is not looked at.
@@ -71,6 +78,8 @@ private:
     class RecordedHandler;
     using HandlerThread = OwnThread<EventHubImpl>;
 
+    void renew();
+    void abandonThread();
     bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
     void resetExitState() TEVALON_EXCLUDES(m_queueMtx);
     bool staysForNewHandler() TEVALON_EXCLUDES(m_queueMtx);
@@ -141,6 +150,7 @@ private:
     std::atomic<bool> m_hasNews{false};
 
     const std::int32_t m_moduleId;
+    ProcessMark m_process{markOfThisProcess()};
     AnnotatedMutex m_handlerMtx;  // One at a time adds to m_handlers.
 
     HandlerTable m_handlers;  // Looked up without a lock.

@@ -36,6 +36,8 @@ public:
     HandlerTable(const HandlerTable&) = delete;
     HandlerTable& operator=(const HandlerTable&) = delete;
 
+    bool empty() const { return m_list.load(std::memory_order_acquire) == nullptr; }
+
     /// The first handler in order of registration that takes these events, or null.
     const InnerHandler_t* find(std::int32_t srcModule, std::int32_t eventType) const;
 

@@ -29,6 +29,13 @@ public:
     }
     /// On the owner's own thread.
     static void ownerIsGone() { t_innermost->m_owner = nullptr; }
+    /// In a forked child, whose only thread came out of client code that forked: it serves nobody
+    /// there, and ends when that code returns.
+    static void allOwnersAreGone() {
+        for (OwnThread* p_thread = t_innermost; p_thread != nullptr; p_thread = p_thread->m_outer) {
+            p_thread->m_owner = nullptr;
+        }
+    }
 
     [[nodiscard]] bool isOwnerGone() const { return m_owner == nullptr; }
 

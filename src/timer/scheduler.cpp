@@ -21,6 +21,7 @@
 #include "locks/patient_lock.h"
 #include "os/descriptor_set.h"
 #include "os/detached_thread.h"
+#include "os/forked_child.h"
 #include "os/monotonic_time.h"
 #include "os/no_cancellation.h"
 #include "os/precise_wait.h"
@@ -58,12 +59,25 @@ AnnotatedMutex g_timerMutex;
 // of its command failed.
 ExpiredTime g_sleepsUntil TEVALON_GUARDED_BY(g_timerMutex) = kSleepsForEver;
 
-// Made with the first timer. Never destroyed: the scheduler goes on while the process exits.
+// Made on first use, never destroyed: the scheduler goes on while the process exits.
 TimerHeap* g_timerHeap TEVALON_GUARDED_BY(g_timerMutex) = nullptr;
 
 TimerHeap& timerHeap() TEVALON_REQUIRES(g_timerMutex) {
     if (g_timerHeap == nullptr) g_timerHeap = new TimerHeap();
     return *g_timerHeap;
+}
+
+// A forked child has no scheduler and no started timers until it needs them. Its copies of the
+// pipe's descriptors stay open: the child may have closed them, and have others by their numbers.
+// Unchecked: there is one thread, and nobody holds the mutex, whatever it says.
+void resetInForkedChild() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+    g_timerThreadOnce = PTHREAD_ONCE_INIT;
+    g_cmdPipe[kReadEnd] = 0;
+    g_cmdPipe[kWriteEnd] = 0;
+    g_timerHeap = nullptr;
+    g_sleepsUntil = kSleepsForEver;
+    replaceUndestroyed(&g_timerMutex);
+    TimerImpl::leaveRunInForkedChild();
 }
 
 // The caller has disabled cancellation: write() is a cancellation point.
@@ -261,6 +275,7 @@ __attribute__((noinline, cold)) void recordStarted(const TimerImpl& timer) {
 void StartTimerThreadOnce() {
     const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
+    inEachForkedChild(resetInForkedChild);
     errno = 0;
     // Not inherited by what the browser executes; never blocking whoever wakes the thread.
     if (pipe2(g_cmdPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
@@ -297,7 +312,7 @@ SchedulerLook lookAtTimers(std::uint64_t untilNs,
     const std::int32_t holder = g_timerMutex.holder();
     const PatientLock lock(g_timerMutex.native().native_handle(), untilNs);
     if (!lock.isLocked()) return {false, holder};
-    if (g_timerHeap == nullptr) return {true, holder};
+    if (g_timerHeap == nullptr) return {true, holder};  // Not made yet.
     const auto now = static_cast<std::int64_t>(monotonicNanoseconds());
     g_timerHeap->forEach([=](TimerImpl& timer, const ExpiredTime& expired) {
         TimerLook look = {};

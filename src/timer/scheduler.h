@@ -7,8 +7,8 @@ namespace tevalon::base::simple_timer {
 
 class TimerImpl;
 
-/// Starts the scheduler, once in a process; it never ends. Where it cannot be started it reports
-/// that, and timers are listed and never fire.
+/// Starts the scheduler, once in a process, a forked child's own included; it never ends. Where it
+/// cannot be started it reports that, and timers are listed and never fire.
 void ensureScheduler();
 
 /// Lists @p timer by the expiry that it has now and marks it started, unless it is already. Throws

@@ -27,6 +27,12 @@ __attribute__((noinline, cold)) void reportNotStarted(const char* function,
     BLOG_AS(function, kLogError, "Fail to start timer:'%s'.\n", timer.name().c_str());
 }
 
+// The scheduler may be the parent's as well.
+__attribute__((noinline, cold)) void renewInForkedChild(TimerImpl& timer) {
+    ensureScheduler();
+    timer.renewInForkedChild();
+}
+
 }  // namespace
 
 Timer::Timer(std::string name, TimeoutTime timeout, TimerHandler handler, void* userData,
@@ -44,6 +50,7 @@ Timer::~Timer() {
     const NoCancellation noCancellation;
     BLOG_TRACE_SCOPE();
     if (m_impl == nullptr) return;
+    if (m_impl->isFromParent()) m_impl->renewInForkedChild();
     BLOG(kLogDebug, "Destroy timer:'%s'.\n", m_impl->name().c_str());
     if (m_impl->isStarted()) RemoveTimer(*m_impl);
     m_impl->stop();
@@ -55,12 +62,13 @@ Timer::~Timer() {
 }
 
 // A step of most operations, reported in their own names.
-#define RETURN_WITHOUT_IMPL(result) \
-    do {                            \
-        if (m_impl == nullptr) {    \
-            reportNoImpl(__func__); \
-            return result;          \
-        }                           \
+#define RETURN_WITHOUT_IMPL(result)                              \
+    do {                                                         \
+        if (m_impl == nullptr) {                                 \
+            reportNoImpl(__func__);                              \
+            return result;                                       \
+        }                                                        \
+        if (m_impl->isFromParent()) renewInForkedChild(*m_impl); \
     } while (false)
 
 // A step of all that change a property.

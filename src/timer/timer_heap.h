@@ -28,6 +28,11 @@ public:
         friend class TimerHeap;
         static constexpr std::uint32_t kNone = UINT32_MAX;
 
+    public:
+        /// In a forked child, which has another heap.
+        void forget() { m_index = kNone; }
+
+    private:
         std::uint64_t sequence() const { return std::uint64_t{m_sequenceHigh} << 32 | m_sequence; }
 
         std::uint32_t m_index = kNone;  // In the heap; none where the timer is not listed.

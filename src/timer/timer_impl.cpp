@@ -150,11 +150,24 @@ void TimerImpl::retire() {
     handler.swap(m_handler);
 }
 
+void TimerImpl::renewInForkedChild() {
+    renewOnce(&m_process, [this]() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        replaceUndestroyed(&m_mutex, &m_cond);
+        m_place.forget();
+        m_runs = 0;
+        m_isRetired = false;
+        m_isStarted = false;
+        m_isRunning = false;
+        m_needStop = false;
+    });
+}
+
 // A run that has begun is ended by the destructor, for a handler may leave in other ways than by
 // returning: pthread_exit() and cancellation unwind the stack.
 class TimerImpl::HandlerRun {
 public:
-    explicit HandlerRun(TimerImpl* p_timer) : m_timer(*p_timer) {
+    HandlerRun(TimerImpl* p_timer, const RunningThread& thread)
+        : m_timer(*p_timer), m_thread(thread) {
         const MutexGuard lock(m_timer.m_mutex);
         if (m_timer.m_isRetired) return;
         m_timer.m_isRunning = true;
@@ -165,7 +178,7 @@ public:
         if (record::isOn()) record::timerRunBegun(&m_timer, m_timer.m_name.c_str());
     }
     ~HandlerRun() {
-        if (!m_handler) return;
+        if (!m_handler || m_thread.isOwnerGone()) return;
         if (record::isOn()) record::timerRunEnded(&m_timer);
         // Before m_runs says that the run is over: ~Timer() may return then, and the client unload
         // the handler's code.
@@ -186,6 +199,7 @@ public:
 
 private:
     TimerImpl& m_timer;
+    const RunningThread& m_thread;
     SharedHandler m_handler;  // None where the timer has been retired.
     void* m_userData = nullptr;
     std::optional<RunActivity> m_activity;
@@ -195,7 +209,7 @@ void TimerImpl::runHandler() {
     // Declared first, destroyed last: ~HandlerRun may destroy what the handler captured, and with
     // it the Timer, whose retire() must still recognise this thread.
     const RunningThread thread(this);
-    const HandlerRun run(this);
+    const HandlerRun run(this, thread);
     run.callHandler();
 }
 

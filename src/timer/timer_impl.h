@@ -12,6 +12,7 @@
 
 #include "base/simple_timer.h"
 #include "locks/annotated_mutex.h"
+#include "os/forked_child.h"
 #include "os/own_thread.h"
 #include "timer/expired_time.h"
 #include "timer/timer_heap.h"
@@ -95,6 +96,14 @@ public:
     /// One run of the handler, on the calling thread. None once the timer has been retired.
     void runHandler();
 
+    /// Whether it is a parent's, and this process a forked child.
+    bool isFromParent() const { return base::isFromParent(m_process); }
+    /// In a forked child: stopped, with none of the runs that go on in the parent. Before anything
+    /// else there.
+    void renewInForkedChild();
+    /// A run that has forked touches the timer no more in the child.
+    static void leaveRunInForkedChild() { RunningThread::allOwnersAreGone(); }
+
     /// For the next run of a CONTINUE timer that is due at @p now: one timeout from now, as
     /// caculateExpiredTime(), and a millisecond at least where the timeout is not positive or
     /// the clock cannot be read.
@@ -153,6 +162,7 @@ private:
     std::atomic<bool> m_needStop{false};
 
     TimerHeap::Place m_place;  // Guarded by the scheduler's mutex.
+    ProcessMark m_process{markOfThisProcess()};
 };
 
 }  // namespace tevalon::base::simple_timer

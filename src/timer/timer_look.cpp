@@ -29,15 +29,15 @@ void TimerImpl::look(std::uint64_t untilNs, TimerLook* p_look) {
     p_look->runs = lock.isLocked() ? m_runs : 0;
 }
 
-RunLook lookAtRun(const activity::Activity& activity) {
-    const auto& timer = *static_cast<const TimerImpl*>(activity.object());
+bool lookAtRun(const activity::Activity& activity, RunLook* p_look) {
+    const auto* const p_timer = static_cast<const TimerImpl*>(activity.object());
+    if (p_timer == nullptr) return false;
     const auto& run = static_cast<const RunActivity&>(activity);
-    RunLook look = {};
-    look.p_timer = &timer;
-    copyName(timer.name(), &look.name);
-    look.threadId = run.threadId();
-    look.sinceMs = run.sinceMs();
-    return look;
+    p_look->p_timer = p_timer;
+    copyName(p_timer->name(), &p_look->name);
+    p_look->threadId = run.threadId();
+    p_look->sinceMs = run.sinceMs();
+    return true;
 }
 
 }  // namespace tevalon::base::simple_timer

@@ -46,8 +46,8 @@ struct RunLook {
     std::uint32_t sinceMs;  ///< See monotonicMilliseconds().
 };
 
-/// With the list of activities locked.
-RunLook lookAtRun(const activity::Activity& activity);
+/// With the list of activities locked; false where the timer is gone.
+bool lookAtRun(const activity::Activity& activity, RunLook* p_look);
 
 }  // namespace tevalon::base::simple_timer
 

@@ -2,13 +2,17 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <new>
 
 #include "activity/activity.h"
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
+#include "os/forked_child.h"
 #include "os/monotonic_time.h"
 #include "os/own_thread.h"
 #include "os/thread_name.h"
@@ -102,14 +106,29 @@ struct WatchDog::Report {
     double seconds;
 };
 
-WatchDog::WatchDog() : m_thread(this) {}
+WatchDog::WatchDog() : m_process(markOfThisProcess()), m_thread(this) {
+    inEachForkedChild(WatchThread::allOwnersAreGone);
+}
 
 // m_thread stops and joins the thread; in the callback it detaches it, and the thread ends when the
 // callback returns.
 WatchDog::~WatchDog() {
+    if (isFromParent(m_process)) m_thread.abandon();
     if (!WatchThread::isThisThreadOf(this)) return;
     WatchThread::ownerIsGone();
     activity::forgetObject(this);
+}
+
+// The thread last: it begins with a look at the watches. Where it cannot be created, the next use
+// tries again.
+void WatchDog::renewInForkedChild() {
+    if (!isFromParent(m_process)) return;
+    renewOnce(&m_process, [this]() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        replaceUndestroyed(&m_mutex);
+        std::fill(std::begin(m_beginTime), std::end(m_beginTime), 0.0);
+        m_thread.abandon();
+        if (m_running) ::new (&m_thread) Threading::BasicThread<WatchDog>(this);
+    });
 }
 
 const char* WatchDog::getWatchIdName(WATCH_ID id) {
@@ -121,6 +140,7 @@ const char* WatchDog::getWatchIdName(WATCH_ID id) {
 }
 
 void WatchDog::setTimeoutCallback(TimeoutCallback callback, void* p_context) {
+    renewInForkedChild();
     {
         const LockGuard lock(m_mutex);
         if (m_callback == nullptr) {
@@ -137,6 +157,7 @@ void WatchDog::beginWatch(WATCH_ID id, double seconds) {
         reportUnsupported(__func__, id);
         return;
     }
+    renewInForkedChild();
     const double now = monotonicSeconds();
     BLOG(kLogInfo, "Watching : %d(%s), %f, %f\n", id, getWatchIdName(id), now, seconds);
     if (record::isOn()) record::watchBegun(id, seconds);
@@ -151,6 +172,7 @@ void WatchDog::stopWatch(WATCH_ID id) {
         reportUnsupported(__func__, id);
         return;
     }
+    renewInForkedChild();
     BLOG(kLogInfo, "Stop Watching : %d(%s)\n", id, getWatchIdName(id));
     if (record::isOn()) record::watchEnded(id);
     const LockGuard lock(m_mutex);
@@ -160,6 +182,7 @@ void WatchDog::stopWatch(WATCH_ID id) {
 }
 
 std::vector<int> WatchDog::checkTimers() {
+    renewInForkedChild();
     std::vector<int> logged;
     checkAll(&logged);
     return logged;

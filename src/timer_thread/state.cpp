@@ -25,6 +25,21 @@ void TimerThread::State::setName(const char* name) {
     std::snprintf(m_name, sizeof(m_name), "%s", name);
 }
 
+void TimerThread::State::renewInForkedChild() {
+    renewOnce(&m_process, [this]() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
+        replaceUndestroyed(&m_queueMutex, &m_taskQueue, &m_wakeup, &m_worker, &m_stopped);
+        replaceUndestroyed(&m_starter, &m_stopper);
+        m_isWaiting = false;
+        m_isStarting = false;
+        m_hasExited = false;
+        m_isStopping = false;
+        m_isDestroyed = false;
+        m_running = false;
+        m_busy = false;
+        m_threadId = -1;
+    });
+}
+
 bool TimerThread::State::claimStart(std::shared_ptr<Worker>* p_exited) {
     const QueueLock lock(m_queueMutex);
     if (m_running || m_isStarting || m_isStopping || m_isDestroyed) return false;
@@ -55,6 +70,7 @@ __attribute__((cold)) void TimerThread::State::recordPosted(const TimerTaskBase&
 
 void TimerThread::State::createWorker(TimerThread* p_owner) {
     if (m_worker != nullptr || m_isStopping || m_isDestroyed) return;
+    inEachForkedChild(WorkerThread::allOwnersAreGone);
     m_running = true;
     m_hasExited = false;
     try {

@@ -13,6 +13,7 @@
 #include "base/threading/basic_thread.h"
 #include "base/timer/timer_thread.h"
 #include "locks/annotated_mutex.h"
+#include "os/forked_child.h"
 #include "os/own_thread.h"
 #include "record/record.h"
 #include "timer_thread/cancelled_tasks.h"
@@ -46,6 +47,11 @@ public:
     /// @param name  The worker's. Cut off at 15 characters.
     void setName(const char* name);
     const char* name() const { return m_name; }
+
+    bool isFromParent() const { return base::isFromParent(m_process); }
+    /// In a forked child: without a worker, and without the parent's tasks. Before anything else
+    /// there.
+    void renewInForkedChild();
 
     /// True for the one caller who has to call TimerThread::start().
     ///
@@ -180,6 +186,7 @@ private:
     TaskActivity* m_activity = nullptr;  // On the worker's stack.
 
     char m_name[16] = "TimerThread";
+    ProcessMark m_process{markOfThisProcess()};
 };
 
 /// On the stack of the worker: marks its thread, and tells the state if the thread ends in the

@@ -19,6 +19,8 @@ class EventHub;
 /// Lifecycle: one per process, made on first use, never destroyed. Hubs are not owned: a hub
 /// must be unregistered before it is destroyed.
 ///
+/// In a forked child its list is empty: sends return -1 until hubs are registered there.
+///
 /// Thread-safety: any thread may call any method. One lock is held for a whole delivery, so
 /// deliveries are in one order for all hubs, and unregisterHub() waits for the one in progress.
 class TEVALON_BASE_EXPORT EventDispatcher {

@@ -41,6 +41,9 @@ class EventHubImpl;
 /// ends its thread (pthread_exit(), cancellation) leaves the hub without one: events are queued,
 /// and the next registerHandler() starts a new thread, which handles them.
 ///
+/// In a forked child a hub is not registered with the dispatcher, has its handlers, and none of the
+/// parent's events. Its thread starts there when it is registered, or gets a handler or an event.
+///
 /// A hub whose implementation could not be allocated says so in an error line at each use and
 /// answers -1.
 class TEVALON_BASE_EXPORT EventHub {
@@ -95,6 +98,8 @@ public:
 private:
     friend class EventDispatcher;
 
+    /// For whatever may be the hub's first use in a forked child, where the dispatcher lists none.
+    TEVALON_BASE_LOCAL void renewInForkedChild();
     /// receiveEvent(), which leaves an event that it does not queue to the caller.
     template <bool kIsRecording>
     TEVALON_BASE_LOCAL std::int32_t receive(std::shared_ptr<BrowserEvent>&& event);

@@ -29,6 +29,7 @@ public:
 
     /// Stops the owner and waits until its run() has returned. No cancellation point.
     ~BasicThread() {
+        if (m_owner == nullptr) return;
         m_owner->stop();
         if (pthread_equal(m_handle, pthread_self()) != 0) {
             (void)pthread_detach(m_handle);
@@ -40,6 +41,10 @@ public:
         (void)pthread_join(m_handle, nullptr);
         (void)pthread_setcancelstate(cancelStateBefore, nullptr);
     }
+
+    /// For a forked child, where the parent's thread does not exist: the destructor does nothing
+    /// then.
+    void abandon() { m_owner = nullptr; }
 
     BasicThread(const BasicThread&) = delete;
     BasicThread& operator=(const BasicThread&) = delete;

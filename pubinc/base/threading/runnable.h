@@ -3,6 +3,7 @@
 #ifndef BASE_THREADING_RUNNABLE_H
 #define BASE_THREADING_RUNNABLE_H
 
+#include <atomic>
 #include <cstdint>
 
 #include "base/export.h"
@@ -26,6 +27,8 @@ namespace tevalon::base::Threading {
 ///     thread.join();
 ///
 /// Lifecycle: run() until stop(), which is final; pause() and resume() in between.
+///
+/// In a forked child no thread is in run(); paused and stopped stay as they are.
 ///
 /// Thread-safety: one thread is in run(); any thread may call the rest, execute() included.
 /// run() must have returned before the object is destroyed.
@@ -66,6 +69,7 @@ public:
     virtual void execute() = 0;
 
 private:
+    TEVALON_BASE_LOCAL void renewInForkedChild();
     /// Returns false when run() is to return.
     TEVALON_BASE_LOCAL bool waitWhilePaused();
     TEVALON_BASE_LOCAL void sleepForInterval() const;
@@ -75,7 +79,8 @@ private:
     Mutex m_mutex;
     bool m_stopped TEVALON_GUARDED_BY(m_mutex) = false;
     bool m_paused TEVALON_GUARDED_BY(m_mutex) = false;
-    ConditionVariable m_condition;  // Signalled when a pause ends.
+    std::atomic<std::uint16_t> m_process;  // That it belongs to; another one in a forked child.
+    ConditionVariable m_condition;         // Signalled when a pause ends.
 };
 
 }  // namespace tevalon::base::Threading

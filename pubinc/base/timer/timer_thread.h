@@ -34,6 +34,9 @@ namespace tevalon::base::timer {
 /// destructors, also when they are destroyed with this object, unfired; what they post then goes
 /// the same way.
 ///
+/// In a forked child it has neither thread nor tasks: the parent's are not run, nor destroyed. The
+/// first post there starts a thread of the child's own.
+///
 /// Where two posts at once find no thread, either may start it; one that cannot throws, and the
 /// other starts it itself, or throws as well.
 class TEVALON_BASE_EXPORT TimerThread {
@@ -94,9 +97,12 @@ private:
     /// @param name  The thread's, at most 15 characters. Copied.
     TEVALON_BASE_LOCAL explicit TimerThread(const char* name);
 
+    TEVALON_BASE_LOCAL State& state() const;
     /// As postTask(). Where it throws, the task stays with the caller.
     TEVALON_BASE_LOCAL void post(std::shared_ptr<TimerTaskBase>&& task);
     TEVALON_BASE_LOCAL void startIfIdle();
+    TEVALON_BASE_LOCAL void startSlowly();
+    TEVALON_BASE_LOCAL std::shared_ptr<TimerTaskBase> popInForkedChild();
     TEVALON_BASE_LOCAL void handleTask(const std::shared_ptr<TimerTaskBase>& task,
                                        double knownTime);
     TEVALON_BASE_LOCAL void fireTask(const std::shared_ptr<TimerTaskBase>& task, double now);

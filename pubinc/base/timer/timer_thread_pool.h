@@ -20,6 +20,8 @@ namespace tevalon::base::timer {
 /// spread by load. One per process, made on first use, never destroyed; each of its threads is
 /// started by the first task posted to it.
 ///
+/// In a forked child it starts anew, with the limit of workers that was set.
+///
 /// Thread-safety: any thread may call any method. Posting throws as TimerThread::postTask().
 class TEVALON_BASE_EXPORT TimerThreadPool {
 public:
@@ -51,6 +53,7 @@ public:
     static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
 
 private:
+    TEVALON_BASE_LOCAL static void resetInForkedChild();
     TEVALON_BASE_LOCAL void postToWorker(std::shared_ptr<TimerTaskBase> task)
         TEVALON_EXCLUDES(m_workersMutex);
     TEVALON_BASE_LOCAL TimerThread* chooseWorker() TEVALON_REQUIRES(m_workersMutex);

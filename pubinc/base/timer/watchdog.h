@@ -24,6 +24,10 @@ namespace tevalon::base::timer {
 /// Lifecycle: the constructor starts the thread; the destructor ends it, which takes up to a
 /// tenth of a second.
 ///
+/// In a forked child nothing is watched; the callback stays. The first use there starts a thread of
+/// the child's own, or throws "Thread initialization failed" as the constructor does, and the next
+/// one tries again.
+///
 /// Thread-safety: any thread may call any method but the destructor, also from the callback. The
 /// callback may destroy the watchdog, or call exit(): the destructor then does not wait, and the
 /// thread ends when the callback returns. A callback that ends its thread (pthread_exit(),
@@ -138,6 +142,7 @@ private:
 
     struct Report;
 
+    TEVALON_BASE_LOCAL void renewInForkedChild();
     TEVALON_BASE_LOCAL static bool isWatchable(WATCH_ID id);
     /// @param p_logged  Gets what checkTimers() returns; may be null.
     TEVALON_BASE_LOCAL void checkAll(std::vector<int>* p_logged) TEVALON_EXCLUDES(m_mutex);
@@ -150,6 +155,7 @@ private:
     double m_elapsed[kWatchCount] TEVALON_GUARDED_BY(m_mutex) = {};    // In periods reported.
     Mutex m_mutex;  // A leaf: not held over a callback or a log line.
     std::atomic<bool> m_running{true};
+    std::atomic<std::uint16_t> m_process;  // That it belongs to; another one in a forked child.
     Threading::BasicThread<WatchDog> m_thread;  // Last: it starts when all else stands.
 };
 

@@ -1,0 +1,637 @@
+// What a forked child gets of each service whose threads and locks stay behind in its parent.
+
+#include "ends/forked_child.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "base/event_dispatcher.h"
+#include "base/simple_timer.h"
+#include "base/singleton.h"
+#include "base/threading.h"
+#include "base/timer.h"
+#include "base/utils.h"
+#include "support/event.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using namespace tevalon::base;
+using event_dispatcher::BrowserEvent;
+using event_dispatcher::EventHub;
+using simple_timer::CONTINUE;
+using simple_timer::ONCE;
+using simple_timer::Timer;
+using test::runInForkedChild;
+using timer::CallableTimerTask;
+using timer::TimerThread;
+using timer::TimerThreadPool;
+using timer::WatchDog;
+
+constexpr simple_timer::TimeoutTime kSoon = {0, 1, 0};
+constexpr simple_timer::TimeoutTime kLate = {3600, 0, 0};
+constexpr std::int32_t kLateMs = 3600 * 1000;
+
+// ---- simple timers ----
+
+void ignore(Timer*, void*) {}
+
+TEST(ForkedTimerTest, InheritedAndNewTimersFire) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::Event fired;
+    Timer inherited(
+        "inherited", kSoon, [&](Timer*, void*) { fired.set(); }, nullptr, ONCE);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(inherited.start() == 0);
+                  CHECK_IN_CHILD(fired.wait());
+                  test::Event ownFired;
+                  Timer own(
+                      "own", kSoon, [&](Timer*, void*) { ownFired.set(); }, nullptr, ONCE);
+                  CHECK_IN_CHILD(own.start() == 0);
+                  CHECK_IN_CHILD(ownFired.wait());
+              }),
+              0);
+    EXPECT_FALSE(fired.isSet());
+}
+
+TEST(ForkedTimerTest, AStartedTimerIsStoppedInTheChildAlone) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    Timer timer("late", kLate, ignore, nullptr, CONTINUE);
+    ASSERT_EQ(timer.start(), 0);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(!timer.isStarted());
+                  CHECK_IN_CHILD(timer.changeTimeout({7200, 0, 0}) == 0);
+                  CHECK_IN_CHILD(timer.start() == 0);
+                  CHECK_IN_CHILD(timer.isStarted());
+                  CHECK_IN_CHILD(timer.restart() == 0);
+                  CHECK_IN_CHILD(timer.stop() == 0);
+              }),
+              0);
+    EXPECT_TRUE(timer.isStarted());
+}
+
+std::string fileOf(int descriptor) {
+    char text[64] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    (void)!readlink(link.c_str(), text, sizeof(text) - 1);
+    return text;
+}
+
+/// What the process's descriptors lead to.
+std::set<std::string> openFiles() {
+    std::set<std::string> files;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) files.insert(fileOf(descriptor));
+    return files;
+}
+
+TEST(ForkedTimerTest, WritesNothingToTheParentsScheduler) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::setLogLevel(0);
+    Timer timer("inherited", kLate, ignore, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    const std::set<std::string> parents = openFiles();
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  int commands = 0;
+                  const test::ReplaceCall<ssize_t(int, const void*, std::size_t)> write(
+                      test::Call::Write, [&](int descriptor, const void*, std::size_t size) {
+                          CHECK_IN_CHILD(parents.count(fileOf(descriptor)) == 0);
+                          ++commands;
+                          return static_cast<ssize_t>(size);
+                      });
+                  CHECK_IN_CHILD(timer.start() == 0);
+                  CHECK_IN_CHILD(timer.stop() == 0);
+                  Timer own("own", kLate, ignore, nullptr, ONCE);
+                  CHECK_IN_CHILD(own.start() == 0);
+                  CHECK_IN_CHILD(commands == 3);
+              }),
+              0);
+}
+
+TEST(ForkedTimerTest, ARunThatGoesOnInTheParentIsNotWaitedFor) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::Event runs;
+    test::Event end;
+    auto timer = std::make_unique<Timer>(
+        "running", kSoon,
+        [&](Timer*, void*) {
+            runs.set();
+            (void)end.wait();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    ASSERT_TRUE(runs.wait());
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(timer->stop() == 0);
+                  timer.reset();
+              }),
+              0);
+    end.set();
+}
+
+// ---- where a child comes out of client code ----
+
+/// Forks where it is called, and lets the child come back from there: its thread, the only one,
+/// ends.
+class ForkHere {
+public:
+    void operator()() {
+        m_child = test::forkQuietly();
+        if (m_child == 0) {
+            (void)alarm(test::kLongestChildSeconds);
+            return;
+        }
+        m_isForked.set();
+    }
+    int status() {
+        if (!m_isForked.wait()) return -1;
+        return test::statusOf(m_child);
+    }
+
+private:
+    std::atomic<pid_t> m_child{-1};
+    test::Event m_isForked;
+};
+
+TEST(ForkedFromClientCodeTest, AHandlerOfATimerEndsTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    ForkHere forkHere;
+    Timer timer(
+        "forks", kSoon, [&](Timer*, void*) { forkHere(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+
+    EXPECT_EQ(forkHere.status(), 0);
+}
+
+TEST(ForkedFromClientCodeTest, ATaskEndsTheChildAndNoOtherRunsThere) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    ForkHere forkHere;
+    const pid_t parent = getpid();
+    TimerThread thread;
+    thread.postTask(std::make_shared<CallableTimerTask>([&] { forkHere(); }), 0);
+    thread.postTask(std::make_shared<CallableTimerTask>([=] {
+                        if (getpid() != parent) _exit(1);
+                    }),
+                    0);
+
+    EXPECT_EQ(forkHere.status(), 0);
+}
+
+TEST(ForkedFromClientCodeTest, AHandlerOfEventsEndsTheChildAndNoOtherEventIsHandledThere) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    ForkHere forkHere;
+    test::Event areQueued;
+    const pid_t parent = getpid();
+    EventHub hub(7);
+    ASSERT_EQ(hub.registerHandler(1,
+                                  [&](const std::shared_ptr<BrowserEvent>&) {
+                                      (void)areQueued.wait();
+                                      forkHere();
+                                  }),
+              0);
+    ASSERT_EQ(hub.registerHandler(2,
+                                  [=](const std::shared_ptr<BrowserEvent>&) {
+                                      if (getpid() != parent) _exit(1);
+                                  }),
+              0);
+    ASSERT_EQ(hub.receiveEvent(hub.createEvent(1)), 0);
+    ASSERT_EQ(hub.receiveEvent(hub.createEvent(2)), 0);
+    areQueued.set();
+
+    EXPECT_EQ(forkHere.status(), 0);
+}
+
+TEST(ForkedFromClientCodeTest, AWatchdogsCallbackEndsTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    // Never destroyed: the child, which exits, would wait for the parent's threads in it.
+    static auto& s_forkHere = *new ForkHere;
+    static std::atomic<bool> s_isFirst{true};
+    WatchDog dog;
+    dog.setTimeoutCallback(
+        [](void*, WatchDog::WATCH_ID, double) {
+            if (s_isFirst.exchange(false)) s_forkHere();
+        },
+        nullptr);
+    dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);
+
+    EXPECT_EQ(s_forkHere.status(), 0);
+}
+
+TEST(ForkedFromClientCodeTest, AnExecutedJobGoesOnInTheChild) {
+    class Job : public Threading::Runnable {
+    public:
+        Job() : Runnable(-1) {}
+        void execute() override {
+            if (m_rounds++ == 0) {
+                m_child = fork();
+                if (m_child == 0) (void)alarm(test::kLongestChildSeconds);
+            }
+            if (m_rounds == 3) stop();
+        }
+        int m_rounds = 0;
+        pid_t m_child = -1;
+    };
+    Job job;
+
+    ASSERT_EQ(job.run(), 0);
+    if (job.m_child == 0) _exit(job.m_rounds == 3 ? 0 : 1);
+
+    EXPECT_EQ(test::statusOf(job.m_child), 0);
+}
+
+// ---- timer threads ----
+
+class ForkedTimerThreadTest : public testing::Test {
+protected:
+    ForkedTimerThreadTest() : m_thread(std::make_unique<TimerThread>()) {
+        m_thread->postTask(std::make_shared<CallableTimerTask>([this] {
+                               m_isBusy.set();
+                               (void)m_end.wait();
+                           }),
+                           0);
+        m_thread->postTask(std::make_shared<CallableTimerTask>([this] { ++m_parentsFired; }), 0);
+        m_thread->postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+    }
+    ~ForkedTimerThreadTest() override { m_end.set(); }
+
+    void SetUp() override { ASSERT_TRUE(m_isBusy.wait()); }
+
+    test::Event m_isBusy;
+    test::Event m_end;
+    std::atomic<int> m_parentsFired{0};
+    std::unique_ptr<TimerThread> m_thread;
+};
+
+TEST_F(ForkedTimerThreadTest, HasNeitherTasksNorAWorkerInTheChild) {
+    EXPECT_EQ(runInForkedChild([this] {
+                  CHECK_IN_CHILD(m_thread->threadId() == -1);
+                  CHECK_IN_CHILD(!m_thread->isBusy());
+                  CHECK_IN_CHILD(m_thread->taskCount() == 0);
+                  CHECK_IN_CHILD(!m_thread->hasTask());
+                  CHECK_IN_CHILD(m_thread->popFirstTask() == nullptr);
+                  m_thread->cancelTaskByTaskId(0);
+                  m_thread->stop();
+                  m_thread.reset();
+              }),
+              0);
+    EXPECT_TRUE(m_thread->isBusy());
+    EXPECT_EQ(m_thread->taskCount(), 2);
+}
+
+TEST_F(ForkedTimerThreadTest, RunsTheChildsTasksThere) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    EXPECT_EQ(runInForkedChild([this] {
+                  test::Event fired;
+                  m_thread->postTask(std::make_shared<CallableTimerTask>([&] { fired.set(); }), 1);
+                  CHECK_IN_CHILD(fired.wait());
+                  m_thread->stop();
+                  CHECK_IN_CHILD(m_parentsFired == 0);
+                  m_thread->postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+                  m_thread.reset();
+              }),
+              0);
+}
+
+TEST_F(ForkedTimerThreadTest, AChildsChildHasItsOwnAsWell) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    EXPECT_EQ(runInForkedChild([this] {
+                  m_thread->postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+                  CHECK_IN_CHILD(runInForkedChild([this] {
+                                     CHECK_IN_CHILD(m_thread->taskCount() == 0);
+                                     test::Event fired;
+                                     m_thread->postTask(
+                                         std::make_shared<CallableTimerTask>([&] { fired.set(); }),
+                                         0);
+                                     CHECK_IN_CHILD(fired.wait());
+                                 }) == 0);
+                  CHECK_IN_CHILD(m_thread->taskCount() == 1);
+              }),
+              0);
+}
+
+TEST(ForkedPoolTest, StartsAnewInTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::Event runs;
+    test::Event end;
+    const auto block = std::make_shared<CallableTimerTask>([&] {
+        runs.set();
+        (void)end.wait();
+    });
+    TimerThreadPool::postMainThreadTask(block);
+    ASSERT_TRUE(runs.wait());
+    TimerThreadPool::postWorkerTask(block);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(!TimerThreadPool::isMainThread());
+                  test::Countdown fired(4);
+                  std::atomic<int> onMain{0};
+                  const auto post = [&](auto postTo) {
+                      auto task = std::make_shared<CallableTimerTask>([&] {
+                          if (TimerThreadPool::isMainThread()) ++onMain;
+                          fired.arrive();
+                      });
+                      task->setNextFireTime(0.001);
+                      postTo(task);
+                  };
+                  post(TimerThreadPool::postMainThreadTask);
+                  post(TimerThreadPool::postForegroundTask);
+                  post(TimerThreadPool::postBackgroundTask);
+                  post(TimerThreadPool::postWorkerTask);
+                  CHECK_IN_CHILD(fired.wait());
+                  CHECK_IN_CHILD(onMain == 1);
+              }),
+              0);
+    end.set();
+    // Its tasks use what is here.
+    while (block.use_count() > 1) std::this_thread::yield();
+}
+
+// ---- hubs ----
+
+constexpr std::int32_t kModule = 7;
+constexpr std::int32_t kAsk = 1;
+constexpr std::int32_t kBlock = 2;
+constexpr std::int32_t kCount = 3;
+
+class ForkedHubTest : public testing::Test {
+protected:
+    void SetUp() override {
+        (void)m_hub->registerHandler(
+            kAsk, [](const std::shared_ptr<BrowserEvent>& event) { event->replyResult(42); });
+        (void)m_hub->registerHandler(kBlock, [this](const std::shared_ptr<BrowserEvent>&) {
+            m_isBusy.set();
+            (void)m_end.wait();
+        });
+        (void)m_hub->registerHandler(kCount,
+                                     [this](const std::shared_ptr<BrowserEvent>&) { ++m_counted; });
+        ASSERT_EQ(event_dispatcher::evtdispch_register_hub(m_hub.get()), 0);
+        ASSERT_EQ(send(kBlock), 0);
+        ASSERT_EQ(send(kCount), 0);
+        ASSERT_TRUE(m_isBusy.wait());
+    }
+    void TearDown() override {
+        m_end.set();
+        (void)event_dispatcher::evtdispch_unregister_hub(m_hub.get());
+    }
+
+    std::int32_t send(std::int32_t type) {
+        return m_hub->sendEvent(m_hub->createEvent(type), kModule);
+    }
+    std::int32_t ask() { return m_hub->sendEventSync(m_hub->createEvent(kAsk), kModule, -1); }
+
+    test::Event m_isBusy;
+    test::Event m_end;
+    std::atomic<int> m_counted{0};
+    std::unique_ptr<EventHub> m_hub = std::make_unique<EventHub>(kModule);
+};
+
+TEST_F(ForkedHubTest, IsNotRegisteredInTheChild) {
+    EXPECT_EQ(runInForkedChild([this] {
+                  CHECK_IN_CHILD(send(kCount) == -1);
+                  CHECK_IN_CHILD(ask() == -1);
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_unregister_hub(m_hub.get()) == 0);
+                  m_hub.reset();
+              }),
+              0);
+    EXPECT_EQ(send(kCount), 0);
+}
+
+TEST_F(ForkedHubTest, RegisteredInTheChildItHandlesTheChildsEvents) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    EXPECT_EQ(runInForkedChild([this] {
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_register_hub(m_hub.get()) == 0);
+                  CHECK_IN_CHILD(ask() == 42);
+                  CHECK_IN_CHILD(m_counted == 0);
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_unregister_hub(m_hub.get()) == 0);
+                  m_hub.reset();
+              }),
+              0);
+}
+
+TEST_F(ForkedHubTest, TakesHandlersAndDirectEventsInTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    EXPECT_EQ(runInForkedChild([this] {
+                  test::Event handled;
+                  CHECK_IN_CHILD(m_hub->receiveEvent(m_hub->createEvent(kCount)) == 0);
+                  CHECK_IN_CHILD(
+                      m_hub->registerHandler(
+                          9, [&](const std::shared_ptr<BrowserEvent>&) { handled.set(); }) == 0);
+                  CHECK_IN_CHILD(m_hub->receiveEvent(m_hub->createEvent(9)) == 0);
+                  CHECK_IN_CHILD(handled.wait());
+                  CHECK_IN_CHILD(m_counted == 1);
+                  m_hub->onHubUnregistered();
+              }),
+              0);
+}
+
+TEST_F(ForkedHubTest, DestroyedInTheChildItWaitsForNobody) {
+    EXPECT_EQ(runInForkedChild([this] { m_hub.reset(); }), 0);
+}
+
+// ---- watchdogs ----
+
+struct Reports {
+    std::atomic<int> shows{0};
+    std::atomic<int> others{0};
+
+    static void add(void* p_self, WatchDog::WATCH_ID id, double) {
+        auto& self = *static_cast<Reports*>(p_self);
+        ++(id == WatchDog::eWatchID_app_show ? self.shows : self.others);
+    }
+};
+
+TEST(ForkedWatchDogTest, WatchesTheChildsOperationsThere) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    Reports reports;
+    auto dog = std::make_unique<WatchDog>();
+    dog->setTimeoutCallback(Reports::add, &reports);
+    dog->beginWatch(WatchDog::eWatchID_app_hide, 0.3);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  reports.others = 0;
+                  dog->beginWatch(WatchDog::eWatchID_app_show, 0.3);
+                  while (reports.shows < 2) (void)usleep(1000);
+                  CHECK_IN_CHILD(reports.others == 0);
+                  dog->stopWatch(WatchDog::eWatchID_app_show);
+                  dog.reset();
+              }),
+              0);
+}
+
+TEST(ForkedWatchDogTest, TheProcesssOwnStartsAnew) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    Reports reports;
+    timer::GlobalWatchDog()->setTimeoutCallback(Reports::add, &reports);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  timer::GlobalWatchDog()->beginWatch(WatchDog::eWatchID_app_show, 0.0);
+                  while (reports.shows < 2) (void)usleep(1000);
+              }),
+              0);
+    EXPECT_EQ(reports.shows, 0);
+}
+
+TEST(ForkedWatchDogTest, DestroyedInTheChildItWaitsForNobody) {
+    auto dog = std::make_unique<WatchDog>();
+
+    EXPECT_EQ(runInForkedChild([&] { dog.reset(); }), 0);
+}
+
+TEST(ForkedWatchDogTest, StoppedItStaysStopped) {
+    Reports reports;
+    WatchDog dog;
+    dog.setTimeoutCallback(Reports::add, &reports);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  dog.stop();
+                  dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);
+                  CHECK_IN_CHILD(dog.checkTimers().empty());
+                  CHECK_IN_CHILD(reports.shows == 1);
+              }),
+              0);
+}
+
+// A thread that cannot be had is reported as where there was none yet, and the next use tries
+// again.
+TEST(ForkedWatchDogTest, WithoutAThreadItSaysSoAndTriesAgain) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    Reports reports;
+    WatchDog dog;
+    dog.setTimeoutCallback(Reports::add, &reports);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  std::string what;
+                  try {
+                      const test::FailCall fail(test::Call::PthreadCreate, EAGAIN);
+                      dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);
+                  } catch (const std::runtime_error& error) {
+                      what = error.what();
+                  }
+                  CHECK_IN_CHILD(what == "Thread initialization failed");
+                  dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);
+                  while (reports.shows == 0) (void)usleep(1000);
+              }),
+              0);
+}
+
+// ---- the rest ----
+
+TEST(ForkedRunnableTest, IsGivenAThreadOfTheChilds) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    class Job : public Threading::Runnable {
+    public:
+        Job() : Runnable(1) {}
+        void execute() override { ++rounds; }
+        std::atomic<int> rounds{0};
+    };
+    Job job;
+    std::thread thread([&] { (void)job.run(); });
+    while (job.rounds == 0) std::this_thread::yield();
+    job.pause();
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(!job.running());
+                  const int before = job.rounds;
+                  std::thread own([&] { (void)job.run(); });
+                  job.resume();
+                  while (job.rounds == before) std::this_thread::yield();
+                  job.stop();
+                  own.join();
+              }),
+              0);
+    job.stop();
+    thread.join();
+}
+
+// To destroy a condition variable that somebody waits for is to wait for him.
+TEST(ForkedRunnableTest, DestroyedInTheChildItWaitsForNobody) {
+    class Job : public Threading::Runnable {
+    public:
+        Job() : Runnable(-1) {}
+        void execute() override { rounds.fetch_add(1); }
+        std::atomic<int> rounds{0};
+    };
+    auto job = std::make_unique<Job>();
+    test::Event waits;
+    std::thread thread([&] {
+        const test::RunAtCall atWait(test::Call::PthreadCondWait, [&] { waits.set(); });
+        (void)job->run();
+    });
+    job->pause();
+    ASSERT_TRUE(waits.wait());
+    for (int i = 0; i < 10; ++i) {  // Most of the times after it has gone to sleep.
+        (void)usleep(100);
+        EXPECT_EQ(runInForkedChild([&] { job.reset(); }), 0);
+    }
+    job->resume();
+    job->stop();
+    thread.join();
+}
+
+TEST(ForkedPropertiesTest, StayAsTheyAre) {
+    (void)base::set_process_property("kept", "value");
+
+    EXPECT_EQ(runInForkedChild([] {
+                  CHECK_IN_CHILD(base::get_process_property("kept") == "value");
+                  CHECK_IN_CHILD(base::set_process_property("kept", "other") == "value");
+              }),
+              0);
+    EXPECT_EQ(base::get_process_property("kept"), "value");
+}
+
+TEST(ForkedSingletonTest, OneThatIsJustBeingCreatedIsCreatedAnew) {
+    static test::Event s_isCreating;
+    static test::Event s_go;
+    static const pid_t s_parent = getpid();
+    struct Service {
+        Service() {
+            if (getpid() != s_parent) return;
+            s_isCreating.set();
+            (void)s_go.wait();
+        }
+        static Service* get() {
+            return Singleton<Service, DefaultSingletonTraits<Service>, Service>::GetInstance();
+        }
+    };
+    Service* p_created = nullptr;
+    std::thread creator([&] { p_created = Service::get(); });
+    ASSERT_TRUE(s_isCreating.wait());
+    std::thread waiter([] { (void)Service::get(); });
+
+    EXPECT_EQ(runInForkedChild([] {
+                  Service* const p_own = Service::get();
+                  CHECK_IN_CHILD(p_own != nullptr && p_own == Service::get());
+              }),
+              0);
+    s_go.set();
+    creator.join();
+    waiter.join();
+    EXPECT_EQ(Service::get(), p_created);
+}
+
+TEST(ForkedSingletonTest, OneWhoseConstructorForksIsFinishedInBoth) {
+    static pid_t s_child;
+    struct Service {
+        Service() { s_child = fork(); }
+        static Service* get() {
+            return Singleton<Service, DefaultSingletonTraits<Service>, Service>::GetInstance();
+        }
+    };
+    Service* const p_created = Service::get();
+    if (s_child == 0) {
+        (void)alarm(test::kLongestChildSeconds);
+        _exit(p_created == Service::get() ? 0 : 1);
+    }
+
+    EXPECT_EQ(test::statusOf(s_child), 0);
+}
+
+}  // namespace
