@@ -9,6 +9,7 @@
 #include "base/logging/debug_memory.h"
 #include "locks/annotated_mutex.h"
 #include "os/monotonic_time.h"
+#include "os/no_cancellation.h"
 
 // The reports' lines carry fixed numbers, by which scripts find them.
 #define REPORT_FORMAT "{%d-%f}[%s] %s:%d:%s(): ==%s==\n %s\n"
@@ -27,7 +28,11 @@ constexpr std::size_t kInfoSize = 4096;
 AnnotatedMutex g_infoMutex;  // Guards what the buffer holds, and its allocation. A leaf.
 
 struct CloseFile {
-    void operator()(std::FILE* p_file) const { (void)std::fclose(p_file); }
+    // Cancelled in a destructor, the process would end.
+    void operator()(std::FILE* p_file) const {
+        const NoCancellation noCancellation;
+        (void)std::fclose(p_file);
+    }
 };
 
 void keepInfo(const char* p_text) {

@@ -47,7 +47,9 @@ void resetInForkedChild() {
 
 }  // namespace
 
-CreationScope::CreationScope(std::intptr_t* p_instance) : m_slot(kNoSlot) {
+CreationScope::CreationScope(std::intptr_t* p_instance)
+    : m_slot(kNoSlot), m_cancelStateBefore(PTHREAD_CANCEL_ENABLE) {
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelStateBefore);
     inEachForkedChild(resetInForkedChild);
     for (int i = 0; i < kMostCreations; ++i) {
         Creation& creation = g_creations[static_cast<std::size_t>(i)];
@@ -62,6 +64,7 @@ CreationScope::CreationScope(std::intptr_t* p_instance) : m_slot(kNoSlot) {
 
 CreationScope::~CreationScope() {
     if (m_slot != kNoSlot) g_creations[static_cast<std::size_t>(m_slot)].p_instance = nullptr;
+    (void)pthread_setcancelstate(m_cancelStateBefore, nullptr);
 }
 
 std::intptr_t WaitForInstance(std::intptr_t* p_instance) {

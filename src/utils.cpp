@@ -20,6 +20,7 @@
 #include "base/utils/numbers.h"
 #include "base/utils/strings.h"
 #include "base/utils/uuid.h"
+#include "os/no_cancellation.h"
 
 namespace tevalon::base {
 namespace {
@@ -57,7 +58,11 @@ bool isSelfOrParent(const char* p_name) {
 }
 
 struct CloseFolder {
-    void operator()(DIR* p_folder) const { (void)closedir(p_folder); }
+    // Cancelled in a destructor, the process would end.
+    void operator()(DIR* p_folder) const {
+        const NoCancellation noCancellation;
+        (void)closedir(p_folder);
+    }
 };
 
 template <typename Number>

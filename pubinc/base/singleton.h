@@ -25,6 +25,8 @@ TEVALON_BASE_EXPORT std::intptr_t WaitForInstance(std::intptr_t* p_instance);
 /// Stands around the creation of an instance: in a forked child, where the thread that creates it
 /// is missing, its word is back at kNoInstance. Up to 16 at once; a child would wait for ever for
 /// one beyond that.
+///
+/// The creating thread is not cancelled meanwhile, for which all others would wait for ever.
 class TEVALON_BASE_EXPORT CreationScope {
 public:
     explicit CreationScope(std::intptr_t* p_instance);
@@ -35,6 +37,7 @@ public:
 
 private:
     int m_slot;
+    int m_cancelStateBefore;
 };
 
 inline constexpr std::intptr_t kNoInstance = 0;
