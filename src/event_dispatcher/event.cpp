@@ -2,9 +2,7 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <new>
 
@@ -12,23 +10,11 @@
 #include "base/logging/blog.h"
 #include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
+#include "os/monotonic_time.h"
 #include "os/system_error.h"
 #include "record/record.h"
 
 namespace tevalon::base::event_dispatcher {
-
-namespace {
-
-timespec toTimespec(std::chrono::steady_clock::time_point time) {
-    const auto sinceStart = time.time_since_epoch();
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
-    timespec result = {};
-    result.tv_sec = static_cast<time_t>(seconds.count());
-    result.tv_nsec = static_cast<long>(std::chrono::nanoseconds(sinceStart - seconds).count());
-    return result;
-}
-
-}  // namespace
 
 EventParam::~EventParam() = default;
 
@@ -182,17 +168,14 @@ EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
 
 EventResult BrowserEvent::waitUntilTimeout(std::unique_lock<std::mutex>* p_lock,
                                            std::int32_t timeoutMs) {
-    // Not before the clock's epoch: pthread_cond_clockwait() rejects a negative time with EINVAL.
-    const auto deadline =
-        std::max(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs),
-                 std::chrono::steady_clock::time_point());
-    const timespec until = toTimespec(deadline);
+    constexpr std::int64_t kMillisecond = 1000000;
+    const timespec deadline = monotonicDeadline(timeoutMs * kMillisecond);
     while (!replied) {
         const int error =
             pthread_cond_clockwait(waitResultCv->native_handle(), p_lock->mutex()->native_handle(),
-                                   CLOCK_MONOTONIC, &until);
+                                   CLOCK_MONOTONIC, &deadline);
         if (error != ETIMEDOUT) throwUnlessOk(error);
-        if (std::chrono::steady_clock::now() >= deadline) break;
+        if (hasPassed(deadline)) break;
     }
     return replied ? result.load() : kEventResultTimeout;
 }
