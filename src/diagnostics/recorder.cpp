@@ -187,10 +187,12 @@ void noticeFork() {
     g_process.store(self, std::memory_order_relaxed);
 }
 
-void ensureForkHandler() {
+/// False where there is no memory for it: a child would record into its parent's file.
+bool ensureForkHandler() {
     static bool s_isRegistered;  // Written in Phase::Changing alone.
     if (!s_isRegistered)
         s_isRegistered = pthread_atfork(nullptr, nullptr, forgetInForkedChild) == 0;
+    return s_isRegistered;
 }
 
 /// Ok where the phase was @p from and is Changing now.
@@ -205,7 +207,7 @@ Status beginChange(Phase from) {
 /// In Phase::Changing: replaces the last recording by an empty one, to which threads record.
 Status replaceRecording(const RecordingOptions& options) {
     if (g_readers.load() != 0) return Status::Busy;
-    ensureForkHandler();
+    if (!ensureForkHandler()) return Status::NoMemory;
     Head head = layOut(options.bytes);
     RecordingMemory memory;
     const std::size_t bytes = head.blockOffset + std::size_t{head.blockBytes} * head.blockCount;

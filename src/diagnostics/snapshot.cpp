@@ -1,7 +1,6 @@
 #include "diagnostics/snapshot.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "event_dispatcher/reply_wait.h"
 #include "os/monotonic_time.h"
@@ -38,7 +37,7 @@ WaitLook lookAtWait(const Activity& activity) {
     look.target = wait.target();
     look.handledBy = wait.handledBy();
     look.timeoutMs = wait.timeoutMs();
-    look.since = std::chrono::duration<double>(wait.since().time_since_epoch()).count();
+    look.since = static_cast<double>(nanosecondsOf(wait.since())) * 1e-9;
     return look;
 }
 

@@ -2,9 +2,7 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <new>
 
@@ -13,6 +11,7 @@
 #include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/reply_wait.h"
+#include "os/monotonic_time.h"
 #include "os/system_error.h"
 #include "record/record.h"
 
@@ -21,15 +20,6 @@ namespace tevalon::base::event_dispatcher {
 namespace {
 
 constexpr std::int32_t kNoLimit = -1;  // As a time-out.
-
-timespec toTimespec(std::chrono::steady_clock::time_point time) {
-    const auto sinceStart = time.time_since_epoch();
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
-    timespec result = {};
-    result.tv_sec = static_cast<time_t>(seconds.count());
-    result.tv_nsec = static_cast<long>(std::chrono::nanoseconds(sinceStart - seconds).count());
-    return result;
-}
 
 }  // namespace
 
@@ -182,11 +172,12 @@ EventResult BrowserEvent::park(std::unique_lock<std::mutex>* p_lock, std::int32_
                                std::int32_t target) {
     WaitObjects* const p_objects = waitObjects();
     if (p_objects != nullptr) p_objects->isParked = true;
-    const auto now = std::chrono::steady_clock::now();
+    constexpr std::int64_t kMillisecond = 1000000;
+    const std::optional<timespec> now = readMonotonicClock();
     const ReplyWait wait(*this, p_objects != nullptr ? &p_objects->handledBy : nullptr, target,
-                         timeout, now);
+                         timeout, now.value_or(timespec{}));
     if (timeout == kNoLimit) return waitForEver(p_lock);
-    return waitUntil(p_lock, now + std::chrono::milliseconds(timeout));
+    return waitUntil(p_lock, monotonicDeadline(timeout * kMillisecond, now));
 }
 
 void BrowserEvent::spinForReply() const {
@@ -204,16 +195,13 @@ EventResult BrowserEvent::waitForEver(std::unique_lock<std::mutex>* p_lock) {
 }
 
 EventResult BrowserEvent::waitUntil(std::unique_lock<std::mutex>* p_lock,
-                                    std::chrono::steady_clock::time_point time) {
-    // Not before the clock's epoch: pthread_cond_clockwait() rejects a negative time with EINVAL.
-    const auto deadline = std::max(time, std::chrono::steady_clock::time_point());
-    const timespec until = toTimespec(deadline);
+                                    const timespec& deadline) {
     while (!replied) {
         const int error =
             pthread_cond_clockwait(waitResultCv->native_handle(), p_lock->mutex()->native_handle(),
-                                   CLOCK_MONOTONIC, &until);
+                                   CLOCK_MONOTONIC, &deadline);
         if (error != ETIMEDOUT) throwUnlessOk(error);
-        if (std::chrono::steady_clock::now() >= deadline) break;
+        if (hasPassed(deadline)) break;
     }
     return replied ? result.load() : kEventResultTimeout;
 }

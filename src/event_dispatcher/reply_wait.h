@@ -3,8 +3,9 @@
 #ifndef SRC_EVENT_DISPATCHER_REPLY_WAIT_H
 #define SRC_EVENT_DISPATCHER_REPLY_WAIT_H
 
+#include <time.h>
+
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 
 #include "activity/activity.h"
@@ -17,8 +18,7 @@ namespace tevalon::base::event_dispatcher {
 class ReplyWait {
 public:
     ReplyWait(const BrowserEvent& /*event*/, const std::atomic<std::int32_t>* /*p_handledBy*/,
-              std::int32_t /*target*/, std::int32_t /*timeoutMs*/,
-              std::chrono::steady_clock::time_point /*since*/) {}
+              std::int32_t /*target*/, std::int32_t /*timeoutMs*/, const timespec& /*since*/) {}
     ~ReplyWait() {}  // So that one that is only constructed counts as used.
 };
 
@@ -31,8 +31,7 @@ public:
     ///                     not known.
     /// @param target       kAnyModule where that is not known.
     ReplyWait(const BrowserEvent& event, const std::atomic<std::int32_t>* p_handledBy,
-              std::int32_t target, std::int32_t timeoutMs,
-              std::chrono::steady_clock::time_point since)
+              std::int32_t target, std::int32_t timeoutMs, const timespec& since)
         : Activity(activity::Kind::SyncSend, &event),
           m_type(event.eventType),
           m_source(event.srcModule),
@@ -45,7 +44,8 @@ public:
     std::int32_t source() const { return m_source; }
     std::int32_t target() const { return m_target; }
     std::int32_t timeoutMs() const { return m_timeoutMs; }
-    std::chrono::steady_clock::time_point since() const { return m_since; }
+    /// On the monotonic clock.
+    const timespec& since() const { return m_since; }
     std::int32_t handledBy() const {
         return m_handledBy != nullptr ? m_handledBy->load(std::memory_order_relaxed) : kAnyModule;
     }
@@ -55,7 +55,7 @@ private:
     const std::int32_t m_source;
     const std::int32_t m_target;
     const std::int32_t m_timeoutMs;
-    const std::chrono::steady_clock::time_point m_since;
+    const timespec m_since;
     const std::atomic<std::int32_t>* const m_handledBy;  // The waiting event's.
     const activity::Listing m_listing{this};
 };

@@ -3,12 +3,16 @@
 #ifndef SRC_LOCKS_ANNOTATED_MUTEX_H
 #define SRC_LOCKS_ANNOTATED_MUTEX_H
 
+#include <pthread.h>
+#include <time.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
 #include "base/synchronization/thread_annotations.h"
 #include "locks/patient_lock.h"
+#include "os/monotonic_time.h"
 #include "record/wait_scope.h"
 
 namespace tevalon::base {
@@ -76,10 +80,12 @@ public:
     /// loops, for the analysis does not see into a predicate.
     void wait(std::condition_variable& condition) { condition.wait(m_lock); }
 
-    /// For at most @p duration, on the monotonic clock.
-    template <typename Duration>
-    void waitFor(std::condition_variable& condition, const Duration& duration) {
-        (void)condition.wait_for(m_lock, duration);
+    /// For at most so many nanoseconds, on the monotonic clock; not at all where that cannot be
+    /// read. As std::condition_variable does, takes no notice of a failure of the wait.
+    void waitFor(std::condition_variable& condition, std::int64_t nanoseconds) {
+        const timespec deadline = monotonicDeadline(nanoseconds);
+        (void)pthread_cond_clockwait(condition.native_handle(), m_lock.mutex()->native_handle(),
+                                     CLOCK_MONOTONIC, &deadline);
     }
 
 private:

@@ -53,6 +53,29 @@ inline std::uint32_t coarseMilliseconds() {
     return millisecondsOf(now);
 }
 
+/// So many nanoseconds from now, for pthread_cond_clockwait(): not before the clock's beginning,
+/// which that rejects. Where the clock cannot be read it is the beginning, which has passed: who
+/// knows no time does not wait for one. (std::chrono::steady_clock::now() takes no notice of a
+/// failure, and returns whatever was on the stack.)
+inline timespec monotonicDeadline(std::int64_t nanosecondsFromNow,
+                                  const std::optional<timespec>& now = readMonotonicClock()) {
+    constexpr std::int64_t kSecond = 1000000000;
+    if (!now) return {};
+    const auto at = static_cast<std::int64_t>(nanosecondsOf(*now)) + nanosecondsFromNow;
+    timespec deadline = {};
+    if (at > 0) {
+        deadline.tv_sec = static_cast<time_t>(at / kSecond);
+        deadline.tv_nsec = static_cast<long>(at % kSecond);
+    }
+    return deadline;
+}
+
+/// Also where the clock cannot be read.
+inline bool hasPassed(const timespec& deadline) {
+    const std::optional<timespec> now = readMonotonicClock();
+    return !now || nanosecondsOf(*now) >= nanosecondsOf(deadline);
+}
+
 }  // namespace tevalon::base
 
 #endif  // SRC_OS_MONOTONIC_TIME_H

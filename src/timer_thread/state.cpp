@@ -1,7 +1,6 @@
 #include "timer_thread/state.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -14,9 +13,9 @@ namespace {
 
 constexpr double kLongestWaitSeconds = 1e9;  // What the clock's arithmetic holds.
 
-std::chrono::nanoseconds roundedUp(double seconds) {
+std::int64_t roundedUpNanoseconds(double seconds) {
     const double bounded = std::min(seconds, kLongestWaitSeconds);
-    return std::chrono::nanoseconds(static_cast<std::int64_t>(std::ceil(bounded * 1e9)));
+    return static_cast<std::int64_t>(std::ceil(bounded * 1e9));
 }
 
 }  // namespace
@@ -205,7 +204,7 @@ bool TimerThread::State::waitForTask(double timeoutSeconds) {
 
 void TimerThread::State::sleepFor(MutexLock* p_lock, double seconds) {
     m_isWaiting = true;
-    p_lock->waitFor(m_wakeup, roundedUp(seconds));
+    p_lock->waitFor(m_wakeup, roundedUpNanoseconds(seconds));
     m_isWaiting = false;
 }
 

@@ -18,6 +18,7 @@
 
 #include "base/logging/boot_id.h"
 #include "recordings.h"
+#include "support/fault_injection.h"
 #include "support/fresh_process.h"
 #include "support/scratch_folder.h"
 #include "support/threads.h"
@@ -48,6 +49,19 @@ TEST_F(RecorderTest, HasNothingToWriteBeforeTheFirstStart) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         EXPECT_EQ(writeRecording(STDERR_FILENO), Status::NotRecording);
         mark("nothing");
+    });
+}
+
+// A forked child would go on recording, into its parent's file perhaps.
+TEST_F(RecorderTest, DoesNotStartWhereAForkWouldGoUnnoticed) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        {
+            test::FailCall noMemory(test::Call::PthreadAtfork, ENOMEM);
+            EXPECT_EQ(startRecording(), Status::NoMemory);
+            EXPECT_EQ(noMemory.hits(), 1);
+        }
+        EXPECT_FALSE(isRecording());
+        EXPECT_EQ(startRecording(), Status::Ok);
     });
 }
 

@@ -588,6 +588,31 @@ TEST_F(BrowserEventTest, AnUnlimitedWaitNeedsNoClock) {
     EXPECT_EQ(timedWaits.seen(), 0);
 }
 
+// What a failed reading has left behind is no time.
+TEST_F(BrowserEventTest, ALimitedWaitWithoutAClockIsOverAtOnce) {
+    m_event.initWaitResultCv();
+    test::ReplaceCall<int(clockid_t, timespec*)> clock(Call::ClockGettime,
+                                                       [](clockid_t, timespec* p_time) {
+                                                           *p_time = {1000000000, 0};
+                                                           errno = EINVAL;
+                                                           return -1;
+                                                       });
+    timespec deadline = {-1, -1};
+    test::ReplaceCall<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)> wait(
+        Call::PthreadCondClockwait,
+        [&](pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec* p_deadline) {
+            deadline = *p_deadline;
+            return ETIMEDOUT;
+        });
+
+    const std::int32_t result = m_event.waitForResult(60000);
+
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(deadline.tv_sec, 0);
+    EXPECT_EQ(deadline.tv_nsec, 0);
+    EXPECT_EQ(wait.hits(), 1);
+}
+
 TEST_F(BrowserEventTest, ALimitedWaitGoesOnAfterWakeUpsWithoutAReply) {
     m_event.initWaitResultCv();
     constexpr long kWakeUps = 5;

@@ -16,11 +16,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/interposition.h"
 #include "zor_debug/zor_debug.h"
-
-// This file is built without sanitizers, and with the compiler's atomic operations instead of
-// the standard library's: what it does between threads must not look like synchronisation to
-// the thread sanitizer, or it would hide the races of the code under test.
 
 namespace test {
 namespace {
@@ -50,6 +47,8 @@ struct Slot {
 
 Slot g_slots[kSlotCount];
 int g_armed[kCallCount];  // How many slots want a call, so that the others cost one load.
+CallWatcher g_watcher;
+BlockWatcher g_blockWatcher;
 thread_local char t_self;
 thread_local int t_passing;
 
@@ -101,13 +100,6 @@ private:
     Slot* m_slot;
 };
 
-enum class Verdict { Pass, Fail, FailAfterwards, Replaced };
-
-struct Decision {
-    Verdict verdict = Verdict::Pass;
-    int error = 0;
-};
-
 Decision apply(Slot* p_slot, void* p_result, void* const* pp_arguments) {
     __atomic_add_fetch(&p_slot->hits, 1, __ATOMIC_SEQ_CST);
     if (p_slot->action != nullptr) {
@@ -118,10 +110,23 @@ Decision apply(Slot* p_slot, void* p_result, void* const* pp_arguments) {
     return {p_slot->afterTheCall ? Verdict::FailAfterwards : Verdict::Fail, p_slot->error};
 }
 
-Decision decide(Call which, const void* object, void* p_result, void* const* pp_arguments) {
+Decision askWatcher(CallWatcher watcher, Call call, const void* caller, void* const* pp_arguments) {
+    const PassCalls pass;
+    const CallFailure failure = watcher(call, caller, pp_arguments);
+    if (!failure.isWanted) return {};
+    return {failure.isAfterTheCall ? Verdict::FailAfterwards : Verdict::Fail, failure.error};
+}
+
+}  // namespace
+
+Decision decide(Call which, const void* caller, const void* object, void* p_result,
+                void* const* pp_arguments) {
     const int call = static_cast<int>(which);
+    const CallWatcher watcher = load(&g_watcher);
+    if (t_passing > 0) return {};
+    if (watcher != nullptr) return askWatcher(watcher, which, caller, pp_arguments);
     Decision decision;
-    if (load(&g_armed[call]) == 0 || t_passing > 0) return decision;
+    if (load(&g_armed[call]) == 0) return decision;
     for (Slot& slot : g_slots) {
         SlotUse use(&slot);
         if (!use.matches(call, object) || !use.isDue()) continue;
@@ -131,7 +136,6 @@ Decision decide(Call which, const void* object, void* p_result, void* const* pp_
     return decision;
 }
 
-/// The definition behind the executable's: a sanitizer's or the library's own.
 void* next(void** pp_known, const char* name) {
     void* known = load(pp_known);
     if (known != nullptr) return known;
@@ -146,43 +150,6 @@ void* next(void** pp_known, const char* name) {
     return known;
 }
 
-// How a failure shows in the result.
-struct ErrorNumber {
-    static int failed(int error) { return error; }
-};
-struct MinusOneAndErrno {
-    static int failed(int error) {
-        errno = error;
-        return -1;
-    }
-};
-struct NullAndErrno {
-    static std::nullptr_t failed(int error) {
-        errno = error;
-        return nullptr;
-    }
-};
-
-/// One call on its way: decides what becomes of it.
-template <typename Style, typename Result>
-struct Passage {
-    Call call;
-    const void* object;
-
-    template <typename Next, typename... Arguments>
-    Result operator()(Next nextCall, Arguments... arguments) const {
-        Result result{};
-        void* const pointers[] = {static_cast<void*>(&arguments)..., nullptr};
-        const Decision decision = decide(call, object, &result, pointers);
-        if (decision.verdict == Verdict::Replaced) return result;
-        if (decision.verdict == Verdict::Fail) return Style::failed(decision.error);
-        const Result real = nextCall(arguments...);
-        return decision.verdict == Verdict::Pass ? real : Style::failed(decision.error);
-    }
-};
-
-}  // namespace
-
 bool isSupported(Call call) {
 #ifdef TEVALON_TEST_SANITIZED
     return call != Call::Malloc;
@@ -190,6 +157,21 @@ bool isSupported(Call call) {
     (void)call;
     return true;
 #endif
+}
+
+void setCallWatcher(CallWatcher watcher) {
+    store(&g_watcher, watcher);
+}
+
+void setBlockWatcher(BlockWatcher watcher) {
+    store(&g_blockWatcher, watcher);
+}
+
+void tellBlockWatcher(Call call, const void* p_block) {
+    const BlockWatcher watcher = load(&g_blockWatcher);
+    if (watcher == nullptr || t_passing > 0) return;
+    const PassCalls pass;
+    watcher(call, p_block);
 }
 
 When::When() : m_thread(&t_self) {}
@@ -250,18 +232,6 @@ PassCalls::~PassCalls() {
 }
 
 }  // namespace test
-
-// Defines NAME for the whole process. The definition bears another name in the source, lest it
-// disagree with the attributes that the system's headers give to theirs. ARGUMENTS begins with
-// nextCall.
-#define TEVALON_TEST_INTERPOSE(CALL, STYLE, NAME, RESULT, PARAMETERS, OBJECT, ARGUMENTS)     \
-    extern "C" RESULT tevalonTest_##NAME PARAMETERS __asm__(#NAME);                          \
-    extern "C" __attribute__((visibility("default"))) RESULT tevalonTest_##NAME PARAMETERS { \
-        static void* s_next;                                                                 \
-        const auto nextCall =                                                                \
-            reinterpret_cast<RESULT(*) PARAMETERS>(::test::next(&s_next, #NAME));            \
-        return ::test::Passage<::test::STYLE, RESULT>{::test::Call::CALL, OBJECT} ARGUMENTS; \
-    }
 
 // clang-format off
 TEVALON_TEST_INTERPOSE(PthreadMutexInit, ErrorNumber, pthread_mutex_init, int,
@@ -344,6 +314,9 @@ TEVALON_TEST_INTERPOSE(Rmdir, MinusOneAndErrno, rmdir, int, (const char* p_path)
 TEVALON_TEST_INTERPOSE(PosixFallocate, ErrorNumber, posix_fallocate64, int,
                        (int descriptor, off_t offset, off_t length),
                        nullptr, (nextCall, descriptor, offset, length))
+TEVALON_TEST_INTERPOSE(PthreadAtfork, ErrorNumber, __register_atfork, int,
+                       (void (*p_prepare)(), void (*p_parent)(), void (*p_child)(), void* p_module),
+                       nullptr, (nextCall, p_prepare, p_parent, p_child, p_module))
 TEVALON_TEST_INTERPOSE(ZorDebugCheckLevel, ErrorNumber, zorDebugCheckLevelGetFrameAndChunk,
                        std::int32_t, (DebugLevelRecord* p_record),
                        p_record, (nextCall, p_record))
@@ -359,7 +332,8 @@ extern "C" __attribute__((visibility("default"))) void tevalonTest_uuid_generate
         nextCall(p_destination);
         return 0;
     };
-    (void)test::Passage<test::ErrorNumber, int>{test::Call::UuidGenerate, p_bytes}(call, p_bytes);
+    (void)test::Passage<test::ErrorNumber, int>{
+        test::Call::UuidGenerate, __builtin_return_address(0), p_bytes}(call, p_bytes);
 }
 
 #ifndef TEVALON_TEST_SANITIZED
@@ -367,8 +341,10 @@ extern "C" __attribute__((visibility("default"))) void tevalonTest_uuid_generate
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void* tevalonTest_malloc(std::size_t size) __asm__("malloc");
 extern "C" __attribute__((visibility("default"))) void* tevalonTest_malloc(std::size_t size) {
-    return test::Passage<test::NullAndErrno, void*>{test::Call::Malloc, nullptr}(__libc_malloc,
-                                                                                 size);
+    void* const p_block = test::Passage<test::NullAndErrno, void*>{
+        test::Call::Malloc, __builtin_return_address(0), nullptr}(__libc_malloc, size);
+    test::tellBlockWatcher(test::Call::Malloc, p_block);
+    return p_block;
 }
 #endif
 
@@ -388,25 +364,28 @@ public:
 
 // The forms of operator new call each other; only the outermost counts.
 template <typename... Arguments>
-void* passNewOn(void** pp_next, const char* name, std::size_t size, Arguments... arguments) {
+void* passNewOn(const void* caller, void** pp_next, const char* name, std::size_t size,
+                Arguments... arguments) {
     const auto nextNew =
         reinterpret_cast<void* (*)(std::size_t, Arguments...)>(next(pp_next, name));
     if (t_insideNew == 0) {
         void* result = nullptr;
         void* const pointers[] = {&size, nullptr};
-        const Verdict verdict = decide(Call::New, nullptr, &result, pointers).verdict;
+        const Verdict verdict = decide(Call::New, caller, nullptr, &result, pointers).verdict;
         if (verdict == Verdict::Replaced) return result;
         if (verdict != Verdict::Pass) throw std::bad_alloc();
     }
     const InsideNew inside;
-    return nextNew(size, arguments...);
+    void* const p_block = nextNew(size, arguments...);
+    if (t_insideNew == 1) tellBlockWatcher(Call::New, p_block);
+    return p_block;
 }
 
 template <typename... Arguments>
-void* passNothrowNewOn(void** pp_next, const char* name, std::size_t size,
+void* passNothrowNewOn(const void* caller, void** pp_next, const char* name, std::size_t size,
                        Arguments... arguments) noexcept {
     try {
-        return passNewOn<Arguments...>(pp_next, name, size, arguments...);
+        return passNewOn<Arguments...>(caller, pp_next, name, size, arguments...);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -424,46 +403,54 @@ void* passNothrowNewOn(void** pp_next, const char* name, std::size_t size,
 
 void* operator new(std::size_t size) {
     static void* s_next;
-    return test::passNewOn(&s_next, TEVALON_TEST_NEW("_Znw", ""), size);
+    return test::passNewOn(__builtin_return_address(0), &s_next, TEVALON_TEST_NEW("_Znw", ""),
+                           size);
 }
 
 void* operator new[](std::size_t size) {
     static void* s_next;
-    return test::passNewOn(&s_next, TEVALON_TEST_NEW("_Zna", ""), size);
+    return test::passNewOn(__builtin_return_address(0), &s_next, TEVALON_TEST_NEW("_Zna", ""),
+                           size);
 }
 
 void* operator new(std::size_t size, std::align_val_t alignment) {
     static void* s_next;
-    return test::passNewOn(&s_next, TEVALON_TEST_NEW("_Znw", "St11align_val_t"), size, alignment);
+    return test::passNewOn(__builtin_return_address(0), &s_next,
+                           TEVALON_TEST_NEW("_Znw", "St11align_val_t"), size, alignment);
 }
 
 void* operator new[](std::size_t size, std::align_val_t alignment) {
     static void* s_next;
-    return test::passNewOn(&s_next, TEVALON_TEST_NEW("_Zna", "St11align_val_t"), size, alignment);
+    return test::passNewOn(__builtin_return_address(0), &s_next,
+                           TEVALON_TEST_NEW("_Zna", "St11align_val_t"), size, alignment);
 }
 
 void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept {
     static void* s_next;
-    return test::passNothrowNewOn<const std::nothrow_t&>(
-        &s_next, TEVALON_TEST_NEW("_Znw", "RKSt9nothrow_t"), size, tag);
+    return test::passNothrowNewOn<const std::nothrow_t&>(__builtin_return_address(0), &s_next,
+                                                         TEVALON_TEST_NEW("_Znw", "RKSt9nothrow_t"),
+                                                         size, tag);
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
     static void* s_next;
-    return test::passNothrowNewOn<const std::nothrow_t&>(
-        &s_next, TEVALON_TEST_NEW("_Zna", "RKSt9nothrow_t"), size, tag);
+    return test::passNothrowNewOn<const std::nothrow_t&>(__builtin_return_address(0), &s_next,
+                                                         TEVALON_TEST_NEW("_Zna", "RKSt9nothrow_t"),
+                                                         size, tag);
 }
 
 void* operator new(std::size_t size, std::align_val_t alignment,
                    const std::nothrow_t& tag) noexcept {
     static void* s_next;
     return test::passNothrowNewOn<std::align_val_t, const std::nothrow_t&>(
-        &s_next, TEVALON_TEST_NEW("_Znw", "St11align_val_tRKSt9nothrow_t"), size, alignment, tag);
+        __builtin_return_address(0), &s_next,
+        TEVALON_TEST_NEW("_Znw", "St11align_val_tRKSt9nothrow_t"), size, alignment, tag);
 }
 
 void* operator new[](std::size_t size, std::align_val_t alignment,
                      const std::nothrow_t& tag) noexcept {
     static void* s_next;
     return test::passNothrowNewOn<std::align_val_t, const std::nothrow_t&>(
-        &s_next, TEVALON_TEST_NEW("_Zna", "St11align_val_tRKSt9nothrow_t"), size, alignment, tag);
+        __builtin_return_address(0), &s_next,
+        TEVALON_TEST_NEW("_Zna", "St11align_val_tRKSt9nothrow_t"), size, alignment, tag);
 }

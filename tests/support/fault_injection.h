@@ -55,15 +55,69 @@ enum class Call {
     Unlink,
     Rmdir,
     PosixFallocate,
+    PthreadAtfork,
     UuidGenerate,        ///< To be replaced with an int(unsigned char*); it has no failures.
     ZorDebugCheckLevel,  ///< zorDebugCheckLevelGetFrameAndChunk
     New,                 ///< Every form of operator new; failing, it throws or returns null.
     Malloc,              ///< Not under a sanitizer, which brings its own; see isSupported().
+    // Only in a program that also has tests/faults/more_calls.cpp.
+    Open,
+    Close,
+    Fcntl,
+    Fstat,
+    Fstatfs,
+    Isatty,
+    Poll,
+    Fopen,
+    Fread,
+    Fclose,
+    Printf,
+    Fprintf,
+    Vsnprintf,
+    Getrlimit,
+    Mmap,
+    Munmap,
+    Realloc,
+    Prctl,
+    Syscall,
+    Sysconf,
+    SchedGetcpu,
+    ClockNanosleep,
+    PthreadAttrInit,
+    PthreadKeyCreate,
+    PthreadSetspecific,
+    PthreadSetname,
+    PthreadGetname,
+    PthreadMutexTrylock,
+    PthreadSigmask,
+    Sigpending,
+    Sigtimedwait,
     Count
 };
 
 /// Whether calls of @p call can be interfered with in this build.
 [[nodiscard]] bool isSupported(Call call);
+
+/// What a watcher wants of a call: nothing by default.
+struct CallFailure {
+    bool isWanted = false;
+    bool isAfterTheCall = false;  ///< Made, and only then reported as failed.
+    int error = 0;                ///< As that of FailCall.
+};
+
+/// Asked about every call of every thread. @p caller is the call's return address,
+/// @p pp_arguments points to its arguments, which may be changed: a write() made shorter, say.
+using CallWatcher = CallFailure (*)(Call call, const void* caller, void* const* pp_arguments);
+
+/// For a program that plans failures by where a call comes from. While there is a watcher, it
+/// decides alone, and none of the objects below sees a call. Null ends that. What the watcher calls
+/// itself is passed on untouched.
+void setCallWatcher(CallWatcher watcher);
+
+/// Told of every block that operator new and malloc() have given, in the thread that asked for it.
+/// Null ends that. What it calls itself is passed on untouched.
+using BlockWatcher = void (*)(Call call, const void* p_block);
+void setBlockWatcher(BlockWatcher watcher);
 
 /// Which uses of a call are meant: by default the first one by the thread that made this
 /// object.

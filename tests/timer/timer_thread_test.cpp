@@ -420,6 +420,29 @@ TEST_F(TimerThreadTest, OneWaitIsRoundedUpToWholeNanoseconds) {
     EXPECT_EQ(deadline.tv_nsec, 502);
 }
 
+// What a failed reading has left behind is no time.
+TEST_F(TimerThreadTest, WithoutAClockThereIsNoWait) {
+    ASSERT_TRUE(m_holder.hold(m_thread));
+    timespec deadline = {-1, -1};
+    test::ReplaceCall<int(clockid_t, timespec*)> noClock(test::Call::ClockGettime,
+                                                         [](clockid_t, timespec* p_time) {
+                                                             *p_time = {1000, 500};
+                                                             errno = EINVAL;
+                                                             return -1;
+                                                         });
+    test::ReplaceCall<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)> wait(
+        test::Call::PthreadCondClockwait,
+        [&](pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec* p_deadline) {
+            deadline = *p_deadline;
+            return ETIMEDOUT;
+        });
+
+    m_thread.waitNextTaskWithTimeOut(1.5);
+
+    EXPECT_EQ(deadline.tv_sec, 0);
+    EXPECT_EQ(deadline.tv_nsec, 0);
+}
+
 TEST_F(TimerThreadTest, TimesBeyondAllClocksAreWaitedFor) {
     // Neither fired nor waited for in the past.
     m_thread.postTask(numbered(1, 1e300));

@@ -3,8 +3,9 @@
 #ifndef BASE_EVENT_DISPATCHER_BROWSER_EVENT_H
 #define BASE_EVENT_DISPATCHER_BROWSER_EVENT_H
 
+#include <time.h>
+
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -98,7 +99,7 @@ private:
                                         std::int32_t target);
     TEVALON_BASE_LOCAL EventResult waitForEver(std::unique_lock<std::mutex>* p_lock);
     TEVALON_BASE_LOCAL EventResult waitUntil(std::unique_lock<std::mutex>* p_lock,
-                                             std::chrono::steady_clock::time_point time);
+                                             const timespec& deadline);
 };
 
 }  // namespace tevalon::base::event_dispatcher
