@@ -111,6 +111,10 @@ void linkThreadHooks() {
     (void)pthread_key_create(&g_endKey, onEnd);
 }
 
+void joinEnded(pthread_t handle) {
+    (void)TESTKIT_REAL(pthread_join)(handle, nullptr);
+}
+
 /// For once-routines and the constructors of static objects: true for the one who has to run it.
 bool claimOnce(Location& once) {
     g_schedule.point(once, Touch::Write, "enters what is done once");

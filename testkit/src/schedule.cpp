@@ -391,24 +391,47 @@ void Schedule::sleepUntil(std::int64_t deadline) {
 }
 
 Thread* Schedule::addThread() {
-    if (m_count >= std::min(m_options.mostThreads, kMostThreads)) {
-        finish(Outcome::Unsupported, "more than %d threads", m_count);
-    }
+    if (m_count >= std::min(m_options.mostThreads, kMostThreads)) return reuseThread();
     Thread& thread = m_threads[static_cast<std::size_t>(m_count)];
     thread.id = m_count;
-    if (t_self != nullptr) {
-        thread.clock.join(t_self->clock);
-        t_self->clock.tick(t_self->id);
-        setHistory(thread, mixed(t_self->history, static_cast<std::uint64_t>(m_count)));
-    }
-    thread.clock.tick(thread.id);
     ++m_count;
-    ++m_alive;
-    m_record->threads = static_cast<std::uint32_t>(m_count);
+    beginThread(&thread, 0);
     return &thread;
 }
 
-// The newest one.
+// The place of one that has ended and that nobody can join any more. It really ends now, for the
+// new one takes its stack.
+Thread* Schedule::reuseThread() {
+    for (int i = 0; i < m_count; ++i) {
+        Thread& thread = this->thread(i);
+        if (!thread.isEnded || !(thread.isJoined || thread.isDetached)) continue;
+        __atomic_store_n(&thread.baton, 1, __ATOMIC_RELEASE);
+        futexWake(&thread.baton);
+        joinEnded(thread.handle);
+        const VectorClock clock = thread.clock;
+        const std::uint64_t history = thread.history;
+        thread = Thread();
+        thread.id = i;
+        thread.clock = clock;
+        thread.history = history;
+        beginThread(&thread, history);
+        return &thread;
+    }
+    finish(Outcome::Unsupported, "more than %d threads at once", m_count);
+}
+
+void Schedule::beginThread(Thread* p_thread, std::uint64_t earlierHistory) {
+    const auto id = static_cast<std::uint64_t>(p_thread->id);
+    if (t_self != nullptr) {
+        p_thread->clock.join(t_self->clock);
+        t_self->clock.tick(t_self->id);
+        setHistory(*p_thread, mixed(mixed(t_self->history, earlierHistory), id));
+    }
+    p_thread->clock.tick(p_thread->id);
+    ++m_alive;
+    m_record->threads = static_cast<std::uint32_t>(m_count);
+}
+
 void Schedule::removeThread(Thread* p_thread) {
     p_thread->isEnded = true;
     --m_alive;
@@ -432,9 +455,10 @@ void Schedule::endThread() {
     self.clock.tick(self.id);
     --m_alive;
     switchTo(*nextThread());
-    // For good: whatever the C library still does for a thread that ends would not be scheduled.
-    const std::uint32_t never = 0;
-    while (true) futexWait(&never, 0);
+    // What the C library still does for a thread that ends would not be scheduled: that waits until
+    // reuseThread(), or for ever.
+    awaitBaton(&self.baton);
+    t_self = nullptr;
 }
 
 void Schedule::switchTo(Thread& next) {

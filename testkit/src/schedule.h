@@ -128,7 +128,7 @@ public:
     /// The caller has waited for the end of that one.
     void joined(const Thread& thread);
     void awaitFirstTurn(Thread* p_thread);
-    [[noreturn]] void endThread();
+    void endThread();
 
     void access(std::uintptr_t address, std::size_t size, Access access, std::uintptr_t place) {
         if (m_count > 1 || access.isFree) checkAccess(address, size, access, place);
@@ -158,6 +158,8 @@ private:
         }
     };
 
+    Thread* reuseThread();
+    void beginThread(Thread* p_thread, std::uint64_t earlierHistory);
     bool canRun(const Thread& thread) const;
     void touch(Location& location, Touch touch, const Thread& self);
     bool isLoop(const Location& location, Touch touch, Thread& self);
@@ -209,6 +211,9 @@ private:
 };
 
 extern Schedule g_schedule;
+
+/// Waits for the system's thread, which comes to its end by itself.
+void joinEnded(pthread_t handle);
 
 /// Work of the runtime's own on a thread of the schedule, which is not hooked.
 class Unhooked {

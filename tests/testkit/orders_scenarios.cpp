@@ -203,6 +203,13 @@ TEVALON_SCENARIO(RefusedThread) {
     TEVALON_EXPECT(isRefused && tevalon::testkit::liveThreads() == 1);
 }
 
+// More than there can be at once, one after the other.
+TEVALON_SCENARIO(ManyThreads) {
+    int number = 0;
+    for (int i = 0; i < 50; ++i) std::thread([&] { ++number; }).join();
+    TEVALON_EXPECT(number == 50 && tevalon::testkit::liveThreads() == 1);
+}
+
 TEVALON_SCENARIO(SpinUntilSet) {
     std::atomic<bool> isSet{false};
     std::thread other([&] { isSet = true; });

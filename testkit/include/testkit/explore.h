@@ -25,8 +25,9 @@ namespace tevalon::testkit {
 /// The body of a scenario. It runs once in each schedule, in a process of its own that is forked
 /// from one in which static objects are constructed and nothing else has happened. The schedule
 /// ends when the body returns; threads that still run then are given up, as at the end of a
-/// process. The body must do the same in every run but for what the schedule decides: no real
-/// time, no random numbers, no identifiers of processes or threads.
+/// process. A call of exit() ends it too, after the destructors of static objects. The body must do
+/// the same in every run but for what the schedule decides: no real time, no random numbers, no
+/// identifiers of processes or threads.
 using ScenarioBody = void (*)();
 
 /// What a scenario asks for. All members may be left as they are.
@@ -34,7 +35,8 @@ struct ScenarioOptions {
     /// Waits for a condition may return though nobody has notified, once for each unit of the
     /// preemption bound. POSIX allows it; it takes many more schedules.
     bool hasSpuriousWakeUps = false;
-    /// Threads of a run, the first included; above it the run fails. At most kMostThreads.
+    /// Threads at once, the first and those that wait to be joined included; where there are more
+    /// the run fails. At most kMostThreads.
     int mostThreads = 16;
     /// Scheduling points of one schedule; a run that needs more is reported as a livelock.
     std::uint32_t mostSteps = 20'000;
