@@ -58,7 +58,11 @@ TEVALON_SCENARIO(CaptureReplacedFromTwoSides) {
 TEVALON_SCENARIO(GateClosedAgainstWriter) {
     (void)zorDebugSetFile("/dev/null");
     (void)zorDebugOutput0("open\n");
-    std::thread writer([] { (void)zorDebugOutput0("text\n"); });
+    // The first line of a thread is written exclusively.
+    std::thread writer([] {
+        (void)zorDebugOutput0("text\n");
+        (void)zorDebugOutput0("text\n");
+    });
     (void)zorDebugSetPrefix("time");
     (void)zorDebugOutput0("text\n");
     writer.join();

@@ -160,6 +160,17 @@ TEVALON_SCENARIO(SyncSendAndReply) {
     TEVALON_EXPECT(hub.sendEventSync(hub.createEvent(kType), kReceiver, -1) == 5);
 }
 
+// Who waits may free the event while the replier is still about to notify.
+TEVALON_SCENARIO(ReplyAndEventFreed) {
+    auto event = std::make_unique<BrowserEvent>(kSender, kType, nullptr);
+    TEVALON_EXPECT(event->initWaitResultCv() == 0);
+    const TimeStandsStill still;
+    std::thread replier([p_event = event.get()] { p_event->replyResult(5); });
+    TEVALON_EXPECT(event->waitForResult(-1) == 5);
+    event.reset();
+    replier.join();
+}
+
 // The reply comes as the time-out does: one of them counts.
 TEVALON_SCENARIO(SyncSendAndLateReply) {
     RegisteredHub hub(kReceiver);

@@ -24,6 +24,12 @@ void postSemaphore(void* p_context, WatchDog::WATCH_ID, double) {
     static_cast<Semaphore*>(p_context)->post();
 }
 
+tevalon::testkit::ScenarioOptions spuriousWakeUps() {
+    tevalon::testkit::ScenarioOptions options;
+    options.hasSpuriousWakeUps = true;
+    return options;
+}
+
 /// Counts its rounds, and lets others wait for one.
 class Rounds : public Runnable {
 public:
@@ -95,8 +101,26 @@ TEVALON_SCENARIO(RunnablePauseAndResume) {
     Rounds rounds;
     std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
     rounds.pause();
+    sleepMs(1);
     rounds.resume();
     rounds.round.wait();
+    rounds.stop();
+    thread.join();
+}
+
+TEVALON_SCENARIO_WITH(RunnableSpuriousWakeUp, spuriousWakeUps()) {
+    Rounds rounds;
+    std::atomic<bool> isResumed{false};
+    rounds.pause();
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    std::thread other([&] {
+        rounds.round.wait();
+        TEVALON_EXPECT(isResumed);
+    });
+    sleepMs(5);
+    isResumed = true;
+    rounds.resume();
+    other.join();
     rounds.stop();
     thread.join();
 }

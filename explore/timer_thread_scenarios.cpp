@@ -70,6 +70,20 @@ TEVALON_SCENARIO(TimerThreadPostAgainstStop) {
     fired.wait();
 }
 
+// The worker that is being joined does not serve the post, and a second one does not either.
+TEVALON_SCENARIO(TimerThreadPostDuringStop) {
+    Semaphore fired;
+    TimerThread thread;
+    thread.postTask(makeTask(&fired));
+    fired.wait();
+    std::thread other([&] { thread.postTask(makeTask(&fired)); });
+    thread.stop();
+    other.join();
+    thread.postTask(makeTask(&fired));
+    fired.wait();
+    fired.wait();
+}
+
 TEVALON_SCENARIO(TimerThreadStopAgainstStop) {
     Semaphore fired;
     TimerThread thread;
@@ -163,4 +177,24 @@ TEVALON_SCENARIO(TimerThreadTaskStopsItsThread) {
     fired.wait();
     thread.postTask(makeTask(&fired));
     fired.wait();
+}
+
+// A task that was never fired posts another one as it is destroyed.
+TEVALON_SCENARIO(TimerThreadTaskPostsAsItGoes) {
+    struct Posts {
+        ~Posts() {
+            p_thread->postTask(std::make_shared<CallableTimerTask>([held = std::move(held)] {}));
+        }
+        TimerThread* p_thread;
+        std::shared_ptr<int> held;
+    };
+    const auto held = std::make_shared<int>(0);
+    auto thread = std::make_unique<TimerThread>();
+    auto posts = std::make_shared<Posts>();
+    posts->p_thread = thread.get();
+    posts->held = held;
+    thread->postTask(std::make_shared<CallableTimerTask>([posts = std::move(posts)] {}), kTenMs);
+    thread.reset();
+    TEVALON_EXPECT(held.use_count() == 1);
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
 }

@@ -12,7 +12,10 @@ namespace {
 
 Location& located(const volatile void* p_object, std::size_t size, const void* p_place) {
     Location& location = g_schedule.at(p_object);
-    g_schedule.checkAlive(location, size, reinterpret_cast<std::uintptr_t>(p_place));
+    const auto place = reinterpret_cast<std::uintptr_t>(p_place);
+    g_schedule.checkAlive(location, size, place);
+    // As an atomic variable is touched: in a race with the end of its memory alone.
+    g_schedule.access(location.address, 1, {true, true, false}, place);
     return location;
 }
 

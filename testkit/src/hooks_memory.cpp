@@ -96,16 +96,11 @@ void release(void* p_block, const void* p_place) {
     Header* const p_header = headerOf(p_block);
     if (isHooked()) {
         const auto address = reinterpret_cast<std::uintptr_t>(p_block);
-        constexpr std::size_t kMostChecked = 4096;
         if (p_header->isFreed != 0) {
             g_schedule.finish(Outcome::UseAfterEnd, "memory at %#zx is freed twice", address);
         }
         p_header->isFreed = 1;
-        const std::size_t size = p_header->size < kMostChecked ? p_header->size : kMostChecked;
-        if (size > 0) {
-            g_schedule.access(address, size, {true, false, true},
-                              reinterpret_cast<std::uintptr_t>(p_place));
-        }
+        g_schedule.freed(address, p_header->size, reinterpret_cast<std::uintptr_t>(p_place));
         return;
     }
     p_header->isFreed = 1;

@@ -80,18 +80,25 @@ Thread* Schedule::threadOf(pthread_t handle) {
     return nullptr;
 }
 
-Location& Schedule::at(const volatile void* p_address) {
-    const auto address = reinterpret_cast<std::uintptr_t>(p_address);
+Location* Schedule::find(std::uintptr_t address, std::size_t* p_slot) {
     std::size_t slot = (address ^ address >> 14U) % g_locationSlots.size();
     auto* const p_locations = reinterpret_cast<Location*>(g_locationMemory.data());
-    while (g_locationSlots[slot] != 0) {
+    for (; g_locationSlots[slot] != 0; slot = (slot + 1) % g_locationSlots.size()) {
         Location& location = p_locations[g_locationSlots[slot] - 1];
-        if (location.address == address) return location;
-        slot = (slot + 1) % g_locationSlots.size();
+        if (location.address == address) return &location;
     }
+    *p_slot = slot;
+    return nullptr;
+}
+
+Location& Schedule::at(const volatile void* p_address) {
+    const auto address = reinterpret_cast<std::uintptr_t>(p_address);
+    std::size_t slot = 0;
+    if (Location* const p_known = find(address, &slot)) return *p_known;
     if (m_locationCount == kMostLocations) {
         finish(Outcome::Unsupported, "more than %zu variables to synchronise by", kMostLocations);
     }
+    auto* const p_locations = reinterpret_cast<Location*>(g_locationMemory.data());
     auto* const p_location = ::new (&p_locations[m_locationCount]) Location();
     g_locationSlots[slot] = ++m_locationCount;
     p_location->address = address;
@@ -105,9 +112,10 @@ void Schedule::setHistory(Thread& thread, std::uint64_t history) {
     thread.history = history;
 }
 
-// A location that only one thread touches while others live, or that all only read, commutes with
-// whatever the others do: no scheduling point is needed there. Where a schedule shows that to be
-// wrong, the search begins anew with one more contended location.
+// A location that only one thread touches, but for what came before there were others, or that all
+// only read, commutes with whatever the others do: no scheduling point is needed there. What a
+// thread touches when the others have ended counts: in another schedule they have not. Where a
+// schedule shows that to be wrong, the search begins anew with one more contended location.
 void Schedule::touch(Location& location, Touch touch, const Thread& self) {
     if (location.firstThread == kNobody) {
         location.firstThread = static_cast<std::int8_t>(self.id);
@@ -143,7 +151,7 @@ void Schedule::point(Location& location, Touch touch, const char* verb, std::uin
     const bool isLooping = isLoop(location, touch, self);
     const std::uint32_t moment = m_moment++;
     const bool isDue = isDeviationDue(moment);
-    if (m_alive > 1) {
+    if (m_count > 1) {
         this->touch(location, touch, self);
         if (self.equalReads >= kReadsBeforeYield) {
             self.equalReads = 0;
@@ -476,6 +484,20 @@ void Schedule::checkAccess(std::uintptr_t address, std::size_t size, Access acce
     const Accesses::Conflict conflict =
         g_accesses.add(address, size, access, self.id, self.clock, place, m_record->checksRaces);
     if (conflict.isFound) reportConflict(conflict, address, access);
+}
+
+void Schedule::freed(std::uintptr_t address, std::size_t size, std::uintptr_t place) {
+    constexpr std::size_t kMostBytes = 4096;
+    const std::size_t bytes = std::min(size, kMostBytes);
+    if (bytes == 0) return;
+    checkAccess(address, bytes, {true, false, true}, place);
+    if (m_count < 2) return;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        std::size_t slot = 0;
+        if (Location* const p_location = find(address + i, &slot)) {
+            touch(*p_location, Touch::Write, *t_self);
+        }
+    }
 }
 
 void Schedule::checkAlive(const Location& location, std::size_t size, std::uintptr_t place) {

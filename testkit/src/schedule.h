@@ -133,6 +133,8 @@ public:
     void access(std::uintptr_t address, std::size_t size, Access access, std::uintptr_t place) {
         if (m_count > 1 || access.isFree) checkAccess(address, size, access, place);
     }
+    /// The memory ends, and with it the locations in it: the calling thread touches them.
+    void freed(std::uintptr_t address, std::size_t size, std::uintptr_t place);
     /// Fails where the object's memory was freed.
     void checkAlive(const Location& location, std::size_t size, std::uintptr_t place);
 
@@ -161,6 +163,7 @@ private:
     Thread* reuseThread();
     void beginThread(Thread* p_thread, std::uint64_t earlierHistory);
     bool canRun(const Thread& thread) const;
+    Location* find(std::uintptr_t address, std::size_t* p_slot);
     void touch(Location& location, Touch touch, const Thread& self);
     bool isLoop(const Location& location, Touch touch, Thread& self);
     void offerPreemption(Thread& self, std::uint32_t moment);

@@ -37,8 +37,8 @@ struct Limits {
 /// All schedules with at most so many preemptions, depth first; with less first (iterative context
 /// bounding: Musuvathi and Qadeer, PLDI 2007).
 ///
-/// Scheduling points are the steps at contended locations, those that two threads touch while both
-/// live, one of them writing. Others commute with whatever other threads do. Which they are is
+/// Scheduling points are the steps at contended locations, those that two threads touch once there
+/// are two, one of them writing. Others commute with whatever other threads do. Which they are is
 /// learnt: where a schedule shows one more, the search begins anew. Beyond that a state is not
 /// searched twice; see Schedule::pruneIfVisited(). There is no other partial-order reduction: sleep
 /// sets and persistent sets are not sound together with a bound of preemptions (Coons, Musuvathi

@@ -122,6 +122,45 @@ TEVALON_SCENARIO_WITH(UsedAfterFree, fails("use of what is destroyed")) {
     other.join();
 }
 
+// That both touch the count shows only in schedules in which the other thread has ended before.
+TEVALON_SCENARIO_WITH(EnteredTooLate, fails("use of what is destroyed")) {
+    auto owned = std::make_unique<std::atomic<int>>(0);
+    std::atomic<std::atomic<int>*> p_current{owned.get()};
+    std::atomic<int> inside{0};
+    std::thread other([&] {
+        std::atomic<int>* const p_number = p_current;
+        if (p_number == nullptr) return;
+        ++inside;
+        ++*p_number;
+    });
+    p_current = nullptr;
+    if (inside == 0) owned.reset();
+    other.join();
+}
+
+// The notification comes after the waiter may have seen the flag, and have gone.
+TEVALON_SCENARIO_WITH(NotifiedAfterFree, fails("data race")) {
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool isSet = false;
+    };
+    auto shared = std::make_unique<Shared>();
+    std::thread other([p_shared = shared.get()] {
+        {
+            const std::lock_guard<std::mutex> lock(p_shared->mutex);
+            p_shared->isSet = true;
+        }
+        p_shared->changed.notify_one();
+    });
+    {
+        std::unique_lock<std::mutex> lock(shared->mutex);
+        while (!shared->isSet) shared->changed.wait(lock);
+    }
+    shared.reset();
+    other.join();
+}
+
 TEVALON_SCENARIO_WITH(DestroyedMutex, fails("use of what is destroyed")) {
     pthread_mutex_t mutex;
     (void)pthread_mutex_init(&mutex, nullptr);
