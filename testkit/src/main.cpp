@@ -243,6 +243,7 @@ bool explore(Runner* p_runner, const Scenario& scenario, const Arguments& argume
 }
 
 bool replay(Runner* p_runner, const Scenario& scenario, const Arguments& arguments) {
+    p_runner->record().isSilent = false;
     const Outcome outcome = p_runner->replay(scenario, arguments.trace, true);
     std::printf("%s: %s: %s\n", scenario.name, nameOf(outcome), p_runner->record().text);
     tellStory(p_runner->record(), stdout);
@@ -289,6 +290,7 @@ int main(int count, char** p_arguments) {
     testkit::warmUp();
     testkit::Runner runner;
     runner.record().checksRaces = arguments.checksRaces;
+    runner.record().isSilent = true;
     runner.record().takesAllPoints = arguments.takesAllPoints;
     bool isGood = true;
     int chosen = 0;

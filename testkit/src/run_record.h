@@ -122,6 +122,7 @@ struct RunRecord {
     Policy policy;
     bool isTold;  ///< Events are wanted.
     bool checksRaces;
+    bool isSilent;  ///< What the scenario writes to standard output and error is dropped.
     bool prunes;
     bool takesAllPoints;  ///< Not only those at contended locations.
     int bound;            ///< Preemptions; a state that was visited with as many left is not again.

@@ -1,5 +1,6 @@
 #include "runner.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/time.h>
@@ -36,6 +37,12 @@ __attribute__((constructor(101))) void watchExit() {
 [[noreturn]] void runScenario(RunRecord* p_record, const Scenario& scenario) {
     for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
         (void)std::signal(signal, onFatalSignal);
+    }
+    if (p_record->isSilent) {
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        (void)dup2(null, STDOUT_FILENO);
+        (void)dup2(null, STDERR_FILENO);
+        (void)close(null);
     }
     const itimerval limit = {{0, 0}, {kSecondsOfRun, 0}};
     (void)setitimer(ITIMER_REAL, &limit, nullptr);

@@ -2,8 +2,10 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 
 namespace tevalon::testkit {
@@ -14,14 +16,23 @@ struct Module {
     std::vector<std::uintptr_t> addresses;
 };
 
+bool startsWithAny(const std::string& text, std::initializer_list<const char*> beginnings) {
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [&](const char* const beginning) { return text.rfind(beginning, 0) == 0; });
+}
+
+// Of the explorer, stripped or not, and of the system's libraries.
 bool isForeign(const Frame& frame) {
-    for (const char* const part : {"/usr/include/", "/usr/lib/", "/testkit/src/", "./nptl/",
-                                   "./csu/", "./misc/", "./stdlib/", "./sysdeps/"}) {
+    for (const char* const part : {"/usr/include/", "/usr/lib/", "include/c++/", "testkit/src/",
+                                   "./nptl/", "./csu/", "./misc/", "./stdlib/", "./sysdeps/"}) {
         if (frame.place.find(part) != std::string::npos) return true;
     }
-    return frame.place[0] == '?' &&
-           (frame.function[0] == '?' || frame.function.rfind("__", 0) == 0 ||
-            frame.function.rfind("std::", 0) == 0);
+    if (frame.function.find("tevalon::testkit::") != std::string::npos) return true;
+    const bool isPlaceKnown = frame.place.find(":?") == std::string::npos;
+    return !isPlaceKnown &&
+           startsWithAny(frame.function, {"?", "_", "std::", "pthread_", "sem_", "malloc", "free",
+                                          "main", "operator ", "clone", "start_thread", "select",
+                                          "poll", "nanosleep", "clock_"});
 }
 
 // A path from the program's source tree, without what lies above it.
