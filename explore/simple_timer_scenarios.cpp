@@ -167,3 +167,15 @@ TEVALON_SCENARIO(SimpleTimerHandlerDestroysItsTimer) {
     TEVALON_EXPECT(p_timer->start() == 0);
     fired.wait();
 }
+
+// The command of the first timer is lost; the next start announces it with its own.
+TEVALON_SCENARIO(SimpleTimerLostCommand) {
+    Semaphore fired;
+    Timer first("A", {0, 5, 0}, posts(&fired), nullptr, ONCE);
+    Timer second("B", kTenMs, posts(&fired), nullptr, ONCE);
+    tevalon::testkit::refuseNextWrite();
+    TEVALON_EXPECT(first.start() == 0);
+    TEVALON_EXPECT(second.start() == 0);
+    fired.wait();
+    fired.wait();
+}

@@ -19,6 +19,13 @@ namespace {
 
 constexpr std::int32_t kTenMs = 10;
 
+// Of four threads and a worker.
+tevalon::testkit::ScenarioOptions onePreemption() {
+    tevalon::testkit::ScenarioOptions options;
+    options.bound = 1;
+    return options;
+}
+
 std::shared_ptr<CallableTimerTask> makeTask(Semaphore* p_fired, std::int32_t id = 0) {
     return std::make_shared<CallableTimerTask>([p_fired] { p_fired->post(); }, id);
 }
@@ -196,5 +203,32 @@ TEVALON_SCENARIO(TimerThreadTaskPostsAsItGoes) {
     thread->postTask(std::make_shared<CallableTimerTask>([posts = std::move(posts)] {}), kTenMs);
     thread.reset();
     TEVALON_EXPECT(held.use_count() == 1);
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+TEVALON_SCENARIO(TimerThreadTaskStartsAsItGoes) {
+    struct Starts {
+        ~Starts() { p_thread->start(); }
+        TimerThread* p_thread;
+    };
+    auto thread = std::make_unique<TimerThread>();
+    auto starts = std::make_shared<Starts>();
+    starts->p_thread = thread.get();
+    thread->postTask(std::make_shared<CallableTimerTask>([starts = std::move(starts)] {}), kTenMs);
+    thread.reset();
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// A stop between one post's claim to start the worker and its start, and another post.
+TEVALON_SCENARIO_WITH(TimerThreadTwoPostsAgainstStop, onePreemption()) {
+    Semaphore fired;
+    {
+        TimerThread thread;
+        std::thread poster([&] { thread.postTask(makeTask(&fired)); });
+        std::thread stopper([&] { thread.stop(); });
+        thread.postTask(makeTask(&fired));
+        poster.join();
+        stopper.join();
+    }
     TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include "hooks.h"
 
@@ -53,6 +54,10 @@ std::size_t room(const Pipe& pipe) {
 ssize_t writePipe(Pipe* p_pipe, const void* p_bytes, std::size_t count) {
     Location& location = g_schedule.at(p_pipe);
     g_schedule.point(location, Touch::Write, "writes to the pipe");
+    if (std::exchange(Schedule::self()->isNextWriteRefused, false)) {
+        errno = EIO;
+        return -1;
+    }
     if (room(*p_pipe) < count) {
         if (!p_pipe->isBlocking) {
             g_schedule.happened(location, Touch::Read);

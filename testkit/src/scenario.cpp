@@ -19,6 +19,10 @@ void refuseNextThread() {
     Schedule::self()->isNextRefused = true;
 }
 
+void refuseNextWrite() {
+    Schedule::self()->isNextWriteRefused = true;
+}
+
 std::int64_t elapsedNanoseconds() {
     return g_schedule.now();
 }

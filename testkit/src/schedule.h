@@ -61,7 +61,8 @@ struct Thread {
     bool isEnded = false;
     bool isDetached = false;
     bool isJoined = false;
-    bool isNextRefused = false;
+    bool isNextRefused = false;       ///< Creation of a thread.
+    bool isNextWriteRefused = false;  ///< To a pipe.
 
     std::uint64_t history = 0;  ///< A hash of the steps, and of all that they depend on.
     VectorClock clock;

@@ -84,6 +84,9 @@ public:
 /// The next call of pthread_create() that this thread makes fails with EAGAIN.
 void refuseNextThread();
 
+/// The next call of write() on a pipe that this thread makes fails with EIO.
+void refuseNextWrite();
+
 /// Nanoseconds on the virtual clock since the schedule began.
 std::int64_t elapsedNanoseconds();
 
