@@ -1,0 +1,200 @@
+// Event hubs, their dispatcher, and events with a reply.
+#include <time.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "base/event_dispatcher.h"
+#include "os/semaphore.h"
+#include "testkit/explore.h"
+
+using tevalon::base::Semaphore;
+using tevalon::base::event_dispatcher::BrowserEvent;
+using tevalon::base::event_dispatcher::EventHub;
+using tevalon::base::event_dispatcher::evtdispch_register_hub;
+using tevalon::base::event_dispatcher::evtdispch_unregister_hub;
+using tevalon::testkit::TimeStandsStill;
+
+namespace {
+
+using Event = std::shared_ptr<BrowserEvent>;
+
+constexpr int kSender = 1;
+constexpr int kReceiver = 2;
+constexpr int kType = 3;
+
+void sleepMs(int milliseconds) {
+    const timespec duration = {0, milliseconds * 1'000'000L};
+    (void)nanosleep(&duration, nullptr);
+}
+
+tevalon::base::event_dispatcher::EventHub::Handler posts(Semaphore* p_handled) {
+    return [p_handled](const Event&) { p_handled->post(); };
+}
+
+/// A hub that is registered while it lives.
+class RegisteredHub : public EventHub {
+public:
+    explicit RegisteredHub(int module) : EventHub(module) { evtdispch_register_hub(this); }
+    ~RegisteredHub() { evtdispch_unregister_hub(this); }
+};
+
+}  // namespace
+
+TEVALON_SCENARIO(HubDelivers) {
+    Semaphore handled;
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    const TimeStandsStill still;
+    TEVALON_EXPECT(hub.sendEvent(hub.createEvent(kType), kReceiver) == 0);
+    TEVALON_EXPECT(hub.sendEvent(hub.createEvent(kType), kReceiver) == 0);
+    handled.wait();
+    handled.wait();
+}
+
+TEVALON_SCENARIO(HubTwoSenders) {
+    Semaphore handled;
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    const TimeStandsStill still;
+    std::thread other([&] { (void)hub.sendEvent(hub.createEvent(kType), kReceiver); });
+    (void)hub.sendEvent(hub.createEvent(kType), kReceiver);
+    handled.wait();
+    handled.wait();
+    other.join();
+}
+
+TEVALON_SCENARIO(HubTeardownWithEmptyQueue) {
+    Semaphore handled;
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    const TimeStandsStill still;
+    TEVALON_EXPECT(evtdispch_unregister_hub(&hub) == 0);
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+TEVALON_SCENARIO(HubTeardownWithFullQueue) {
+    Semaphore handled;
+    {
+        RegisteredHub hub(kReceiver);
+        TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+        TEVALON_EXPECT(hub.sendEvent(hub.createEvent(kType), kReceiver) == 0);
+        TEVALON_EXPECT(hub.sendEvent(hub.createEvent(kType), kReceiver) == 0);
+    }
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// A registration against the teardown: the hub is served afterwards, by one thread.
+TEVALON_SCENARIO(HubReRegistration) {
+    Semaphore handled;
+    EventHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    std::thread other(
+        [&] { TEVALON_EXPECT(hub.registerHandler(kType + 1, posts(&handled)) == 0); });
+    hub.onHubUnregistered();
+    other.join();
+    TEVALON_EXPECT(hub.registerHandler(kType + 2, posts(&handled)) == 0);
+    TEVALON_EXPECT(hub.receiveEvent(hub.createEvent(kType)) == 0);
+    handled.wait();
+}
+
+TEVALON_SCENARIO(HubTornDownTwice) {
+    Semaphore handled;
+    EventHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    std::thread other([&] { hub.onHubUnregistered(); });
+    hub.onHubUnregistered();
+    other.join();
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+TEVALON_SCENARIO(HubHandlerUnregistersItsHub) {
+    Semaphore handled;
+    EventHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event&) {
+        hub.onHubUnregistered();
+        handled.post();
+    }) == 0);
+    TEVALON_EXPECT(hub.receiveEvent(hub.createEvent(kType)) == 0);
+    handled.wait();
+    TEVALON_EXPECT(hub.registerHandler(kType + 1, posts(&handled)) == 0);
+    TEVALON_EXPECT(hub.receiveEvent(hub.createEvent(kType + 1)) == 0);
+    handled.wait();
+}
+
+// A lookup without a lock, while a handler is added.
+TEVALON_SCENARIO(HubRegistrationAgainstLookup) {
+    Semaphore handled;
+    EventHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, posts(&handled)) == 0);
+    std::thread other(
+        [&] { TEVALON_EXPECT(hub.registerHandler(kType + 1, posts(&handled)) == 0); });
+    if (hub.receiveEvent(hub.createEvent(kType + 1)) == 0) handled.wait();
+    other.join();
+}
+
+// Once it is unregistered no event reaches the hub, and it may go.
+TEVALON_SCENARIO(DispatcherUnregisterAgainstSend) {
+    EventHub sender(kSender);
+    std::thread other;
+    {
+        auto count = std::make_unique<std::atomic<int>>(0);
+        auto hub = std::make_unique<EventHub>(kReceiver);
+        evtdispch_register_hub(hub.get());
+        TEVALON_EXPECT(hub->registerHandler(
+                           kType, [p_count = count.get()](const Event&) { ++*p_count; }) == 0);
+        other = std::thread([&] { (void)sender.sendEvent(sender.createEvent(kType), kReceiver); });
+        evtdispch_unregister_hub(hub.get());
+        hub.reset();
+        count.reset();
+    }
+    other.join();
+}
+
+TEVALON_SCENARIO(SyncSendAndReply) {
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [](const Event& event) { event->replyResult(5); }) ==
+                   0);
+    const TimeStandsStill still;
+    TEVALON_EXPECT(hub.sendEventSync(hub.createEvent(kType), kReceiver, -1) == 5);
+}
+
+// Who waits may free the event while the replier is still about to notify.
+TEVALON_SCENARIO(ReplyAndEventFreed) {
+    auto event = std::make_unique<BrowserEvent>(kSender, kType, nullptr);
+    TEVALON_EXPECT(event->initWaitResultCv() == 0);
+    const TimeStandsStill still;
+    std::thread replier([p_event = event.get()] { p_event->replyResult(5); });
+    TEVALON_EXPECT(event->waitForResult(-1) == 5);
+    event.reset();
+    replier.join();
+}
+
+// The reply comes as the time-out does: one of them counts.
+TEVALON_SCENARIO(SyncSendAndLateReply) {
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [](const Event& event) {
+        sleepMs(10);
+        event->replyResult(5);
+    }) == 0);
+    const int result = hub.sendEventSync(hub.createEvent(kType), kReceiver, 10);
+    TEVALON_EXPECT(result == 5 || result == 1);
+}
+
+TEVALON_SCENARIO(SyncSendAndDoubleReply) {
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [](const Event& event) {
+        event->replyResult(5);
+        event->replyResult(6);
+    }) == 0);
+    const int result = hub.sendEventSync(hub.createEvent(kType), kReceiver, -1);
+    TEVALON_EXPECT(result == 5 || result == 6);
+}
+
+TEVALON_SCENARIO(SyncSendAndMissingReply) {
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [](const Event&) {}) == 0);
+    TEVALON_EXPECT(hub.sendEventSync(hub.createEvent(kType), kReceiver, 10) == 1);
+    TEVALON_EXPECT(tevalon::testkit::elapsedNanoseconds() >= 10'000'000);
+}

@@ -1,0 +1,136 @@
+// The watchdog, and Runnable.
+#include <time.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/threading.h"
+#include "base/timer.h"
+#include "os/semaphore.h"
+#include "testkit/explore.h"
+
+using tevalon::base::Semaphore;
+using tevalon::base::Threading::Runnable;
+using tevalon::base::timer::WatchDog;
+
+namespace {
+
+void sleepMs(int milliseconds) {
+    const timespec duration = {0, milliseconds * 1'000'000L};
+    (void)nanosleep(&duration, nullptr);
+}
+
+void postSemaphore(void* p_context, WatchDog::WATCH_ID, double) {
+    static_cast<Semaphore*>(p_context)->post();
+}
+
+tevalon::testkit::ScenarioOptions spuriousWakeUps() {
+    tevalon::testkit::ScenarioOptions options;
+    options.hasSpuriousWakeUps = true;
+    return options;
+}
+
+/// Counts its rounds, and lets others wait for one.
+class Rounds : public Runnable {
+public:
+    Rounds() : Runnable(1) {}
+    void execute() override { round.post(); }
+    Semaphore round;
+};
+
+}  // namespace
+
+TEVALON_SCENARIO(WatchDogReports) {
+    Semaphore reported;
+    WatchDog dog;
+    dog.setTimeoutCallback(postSemaphore, &reported);
+    dog.beginWatch(WatchDog::eWatchID_doOOM, 0.05);
+    reported.wait();
+}
+
+// The watch ends as it is found overdue.
+TEVALON_SCENARIO(WatchDogReportAgainstStopWatch) {
+    Semaphore reported;
+    {
+        WatchDog dog;
+        dog.setTimeoutCallback(postSemaphore, &reported);
+        dog.beginWatch(WatchDog::eWatchID_doOOM, 0.05);
+        sleepMs(100);
+        dog.stopWatch(WatchDog::eWatchID_doOOM);
+    }
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// One callback wins.
+TEVALON_SCENARIO(WatchDogSetAgainstReport) {
+    Semaphore first;
+    Semaphore second;
+    WatchDog dog;
+    dog.beginWatch(WatchDog::eWatchID_doOOM, 0.05);
+    sleepMs(100);
+    std::thread other([&] { dog.setTimeoutCallback(postSemaphore, &first); });
+    dog.setTimeoutCallback(postSemaphore, &second);
+    other.join();
+}
+
+TEVALON_SCENARIO(WatchDogStopAgainstRun) {
+    {
+        WatchDog dog;
+        dog.stop();
+    }
+    TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+TEVALON_SCENARIO(RunnableStopEndsIt) {
+    Rounds rounds;
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    rounds.stop();
+    thread.join();
+    TEVALON_EXPECT(!rounds.running());
+}
+
+TEVALON_SCENARIO(RunnablePauseThenStop) {
+    Rounds rounds;
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    rounds.pause();
+    rounds.stop();
+    thread.join();
+}
+
+TEVALON_SCENARIO(RunnablePauseAndResume) {
+    Rounds rounds;
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    rounds.pause();
+    sleepMs(1);
+    rounds.resume();
+    rounds.round.wait();
+    rounds.stop();
+    thread.join();
+}
+
+TEVALON_SCENARIO_WITH(RunnableSpuriousWakeUp, spuriousWakeUps()) {
+    Rounds rounds;
+    std::atomic<bool> isResumed{false};
+    rounds.pause();
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    std::thread other([&] {
+        rounds.round.wait();
+        TEVALON_EXPECT(isResumed);
+    });
+    sleepMs(5);
+    isResumed = true;
+    rounds.resume();
+    other.join();
+    rounds.stop();
+    thread.join();
+}
+
+TEVALON_SCENARIO(RunnableResumeAgainstStop) {
+    Rounds rounds;
+    std::thread thread([&] { TEVALON_EXPECT(rounds.run() == 0); });
+    rounds.pause();
+    std::thread other([&] { rounds.resume(); });
+    rounds.stop();
+    other.join();
+    thread.join();
+}
