@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Says what a build of the library weighs, in all and by subsystem, and holds it to a limit.
 
-    size_report.py [--total] LIBRARY LIMIT_KIB
+    size_report.py LIBRARY
+    size_report.py --total LIBRARY LIMIT_KIB
 
-The library is one of the minsize preset, with the linker's map beside it. One that was optimised
-when it was linked can be weighed in --total only: its map names no sources.
+The first gives a table, and is for a library of the minsize preset with the linker's map beside it.
+One that was optimised when it was linked, as a set should have it, can be weighed in --total only:
+its map names no sources.
 """
 
 import argparse
@@ -16,12 +18,12 @@ import sys
 
 SUBSYSTEMS = [
     ("diagnostics", r"^src/(logging|debug_memory)\."),
-    ("concurrency foundation", r"^src/(synchronization|singleton|runnable|current_thread|thread_name)\."),
+    ("concurrency foundation", r"^src/(os/|(synchronization|singleton|runnable|current_thread)\.)"),
     ("CRC tables and code", r"^src/check_sum"),
     ("other values and utilities", r"^src/(common_value|command_line|utils|process_property|md5)\."),
     ("timers", r"^src/timer"),
     ("event dispatching", r"^src/event_dispatcher/"),
-    ("recorder and state report", r"^src/(diagnostics|record)/"),
+    ("recorder and state report", r"^src/(activity|diagnostics|record)/"),
     ("runtime's start-up code", r""),
 ]
 KINDS = {
@@ -81,10 +83,11 @@ def main() -> int:
     arguments = argparse.ArgumentParser()
     arguments.add_argument("--total", action="store_true")
     arguments.add_argument("library", type=pathlib.Path)
-    arguments.add_argument("limit", type=int)
+    arguments.add_argument("limit", type=int, nargs="?")
     options = arguments.parse_args()
+    if options.total != (options.limit is not None):
+        arguments.error("a limit is for the total")
     library = options.library.resolve()
-    limit = options.limit * 1024
     if not options.total:
         print_subsystems(next(library.parent.glob("libtevalon-base.so*.map")).read_text())
 
@@ -95,8 +98,12 @@ def main() -> int:
     print(f"in all: text {sizes['.text']}, constants {sizes['.rodata']}, data {sizes['.data']}, "
           f"bss {sizes['.bss']}, relocations {relocations} ({relocations // 8} of them), "
           f"symbols {symbols}")  # fmt: skip
-    print(f"stripped: {size} bytes, {size / 1024:.1f} KiB; the limit is {limit // 1024} KiB")
-    return 0 if size < limit else 1
+    weight = f"stripped: {size} bytes, {size / 1024:.1f} KiB"
+    if options.limit is None:
+        print(weight)
+        return 0
+    print(f"{weight}; the limit is {options.limit} KiB")
+    return 0 if size < options.limit * 1024 else 1
 
 
 if __name__ == "__main__":

@@ -29,7 +29,7 @@ __attribute__((noinline, cold)) void reportNullHub(const char* function) {
 
 // The registered hubs in order of registration. Lock order: this lock, then a hub's queue lock;
 // its handlers are found without one.
-class EventDispatcher::HubList {
+class TEVALON_BASE_LOCAL EventDispatcher::HubList {
 public:
     HubList() {
         inEachForkedChild(resetInForkedChild);
