@@ -15,7 +15,7 @@
 namespace test {
 
 /// A child that hangs is ended by a signal.
-inline constexpr unsigned kLongestChildSeconds = 60;
+inline constexpr unsigned kLongestChildSeconds = 40;
 
 /// The thread sanitizer's runtime dies in the child of a process with threads once a thread begins
 /// or ends there.
