@@ -5,16 +5,21 @@
 #include <atomic>
 #include <cstdlib>
 #include <map>
-#include <memory>
 
 #include "base/synchronization/auto_lock.h"
 #include "base/synchronization/mutex.h"
+#include "locks/annotated_mutex.h"
+#include "os/forked_child.h"
 
 namespace base {
 namespace {
 
+using tevalon::base::AnnotatedMutex;
 using tevalon::base::AutoLock;
+using tevalon::base::inEachForkedChild;
 using tevalon::base::Mutex;
+using tevalon::base::MutexGuard;
+using tevalon::base::replaceUndestroyed;
 
 class PropertyTable {
 public:
@@ -53,17 +58,23 @@ std::atomic<PropertyTable*> g_table{nullptr};
 
 // No static of the function: a forked child would wait for ever for a thread of its parent's that
 // was just creating it.
-PropertyTable& table() {
-    if (PropertyTable* const p_table = g_table.load(std::memory_order_acquire)) return *p_table;
-    auto created = std::make_unique<PropertyTable>();
-    PropertyTable* p_table = nullptr;
-    if (!g_table.compare_exchange_strong(p_table, created.get())) return *p_table;
-    p_table = created.release();
+PropertyTable& createTable() {
+    static AnnotatedMutex s_creationMutex;
+    inEachForkedChild([] { replaceUndestroyed(&s_creationMutex); });
+    const MutexGuard lock(s_creationMutex);
+    if (PropertyTable* const p_table = g_table.load(std::memory_order_relaxed)) return *p_table;
+    auto* const p_table = new PropertyTable();
+    g_table.store(p_table, std::memory_order_release);
     // Unregistered, the memory stays with the process.
-    (void)std::atexit([] { table().clear(); });
-    (void)pthread_atfork([] { table().lock(); }, [] { table().unlock(); },
-                         [] { table().unlock(); });
+    (void)std::atexit([] { g_table.load()->clear(); });
+    (void)pthread_atfork([] { g_table.load()->lock(); }, [] { g_table.load()->unlock(); },
+                         [] { g_table.load()->unlock(); });
     return *p_table;
+}
+
+PropertyTable& table() {
+    PropertyTable* const p_table = g_table.load(std::memory_order_acquire);
+    return p_table != nullptr ? *p_table : createTable();
 }
 
 }  // namespace
