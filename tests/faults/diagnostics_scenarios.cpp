@@ -209,7 +209,7 @@ void familiesAtWork(Run& run) {
     diagnostics::RecordingOptions options;
     options.bytes = diagnostics::kLeastRecordingBytes;
     (void)diagnostics::stopRecording();
-    run.say("start", number(diagnostics::startRecording(options)));
+    run.say("recording", number(diagnostics::startRecording(options)));
     const int before = g_count;
     {
         const Families families;
@@ -219,7 +219,7 @@ void familiesAtWork(Run& run) {
     }
     run.calm();
     (void)diagnostics::stopRecording();
-    run.say("start then", number(diagnostics::startRecording(options)));
+    run.say("recording then", number(diagnostics::startRecording(options)));
     const int then = g_count;
     {
         const Families families;

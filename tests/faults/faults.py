@@ -367,8 +367,9 @@ class Baseline:
                     self.uses[key] = use
 
 
-def plan_runs(baselines, everything):
-    """All runs, or those that reach each site with each error, and each site in each scenario."""
+def plan_runs(baselines, everything, place):
+    """All runs, or those that reach each site with each error, each place in our sources that leads
+    there, and each site in each scenario with all later calls failing as well."""
     plans = []
     seen = set()
 
@@ -389,18 +390,17 @@ def plan_runs(baselines, everything):
                         add(use, nth, errors[0], True)
         return plans
 
-    reached = set()
+    places = set()
     visited = set()
     for baseline in baselines:
         for use in sorted(baseline.uses.values(), key=lambda u: u.frames):
             errors = ERRORS.get(use.call, []) if use.count > 0 else []
             for error in errors:
-                if (use.site, error) not in reached:
-                    reached.add((use.site, error))
+                if (place(use), error) not in places:
+                    places.add((place(use), error))
                     add(use, 1, error)
             if errors and (use.scenario, use.site) not in visited:
                 visited.add((use.scenario, use.site))
-                add(use, 1, errors[0])
                 if use.call not in ("pthread_mutex_lock", "pthread_mutex_unlock"):
                     add(use, 1, errors[0], True)
     return plans
@@ -534,7 +534,14 @@ def main():
         return [name for module, offset in use.frames
                 for name, _ in symbols[module].frames(offset - 1)]
 
-    plans = plan_runs(baselines, options.all)
+    def place(use):
+        """The site, and the first function on the way to it that is no inline one's."""
+        for module, offset in use.frames:
+            if symbols[module].frames(offset - 1)[-1][1].rsplit(":", 1)[0].endswith(".cpp"):
+                return use.call, use.site, module, offset
+        return use.call, use.site
+
+    plans = plan_runs(baselines, options.all, place)
     state = State(options.state, digest_of(files.values()) if options.all else "")
 
     def execute(plan):
