@@ -23,19 +23,22 @@ public:
         va_start(args, format);
         const int length = std::vsnprintf(piece, sizeof(piece), format, args);
         va_end(args);
-        if (length <= 0) return;
-        const std::size_t kept = std::min(static_cast<std::size_t>(length), sizeof(piece) - 1);
+        if (length < 0) m_isComplete = false;
+        const std::size_t kept =
+            std::min(static_cast<std::size_t>(std::max(length, 0)), sizeof(piece) - 1);
         m_isComplete &= m_text.add(piece, kept);
     }
 
-    /// False where it did not find memory for all.
+    /// Something is missing for another reason.
+    void setIncomplete() { m_isComplete = false; }
+    /// False where it did not find memory for all, or could not make a text of it.
     bool isComplete() const { return m_isComplete; }
 
     /// False, with errno, where @p fd does not take all.
     bool writeTo(int fd) const { return writeAll(fd, m_text.begin(), m_text.size()); }
 
 private:
-    Pages<char> m_text;
+    PageMemory m_text;
     bool m_isComplete = true;
 };
 

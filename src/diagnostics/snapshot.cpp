@@ -1,7 +1,5 @@
 #include "diagnostics/snapshot.h"
 
-#include <algorithm>
-
 #include "event_dispatcher/reply_wait.h"
 #include "os/monotonic_time.h"
 
@@ -74,12 +72,11 @@ private:
     void takeHub(const Activity& activity) {
         HubLook look;
         if (!event_dispatcher::lookAtHubOf(activity, m_untilNs, &look)) return;
-        const auto listed =
-            std::find_if(m_snapshot.hubs.begin(), m_snapshot.hubs.end(),
-                         [&](const HubLook& other) { return other.p_hub == look.p_hub; });
-        if (listed == m_snapshot.hubs.end()) return add(&m_snapshot.hubs, look);
-        look.isRegistered = listed->isRegistered;
-        *listed = look;
+        HubLook* const p_listed = findIn(
+            m_snapshot.hubs, [&](const HubLook& other) { return other.p_hub == look.p_hub; });
+        if (p_listed == nullptr) return add(&m_snapshot.hubs, look);
+        look.isRegistered = p_listed->isRegistered;
+        *p_listed = look;
     }
     void takeTaskThread(const Activity& activity) {
         TaskThreadLook look;

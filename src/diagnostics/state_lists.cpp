@@ -24,6 +24,13 @@ double seconds(std::uint32_t milliseconds) {
     return milliseconds / 1000.0;
 }
 
+/// A third of std::sort()'s code.
+template <typename Iterator, typename IsBefore>
+void sortByHeap(Iterator begin, Iterator end, IsBefore isBefore) {
+    std::make_heap(begin, end, isBefore);
+    std::sort_heap(begin, end, isBefore);
+}
+
 class StateLists {
 public:
     StateLists(const Snapshot& earlier, const Snapshot& snapshot, std::size_t most,
@@ -40,7 +47,9 @@ public:
         addWatches();
         addLocks();
         if (!m_now.areThreadsSeen) m_text.add("what threads do is locked: waits are missing\n");
-        if (!m_now.isComplete) m_text.add("memory ran out: entries are missing\n");
+        if (m_isComplete && m_now.isComplete) return;
+        m_text.add("memory ran out: entries are missing\n");
+        m_text.setIncomplete();
     }
 
 private:
@@ -74,7 +83,7 @@ private:
             (void)!read(fd, name, sizeof(name) - 1);
             (void)close(fd);
         }
-        name[std::strcspn(name, "\n")] = '\0';
+        if (char* const p_end = std::strrchr(name, '\n')) *p_end = '\0';
         m_text.add(name[0] != '\0' ? "thread %d '%s'" : "thread %d", threadId, name);
     }
     /// By what it serves, else as a thread.
@@ -93,10 +102,7 @@ private:
     }
     template <typename Look>
     static const Look* find(const Pages<Look>& looks, std::int32_t threadId) {
-        const auto found = std::find_if(looks.begin(), looks.end(), [=](const Look& look) {
-            return look.threadId == threadId;
-        });
-        return found != looks.end() ? found : nullptr;
+        return findIn(looks, [=](const Look& look) { return look.threadId == threadId; });
     }
 
     // ---- lists ----
@@ -137,7 +143,7 @@ private:
                 const bool isTurn = m_now.hubs.size() <= m_most
                                         ? isActive
                                         : (hub.isBusy || hub.waiting > 0) == isActive;
-                if (isTurn) (void)hubs.add(&hub);
+                if (isTurn) m_isComplete &= hubs.add(&hub);
             }
         }
         addList("hubs", hubs, [this](const HubLook* p_hub) { addHub(*p_hub); });
@@ -169,11 +175,12 @@ private:
         }
     }
     bool isSameHandler(const HubLook& hub) const {
-        return std::any_of(m_earlier.hubs.begin(), m_earlier.hubs.end(), [&](const HubLook& old) {
-            return old.p_hub == hub.p_hub && old.isBusy && old.p_event == hub.p_event &&
-                   old.type == hub.type && old.source == hub.source &&
-                   old.readingMs == hub.readingMs && old.begunSinceReading == hub.begunSinceReading;
-        });
+        return nullptr != findIn(m_earlier.hubs, [&](const HubLook& old) {
+                   return old.p_hub == hub.p_hub && old.isBusy && old.p_event == hub.p_event &&
+                          old.type == hub.type && old.source == hub.source &&
+                          old.readingMs == hub.readingMs &&
+                          old.begunSinceReading == hub.begunSinceReading;
+               });
     }
 
     void addWaits() {
@@ -223,9 +230,9 @@ private:
         m_text.add(" and not answered");
     }
     bool isInHand(const void* p_event) const {
-        return std::any_of(m_now.hubs.begin(), m_now.hubs.end(), [=](const HubLook& hub) {
-            return hub.isBusy && hub.p_event == p_event;
-        });
+        return nullptr != findIn(m_now.hubs, [=](const HubLook& hub) {
+                   return hub.isBusy && hub.p_event == p_event;
+               });
     }
 
     // ---- who waits for whom ----
@@ -291,11 +298,11 @@ private:
     void addTimers() {
         if (!m_now.scheduler.isSeen) return addUnseen("timers", m_now.scheduler.holder);
         Pages<const TimerLook*> timers;
-        for (const TimerLook& timer : m_now.timers) (void)timers.add(&timer);
-        std::sort(timers.begin(), timers.end(),
-                  [](const TimerLook* p_left, const TimerLook* p_right) {
-                      return p_left->dueInNs < p_right->dueInNs;
-                  });
+        for (const TimerLook& timer : m_now.timers) m_isComplete &= timers.add(&timer);
+        sortByHeap(timers.begin(), timers.end(),
+                   [](const TimerLook* p_left, const TimerLook* p_right) {
+                       return p_left->dueInNs < p_right->dueInNs;
+                   });
         addList("timers", timers, [this](const TimerLook* p_timer) { addTimer(*p_timer); });
     }
     void addTimer(const TimerLook& timer) {
@@ -351,13 +358,11 @@ private:
         }
     }
     bool isSameTask(const TaskThreadLook& tasks) const {
-        return std::any_of(m_earlier.taskThreads.begin(), m_earlier.taskThreads.end(),
-                           [&](const TaskThreadLook& old) {
-                               return old.p_thread == tasks.p_thread && old.isBusy &&
-                                      old.taskId == tasks.taskId &&
-                                      old.sessionId == tasks.sessionId &&
-                                      !(old.since < tasks.since) && !(tasks.since < old.since);
-                           });
+        return nullptr != findIn(m_earlier.taskThreads, [&](const TaskThreadLook& old) {
+                   return old.p_thread == tasks.p_thread && old.isBusy &&
+                          old.taskId == tasks.taskId && old.sessionId == tasks.sessionId &&
+                          !(old.since < tasks.since) && !(tasks.since < old.since);
+               });
     }
 
     // ---- watches ----
@@ -389,7 +394,7 @@ private:
     void addLocks() {
         Pages<HeldLock> held;
         const auto addIfSame = [&](const HeldLock& lock, std::int32_t earlierHolder) {
-            if (lock.holder != 0 && lock.holder == earlierHolder) (void)held.add(lock);
+            if (lock.holder != 0 && lock.holder == earlierHolder) m_isComplete &= held.add(lock);
         };
         addIfSame({"list of hubs", nullptr, nullptr, nullptr, m_now.dispatcher.holder},
                   m_earlier.dispatcher.holder);
@@ -438,10 +443,7 @@ private:
     template <typename Look, typename Object>
     static const Look* findObject(const Pages<Look>& looks, Object Look::*p_member,
                                   const Look& wanted) {
-        const auto found = std::find_if(looks.begin(), looks.end(), [&](const Look& look) {
-            return look.*p_member == wanted.*p_member;
-        });
-        return found != looks.end() ? found : nullptr;
+        return findIn(looks, [&](const Look& look) { return look.*p_member == wanted.*p_member; });
     }
 
     const Snapshot& m_earlier;
@@ -449,6 +451,7 @@ private:
     const WaitGraph m_graph;
     const std::size_t m_most;
     ReportText& m_text;
+    bool m_isComplete = true;  // Else memory ran out.
 };
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "diagnostics/wait_graph.h"
 
-#include <algorithm>
 #include <tuple>
 
 namespace tevalon::base::diagnostics {
@@ -9,8 +8,8 @@ namespace {
 /// The thread of the first for which @p isRight holds.
 template <typename Look, typename Predicate>
 std::int32_t findThread(const Pages<Look>& looks, Predicate isRight) {
-    const auto found = std::find_if(looks.begin(), looks.end(), isRight);
-    return found != looks.end() ? found->threadId : 0;
+    const Look* const p_found = findIn(looks, isRight);
+    return p_found != nullptr ? p_found->threadId : 0;
 }
 
 }  // namespace
@@ -43,10 +42,8 @@ std::int32_t WaitGraph::threadAwaitedBy(const WaitLook& wait) const {
 
 // The list has the youngest first, and what a thread does last is what it is blocked in.
 const WaitLook* WaitGraph::waitOf(std::int32_t threadId) const {
-    const auto found =
-        std::find_if(m_snapshot.waits.begin(), m_snapshot.waits.end(),
-                     [=](const WaitLook& wait) { return wait.threadId == threadId; });
-    return found != m_snapshot.waits.end() ? found : nullptr;
+    return findIn(m_snapshot.waits,
+                  [=](const WaitLook& wait) { return wait.threadId == threadId; });
 }
 
 std::int32_t WaitGraph::next(std::int32_t threadId) const {
@@ -55,8 +52,9 @@ std::int32_t WaitGraph::next(std::int32_t threadId) const {
 }
 
 bool WaitGraph::isAwaited(std::int32_t threadId) const {
-    return std::any_of(m_snapshot.waits.begin(), m_snapshot.waits.end(),
-                       [=](const WaitLook& wait) { return threadAwaitedBy(wait) == threadId; });
+    return nullptr != findIn(m_snapshot.waits, [=](const WaitLook& wait) {
+               return threadAwaitedBy(wait) == threadId;
+           });
 }
 
 bool WaitGraph::isInCircle(std::int32_t threadId) const {

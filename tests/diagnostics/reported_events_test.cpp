@@ -80,10 +80,17 @@ private:
     EventHub m_hub;
 };
 
+/// Once the report has such an entry: a thread has come so far.
+std::string reportWith(const std::string& title, const std::string& pattern) {
+    std::string report = stateReport();
+    while (test::countOf(test::listOf(report, title), pattern) == 0) report = stateReport();
+    return report;
+}
+
 TEST_F(ReportedEventsTest, AHubThatHasNothingToDo) {
     const BusyHub hub;
 
-    expectEntry(stateReport(), "hubs", "module 107: " + kThread + ", 0 waiting, idle");
+    (void)reportWith("hubs", "module 107: " + kThread + ", 0 waiting, idle");
 }
 
 TEST_F(ReportedEventsTest, AHubWithoutAThread) {
@@ -100,8 +107,7 @@ TEST_F(ReportedEventsTest, AHubThatIsNotRegistered) {
     EventHub hub(kModule);
     hub.registerHandler(kType, [](const SharedEvent&) {});
 
-    expectEntry(stateReport(), "hubs",
-                "module 107: " + kThread + ", not registered, 0 waiting, idle");
+    (void)reportWith("hubs", "module 107: " + kThread + ", not registered, 0 waiting, idle");
 }
 
 TEST_F(ReportedEventsTest, TheHandlerInHandAndWhatWaitsBehindIt) {

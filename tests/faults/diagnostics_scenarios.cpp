@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <memory>
+#include <vector>
 
 #include "base/diagnostics.h"
 #include "base/event_dispatcher.h"
@@ -205,6 +206,13 @@ void makeFamilies() {
     g_families = std::make_unique<Families>();
 }
 
+std::vector<std::unique_ptr<RegisteredHub>> g_hubs;
+
+void makeManyHubs() {
+    prepareFamilies();
+    for (int i = 0; i < 400; ++i) g_hubs.push_back(std::make_unique<RegisteredHub>());
+}
+
 void familiesAtWork(Run& run) {
     diagnostics::RecordingOptions options;
     options.bytes = diagnostics::kLeastRecordingBytes;
@@ -239,6 +247,7 @@ std::vector<Scenario> diagnosticsScenarios() {
         {"recording refused", recordingFileLeftBehind},
         {"state report", state},
         {"state report of all", state, makeFamilies},
+        {"state report of many", state, makeManyHubs},
         {"families recorded", familiesAtWork, prepareFamilies},
     };
 }

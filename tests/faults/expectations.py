@@ -168,7 +168,7 @@ EXPECTATIONS = [
     Expectation("pthread_cond_wait|pthread_cond_clockwait", r"BrowserEvent::", "reply (in|with|to).*",
                 "EINVAL", says={"wait threw": "%", "result": ANY}),
     Expectation("pthread_cond_clockwait", r"BrowserEvent::", error="EINVAL", throws="%"),
-    Expectation("clock_gettime", r"monotonicDeadline", says={"result": "1", "reply": "1"}),
+    Expectation("clock_gettime", r"monotonicDeadline|readMonotonicClock < [\w:]*BrowserEvent::park", says={"result": "1", "reply": "1"}),
 
     # ---- hubs ----
     Expectation("new", r"EventHub::EventHub\b",
@@ -183,7 +183,9 @@ EXPECTATIONS = [
     # ---- diagnostics ----
     Expectation(r"syscall\(write\)", error="EIO|ENOSPC|EAGAIN|EPIPE",
                 says={"write": "9", "state": "9", "written": ANY}),
-    Expectation("vsnprintf", r"diagnostics::", says={"state": "9", "written": ANY}),
+    Expectation("vsnprintf", r"diagnostics::", says={"state": "5", "written": ANY}),
+    Expectation("mmap", r"PageMemory",
+                says={"state": "5", "written": ANY}),
     Expectation("mmap", r"makeRecordingMemory",
                 says={"start": "5", "restart": "5", "write": "2", "stop": "2", "written": "0"}),
     Expectation("posix_fallocate", error="ENOSPC|EFBIG|EOPNOTSUPP",
