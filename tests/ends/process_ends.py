@@ -17,6 +17,7 @@ import json
 import os
 import pathlib
 import random
+import shutil
 import signal
 import subprocess
 import sys
@@ -55,18 +56,28 @@ def environment():
     return variables
 
 
+def stacks_of(pid):
+    if not shutil.which("gdb"):
+        return "(gdb would show where)"
+    return subprocess.run(["gdb", "-p", str(pid), "-batch", "-ex", "thread apply all bt 14"],
+                          stdin=subprocess.DEVNULL, capture_output=True, text=True).stdout
+
+
 def end_once(program, way, after_us):
     """What was wrong, or None."""
     command = [program, f"--end={way}", f"--after={after_us}"]
-    try:
-        done = subprocess.run(command, env=environment(), stdin=subprocess.DEVNULL,
-                              capture_output=True, timeout=LONGEST_S, text=True)
-    except subprocess.TimeoutExpired:
-        return f"hangs: {' '.join(command)}"
-    if done.returncode != WAYS[way]:
-        return f"status {done.returncode}, not {WAYS[way]}: {' '.join(command)}\n{done.stderr}"
-    if done.stdout or done.stderr:
-        return f"not silent: {' '.join(command)}\n{done.stdout}{done.stderr}"
+    with subprocess.Popen(command, env=environment(), stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+        try:
+            output, errors = process.communicate(timeout=LONGEST_S)
+        except subprocess.TimeoutExpired:
+            where = stacks_of(process.pid)
+            process.kill()
+            return f"hangs: {' '.join(command)}\n{where}"
+    if process.returncode != WAYS[way]:
+        return f"status {process.returncode}, not {WAYS[way]}: {' '.join(command)}\n{errors}"
+    if output or errors:
+        return f"not silent: {' '.join(command)}\n{output}{errors}"
     return None
 
 
