@@ -567,7 +567,8 @@ TEST(ForkedRunnableTest, DestroyedInTheChildItWaitsForNobody) {
     });
     job->pause();
     ASSERT_TRUE(waits.wait());
-    for (int i = 0; i < 10 && !HasFailure(); ++i) {  // Most of the times after it has gone to sleep.
+    for (int i = 0; i < 10 && !HasFailure();
+         ++i) {  // Most of the times after it has gone to sleep.
         (void)usleep(100);
         EXPECT_EQ(runInForkedChild([&] { job.reset(); }), 0);
     }
