@@ -150,7 +150,8 @@ EXPECTATIONS = [
                 says={"*": ("-1", "no")}, then={"*": ("-1", "no")}, then_lines=[NO_IMPL]),
 
     # ---- TimerThread, pool and watchdog ----
-    Expectation("pthread_create", r"BasicThread<", throws="Thread initialization failed"),
+    Expectation("pthread_create", r"BasicThread<", throws="Thread initialization failed",
+                says={"posted": "Thread initialization failed"}),
 
     Expectation("clock_gettime", r"WatchDog::beginWatch", says={"reported": "no", "overdue": "0"},
                 lost=True),
@@ -299,9 +300,10 @@ def find(plan, functions):
                 re.fullmatch(expectation.error, plan.error.rstrip("+")):
             return expectation
     if plan.call in ("new", "malloc", "realloc"):
-        return Expectation(plan.call, throws="std::bad_alloc")
+        return Expectation(plan.call, throws="std::bad_alloc",
+                           says={"posted": ("std::bad_alloc", "yes")})
     if plan.call == "pthread_mutex_lock":
-        return Expectation(plan.call, throws="%", ends=SYSTEM_ERROR)
+        return Expectation(plan.call, throws="%", ends=SYSTEM_ERROR, says={"posted": ("%", "yes")})
     return Expectation(plan.call)
 
 

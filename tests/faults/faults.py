@@ -353,7 +353,7 @@ class Baseline:
                          f"{report.errors}")
         self.scenario = scenario
         self.lines = reports[0].lines
-        self.alive = min(report.alive for report in reports)
+        self.alive = max(report.alive for report in reports)
         self.descriptors = max(report.descriptors for report in reports)
         self.uses = {}
         for report in reports:
