@@ -49,7 +49,12 @@ void recordAndWrite(Run& run, const char* file) {
     diagnostics::RecordingOptions options;
     options.bytes = diagnostics::kLeastRecordingBytes;
     options.file = file;
-    run.say("start", number(diagnostics::startRecording(options)));
+    const Status status = diagnostics::startRecording(options);
+    run.say("start", number(status));
+    if (file != nullptr) {
+        const bool isThere = access(file, F_OK) == 0;
+        run.say("consistent", (status == Status::Ok) == isThere ? 1 : 0);
+    }
     (void)diagnostics::nameEvent(run.isAgain() ? 2 : 1, "a name");
     recordSomething();
     diagnostics::sampleHeap();

@@ -1,5 +1,6 @@
 // Simple timers, timer threads, the pool and the watchdog.
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -158,6 +159,22 @@ void timerThread(Run& run) {
     (void)run.waitFor("fired then", p_counts->first, before + 1);
 }
 
+// A post that fails leaves the thread as it was: the next one starts it.
+void timerThreadPostedAgain(Run& run) {
+    Counts* const p_counts = newCounts();
+    timer::TimerThread thread;
+    try {
+        thread.postTask(countingTask(&p_counts->first));
+        run.say("posted", "yes");
+    } catch (const std::exception& error) {
+        calmDown();
+        run.say("posted", error.what());
+    }
+    run.calm();
+    thread.postTask(countingTask(&p_counts->second));
+    (void)run.waitFor("fired then", p_counts->second, 1);
+}
+
 // Enough of them that the queue grows.
 void timerThreadQueue(Run& run) {
     constexpr int kTasks = 200;
@@ -178,8 +195,9 @@ void timerThreadQueue(Run& run) {
 
 // ---- TimerThreadPool ----
 
+// With one worker: whether a second one is made depends on how busy the first one is.
 void makePool() {
-    (void)timer::TimerThreadPool::GetInstance();
+    timer::TimerThreadPool::init(1);
 }
 
 void pool(Run& run) {
@@ -240,6 +258,7 @@ std::vector<Scenario> timerScenarios() {
         {"timer properties", timerProperties, startScheduler},
         {"timers many", timersMany, startScheduler},
         {"timer stopped in its handler", timerStoppedInHandler, startScheduler},
+        {"timer thread posted to again", timerThreadPostedAgain},
         {"timer thread", timerThread},
         {"timer thread, all lines", timerThread, nullptr, Module::Library, 5000},
         {"timer thread queue", timerThreadQueue},
