@@ -47,7 +47,7 @@ public:
         addWatches();
         addLocks();
         if (!m_now.areThreadsSeen) m_text.add("what threads do is locked: waits are missing\n");
-        if (m_isComplete && m_now.isComplete) return;
+        if (m_isComplete && m_now.isComplete && m_earlier.isComplete) return;
         m_text.add("memory ran out: entries are missing\n");
         m_text.setIncomplete();
     }

@@ -153,6 +153,9 @@ EXPECTATIONS = [
     Expectation("pthread_create", r"BasicThread<", throws="Thread initialization failed",
                 says={"posted": "Thread initialization failed"}),
 
+    # Who knows no time does not wait for one.
+    Expectation("clock_gettime", r"TimerThread::postTask", "timer thread queue",
+                says={"queued": ("199", "200")}),
     Expectation("clock_gettime", r"WatchDog::beginWatch", says={"reported": "no", "overdue": "0"},
                 lost=True),
 
@@ -169,7 +172,8 @@ EXPECTATIONS = [
     Expectation("pthread_cond_wait|pthread_cond_clockwait", r"BrowserEvent::", "reply (in|with|to).*",
                 "EINVAL", says={"wait threw": "%", "result": ANY}),
     Expectation("pthread_cond_clockwait", r"BrowserEvent::", error="EINVAL", throws="%"),
-    Expectation("clock_gettime", r"monotonicDeadline", "reply that does not come"),
+    Expectation("clock_gettime", r"monotonicDeadline|readMonotonicClock < [\w:]*BrowserEvent::park",
+                "reply that does not come|reply without limit|reply to the client's own"),
     Expectation("clock_gettime", r"monotonicDeadline|readMonotonicClock < [\w:]*BrowserEvent::park",
                 says={"result": "1", "reply": "1"}),
 
@@ -186,9 +190,9 @@ EXPECTATIONS = [
     # ---- diagnostics ----
     Expectation(r"syscall\(write\)", error="EIO|ENOSPC|EAGAIN|EPIPE",
                 says={"write": "9", "state": "9", "written": ANY}),
+    Expectation("clock_nanosleep", r"diagnostics::", says={"written": ANY}),
     Expectation("vsnprintf", r"diagnostics::", says={"state": "5", "written": ANY}),
-    Expectation("mmap", r"PageMemory",
-                says={"state": "5", "written": ANY}),
+    Expectation("mmap", r"PageMemory", says={"state": "5", "written": ANY}),
     Expectation("mmap", r"makeRecordingMemory",
                 says={"start": "5", "restart": "5", "recording": "5", "write": "2", "stop": "2", "written": "0"}),
     Expectation("posix_fallocate", error="ENOSPC|EFBIG|EOPNOTSUPP",

@@ -457,23 +457,28 @@ def digest_of(paths):
 
 
 def read_unreached(path):
-    """Sites by "MODULE CALL in PLACE", the line's number left out, with the reason."""
+    """Sites by "MODULE CALL in PLACE", the line's number left out, with the reason; and those of
+    them that chance may reach."""
     reasons = {}
+    by_chance = set()
     with open(path, encoding="utf-8") as file:
         for line in file:
             line = line.strip()
             if line and not line.startswith("#"):
-                site, _, reason = line.rpartition(": ")
+                site, _, reason = line.removeprefix("~ ").rpartition(": ")
                 reasons[site] = reason
-    return reasons
+                if line.startswith("~ "):
+                    by_chance.add(site)
+    return reasons, by_chance
 
 
 def name_of_site(site):
     return f"{site.module} {site.call} in {re.sub(r':[0-9?]+$', '', site.where)}"
 
 
-def print_table(sites, reached, infallible, reasons, out):
+def print_table(sites, reached, infallible, unreached, out):
     """False where a site was reached by none and has no reason."""
+    reasons, by_chance = unreached
     missing = []
     used_reasons = set()
     for site in sorted(sites, key=lambda s: (s.module, s.where, s.returns_to)):
@@ -482,6 +487,8 @@ def print_table(sites, reached, infallible, reasons, out):
         name = name_of_site(site)
         if errors:
             what = " ".join(errors)
+            if name in by_chance:
+                used_reasons.add(name)
         elif any(place in infallible for place in places):
             what = "cannot fail: " + " ".join(infallible[place] for place in places)
         elif name in reasons:
@@ -506,7 +513,7 @@ def main():
     parser.add_argument("--state")
     parser.add_argument("--scenario")
     parser.add_argument("--verbose", action="store_true")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count())
     parser.add_argument("build")
     options = parser.parse_args()
     options.build = os.path.abspath(options.build)
@@ -599,8 +606,8 @@ def main():
         with open(table, "w", encoding="utf-8") as file:
             infallible = {use.site: use.call for baseline in baselines
                           for use in baseline.uses.values() if use.call in CANNOT_FAIL}
-            reasons = read_unreached(os.path.join(FOLDER, "unreached.txt"))
-            ok = print_table(sites, reached, infallible, reasons, file) and ok
+            unreached = read_unreached(os.path.join(FOLDER, "unreached.txt"))
+            ok = print_table(sites, reached, infallible, unreached, file) and ok
         if options.verbose:
             with open(table, encoding="utf-8") as file:
                 print(file.read())
