@@ -5,7 +5,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <utility>
 
 // The run-time libraries of sanitizers that a client may bring, though we were built without.
@@ -113,10 +112,12 @@ private:
     static void begin() {
         if (hasSanitizer() || pthread_key_create(&s_key, atEnd) != 0) return;
         s_hasKey = true;
-        (void)std::atexit(end);
     }
-    static void end() {
-        s_hasKey = false;
+
+    // Nothing that is registered on the way, for that can fail, and the thread sanitizer takes what
+    // std::atexit() is given for the process's instead of the module's.
+    [[gnu::destructor]] static void end() {
+        if (!s_hasKey.exchange(false)) return;
         (void)pthread_key_delete(s_key);
         if (t_own.state == OfThread::State::kOpen) close(&t_own);
         s_depot.clear();

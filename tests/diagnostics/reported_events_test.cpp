@@ -339,15 +339,18 @@ TEST_F(ReportedEventsTest, AHandlerThatEndsItsThread) {
 }
 
 TEST_F(ReportedEventsTest, AHubThatIsDestroyedInItsHandlerIsNotLookedAt) {
-    static test::Event isDestroyed;  // The thread may be in them when the test has ended.
+    static test::Event isSent;  // The thread may be in them when the test has ended.
+    static test::Event isDestroyed;
     static test::Event mayGo;
     auto* const p_hub = new EventHub(kModule);
     p_hub->registerHandler(kType, [p_hub](const SharedEvent&) {
+        (void)isSent.wait();  // A hub outlives the calls of its functions.
         delete p_hub;
         isDestroyed.set();
         (void)mayGo.wait();
     });
     (void)p_hub->receiveEvent(make());
+    isSent.set();
     ASSERT_TRUE(isDestroyed.wait());
 
     EXPECT_EQ(test::countOf(test::listOf(stateReport(), "hubs"), "module 107.*"), 0);

@@ -213,18 +213,23 @@ TEST(SchedulerLogTest, AllThatAreDueFireInOneWake) {
         past.tv_sec -= 1;
         past.tv_nsec = 0;
         test::Event started;
-        std::atomic<int> reads{0};
-        // From its second expiry the period is far away, so that it ends there.
+        std::atomic<pthread_t> scheduler{0};
+        int reads = 0;
+        // From its second expiry the period is far away, so that it ends there. Runs read the clock
+        // as well.
         test::ReplaceCall<int(clockid_t, timespec*)> clock(
             Call::ClockGettime,
             [&, self = pthread_self()](clockid_t id, timespec* p_time) {
                 const int result = clock_gettime(id, p_time);
                 if (pthread_equal(self, pthread_self()) != 0) {
                     *p_time = past;
-                } else {
-                    // The first pass: the wait, the expiry, then the new period.
-                    if (++reads == 3) p_time->tv_sec += 1000000;
+                    return result;
                 }
+                pthread_t first = 0;
+                (void)scheduler.compare_exchange_strong(first, pthread_self());
+                if (scheduler != pthread_self()) return result;
+                // The first pass: the wait, the expiry, then the new period.
+                if (++reads == 3) p_time->tv_sec += 1000000;
                 return result;
             },
             When().anyThread().everyTime());
