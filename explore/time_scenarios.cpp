@@ -31,6 +31,7 @@ constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int32_t kHour = 3600;
 constexpr std::int32_t kDay = 24 * kHour;
 constexpr std::int64_t kYear = std::int64_t{365} * kDay * kSecond;
+constexpr std::int64_t kTenYearsInSeconds = std::int64_t{3650} * kDay;
 constexpr std::int64_t kMsOf32Bits = 4'294'967'296;  // 49.7 days.
 constexpr std::int64_t kSecondsOf31Bits = 2'147'483'648;
 
@@ -144,7 +145,7 @@ TEVALON_SCENARIO_WITH(TenYearsOfAPeriodicTimer, longRun()) {
     Timer timer(
         "A", {kDay, 0, 0}, [&](Timer*, void*) { ++fired; }, nullptr, CONTINUE);
     TEVALON_EXPECT(timer.start() == 0);
-    sleepSeconds(10 * 365 * kDay);
+    sleepSeconds(kTenYearsInSeconds);
     TEVALON_EXPECT(fired >= 3649 && fired <= 3650);
     TEVALON_EXPECT(timer.stop() == 0);
     TEVALON_EXPECT(elapsedNanoseconds() >= 10 * kYear);
@@ -155,7 +156,7 @@ TEVALON_SCENARIO_WITH(TenYearsOfAWatch, longRun()) {
     Semaphore reported;
     WatchDog dog;
     dog.setTimeoutCallback(postSemaphore, &reported);
-    dog.beginWatch(WatchDog::eWatchID_doOOM, static_cast<double>(10 * kYear / kSecond));
+    dog.beginWatch(WatchDog::eWatchID_doOOM, double{kTenYearsInSeconds});
     tevalon::testkit::advanceClock(10 * kYear - kSecond);
     sleepSeconds(0);
     dog.checkTimers();

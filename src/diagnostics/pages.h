@@ -40,7 +40,7 @@ class Pages {
 public:
     static_assert(std::is_trivially_copyable_v<T>);
 
-    std::size_t size() const { return m_memory.size() / sizeof(T); }
+    std::size_t size() const { return m_memory.size() / kElementBytes; }
     bool empty() const { return m_memory.size() == 0; }
     T* begin() { return reinterpret_cast<T*>(m_memory.begin()); }
     T* end() { return begin() + size(); }
@@ -49,9 +49,12 @@ public:
     const T& operator[](std::size_t index) const { return begin()[index]; }
 
     /// False where there is no memory.
-    bool add(const T& element) { return m_memory.add(&element, sizeof(element)); }
+    bool add(const T& element) { return m_memory.add(&element, kElementBytes); }
 
 private:
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): pointers are elements as well.
+    static constexpr std::size_t kElementBytes = sizeof(T);
+
     PageMemory m_memory;
 };
 

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "activity/activity.h"
+#include "activity/waiting.h"
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
@@ -110,13 +111,16 @@ WatchDog::WatchDog() : m_process(markOfThisProcess()), m_thread(this) {
     inEachForkedChild(WatchThread::allOwnersAreGone);
 }
 
-// m_thread stops and joins the thread; in the callback it detaches it, and the thread ends when the
-// callback returns.
+// In the callback m_thread detaches the thread, which ends when the callback returns.
 WatchDog::~WatchDog() {
     if (isFromParent(m_process)) m_thread.abandon();
-    if (!WatchThread::isThisThreadOf(this)) return;
-    WatchThread::ownerIsGone();
-    activity::forgetObject(this);
+    if (WatchThread::isThisThreadOf(this)) {
+        WatchThread::ownerIsGone();
+        activity::forgetObject(this);
+        return;
+    }
+    const activity::Waiting waiting(record::Wait::Destructor, this);
+    m_thread.end();
 }
 
 // The thread last: it begins with a look at the watches. Where it cannot be created, the next use

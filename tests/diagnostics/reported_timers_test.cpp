@@ -291,6 +291,26 @@ TEST_F(ReportedTimersTest, WatchesThatAreLeftAndOverdue) {
                 "20 'eWatchID_app_show': overdue by " + kSeconds + " of -5.000 s");
 }
 
+TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfAWatchDog) {
+    Busy busy;
+    auto dog = std::make_unique<WatchDog>();
+    dog->setTimeoutCallback(
+        [](void* p_context, WatchDog::WATCH_ID, double) { (*static_cast<Busy*>(p_context))(); },
+        &busy);
+    dog->beginWatch(WatchDog::eWatchID_StartUp, -5);
+    busy.waitUntilThere();
+    dog->stopWatch(WatchDog::eWatchID_StartUp);
+    std::thread waiter([&] { dog.reset(); });
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(report, "waits",
+                kThread + ", in a destructor, for thread [0-9]+ 'WatchDog' of watchdog");
+    expectEntry(report, "who waits for whom", kThread + " -> watchdog");
+    busy.letGo();
+    waiter.join();
+}
+
 TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
     struct Context {
         WatchDog* p_dog = nullptr;

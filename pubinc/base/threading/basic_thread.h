@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 
 namespace tevalon::base::Threading {
 
@@ -27,10 +28,17 @@ public:
         }
     }
 
-    /// Stops the owner and waits until its run() has returned. No cancellation point.
-    ~BasicThread() {
-        if (m_owner == nullptr) return;
-        m_owner->stop();
+    /// As end().
+    ~BasicThread() { end(); }
+
+    BasicThread(const BasicThread&) = delete;
+    BasicThread& operator=(const BasicThread&) = delete;
+
+    /// Stops the owner and waits until its run() has returned; once. No cancellation point.
+    void end() {
+        T* const p_owner = std::exchange(m_owner, nullptr);
+        if (p_owner == nullptr) return;
+        p_owner->stop();
         if (pthread_equal(m_handle, pthread_self()) != 0) {
             (void)pthread_detach(m_handle);
             return;
@@ -42,12 +50,8 @@ public:
         (void)pthread_setcancelstate(cancelStateBefore, nullptr);
     }
 
-    /// For a forked child, where the parent's thread does not exist: the destructor does nothing
-    /// then.
+    /// For a forked child, where the parent's thread does not exist: there is nothing to end then.
     void abandon() { m_owner = nullptr; }
-
-    BasicThread(const BasicThread&) = delete;
-    BasicThread& operator=(const BasicThread&) = delete;
 
 private:
     static void* runOwner(void* p_owner) {
