@@ -319,7 +319,8 @@ CallFailure watchCall(Call call, const void* caller, void* const* pp_arguments) 
 // ---- what is alive ----
 
 std::size_t placeOf(const void* p_block) {
-    return (reinterpret_cast<std::uintptr_t>(p_block) >> 4) * 0x9E3779B97F4A7C15 >> 48;
+    const std::uint64_t address = reinterpret_cast<std::uintptr_t>(p_block);
+    return static_cast<std::size_t>((address >> 4) * 0x9E3779B97F4A7C15 >> 48);
 }
 
 [[maybe_unused]] void watchBlock(Call call, const void* p_block) {
