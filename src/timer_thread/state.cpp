@@ -57,8 +57,6 @@ void TimerThread::State::startWorker(TimerThread* p_owner) {
     createWorker(p_owner);
 }
 
-// Under the lock, so that claimStop() finds either no worker or its complete handle. None during a
-// join: a worker started then would set m_running, and the old one would not stop.
 __attribute__((cold)) void TimerThread::State::recordPosted(const TimerTaskBase& task) {
     const double seconds = task.getNextFireTime() - monotonicSeconds();
     constexpr double kLongest = 9e9;  // Some 285 years, which 64 bits of nanoseconds hold.
@@ -67,6 +65,8 @@ __attribute__((cold)) void TimerThread::State::recordPosted(const TimerTaskBase&
                        static_cast<std::int64_t>(bounded * 1e9));
 }
 
+// Under the lock, so that claimStop() finds either no worker or its complete handle. None during a
+// join: a worker started then would set m_running, and the old one would not stop.
 void TimerThread::State::createWorker(TimerThread* p_owner) {
     if (m_worker != nullptr || m_isStopping || m_isDestroyed) return;
     inEachForkedChild(WorkerThread::allOwnersAreGone);

@@ -92,7 +92,7 @@ void payloadLarge(Run& run) {
 
 // Freed where they were not made, batch for batch.
 void payloadsAcrossThreads(Run& run) {
-    constexpr int kPayloads = 400;
+    constexpr int kPayloads = 1000;  // More than are kept.
     for (int round = 0; round < 2; ++round) {
         std::vector<std::unique_ptr<EventParam>> payloads;
         for (int i = 0; i < kPayloads; ++i) payloads.push_back(std::make_unique<Payload>());
