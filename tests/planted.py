@@ -1,12 +1,15 @@
 #!/usr/bin/python3
-"""Shows that faults.py finds mistakes: plants each of planted/*.patch in a copy of the tree.
+"""Shows that tests find mistakes: plants each of faults/planted/ or ends/planted/ in a copy of the
+tree.
 
-    planted.py ROOT FOLDER [NAME...]
+    planted.py ROOT FOLDER faults|ends [NAME...]
 
-Builds the copy in FOLDER with each patch in turn, and fails unless each makes faults.py fail.
+Builds the copy in FOLDER with each patch in turn, and fails unless each is found: one of faults/ by
+faults.py, one of ends/ by the test that its first line names.
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -43,7 +46,7 @@ def copy_tree(root, tree):
         os.utime(target)
 
 
-def find(tree, build):
+def find_by_faults(tree, build, _patch):
     """The first failure that faults.py reports, or None."""
     must("cmake", "--build", build, "--target", "faults_program")
     result = run(sys.executable, "-B", os.path.join(tree, "tests/faults/faults.py"), "--first",
@@ -54,9 +57,22 @@ def find(tree, build):
     return lines[0] + " ... " + lines[2] if len(lines) > 2 else " ".join(lines)
 
 
+def find_by_test(_tree, build, patch):
+    """The test that fails or hangs, or None."""
+    with open(patch, encoding="utf-8") as file:
+        test = re.match(r"Found by ([\w.]+)", file.read())[1]
+    must("cmake", "--build", build, "--target", "forked_child_test", "fork_at_locks_test",
+         "cancellation", "static_module_test")
+    result = run("ctest", "--test-dir", build, "-R", f"^{re.escape(test)}$", "--timeout", "100")
+    if "No tests were found" in result.stdout:
+        sys.exit(f"planted: no test {test}")
+    return test if result.returncode != 0 else None
+
+
 def main():
-    root, folder, *wanted = sys.argv[1:]
-    patches = os.path.join(root, "tests/faults/planted")
+    root, folder, suite, *wanted = sys.argv[1:]
+    find = {"faults": find_by_faults, "ends": find_by_test}[suite]
+    patches = os.path.join(root, "tests", suite, "planted")
     names = sorted(name[:-6] for name in os.listdir(patches) if name.endswith(".patch"))
     tree = os.path.join(folder, "tree")
     build = os.path.join(tree, "build/dev")
@@ -64,12 +80,13 @@ def main():
     for name in names:
         if wanted and name not in wanted:
             continue
+        patch = os.path.join(patches, name + ".patch")
         copy_tree(root, tree)
-        must("patch", "-p1", "--batch", "--input", os.path.join(patches, name + ".patch"), cwd=tree)
+        must("patch", "-p1", "--batch", "--input", patch, cwd=tree)
         if not os.path.exists(os.path.join(build, "build.ninja")):
             must("cmake", "--preset", "dev", cwd=tree)
         begin = time.monotonic()
-        found = find(tree, build)
+        found = find(tree, build, patch)
         if found is None:
             missed.append(name)
         print(f"planted: {name}: {found or 'NOT FOUND'} ({time.monotonic() - begin:.0f} s)",
