@@ -428,6 +428,14 @@ def judge_recovery(plan, expectation, baseline, report, problems):
                     problems)
 
 
+# Freed events and payloads are kept for the next ones: which thread frees which decides how many,
+# up to 32 KiB in all and 16 of each size a thread. Where it is not told of a thread's end, that
+# thread keeps none, and others keep them instead.
+KEPT_MORE = 32
+WATCH_ENDS_OF_THREADS = ("pthread_key_create", "pthread_setspecific")
+KEPT_AT_MOST = 1000
+
+
 def judge(plan, functions, baseline, report):
     """What is wrong, as a list of texts."""
     expectation = find(plan, functions)
@@ -442,6 +450,10 @@ def judge(plan, functions, baseline, report):
         problems.append("ends before its report does")
     if report.alive is not None and report.alive > baseline.alive:
         problems.append(f"leaves {report.alive} blocks instead of {baseline.alive}: " +
+                        ", ".join(leaked(baseline, report)))
+    allowed = KEPT_AT_MOST if plan.call in WATCH_ENDS_OF_THREADS else baseline.kept + KEPT_MORE
+    if report.kept > allowed:
+        problems.append(f"keeps {report.kept} blocks instead of {baseline.kept}: " +
                         ", ".join(leaked(baseline, report)))
     if report.descriptors is not None and report.descriptors > baseline.descriptors:
         problems.append(f"leaves {report.descriptors} descriptors instead of "
