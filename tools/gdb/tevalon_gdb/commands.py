@@ -2,7 +2,7 @@
 
 import gdb
 
-from tevalon_gdb import memory, recording, report, threads
+from tevalon_gdb import core, memory, recording, report, threads
 
 
 def _run(command):
@@ -11,6 +11,7 @@ def _run(command):
         raise gdb.GdbError('There is no process and no core. Attach to one, or name one with '
                            '`core-file FILE`.')
     try:
+        core.find_libraries()
         for line in command():
             gdb.write(line + '\n')
     except memory.Failure as failure:

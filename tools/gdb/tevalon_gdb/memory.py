@@ -35,45 +35,30 @@ def library():
     return None
 
 
-def _symbol(name):
+def _symbols(name):
+    """All of this name. Link-time optimisation describes a variable twice: where it was, without
+    an address, and where it is."""
+    yield from gdb.lookup_static_symbols(name)
     for objfile in gdb.objfiles():
-        symbol = objfile.lookup_static_symbol(name) or objfile.lookup_global_symbol(name)
+        symbol = objfile.lookup_global_symbol(name)
         if symbol is not None:
-            return symbol
-    return None
-
-
-def _address_by_linkage(name):
-    """From the linker's symbol table. Link-time optimisation renames what it moves."""
-    for suffix in ('', '.lto_priv.0', '.lto_priv.1'):
-        try:
-            return int(gdb.parse_and_eval("(char *) &'%s%s'" % (name, suffix)))
-        except gdb.error:
-            continue
-    return None
+            yield symbol
 
 
 def variable(name):
-    """The global variable `tevalon::base::NAME`. Link-time optimisation may leave it out of the
-    debug information: then its address is the linker's. Raises Failure where there is none."""
-    symbol = _symbol(BASE + name)
-    if symbol is None:
-        raise Failure(_why_missing())
-    value = symbol.value()
-    if value.address is not None and not value.is_optimized_out:
-        return value
-    address = _address_by_linkage(symbol.linkage_name)
-    if address is None:
-        raise Failure("the library's symbol table is missing: " + _what_to_install())
-    return at(address, symbol.type)
+    """The global variable `tevalon::base::NAME`. Raises Failure where there is none."""
+    for symbol in _symbols(BASE + name):
+        value = symbol.value()
+        if value.address is not None:
+            return value
+    raise Failure(_why_missing())
 
 
 def linked(name, type_name):
-    """The variable of this linkage name, as a number of the type; 0 where it is not to be had."""
-    address = _address_by_linkage(name)
-    if address is None:
-        return 0
+    """What the variable of this linkage name holds, as a number of the type; 0 where it is not to
+    be had. By the symbol table, which every library and program has of what it exports."""
     try:
+        address = int(gdb.parse_and_eval("(char *) &'%s'" % name))
         return int(at(address, gdb.lookup_type(type_name)))
     except gdb.error:
         return 0
@@ -90,7 +75,7 @@ def _why_missing():
     objfile = library()
     if not gdb.objfiles():
         return 'there is no program: name it with `file PROGRAM`, or start gdb with it'
-    if _symbol(BASE + 'bootID()') is not None:
+    if any(_symbols(BASE + 'bootID()')):
         return ('the library was built without recorder and state report '
                 '(TEVALON_BASE_DIAGNOSTICS=OFF): it keeps no list of what its threads do')
     if objfile is not None:
