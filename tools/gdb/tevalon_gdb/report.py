@@ -32,6 +32,18 @@ def write_state(is_whole=False):
     return lines + _notes(snapshot, process, now, memory)
 
 
+def hub_line(impl):
+    """The line of one hub, by the address of its EventHubImpl."""
+    snapshot = looks.Snapshot()
+    process = threads.Threads()
+    _name_threads(process, snapshot, None)
+    lists = Lists(snapshot, process, clock.now(snapshot, None), ALL)
+    for hub in snapshot.hubs:
+        if hub.hub == impl:
+            return lists.hub(hub)
+    return lists.hub(looks.hub_look(impl))  # Neither registered nor with a thread.
+
+
 def _name_threads(process, snapshot, content):
     """Where gdb knows no names: those that the library has given, and those that are recorded."""
     for hub in snapshot.hubs:
@@ -154,9 +166,9 @@ class Lists:
         hubs = list(self._now.hubs)
         if len(hubs) > self._most:
             hubs.sort(key=lambda hub: not (hub.is_busy or hub.waiting > 0))
-        self._add_list('hubs', hubs, self._hub)
+        self._add_list('hubs', hubs, self.hub)
 
-    def _hub(self, hub):
+    def hub(self, hub):
         text = '%s: %s' % (self._module(hub.module),
                            self._thread(hub.thread_id) if hub.thread_id != 0 else 'no thread')
         if not hub.is_registered:
