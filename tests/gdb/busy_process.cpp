@@ -1,10 +1,11 @@
 // A process in which every list of the state report has something in it. It writes what it is doing
 // by itself, and is then there to be looked at from outside.
 //
-// usage: gdb_busy_process FOLDER [crash] [overdue] [file]
+// usage: gdb_busy_process FOLDER [crash] [overdue] [file] [beat]
 //
 // FOLDER gets `few`, `whole`: the state report; and `recording`. `crash` ends the process by a
-// signal then; `overdue` has a watch that is; `file` records into FOLDER/live instead of memory.
+// signal then; `overdue` has a watch that is; `file` records into FOLDER/live instead of memory;
+// `beat` has a timer whose handler runs all the time.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -184,9 +185,16 @@ void makeWaits() {
         "running", tevalon::base::simple_timer::TimeoutTime{0, 1, 0},
         [](Timer*, void*) { stayForEver(); }, nullptr, ONCE);
     s_running.start();
-    waitForReport("timer runs: 1");
+    waitForReport("'running': thread ");
     onThread([] { s_running.stop(); });
     waitForReport(", in a stop, for thread ");
+}
+
+void startBeat() {
+    forEver<Timer>(
+        "beat", tevalon::base::simple_timer::TimeoutTime{0, 5, 0}, [](Timer*, void*) {}, nullptr,
+        tevalon::base::simple_timer::CONTINUE)
+        .start();
 }
 
 // More than are shown by default.
@@ -203,9 +211,7 @@ void startTimers() {
         } else {
             timer.start();
         }
-        if (hours != 2) continue;
-        g_timer = &timer;
-        timer.changeHandler(handler, nullptr);
+        if (hours == 2) g_timer = &timer;
     }
 }
 
@@ -256,6 +262,7 @@ int run(const std::string& folder, const std::vector<std::string>& options) {
     if (has("file")) recording.file = file.c_str();
     if (diagnostics::startRecording(recording) != diagnostics::Status::Ok) return 1;
     nameAll();
+    if (has("beat")) startBeat();
     occupyTuner();
     makeCircle();
     makeWaits();
