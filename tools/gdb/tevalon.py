@@ -6,7 +6,8 @@ import sys
 
 def _load():
     """Imports the package beside this file, and leaves no compiled files there."""
-    folder = os.path.dirname(os.path.realpath(__file__))
+    # Not __file__, which is another script's where that has gdb source this one.
+    folder = os.path.dirname(os.path.realpath(_load.__code__.co_filename))
     writes_no_bytecode = sys.dont_write_bytecode
     sys.dont_write_bytecode = True
     sys.path.insert(0, folder)
