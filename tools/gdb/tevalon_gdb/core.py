@@ -22,7 +22,7 @@ def find_libraries():
     confirm = gdb.parameter('confirm')
     gdb.execute('set confirm off')
     try:
-        gdb.execute('symbol-file -o 0x%x %s' % (distance, program), to_string=True)
+        gdb.execute('symbol-file -o 0x%x "%s"' % (distance, program), to_string=True)
         gdb.execute('sharedlibrary', to_string=True)
     finally:
         gdb.execute('set confirm %s' % ('on' if confirm else 'off'))

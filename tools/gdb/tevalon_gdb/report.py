@@ -79,14 +79,14 @@ def _notes(snapshot, process, now, memory):
     if now.source is not None:
         notes.append('no clock can be read: the time is the latest one found, when %s; it was then '
                      'or later, and what goes on does so for that much longer' % now.source)
-    known = set(process.ids())
     used = {look.thread_id for looks_of in (snapshot.hubs, snapshot.task_threads, snapshot.runs,
                                             snapshot.watch_dogs, snapshot.waits)
             for look in looks_of} - {0}
-    missing = sorted(used - known)
-    if missing and known:
-        notes.append('gdb does not know %d of these threads (%s): without their stacks there is no '
-                     'backtrace of them' % (len(missing), ', '.join(map(str, missing[:FEW]))))
+    missing = sorted(used - process.ids_with_stack())
+    if missing:
+        notes.append('gdb has no registers, and no backtrace, of %d of these threads (%s). A core '
+                     'may lack threads; an emulated process shows all through its stub, '
+                     'qemu-arm -g PORT' % (len(missing), ', '.join(map(str, missing[:FEW]))))
     if not process.has_names():
         notes.append('gdb has no names of threads here: these are what the library calls its own, '
                      'and what was recorded')

@@ -1,5 +1,7 @@
 """The process and its threads, as gdb knows them."""
 
+import re
+
 import gdb
 
 from tevalon_gdb import memory
@@ -30,8 +32,13 @@ class Threads:
         if ids and inferior.pid not in ids:
             self.process_id = ids[0]
 
-    def ids(self):
-        return list(self._names)
+    def ids_with_stack(self):
+        """Those of which there are registers. A core may lack some; gdb then lists the threads that
+        the C library knows of, and has no backtrace of them."""
+        if connection_type() != 'core':
+            return set(self._names)
+        sections = gdb.execute('maintenance info sections', to_string=True)
+        return {int(thread_id) for thread_id in re.findall(r'\.reg/(\d+)', sections)}
 
     def has_names(self):
         return any(self._names.values())
