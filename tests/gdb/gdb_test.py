@@ -171,7 +171,8 @@ def a_stopped_process_agrees_with_its_own_report(setup):
         compare(setup.read(name), seen)
         assert notes == [], notes
     expect(few, r'^  circle: module 2 \'caller\' -> module 3 \'called\' -> module 2 \'caller\'$',
-           r'^  and 1 more$', r"^timers: 11$", r", 22 waiting, in event 5 'tune' of module 5 for ",
+           r'^  and 1 more$', r'^hubs: 14$', r'^  and 4 more$', r"^timers: 11$",
+           r", 25 waiting, in event 5 'tune' of module 5 for at most ",
            r"not answered$", r"100 queued, first in ", r'1 queued, first cancelled',
            r'in an unregister, for thread \d+ ', r'in a stop, for thread \d+ ')
 
@@ -388,8 +389,8 @@ def values_are_printed(setup):
         14: r"event 5 'tune' of module 1 'tuner', no reply asked for",
         15: r"event 99 of module 4, payload at 0x[0-9a-f]+, replied 42",
         16: r"timer thread 'TimerThread': thread \d+, 100 queued, in a task = \{.*\.\.\.\}",
-        17: r"hub of module 1 'tuner': thread \d+ 'Evt:1', 22 waiting, in event 5 'tune' of module "
-            r"5 for \d+\.\d{3} s = \{.*\.\.\.\}"}
+        17: r"hub of module 1 'tuner': thread \d+ 'Evt:1', 25 waiting, in event 5 'tune' of module "
+            r"5 for at most \d+\.\d{3} s = \{.*\.\.\.\}"}
     for number, pattern in patterns.items():
         assert re.fullmatch(pattern, values[str(number)]), (number, values)
     tasks = re.findall(r'task (\d+) of session (\d+) at 0x[0-9a-f]+, (cancelled|due at)',
@@ -399,8 +400,11 @@ def values_are_printed(setup):
     assert [int(task[0]) for task in tasks if task[2] == 'due at'] == [
         10 + i % 3 for i in range(99, -1, -1) if i % 3 != 1], tasks
     assert sum(task[2] == 'cancelled' for task in tasks) == 33, tasks
-    events = re.findall(r'event (\d+) of module 5(, payload at)?', values['19'].split(' = {')[1])
-    assert events == [('8', '')] * 21 + [('8', ', payload at')], values['19']
+    events = re.findall(r'event (-?\d+) of module (-?\d+)(, payload at)?',
+                        values['19'].split(' = {')[1])
+    many, own = ('8', '5', ''), ('10', '5', '')
+    assert events == ([many] * 2 + [own] * 3 + [many] * 16 + [many] * 2
+                      + [('10', '5', ', payload at'), many]), values['19']
 
 
 # ---- what is wrong ----
