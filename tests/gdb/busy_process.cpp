@@ -1,11 +1,11 @@
 // A process in which every list of the state report has something in it. It writes what it is doing
 // by itself, and is then there to be looked at from outside.
 //
-// usage: gdb_busy_process FOLDER [crash] [overdue] [file] [beat]
+// usage: gdb_busy_process FOLDER [crash] [overdue] [file] [unrecorded] [beat]
 //
 // FOLDER gets `few`, `whole`: the state report; and `recording`. `crash` ends the process by a
 // signal then; `overdue` has a watch that is; `file` records into FOLDER/live instead of memory;
-// `beat` has a timer whose handler runs all the time.
+// `unrecorded` does not record; `beat` has a timer whose handler runs all the time.
 
 #include <fcntl.h>
 #include <semaphore.h>
@@ -289,7 +289,8 @@ int run(const std::string& folder, const std::vector<std::string>& options) {
     diagnostics::RecordingOptions recording;
     recording.bytes = std::size_t{64} * 1024;
     if (has("file")) recording.file = file.c_str();
-    if (diagnostics::startRecording(recording) != diagnostics::Status::Ok) return 1;
+    const bool isRecorded = !has("unrecorded");
+    if (isRecorded && diagnostics::startRecording(recording) != diagnostics::Status::Ok) return 1;
     nameAll();
     if (has("beat")) startBeat();
     registerIdleHubs();
@@ -304,7 +305,7 @@ int run(const std::string& folder, const std::vector<std::string>& options) {
     if (writeStateTo((folder + "/whole").c_str(), 1) != 0) return 1;
     diagnostics::mark("ready", 1);  // The last record: later than the reports.
     const int fd = open((folder + "/recording").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    if (diagnostics::writeRecording(fd) != diagnostics::Status::Ok) return 1;
+    if (isRecorded && diagnostics::writeRecording(fd) != diagnostics::Status::Ok) return 1;
     (void)close(fd);
     stateIsReady();
     if (has("crash")) abort();
