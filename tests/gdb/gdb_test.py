@@ -521,10 +521,19 @@ def recordings_are_saved_whole_or_not_at_all(setup):
     # A file's pages are not in a core, and gdb finds them in the file where that is still there.
     os.unlink(setup.path('recording'))
     core = setup.make_core('file')
+    half = 32768
+    os.truncate(setup.path('live'), half)
+    output = setup.with_core(core, 'tevalon record cut-off')
+    missing = os.stat(setup.path('recording')).st_size - half
+    expect(output, r"^note: %d of the recording's bytes are not in memory, and zeros in the file$"
+           % missing)
+    with open(setup.path('cut-off'), 'rb') as cut, open(setup.path('recording'), 'rb') as whole:
+        assert cut.read() == whole.read(half) + bytes(missing)
     os.rename(setup.path('live'), setup.path('elsewhere'))
     output = setup.with_core(core, 'tevalon record of-file', 'tevalon state')
-    expect(output, r'^tevalon: no recording to save: .*Cores do not have what was recorded into a '
-           r'file: that file has it\.$', r'^note: the recording cannot be read: ')
+    expect(output, r'^tevalon: no recording to save: its 65\d+ bytes at 0x[0-9a-f]+ are not in '
+           r'memory; cores do not have what was recorded into a file: that file has it\.$',
+           r'^note: no recording can be read: ')
     left = sorted(name for name in os.listdir(setup.folder) if 'record' in name or 'of-' in name)
     assert left == ['recording'], left
 

@@ -81,7 +81,8 @@ def _why_missing():
     if objfile is not None:
         return 'no debug information for %s: %s' % (objfile.filename, _what_to_install())
     return ('no libtevalon-base.so is loaded: for a core, name the folder that has the libraries of '
-            'its machine with `set sysroot FOLDER` or `set solib-search-path FOLDER`')
+            'its machine with `set sysroot FOLDER` or `set solib-search-path FOLDER`; one that is cut off has '
+            'lost them')
 
 
 def type_of(name):

@@ -4,6 +4,7 @@ import errno
 import os
 import struct
 import tempfile
+from types import SimpleNamespace
 
 from tevalon_gdb import memory
 
@@ -14,62 +15,85 @@ BLOCK_TAIL_BYTES = 8
 PHASES = ('Idle', 'Changing', 'Recording')
 PIECE_BYTES = 1 << 20
 PAGE_BYTES = 4096
+MOST_BLOCKS = 511
+LEAST_BLOCK_BYTES = 256
 KIND_MEMORY = 28
+
+NOT_IN_CORES = 'cores do not have what was recorded into a file: that file has it'
+UNFINISHED = 'the process stopped before its head was written'
 
 
 class Content:
-    """What a recording's bytes say of the process: when something happened last, and what its
-    threads are called."""
+    """What a recording says of the process: when something happened last, and what its threads are
+    called. Reads no more than that takes, for memory may be far away: the head, those of the
+    blocks, and the youngest block of each thread, which has its last record."""
 
-    def __init__(self, data, order):
-        self._data = data
-        self._order = order
-        fields = struct.unpack_from(order + '9I', data, 16)
-        (_, _, _, _, self._block_offset, self._block_count, self._block_bytes, self.records_lost,
-         self.process_id) = fields
-        self.start_ns, start_realtime_ns = struct.unpack_from(order + 'QQ', data, 56)
+    def __init__(self, begin):
+        self._begin = begin
+        self._order = memory.byte_order()
+        self.unread_blocks = 0
+        head = self._read(0, HEAD_BYTES)
+        (_, _, _, _, self._block_offset, self._block_count, self._block_bytes,
+         self.records_lost) = struct.unpack_from(self._order + '8I', head, 16)
+        if self._block_count > MOST_BLOCKS or self._block_bytes < LEAST_BLOCK_BYTES:
+            raise memory.Damaged('%d blocks of %d bytes' % (self._block_count, self._block_bytes))
+        self.start_ns, start_realtime_ns = struct.unpack_from(self._order + 'QQ', head, 56)
         self.last_ns = self.start_ns
         self.realtime = (self.start_ns, start_realtime_ns)  # Two readings of the same moment.
         self.thread_names = {}
         self._read_blocks()
 
+    def _read(self, offset, count):
+        return memory.read_bytes(self._begin + offset, count)
+
     def _read_blocks(self):
-        """A thread's last record is in its youngest block."""
         youngest = {}
         for i in range(self._block_count):
-            begin = self._block_offset + i * self._block_bytes
-            if begin + self._block_bytes > len(self._data):
-                break
-            sequence, committed, thread, kernel_id, number = struct.unpack_from(
-                self._order + '5I', self._data, begin)
-            tail, = struct.unpack_from(self._order + 'I', self._data,
-                                       begin + self._block_bytes - BLOCK_TAIL_BYTES)
-            room = self._block_bytes - BLOCK_HEAD_BYTES - BLOCK_TAIL_BYTES
-            if sequence == 0 or sequence != tail or committed > room:
+            try:
+                block = self._read_block_head(self._block_offset + i * self._block_bytes)
+            except memory.READ_ERRORS:
+                self.unread_blocks += 1
                 continue
-            if thread not in youngest or youngest[thread][0] < number:
-                youngest[thread] = (number, begin, committed, kernel_id, sequence)
-        # A later thread may have the kernel id of an earlier one.
-        for _, begin, committed, kernel_id, _ in sorted(youngest.values(), key=lambda b: b[4]):
-            name = memory.text_of(self._data[begin + 32:begin + 48])
-            if name:
-                self.thread_names[kernel_id] = name
-            self._read_times(begin, committed)
+            if block is None:
+                continue
+            known = youngest.get(block.thread)
+            if known is None or known.number < block.number:
+                youngest[block.thread] = block
+        # In order: a later thread may have the kernel id of an earlier one.
+        for block in sorted(youngest.values(), key=lambda block: block.sequence):
+            if block.name:
+                self.thread_names[block.kernel_id] = block.name
+            try:
+                self._read_times(block)
+            except memory.READ_ERRORS:
+                self.unread_blocks += 1
 
-    def _read_times(self, begin, committed):
-        base, = struct.unpack_from(self._order + 'Q', self._data, begin + 24)
-        at = begin + BLOCK_HEAD_BYTES
-        end = at + committed
-        while at + 8 <= end:
-            head, = struct.unpack_from(self._order + 'Q', self._data, at)
+    def _read_block_head(self, begin):
+        """None of a block that is unused, or was being reused."""
+        head = self._read(begin, BLOCK_HEAD_BYTES)
+        tail = self._read(begin + self._block_bytes - BLOCK_TAIL_BYTES, 4)
+        sequence, committed, thread, kernel_id, number, _, base_ns = struct.unpack_from(
+            self._order + '6IQ', head)
+        room = self._block_bytes - BLOCK_HEAD_BYTES - BLOCK_TAIL_BYTES
+        last_sequence, = struct.unpack(self._order + 'I', tail)
+        if sequence == 0 or sequence != last_sequence or committed > room:
+            return None
+        return SimpleNamespace(begin=begin, sequence=sequence, committed=committed, thread=thread,
+                               kernel_id=kernel_id, number=number, base_ns=base_ns,
+                               name=memory.text_of(head[32:48]))
+
+    def _read_times(self, block):
+        data = self._read(block.begin + BLOCK_HEAD_BYTES, block.committed)
+        at = 0
+        while at + 8 <= len(data):
+            head, = struct.unpack_from(self._order + 'Q', data, at)
             length = (head >> 8 & 0xff) * 8
-            if length == 0 or at + length > end:
+            if length == 0 or at + length > len(data):
                 return
-            time_ns = base + (head >> 16)
+            time_ns = block.base_ns + (head >> 16)
             self.last_ns = max(self.last_ns, time_ns)
             if head & 0xff == KIND_MEMORY and length >= 40 and time_ns >= self.realtime[0]:
-                self.realtime = (time_ns, struct.unpack_from(self._order + 'Q', self._data,
-                                                             at + 32)[0])
+                self.realtime = (time_ns, struct.unpack_from(self._order + 'Q', data, at + 32)[0])
             at += length
 
 
@@ -80,41 +104,39 @@ class Recording:
         self.phase = phase
         self.begin = begin
         self.size = size
-        self.missing_bytes = 0
         self.content = None
         self.notes = []
-        self._data = b''
 
-    def read(self):
-        """All of it. What is not in memory is zeros, which a reader takes for unused blocks."""
+    def look(self):
+        """Finds out what is in it."""
         if self.begin == 0:
             return
-        self._data, self.missing_bytes = _read_what_there_is(self.begin, self.size)
-        order = memory.byte_order()
-        if not self._data.startswith(MAGIC):
-            self.notes.append('the recording cannot be read: ' + self.why_unreadable())
-            return
-        if self.missing_bytes:
-            self.notes.append('%d of the recording\'s %d bytes are not in memory'
-                              % (self.missing_bytes, self.size))
         try:
-            self.content = Content(self._data, order)
-        except struct.error as error:
-            self.notes.append('the recording is damaged: %s' % error)
-
-    def why_unreadable(self):
-        if self.missing_bytes >= min(self.size, PAGE_BYTES):
-            return ('its %d bytes at 0x%x are not in memory. Cores do not have what was recorded '
-                    'into a file: that file has it' % (self.size, self.begin))
-        return 'the process stopped before its head was written'
+            if memory.read_bytes(self.begin, len(MAGIC)) != MAGIC:
+                self.notes.append('no recording can be read: ' + UNFINISHED)
+                return
+            self.content = Content(self.begin)
+        except memory.READ_ERRORS as error:
+            self.notes.append('no recording can be read: %s; %s' % (error, NOT_IN_CORES))
+            return
+        if self.content.unread_blocks > 0:
+            self.notes.append("%d of the recording's blocks are not in memory"
+                              % self.content.unread_blocks)
 
     def data(self):
-        """The bytes to save. Raises memory.Failure where that is no recording."""
+        """All of it; what is not in memory is zeros, which a reader takes for unused blocks. Raises
+        memory.Failure where that is no recording."""
         if self.begin == 0:
             raise memory.Failure('the process has not recorded anything')
-        if not self._data.startswith(MAGIC):
-            raise memory.Failure('no recording to save: ' + self.why_unreadable())
-        return self._data
+        data, missing = _read_what_there_is(self.begin, self.size)
+        if missing == self.size:
+            raise memory.Failure('no recording to save: its %d bytes at 0x%x are not in memory; %s'
+                                 % (self.size, self.begin, NOT_IN_CORES))
+        if not data.startswith(MAGIC):
+            raise memory.Failure('no recording to save: ' + UNFINISHED)
+        self.notes = ["%d of the recording's bytes are not in memory, and zeros in the file"
+                      % missing] if missing else []
+        return data
 
     def summary(self):
         """The state report's line."""
@@ -136,7 +158,7 @@ def _read_what_there_is(begin, size):
             data[at:at + count] = memory.read_bytes(begin + at, count)
         except memory.READ_ERRORS:
             missing += _read_pages(begin, data, at, at + count)
-    return bytes(data), missing
+    return data, missing
 
 
 def _read_pages(begin, data, at, end):
@@ -152,7 +174,7 @@ def _read_pages(begin, data, at, end):
 
 
 def find():
-    """The recording, read. Raises memory.Failure without debug information."""
+    """The recording. Raises memory.Failure without debug information."""
     phase = memory.unsigned(memory.variable('diagnostics::(anonymous namespace)::g_phase'))
     place = memory.variable('diagnostics::(anonymous namespace)::g_memory')
     begin = int(place['p_begin'])
@@ -162,7 +184,7 @@ def find():
     if begin != 0 and not HEAD_BYTES <= size <= most:
         recording.notes.append('the recording is damaged: %d bytes at 0x%x' % (size, begin))
         recording.begin = 0
-    recording.read()
+    recording.look()
     return recording
 
 
