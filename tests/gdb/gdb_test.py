@@ -380,7 +380,8 @@ def is_among(line, lines):
 # ---- what is printed ----
 
 def values_are_printed(setup):
-    output = setup.at_ready(
+    """Of a process, or where that is emulated of its core."""
+    commands = (
         *('print ' + value for value in (
             'g_undefined', 'g_null', 'g_int', 'g_unsignedShort', 'g_bool', 'g_double', 'g_text',
             'g_point', 'g_array', 'g_openDigest', 'g_digest', '*g_timer', '*g_stoppedTimer',
@@ -390,6 +391,9 @@ def values_are_printed(setup):
             '((void**)&g_answeredEvent)[0]')),
         'set print elements 4', 'print *g_tasks', 'print *g_hub',
         'set print elements 200', 'print *g_tasks', 'print *g_hub')
+    # In such a core the commands find the libraries, and where the program lies, for gdb.
+    output = (setup.with_core(setup.make_core(), 'tevalon state', *commands) if setup.emulator
+              else setup.at_ready(*commands))
     values = dict(re.findall(r'^\$(\d+) = (.*)$', output, re.MULTILINE))
     expected = {
         1: 'undefined', 2: 'null', 3: 'int -7', 4: 'unsigned short 65535', 5: 'bool true',

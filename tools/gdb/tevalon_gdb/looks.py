@@ -25,9 +25,11 @@ class Names:
     KINDS = {1: 'module', 2: 'event', 3: 'task'}
 
     def __init__(self):
+        self._names = {}
+
+    def read(self):
         slots = memory.variable('record::(anonymous namespace)::g_slots')
         given = memory.variable('record::(anonymous namespace)::g_given')
-        self._names = {}
         slot_type = memory.type_of('record::(anonymous namespace)::Slot')
         count = min(unsigned(given), slots.type.sizeof // slot_type.sizeof)
         for i in range(count):
@@ -62,6 +64,7 @@ class Snapshot:
         # Finds out whether there is anything to look at before all else.
         activities = memory.variable('activity::(anonymous namespace)::g_first')
         self.names = Names()
+        self._reading('names of modules, events and tasks', self.names.read)
         self._reading('the list of hubs', self._take_registered)
         self._reading('the list of what threads do',
                       lambda: self._take_activities(activities))

@@ -94,10 +94,12 @@ def common_value_printer(value):
 
 
 def _named(kind, of_kind):
+    names = looks.Names()
     try:
-        name = looks.Names().find(kind, of_kind)
+        names.read()
     except (Failure,) + READ_ERRORS:
-        name = None  # As in a library without the recorder.
+        pass  # As in a library without the recorder.
+    name = names.find(kind, of_kind)
     return "%d '%s'" % (of_kind, name) if name is not None else '%d' % of_kind
 
 
