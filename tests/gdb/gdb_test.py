@@ -188,7 +188,8 @@ def a_report_that_gdb_asks_for_agrees(setup):
 
 def a_watch_is_overdue(setup):
     output = setup.at_ready('tevalon state', options=['overdue'])
-    expect(output, r"^watches: 2$", r"^  1 'eWatchID_StartUp': overdue by \d+\.\d{3} s of 0\.001 s$",
+    expect(output, r"^watches: 2$",
+           r"^  1 'eWatchID_StartUp': overdue by \d+\.\d{3} s of 0\.001 s$",
            r"^  12 'eWatchID_oom_notify': 35\d\d\.\d{3} s left of 3600\.000 s$")
 
 
@@ -223,8 +224,8 @@ def a_core_may_lack_threads(setup):
     output = setup.with_core(core, 'tevalon state -whole')
     seen, notes = report_in(output)
     compare(setup.read('whole'), seen)
-    expect('\n'.join(notes), r'^note: gdb has no registers, and no backtrace, of 13 of these threads '
-           r'\(\d+, \d+, .*\)\. .*qemu-arm -g PORT$')
+    expect('\n'.join(notes), r'^note: gdb has no registers, and no backtrace, of 13 of these '
+           r'threads \(\d+, \d+, .*\)\. .*qemu-arm -g PORT$')
 
 
 def forget_other_threads(core):
@@ -289,7 +290,8 @@ LOCKS = {
                r"^  thread of module 1 'tuner' by thread \d+ "),
     'queue': (EVENTS + 'EventQueue::swap', r'^  queue of module \d.* by thread \d+ '),
     'queue_and_hubs': (EVENTS + 'EventHubImpl::recordQueued',
-                       r"^  list of hubs by thread \d+ '.*\n  queue of module 1 'tuner' by thread "),
+                       r"^  list of hubs by thread \d+ '.*\n"
+                       r"  queue of module 1 'tuner' by thread "),
     'teardown': (EVENTS + 'EventHubImpl::claimJoin', r'^  teardown of module 7 by thread \d+ '),
     'reply': (EVENTS + 'BrowserEvent::waitUntil', r"^  thread \d+ 'Evt:2' of module 2 'caller', "),
     'timers': (TIMERS + 'TimerHeap::insert', r'^  list of timers by thread \d+ '),
@@ -477,8 +479,8 @@ def debug_information_may_lie_apart(setup):
     setup.environment['LD_LIBRARY_PATH'] = stripped
 
     output = setup.at_ready('tevalon state', 'tevalon record saved')
-    expect(output, r'^tevalon: no debug information for .*/stripped/libtevalon-base\.so\.1: install '
-           r'the package libtevalon-base1-dbgsym of the same version as the library '
+    expect(output, r'^tevalon: no debug information for .*/stripped/libtevalon-base\.so\.1: '
+           r'install the package libtevalon-base1-dbgsym of the same version as the library '
            r'\(build id %s\), or ' % build_id)
     assert "process " not in output and not os.path.exists(setup.path('saved')), output
 

@@ -154,8 +154,9 @@ class Snapshot:
     def _take_run(self, thread):
         run = object_at(thread.address, 'simple_timer::RunActivity')
         timer = object_at(thread.object, 'simple_timer::TimerImpl')
-        self.runs.append(SimpleNamespace(timer=thread.object, name=timer_name(timer),
-                                         thread_id=thread.thread_id, since_ms=int(run['m_sinceMs'])))
+        self.runs.append(SimpleNamespace(
+            timer=thread.object, name=timer_name(timer), thread_id=thread.thread_id,
+            since_ms=int(run['m_sinceMs'])))
 
     def _take_watch_dog(self, thread):
         watch_dog = object_at(thread.object, 'timer::WatchDog')

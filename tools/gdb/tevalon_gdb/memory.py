@@ -30,7 +30,7 @@ def library():
     """The object file of the shared library; None where the program is linked with the static one
     or has not loaded it."""
     for objfile in gdb.objfiles():
-        if objfile.owner is None and LIBRARY in objfile.filename.rsplit('/', 1)[-1]:
+        if objfile.owner is None and LIBRARY in (objfile.filename or '').rsplit('/', 1)[-1]:
             return objfile
     return None
 
@@ -80,9 +80,9 @@ def _why_missing():
                 '(TEVALON_BASE_DIAGNOSTICS=OFF): it keeps no list of what its threads do')
     if objfile is not None:
         return 'no debug information for %s: %s' % (objfile.filename, _what_to_install())
-    return ('no libtevalon-base.so is loaded: for a core, name the folder that has the libraries of '
-            'its machine with `set sysroot FOLDER` or `set solib-search-path FOLDER`; one that is cut off has '
-            'lost them')
+    return ('no libtevalon-base.so is loaded: for a core, name the folder that has the libraries '
+            'of its machine with `set sysroot FOLDER` or `set solib-search-path FOLDER`; one that '
+            'is cut off has lost them')
 
 
 def type_of(name):

@@ -1,4 +1,4 @@
-"""The recording that lies in the process's memory; docs/recording-format.md describes its layout."""
+"""The recording that lies in the process's memory. docs/recording-format.md has its layout."""
 
 import errno
 import os

@@ -13,10 +13,6 @@ def connection_type():
     return connection.type if connection is not None else ''
 
 
-def is_live():
-    return connection_type() not in ('', 'core')
-
-
 class Threads:
     """The kernel's ids and names of the threads."""
 
