@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """What gdb shows of a process, compared with what the process says of itself.
 
-usage: gdb_test.py CASE --program PROGRAM --library LIBRARY --zor-debug LIBRARY --script SCRIPT
-                   [--emulator COMMAND] [--lock LOCK]
+usage: gdb_test.py CASE --program PROGRAM --small-program PROGRAM --library LIBRARY
+                   --zor-debug LIBRARY --script SCRIPT [--emulator COMMAND] [--lock LOCK]
 """
 
 import argparse
@@ -32,6 +32,7 @@ class Setup:
 
     def __init__(self, options, folder):
         self.program = os.path.realpath(options.program)
+        self.small_program = os.path.realpath(options.small_program)
         self.library = os.path.realpath(options.library)
         self.zor_debug = os.path.realpath(options.zor_debug)
         self.script = os.path.realpath(options.script)
@@ -490,6 +491,19 @@ def debug_information_may_lie_apart(setup):
     compare(setup.read('few'), report_in(output)[0])
 
 
+def a_program_may_have_little_of_the_library(setup):
+    output = setup.gdb('file ' + setup.small_program, 'break stateIsReady', 'run',
+                       'tevalon state', 'tevalon record saved')
+    seen, notes = report_in(output)
+    assert notes == [], notes
+    wait = "thread %s 'gdb_small_proce'" % re.match(r'process (\d+) ', seen[0]).group(1)
+    assert seen[3:] == [
+        'recorder: nothing was recorded', 'hubs: none', 'waits: 1', '  %s, in a stop' % wait,
+        'who waits for whom:', '  %s -> a thread that is about to end' % wait, 'timers: none',
+        'timer runs: none', 'task threads: none', 'watches: none', 'locks held: none'], seen
+    expect(output, r'^tevalon: the process has not recorded anything\.$')
+
+
 def what_is_missing_is_said(setup):
     output = setup.gdb('tevalon state')
     expect(output, r'^There is no process and no core\.')
@@ -552,7 +566,7 @@ def recordings_are_saved_whole_or_not_at_all(setup):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('case')
-    for option in ('program', 'library', 'zor-debug', 'script'):
+    for option in ('program', 'small-program', 'library', 'zor-debug', 'script'):
         parser.add_argument('--' + option, required=True)
     parser.add_argument('--emulator', default='')
     parser.add_argument('--lock', choices=LOCKS)

@@ -28,8 +28,10 @@ class Names:
         self._names = {}
 
     def read(self):
-        slots = memory.variable('record::(anonymous namespace)::g_slots')
-        given = memory.variable('record::(anonymous namespace)::g_given')
+        slots = memory.variable_if_linked('record::(anonymous namespace)::g_slots')
+        given = memory.variable_if_linked('record::(anonymous namespace)::g_given')
+        if slots is None or given is None:
+            return
         slot_type = memory.type_of('record::(anonymous namespace)::Slot')
         count = min(unsigned(given), slots.type.sizeof // slot_type.sizeof)
         for i in range(count):
@@ -62,7 +64,7 @@ class Snapshot:
         self.dispatcher_holder = 0
         self.scheduler_holder = 0
         # Finds out whether there is anything to look at before all else.
-        activities = memory.variable('activity::(anonymous namespace)::g_first')
+        activities = memory.list_of_activities()
         self.names = Names()
         self._reading('names of modules, events and tasks', self.names.read)
         self._reading('the list of hubs', self._take_registered)
@@ -80,11 +82,10 @@ class Snapshot:
     # ---- hubs ----
 
     def _take_registered(self):
-        first = memory.pointer(
-            memory.variable('event_dispatcher::EventDispatcher::HubList::s_first'))
-        if first == 0:
+        first = memory.variable_if_linked('event_dispatcher::EventDispatcher::HubList::s_first')
+        if first is None or memory.pointer(first) == 0:
             return
-        hubs = object_at(first, 'event_dispatcher::EventDispatcher::HubList')
+        hubs = object_at(memory.pointer(first), 'event_dispatcher::EventDispatcher::HubList')
         self.dispatcher_holder = holder(hubs['m_hubsMtx'])
         listed_type = memory.type_of('event_dispatcher::EventDispatcher::HubList::Listed')
         for listed in memory.vector(hubs['m_hubs'], listed_type):
@@ -104,8 +105,8 @@ class Snapshot:
     def _take_activities(self, first):
         kinds = {field.enumval: field.name.rsplit('::', 1)[-1]
                  for field in memory.type_of('activity::Kind').fields()}
-        lock = memory.variable('activity::(anonymous namespace)::g_lock')
-        if number(lock['count']) > 0:
+        lock = memory.variable_if_linked('activity::(anonymous namespace)::g_lock')
+        if lock is not None and number(lock['count']) > 0:
             self.notes.append('the list of what threads do was locked: it may be in the middle of '
                               'a change')
         takers = {'HubThread': self._take_hub, 'TaskThread': self._take_task_thread,
@@ -190,13 +191,15 @@ class Snapshot:
     # ---- timers ----
 
     def _take_timers(self):
-        self.scheduler_holder = holder(
-            memory.variable('simple_timer::(anonymous namespace)::g_timerMutex'))
-        heap = int(memory.variable('simple_timer::(anonymous namespace)::g_timerHeap'))
-        if heap == 0:
+        mutex = memory.variable_if_linked('simple_timer::(anonymous namespace)::g_timerMutex')
+        heap = memory.variable_if_linked('simple_timer::(anonymous namespace)::g_timerHeap')
+        if mutex is None or heap is None:
+            return
+        self.scheduler_holder = holder(mutex)
+        if int(heap) == 0:
             return
         entry_type = memory.type_of('simple_timer::TimerHeap::Entry')
-        entries = object_at(heap, 'simple_timer::TimerHeap')['m_entries']
+        entries = object_at(int(heap), 'simple_timer::TimerHeap')['m_entries']
         for entry in memory.vector(entries, entry_type):
             self._reading('a timer', lambda: self._take_timer(entry))
 

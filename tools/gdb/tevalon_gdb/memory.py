@@ -45,13 +45,23 @@ def _symbols(name):
             yield symbol
 
 
-def variable(name):
-    """The global variable `tevalon::base::NAME`. Raises Failure where there is none."""
+def variable_if_linked(name):
+    """The global variable `tevalon::base::NAME`. None where there is none: a program that the static
+    library is linked into has no more of it than it uses."""
     for symbol in _symbols(BASE + name):
         value = symbol.value()
         if value.address is not None:
             return value
-    raise Failure(_why_missing())
+    return None
+
+
+def list_of_activities():
+    """What threads do: whatever uses the library has it. Raises Failure where it is not to be had,
+    and with it nothing else."""
+    first = variable_if_linked('activity::(anonymous namespace)::g_first')
+    if first is None:
+        raise Failure(_why_missing())
+    return first
 
 
 def linked(name, type_name):

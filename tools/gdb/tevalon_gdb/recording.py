@@ -175,8 +175,12 @@ def _read_pages(begin, data, at, end):
 
 def find():
     """The recording. Raises memory.Failure without debug information."""
-    phase = memory.unsigned(memory.variable('diagnostics::(anonymous namespace)::g_phase'))
-    place = memory.variable('diagnostics::(anonymous namespace)::g_memory')
+    memory.list_of_activities()
+    phase = memory.variable_if_linked('diagnostics::(anonymous namespace)::g_phase')
+    place = memory.variable_if_linked('diagnostics::(anonymous namespace)::g_memory')
+    if phase is None or place is None:
+        return Recording('Idle', 0, 0)
+    phase = memory.unsigned(phase)
     begin = int(place['p_begin'])
     size = int(place['bytes'])
     most = 1 << 30
