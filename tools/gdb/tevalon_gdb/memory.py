@@ -132,7 +132,7 @@ def read_bytes(address, count):
 
 def byte_order():
     """As struct and int.from_bytes() want it."""
-    return '>' if 'big endian' in gdb.execute('show endian', to_string=True) else '<'
+    return '<' if int(gdb.Value(b'\1\0\0\0', gdb.lookup_type('int'))) == 1 else '>'
 
 
 def word_bytes():
