@@ -453,6 +453,9 @@ def damage_is_bounded_and_named(setup):
          "._M_b._M_p)[6] = 1", r'note: the list of hubs: .*an array from 0x'),
         ("set var ((void **) 'tevalon::base::simple_timer::(anonymous namespace)::g_timerHeap')[1]"
          " = -1", r'note: the list of timers: '),
+        ("set var $heap = (char **) 'tevalon::base::simple_timer::(anonymous namespace)::"
+         "g_timerHeap', $heap[1] = $heap[2] = $heap[0] + 16 * 5000",
+         r'note: the list of timers: .*: 11 entries are damaged$'),
         ("set var ((void **) ((void **) 'tevalon::base::simple_timer::(anonymous namespace)::"
          "g_timerHeap')[0])[1] = 24", r'note: a timer: '),
     )
@@ -461,6 +464,7 @@ def damage_is_bounded_and_named(setup):
         report, notes = report_in(output)
         expect('\n'.join(notes), note)
         expect('\n'.join(report), r'^hubs: ', r'^timers: ', r'^watches: ')
+        assert len(notes) < 12, notes
 
 
 def debug_information_may_lie_apart(setup):

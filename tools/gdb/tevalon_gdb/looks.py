@@ -16,6 +16,7 @@ ANY_MODULE = -2**31
 HUB_LOCKS = (('teardown', 'm_teardownMtx'), ('thread', 'm_threadMtx'), ('queue', 'm_queueMtx'),
              ('handlers', 'm_handlerMtx'))
 MOST_ACTIVITIES = 100000
+MOST_FAILURES = 10
 SERVING = ('HubThread', 'TaskThread', 'WatchThread', 'TimerRun')
 
 
@@ -79,6 +80,18 @@ class Snapshot:
         except READ_ERRORS as error:
             self.notes.append('%s: damaged, or not in memory, from here on: %s' % (what, error))
 
+    def _each(self, what, entries, take):
+        """Runs it with each entry. One that fails is noted; many are no list any more."""
+        failures = 0
+        for entry in entries:
+            try:
+                take(entry)
+            except READ_ERRORS as error:
+                failures += 1
+                if failures > MOST_FAILURES:
+                    raise memory.Damaged('%d entries are damaged' % failures)
+                self.notes.append('%s: damaged, or not in memory: %s' % (what, error))
+
     # ---- hubs ----
 
     def _take_registered(self):
@@ -88,8 +101,8 @@ class Snapshot:
         hubs = object_at(memory.pointer(first), 'event_dispatcher::EventDispatcher::HubList')
         self.dispatcher_holder = holder(hubs['m_hubsMtx'])
         listed_type = memory.type_of('event_dispatcher::EventDispatcher::HubList::Listed')
-        for listed in memory.vector(hubs['m_hubs'], listed_type):
-            self._reading('a registered hub', lambda: self._take_registered_hub(listed))
+        self._each('a registered hub', memory.vector(hubs['m_hubs'], listed_type),
+                   self._take_registered_hub)
 
     def _take_registered_hub(self, listed):
         module = int(listed['moduleId'])
@@ -127,8 +140,8 @@ class Snapshot:
             address = int(activity['m_next'])
             if kind in SERVING and thread.object == 0:
                 continue  # Of an object that is gone.
-            take = takers.get(kind, self._take_wait)
-            self._reading('what thread %d does' % thread.thread_id, lambda: take(thread))
+            self._each('what thread %d does' % thread.thread_id, [thread],
+                       takers.get(kind, self._take_wait))
 
     def _take_hub(self, thread):
         look = hub_look(thread.object)
@@ -200,8 +213,7 @@ class Snapshot:
             return
         entry_type = memory.type_of('simple_timer::TimerHeap::Entry')
         entries = object_at(int(heap), 'simple_timer::TimerHeap')['m_entries']
-        for entry in memory.vector(entries, entry_type):
-            self._reading('a timer', lambda: self._take_timer(entry))
+        self._each('a timer', memory.vector(entries, entry_type), self._take_timer)
 
     def _take_timer(self, entry):
         timer = object_at(int(entry['timer']), 'simple_timer::TimerImpl')

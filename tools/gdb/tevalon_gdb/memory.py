@@ -190,7 +190,7 @@ def std_string(value, limit=256):
     return read_bytes(begin, min(size, limit)).decode('utf-8', 'replace')
 
 
-def vector(value, element_type, limit=1 << 20):
+def vector(value, element_type, limit=100000):
     """The elements of a std::vector, by reference."""
     begin, end, room = words(value, 3)
     if begin == 0 and end == 0:
@@ -199,7 +199,7 @@ def vector(value, element_type, limit=1 << 20):
     if not begin <= end <= room or rest != 0 or count > limit:
         raise Damaged('an array from 0x%x to 0x%x' % (begin, end))
     first = gdb.Value(begin).cast(element_type.unqualified().pointer())
-    return [(first + i).dereference() for i in range(count)]
+    return ((first + i).dereference() for i in range(count))
 
 
 def holder(mutex):

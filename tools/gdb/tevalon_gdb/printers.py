@@ -49,7 +49,8 @@ class ArrayPrinter(WithChildren):
         return 'array of %d' % len(self._elements())
 
     def _elements(self):
-        return memory.vector(self._value['m_array'], memory.type_of('container::CommonValue'))
+        return list(memory.vector(self._value['m_array'],
+                                  memory.type_of('container::CommonValue')))
 
     def _entries(self):
         return iter(self._elements())

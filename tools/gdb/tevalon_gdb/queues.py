@@ -59,8 +59,8 @@ class TaskQueue:
         self._queue = state['m_taskQueue']
         self._left = int(self._queue['m_size'])
         pointer_type = type_of('timer::TimerTaskBase').pointer()  # As wide as a unique_ptr.
-        self._chunks = memory.vector(self._queue['m_tasks']['m_chunks'], pointer_type)
-        self._blocks = memory.vector(self._queue['m_blocks'], pointer_type)
+        self._chunks = list(memory.vector(self._queue['m_tasks']['m_chunks'], pointer_type))
+        self._blocks = list(memory.vector(self._queue['m_blocks'], pointer_type))
 
     def __iter__(self):
         """The addresses of the tasks."""
