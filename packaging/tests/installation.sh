@@ -59,6 +59,19 @@ done
 ! find "$machine/usr/lib" "$machine/usr/bin" -type f \( -name 'lib*.so*' -o -perm -1 \) \
     -exec readelf -d {} + |
     grep 'R\(UN\)\?PATH' || fail "finding no run path in the libraries"
+# As on a machine of its own: there the scripts' folder has the libraries' absolute paths in it.
+library=$(find "$machine/usr/lib" -name 'libtevalon-base.so.*.*.*')
+loaded_from=$machine.auto-load
+rm -rf "$loaded_from"
+mkdir -p "$loaded_from${machine%/*}"
+ln -s "$machine/usr/share/gdb/auto-load" "$loaded_from$machine"
+shown=$(gdb-multiarch -nx -q -batch -iex 'set auto-load safe-path /' \
+    -iex "set auto-load scripts-directory $loaded_from" \
+    -iex "set debug-file-directory $machine/usr/lib/debug" "$library" \
+    -ex 'python print(gdb.lookup_type("tevalon::base::activity::Activity"))' \
+    -ex 'tevalon state' 2>&1) || true
+[[ $shown == *'tevalon::base::activity::Activity'*'There is no process and no core.'* ]] ||
+    fail "having gdb load its commands and the debug information: $shown"
 run_dpkg --verify libtevalon-base1 libtevalon-base-dev libzor-debug || fail "verifying the files"
 mapfile -t names < <(for file in "${all[@]}"; do dpkg-deb -f "$file" Package; done)
 run_dpkg --purge "${names[@]}" || fail "removing the packages"

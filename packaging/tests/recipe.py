@@ -10,8 +10,8 @@ import os
 import re
 import sys
 
-DIRECTORIES = {"bindir": "/usr/bin", "includedir": "/usr/include", "docdir": "/usr/share/doc",
-               "mandir": "/usr/share/man"}
+DIRECTORIES = {"bindir": "/usr/bin", "datadir": "/usr/share", "includedir": "/usr/include",
+               "docdir": "/usr/share/doc", "mandir": "/usr/share/man"}
 
 
 def read_patterns(recipe):

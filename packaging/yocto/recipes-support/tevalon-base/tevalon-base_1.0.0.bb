@@ -51,6 +51,8 @@ FILES:${PN}-dev = " \
     ${libdir}/cmake/tevalon-base/tevalon-testkit-targets*.cmake \
     ${libdir}/pkgconfig/tevalon-base.pc \
     ${libdir}/pkgconfig/tevalon-base-static.pc \
+    ${datadir}/gdb/auto-load \
+    ${datadir}/tevalon-base/gdb \
 "
 # The second, and what goes with it, only for 64-bit systems, and where it is asked for.
 FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a ${libdir}/libtevalon-testkit.a"
