@@ -46,15 +46,27 @@ bool isSame(const Version& a, const Version& b) {
            a.changed.tv_sec == b.changed.tv_sec && a.changed.tv_nsec == b.changed.tv_nsec;
 }
 
-// True once a second, for one thread.
-bool isTimeToLook() {
+// False without a clock.
+bool readClock(std::uint32_t* p_nowMs) {
     timespec now = {};
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
-    const auto nowMs = static_cast<std::uint32_t>(now.tv_sec) * 1000U +
-                       static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+    *p_nowMs = static_cast<std::uint32_t>(now.tv_sec) * 1000U +
+               static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+    return true;
+}
+
+// True once a second, for one thread.
+bool isTimeToLook() {
+    std::uint32_t nowMs = 0;
+    if (!readClock(&nowMs)) return false;
     std::uint32_t lastMs = g_lookedAtMs.load(std::memory_order_relaxed);
     if (nowMs - lastMs <= kPauseMs) return false;  // Both are cut to whole ones.
     return g_lookedAtMs.compare_exchange_strong(lastMs, nowMs, std::memory_order_relaxed);
+}
+
+void noteLook() {
+    std::uint32_t nowMs = 0;
+    if (readClock(&nowMs)) g_lookedAtMs.store(nowMs, std::memory_order_relaxed);
 }
 
 void complain(const char* p_reason) {
@@ -163,8 +175,9 @@ bool setLevelsFile(const char* p_path) {
     g_reportedError = 0;
     g_isLevelsFileNamed.store(isNamed, std::memory_order_relaxed);
     checkEachLevelExactly(isNamed);
-    (void)isTimeToLook();  // This is a look too.
-    if (isNamed) look();
+    if (!isNamed) return true;
+    noteLook();
+    look();
     return true;
 }
 
