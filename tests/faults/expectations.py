@@ -210,6 +210,12 @@ EXPECTATIONS = [
     Expectation("fcntl", r"zor_debug::Destination::useFile", "output without standard error",
                 says={"file": ("-1",)}),
 
+    # A file of levels that cannot be read changes nothing.
+    Expectation("open|fstat", r"zor_debug::.*setLevelsFile", "levels from a file",
+                says={"level": "1000"}),
+    Expectation("read", r"zor_debug::.*setLevelsFile", "levels from a file", "EIO|EAGAIN",
+                says={"level": "1000"}),
+
     # ---- files ----
     Expectation("access", r"isPathExists",
                 lines=["[B-LOG] utils.cpp:#:isPathExists(): "
