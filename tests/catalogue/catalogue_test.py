@@ -3,6 +3,7 @@
 import copy
 import re
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -10,6 +11,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).parents[2] / "tools/catalogue"))
 
 import catalogue  # noqa: E402
+import generate  # noqa: E402
 from statements import Sources  # noqa: E402
 
 ENTRIES = catalogue.load()
@@ -83,6 +85,23 @@ class CatalogueTest(unittest.TestCase):
                 [changed if e["id"] == name else e for e in ENTRIES], STATEMENTS)
             self.assertEqual(len(problems), 1)
             self.assertIn(f"{name}: the traces are", problems[0])
+
+
+class GeneratedTest(unittest.TestCase):
+    def test_what_is_generated_is_not_stale(self):
+        self.assertEqual(generate.stale(ENTRIES), [])
+
+    def test_what_is_stale_is_named(self):
+        changed = copy.deepcopy(ENTRIES)
+        next(e for e in changed if e["id"] == "task-empty")["text"] = "Other.\n"
+        self.assertEqual(generate.stale(changed), [generate.PAGE, generate.FORMAT, generate.HEADER])
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertEqual(generate.stale(ENTRIES, Path(folder)),
+                             [generate.PAGE, generate.FORMAT, generate.HEADER])
+
+    def test_the_page_has_every_message_once(self):
+        headings = re.findall(r"^### (.*)$", (catalogue.ROOT / generate.PAGE).read_text(), re.M)
+        self.assertEqual(sorted(headings), sorted(e["id"] for e in ENTRIES))
 
 
 if __name__ == "__main__":

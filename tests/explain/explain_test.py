@@ -97,6 +97,13 @@ class FaultsTest(unittest.TestCase):
         self.assertEqual(first(output), "nothing")
         self.assertEqual(counts(output)["task-begun"], counts(output)["task-finished"])
 
+    def test_the_trouble_session_is_explained(self):
+        output, _ = explain("--summary", LOGS / "trouble.log")
+        self.assertEqual(first(output), "other modules report warnings")
+        self.assertRegex(output, r"    3 of their lines are of that level\.\n"
+                         r"    line \d+: .*'hbbtv_controller' got no answer from 'browser_engine' .*\n"
+                         r"    line \d+: .*'viewer' got no answer from 'hbbtv_controller' within 800 ms\.")
+
     def test_an_end_in_the_middle_of_something_is_a_remark(self):
         text = log("evening")
         begin = text.index(b"Begin fire task")
@@ -252,9 +259,12 @@ class LogsTest(unittest.TestCase):
 
     def test_errors_alone(self):
         output, _ = explain("--errors", LOGS / "zero-period.log")
-        shown = [line for line in output.splitlines() if line.startswith("[B-LOG]")]
-        self.assertEqual(len(shown), 6)
-        self.assertNotIn("Begin fire", "".join(shown))
+        shown = [line for line in output.splitlines() if line.startswith("[20")]
+        self.assertEqual(shown, log("zero-period").decode().splitlines())
+        output, _ = explain("--errors", LOGS / "trouble.log")
+        shown = [line for line in output.splitlines() if line.startswith("[")]
+        self.assertEqual(len(shown), 3)
+        self.assertIn("'viewer' got no answer from 'hbbtv_controller' within 800 ms.", shown[1])
 
     def test_no_line_of_ours_is_said(self):
         for text in (b"", b"something else\n"):
@@ -303,7 +313,13 @@ class LogsTest(unittest.TestCase):
             for _ in range(10_000_000 // len(text)):
                 file.write(text)
         output, _ = explain("--summary", path)
-        self.assertEqual(first(output), "nothing")
+        self.assertEqual(first(output), "other modules report warnings")
+
+    def test_ten_modules_are_told_apart(self):
+        text = "".join(f"[E] [0x{0x60 + number:02x}] [Tag] a.cpp:1:f(): fails\n" for number in range(10))
+        output, _ = explain("--summary", text=text.encode())
+        for number in range(10):
+            self.assertRegex(output, rf"(?m)^ +1  module 0x{0x60 + number:02x}$")
 
 
 class FollowTest(unittest.TestCase):

@@ -15,22 +15,22 @@ SESSIONS = HERE.parents[1] / "examples/tv_browser/sessions"
 # What a set or a desk shows differs: each fault is looked for in another kind of log.
 LOGS = {
     "no-receiver": ("debug", ""),
-    "unregister-hangs": ("debug", "time,thread"),
+    "unregister-hangs": ("debug", "wall,thread"),
     "timer-stop-hangs": ("debug", "time,thread"),
     "task-hangs": ("debug", "thread,time"),
     "watch-overrun": ("info", "time"),
     "threads-exhausted": ("debug", "thread"),
     "descriptors-exhausted": ("error", ""),
     "pipe-closed": ("error", "time,thread"),
-    "mutex-misused": ("debug", "time,thread"),
-    "zero-period": ("warn", ""),
+    "mutex-misused": ("debug", "wall,time,level,module,thread"),
+    "zero-period": ("errors-only", "wall,level"),
     "no-workers": ("error", ""),
     "handler-twice": ("debug", "time"),
     "folder-not-empty": ("debug", ""),
 }
 DEMOS = {
-    "evening": ("debug", "time,thread"),
-    "trouble": ("debug", "time,thread"),
+    "evening": ("debug", "wall,level,module,thread"),
+    "trouble": ("debug", "time,level,thread"),
 }
 
 # A scheduler whose pipe is gone writes as fast as it can.

@@ -1,6 +1,11 @@
 """What is remembered of a log while it is read."""
 
+import re
+
 from .knowledge import CLIENT
+
+# The prefix of that name; addresses are longer.
+MODULE = re.compile(r"\[(0x[0-9a-f]{2,4})\] ")
 
 # What begins here ends there; the key says which begin an end belongs to.
 PAIRS = {
@@ -38,6 +43,7 @@ class Case:
         self.prefix = prefix
         self.counts = [0] * len(knowledge.messages)
         self.cut = 0
+        self.modules = {}  # Number, as the prefix has it: lines.
         self.clients = 0
         self.others = 0
         self.lines = 0
@@ -48,8 +54,8 @@ class Case:
         self.expiries = {}  # Timer name: how often it has expired, before the first refused thread.
         self.registered = {}  # Module: whether its hub is registered.
         self.last_of_thread = {}  # Thread name: the last line.
-        self.client_errors = []
-        self.client_error_count = 0
+        self.client_reports = {"E": [], "W": []}  # The first lines of other modules, by level.
+        self.client_report_counts = {"E": 0, "W": 0}
         self.late_task = None  # (seconds, Seen) of the latest.
         self.lost_lines = 0
         self.errnos = {}  # Message id: errno: count.
@@ -65,6 +71,10 @@ class Case:
     def add(self, found, line):
         """A line, and what Knowledge.look() has found in it."""
         self.lines += 1
+        if "[0x" in line:
+            module = MODULE.search(line)
+            if module is not None:
+                self.modules[module[1]] = self.modules.get(module[1], 0) + 1
         if found is None:
             if line:
                 self.others += 1
@@ -72,25 +82,29 @@ class Case:
         if found is CLIENT:
             self.last_line = line
             self.clients += 1
-            if "[E] " in line:
-                self.add_client_error(line)
+            self.note_client(line)
             return
         self.last_line = line
         message = found.message
         self.counts[message.number] += 1
         if found.is_cut:
             self.cut += 1
-        if message.id == "client-line" and "[E] " in line:
-            self.add_client_error(line)
+        if message.id == "client-line":
+            self.note_client(line)
         if self.interesting[message.number]:
             self.add_interesting(found, line)
 
-    def add_client_error(self, line):
-        if self.prefix.read(line)[3] != "E":
+    def note_client(self, line):
+        """Of a client's line only the letter of its level tells what it is."""
+        if "[E] " not in line and "[W] " not in line:
             return
-        self.client_error_count += 1
-        if len(self.client_errors) < KEPT_LINES:
-            self.client_errors.append(Seen(self.lines, line, self.prefix.read(line), (), None))
+        place = self.prefix.read(line)
+        kept = self.client_reports.get(place[3])
+        if kept is None:
+            return
+        self.client_report_counts[place[3]] += 1
+        if len(kept) < KEPT_LINES:
+            kept.append(Seen(self.lines, line, place, (), None))
 
     def add_interesting(self, found, line):
         place = self.prefix.read(line)

@@ -40,13 +40,14 @@ FILE_WEIGHT = 50
 class Finding:
     """Something that is wrong."""
 
-    def __init__(self, weight, title, why, seen, look, count=1):
+    def __init__(self, weight, title, why, seen, look, count=1, more=()):
         self.weight = weight
         self.title = title
         self.why = why  # Sentences.
         self.seen = seen  # The line that shows it.
         self.look = look
         self.count = count
+        self.more = more  # Further lines that show it.
 
     def is_remark(self):
         return self.weight <= REMARK
@@ -289,12 +290,17 @@ def slow(case):
 
 
 def clients_report(case):
-    if not case.client_errors:
-        return []
-    count = case.client_error_count
-    return [Finding(32, "other modules report errors",
-                    [f"{'A line' if count == 1 else f'{count} lines'} of theirs at the error level."],
-                    case.client_errors[0], "Those lines: --errors shows them.", count)]
+    found = []
+    for letter, weight, what in (("E", 32, "errors"), ("W", 31, "warnings")):
+        lines = case.client_reports[letter]
+        if not lines:
+            continue
+        count = case.client_report_counts[letter]
+        why = [f"{count} of their lines {'is' if count == 1 else 'are'} of that level."]
+        found.append(Finding(weight, f"other modules report {what}", why, lines[0],
+                             "What these modules mean by it; --errors shows all of them.", count,
+                             lines[1:]))
+    return found
 
 
 def single(case, name):

@@ -99,7 +99,8 @@ class Explainer:
         if found is None:
             return "" if self.options.errors else line
         if found is CLIENT:
-            return line if not self.options.errors or self.prefix.read(line)[3] == "E" else ""
+            is_shown = not self.options.errors or self.prefix.read(self.plain(line))[3] in ("E", "W")
+            return line if is_shown else ""
         if self.options.errors and not found.message.failure:
             return ""
         is_first = found.message.id not in self.shown

@@ -28,7 +28,7 @@ def verdict(case, found):
 
 def reasons(finding):
     lines = [f"    {sentence}" for sentence in finding.why]
-    lines.append(f"    line {finding.seen.line}: {finding.seen.text.strip()}")
+    lines += [f"    line {seen.line}: {seen.text.strip()}" for seen in (finding.seen, *finding.more)]
     lines.append(f"    look at: {finding.look}")
     return lines
 
@@ -44,6 +44,8 @@ def counts(case):
     for message in there:
         lines.append(f"{case.counts[message.number]:9}  {LEVELS[message.level]:7}  "
                      f"{message.id:26}  {message.text}")
+    if len(case.modules) > 1:
+        lines += [f"{case.modules[module]:9}  module {module}" for module in sorted(case.modules)]
     return lines
 
 
