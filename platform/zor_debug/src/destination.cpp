@@ -87,6 +87,13 @@ std::size_t finishWriting(int descriptor, std::string_view text, ssize_t written
     }
 }
 
+// The file is gone on with.
+void renameBack(const char* p_from, const char* p_to) {
+    const int error = errno;
+    (void)rename(p_from, p_to);
+    errno = error;
+}
+
 bool isTornAt(std::string_view text, std::size_t done) {
     return done != 0 && text[done - 1] != '\n';
 }
@@ -262,9 +269,7 @@ Destination::Limit Destination::makeRoomFor(std::size_t length) {
     if (rename(path, predecessor) != 0) return Limit::Failed;
     const int descriptor = openToAppend(path);
     if (descriptor < 0) {
-        const int error = errno;
-        (void)rename(predecessor, path);  // It is gone on with.
-        errno = error;
+        renameBack(predecessor, path);
         return Limit::Failed;
     }
     turnTo(descriptor);
