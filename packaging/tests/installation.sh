@@ -60,7 +60,8 @@ done
 explained=$("$machine/usr/bin/tevalon-explain" --summary <<<"[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.")
 [[ $explained == "Most likely wrong: null argument; rmDir() returned -1"* ]] ||
     fail "running tevalon-explain: $explained"
-[[ -f $machine/etc/lnav/formats/tevalon_base/tevalon_base_log.json ]] || fail "finding lnav's format"
+format=$(readlink "$machine/etc/lnav/formats/tevalon_base/tevalon_base_log.json") &&
+    [[ -f $machine$format ]] || fail "finding lnav's format"
 ! find "$machine/usr/lib" "$machine/usr/bin" -type f \( -name 'lib*.so*' -o -perm -1 \) \
     -not -name tevalon-explain \
     -exec readelf -d {} + |
