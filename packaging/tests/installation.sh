@@ -56,7 +56,14 @@ for tool in "${tools[@]}"; do
     [[ -f $tool ]] || fail "finding the tool $tool"
     ! readelf -S "$tool" | grep -q '\.debug_info' || fail "finding no debug information in $tool"
 done
+# In Python, the same for every architecture: it finds its modules and its catalogue, and lnav its format.
+explained=$("$machine/usr/bin/tevalon-explain" --summary <<<"[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.")
+[[ $explained == "Most likely wrong: null argument; rmDir() returned -1"* ]] ||
+    fail "running tevalon-explain: $explained"
+format=$(readlink "$machine/etc/lnav/formats/tevalon_base/tevalon_base_log.json") &&
+    [[ -f $machine$format ]] || fail "finding lnav's format"
 ! find "$machine/usr/lib" "$machine/usr/bin" -type f \( -name 'lib*.so*' -o -perm -1 \) \
+    -not -name tevalon-explain \
     -exec readelf -d {} + |
     grep 'R\(UN\)\?PATH' || fail "finding no run path in the libraries"
 # As on a machine of its own: there the scripts' folder has the libraries' absolute paths in it.
@@ -75,6 +82,6 @@ shown=$(gdb-multiarch -nx -q -batch -iex 'set auto-load safe-path /' \
 run_dpkg --verify libtevalon-base1 libtevalon-base-dev libzor-debug || fail "verifying the files"
 mapfile -t names < <(for file in "${all[@]}"; do dpkg-deb -f "$file" Package; done)
 run_dpkg --purge "${names[@]}" || fail "removing the packages"
-[[ -z $(find "$machine/usr" -type f 2>/dev/null) ]] || fail "removing every file"
+[[ -z $(find "$machine/usr" "$machine/etc" -not -type d 2>/dev/null) ]] || fail "removing every file"
 run_dpkg -i "${all[@]}" || fail "installing all packages again"
 say "$architecture: the runtime package alone, all of them, none, and all of them again: as expected"

@@ -96,6 +96,7 @@ constexpr const char* kNames[] = {
     "pthread_sigmask",
     "sigpending",
     "sigtimedwait",
+    "rename",
 };
 static_assert(sizeof(kNames) / sizeof(kNames[0]) == static_cast<std::size_t>(Call::Count));
 

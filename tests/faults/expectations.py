@@ -204,11 +204,17 @@ EXPECTATIONS = [
     Expectation("open", r"makeRecordingMemory", says={"start": "7", "write": "2", "stop": "2", "written": "0"}),
 
     # ---- the substitute debug library ----
+    # Without standard error its lines are lost, and told in the next file.
+    Expectation("open|fcntl", r"zor_debug::Destination::useFile",
+                "output without standard error", says={"file": ("-1",)}, then={"lines then": ("6",)}),
     Expectation("open", r"zor_debug::Destination::useFile", says={"file": "-1", "other file": "-1"}),
     Expectation("fcntl", r"zor_debug::moveAboveStandard", says={"file": "-1"}),
-    # The same where a compiler has put it into its caller.
-    Expectation("fcntl", r"zor_debug::Destination::useFile", "output without standard error",
-                says={"file": ("-1",)}),
+
+    # A file of levels that cannot be read changes nothing.
+    Expectation("open|fstat", r"zor_debug::.*setLevelsFile", "levels from a file",
+                says={"level": "1000"}),
+    Expectation("read", r"zor_debug::.*setLevelsFile", "levels from a file", "EIO|EAGAIN",
+                says={"level": "1000"}),
 
     # ---- files ----
     Expectation("access", r"isPathExists",

@@ -93,6 +93,7 @@ ERRORS = {
     "closedir": ["EIO+"],
     "stat": ["ENOENT", "EACCES", "EIO"],
     "unlink": ["EACCES", "EBUSY"],
+    "rename": ["EACCES", "EISDIR", "ENOSPC"],
     "rmdir": ["EACCES", "ENOTEMPTY"],
     "posix_fallocate": ["ENOSPC", "EINTR", "EFBIG", "EOPNOTSUPP"],
     "sigtimedwait": ["EAGAIN", "EINTR"],
@@ -109,7 +110,7 @@ CANNOT_FAIL = """
     pthread_join pthread_detach pthread_self pthread_equal pthread_once pthread_setcancelstate
     pthread_key_delete pthread_sigmask sem_init sem_destroy sem_post sysconf sigpending sigaddset
     sigemptyset sigismember uuid_generate mallinfo2 getauxval getenv secure_getenv getpid exit
-    getopt_long snprintf strerror strerror_r tolower ceil ldexp free
+    getopt_long geteuid localtime_r snprintf strerror strerror_r tolower ceil ldexp free
     __errno_location
     memchr memcmp memcpy memmove memrchr memset strcmp strlen strnlen strrchr strstr
     atexit __cxa_atexit __cxa_finalize __tls_get_addr __stack_chk_fail

@@ -96,6 +96,8 @@ TEVALON_TEST_INTERPOSE(PthreadSigmask, ErrorNumber, pthread_sigmask, int,
                        nullptr, (nextCall, how, p_set, p_before))
 TEVALON_TEST_INTERPOSE(Sigpending, MinusOneAndErrno, sigpending, int, (sigset_t* p_set),
                        nullptr, (nextCall, p_set))
+TEVALON_TEST_INTERPOSE(Rename, MinusOneAndErrno, rename, int, (const char* p_from, const char* p_to),
+                       nullptr, (nextCall, p_from, p_to))
 TEVALON_TEST_INTERPOSE(Sigtimedwait, MinusOneAndErrno, sigtimedwait, int,
                        (const sigset_t* p_set, siginfo_t* p_info, const timespec* p_timeout),
                        nullptr, (nextCall, p_set, p_info, p_timeout))

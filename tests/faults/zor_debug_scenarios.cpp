@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "faults/scenario.h"
@@ -56,7 +57,7 @@ void outputToFile(Run& run) {
 
 void outputWithPrefix(Run& run) {
     (void)unlink("log");
-    run.say("prefix", zorDebugSetPrefix("time,thread"));
+    run.say("prefix", zorDebugSetPrefix("wall,time,level,module,thread"));
     run.say("file", zorDebugSetFile("log%p"));
     writeOnTwoThreads();
     run.calm();
@@ -234,10 +235,65 @@ void levels(Run& run) {
     run.say("levels back", zorDebugSetLevels(nullptr));
 }
 
+void writeLevels(const char* p_text) {
+    const int descriptor = open("levels", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    (void)!write(descriptor, p_text, std::strlen(p_text));
+    (void)close(descriptor);
+}
+
+// Named, the file is looked at at once; a check looks for the time.
+void levelsFromFile(Run& run) {
+    DebugLevelRecord record = {5000, 0x5f, 0, 0};
+    (void)zorDebugSetLevels(nullptr);
+    writeLevels("debug\n");
+    run.say("file", zorDebugSetLevelsFile("levels"));
+    run.say("level", zorDebugGetLevel(0x5f));
+    (void)zorDebugCheckLevelGetFrameAndChunk(&record);
+    run.calm();
+    writeLevels("0x5f=info, warning\n");
+    run.say("file then", zorDebugSetLevelsFile("levels"));
+    run.say("level then", zorDebugGetLevel(0x5f));
+    run.say("no file then", zorDebugSetLevelsFile(nullptr));
+    run.say("levels back", zorDebugSetLevels(nullptr));
+}
+
+// It is begun anew a few times.
+void outputToLimitedFile(Run& run) {
+    (void)unlink("log");
+    run.say("limit", zorDebugSetFileLimit("64"));
+    run.say("file", zorDebugSetFile("log"));
+    writeOnTwoThreads();
+    run.calm();
+    run.say("limit then", zorDebugSetFileLimit("1M"));
+    (void)unlink("log then");
+    run.say("file then", zorDebugSetFile("log then"));
+    writeLines();
+    run.say("lines then", countLines(contentsOf("log then")));
+    run.say("no limit then", zorDebugSetFileLimit(nullptr));
+    run.say("standard error then", zorDebugSetFile(nullptr));
+}
+
+// Lost, and told in the next file.
+void outputToFullDisk(Run& run) {
+    run.say("file", zorDebugSetFile("/dev/full"));
+    writeOnTwoThreads();
+    run.say("other file", zorDebugSetFile("other log"));
+    writeLines();
+    run.calm();
+    (void)zorDebugOutput0("what is lost is told by now\n");
+    (void)unlink("log then");
+    run.say("file then", zorDebugSetFile("log then"));
+    writeLines();
+    run.say("lines then", countLines(contentsOf("log then")));
+    run.say("standard error then", zorDebugSetFile(nullptr));
+}
+
 // Settings that make no sense are reported, to the output: here a file.
 void setEnvironment() {
     (void)setenv("ZOR_DEBUG", "nonsense", 1);
     (void)setenv("ZOR_DEBUG_FILE", "log", 1);
+    (void)setenv("ZOR_DEBUG_FILE_BYTES", "nonsense", 1);
+    (void)setenv("ZOR_DEBUG_LEVELS_FILE", "no such levels", 1);
     (void)setenv("ZOR_DEBUG_PREFIX", "nonsense", 1);
 }
 
@@ -272,6 +328,9 @@ std::vector<Scenario> zorDebugScenarios() {
         zor("capture that is busy", captureBusy),
         zor("captures", captures),
         zor("levels", levels),
+        zor("levels from a file", levelsFromFile),
+        zor("output to a limited file", outputToLimitedFile),
+        zor("output to a full disk", outputToFullDisk),
         zor("settings", environment, setEnvironment),
         zor("settings, wrong file", environment, setWrongFile),
     };

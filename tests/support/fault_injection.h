@@ -92,6 +92,7 @@ enum class Call {
     PthreadSigmask,
     Sigpending,
     Sigtimedwait,
+    Rename,
     Count
 };
 

@@ -1,15 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -54,15 +58,16 @@ std::vector<std::string> linesOf(const std::string& text) {
 }
 
 // Runs the probe's "terminal" way with a terminal as its standard error.
-std::string onTerminal(const std::string& noColor) {
+std::string onTerminal(const std::string& noColor, const char* p_way = "terminal") {
     int controller = -1;
     const pid_t child = forkpty(&controller, nullptr, nullptr, nullptr);
     if (child == 0) {
         (void)setenv("ZOR_DEBUG", "debug", 1);
         (void)setenv("TERM", "xterm", 1);
         (void)setenv("NO_COLOR", noColor.c_str(), 1);
-        char program[] = ZOR_DEBUG_PROBE, way[] = "terminal";
-        char* const arguments[] = {program, way, nullptr};
+        char program[] = ZOR_DEBUG_PROBE;
+        std::string way = p_way;
+        char* const arguments[] = {program, way.data(), nullptr};
         (void)execv(program, arguments);
         _exit(127);
     }
@@ -130,9 +135,127 @@ TEST(OutputTest, APrefixThatMakesNoSenseIsReportedAndLeftOut) {
     const ChildResult result =
         probe("write", {"line\n", "line\n"}).variable("ZOR_DEBUG_PREFIX", "time,tiem").run();
 
+    EXPECT_EQ(
+        result.errors,
+        "zor-debug: ZOR_DEBUG_PREFIX: cannot use 'tiem'; accepted are wall, time, level, module "
+        "and thread, separated by commas; no prefix is used\nline\nline\n");
+}
+
+TEST(OutputTest, TheLevelIsALetter) {
+    const std::string expected =
+        "[A] level 1\n[E] level 1000\n[W] level 3000\n[I] level 4000\n[D] level 5000\n";
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    // To a file, threads write beside one another.
+    for (const std::string& file : {std::string(), path}) {
+        const ChildResult result = probe("write-at-levels")
+                                       .variable("ZOR_DEBUG", "debug")
+                                       .variable("ZOR_DEBUG_FILE", file)
+                                       .variable("ZOR_DEBUG_PREFIX", "level")
+                                       .run();
+        EXPECT_EQ(file.empty() ? result.errors : contentsOf(path), expected);
+    }
+}
+
+TEST(OutputTest, ALineBeforeAnyQuestionForALevelHasNone) {
+    const ChildResult result =
+        probe("write", {"line\n"}).variable("ZOR_DEBUG_PREFIX", "LEVEL").run();
+
+    EXPECT_EQ(result.errors, "[-] line\n");
+}
+
+TEST(OutputTest, TheModuleIsItsNumber) {
+    const ChildResult result = probe("write-as-modules", {"0x5f", "7", "0xabcd"})
+                                   .variable("ZOR_DEBUG_PREFIX", "module")
+                                   .run();
+
+    EXPECT_EQ(result.errors, "[0x5f] module 95\n[0x07] module 7\n[0xabcd] module 43981\n");
+}
+
+// What the C library makes of it.
+std::time_t wallTimeIn(const std::string& line, std::string* p_zone) {
+    std::tm parts = {};
+    const char* p_end = strptime(line.c_str(), "[%Y-%m-%dT%H:%M:%S", &parts);
+    if (p_end == nullptr) return -1;
+    *p_zone = std::string(p_end).substr(7);  // Behind the microseconds.
+    return timegm(&parts);
+}
+
+TEST(OutputTest, TheWallTimeHasDateAndZone) {
+    const struct {
+        const char* p_name;
+        const char* p_shown;
+        int seconds;
+    } kZones[] = {{"UTC", "+00:00", 0}, {"XXX-5:45", "+05:45", 20700}, {"XXX3:30", "-03:30", -12600}};
+    for (const auto& zone : kZones) {
+        const std::time_t before = std::time(nullptr);
+        const ChildResult result = probe("write", {"line\n"})
+                                       .variable("TZ", zone.p_name)
+                                       .variable("ZOR_DEBUG_PREFIX", "wall")
+                                       .run();
+
+        const std::regex whole(R"(\[\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}[+-]\d\d:\d\d\] line\n)");
+        EXPECT_TRUE(std::regex_match(result.errors, whole)) << result.errors;
+        std::string shown;
+        const std::time_t time = wallTimeIn(result.errors, &shown) - zone.seconds;
+        EXPECT_EQ(shown, std::string(zone.p_shown) + "] line\n");
+        EXPECT_GE(time, before);
+        EXPECT_LE(time, std::time(nullptr));
+    }
+}
+
+TEST(OutputTest, TheWallTimesDateIsThatOfTheCalendar) {
+    const struct {
+        const char* p_seconds;
+        const char* p_zone;
+        const char* p_shown;
+    } kDates[] = {
+        {"0", "UTC", "1970-01-01T00:00:00.000007+00:00"},
+        {"0", "XXX3:30", "1969-12-31T20:30:00.000007-03:30"},
+        {"951782399", "UTC", "2000-02-28T23:59:59.000007+00:00"},
+        {"951782400", "UTC", "2000-02-29T00:00:00.000007+00:00"},
+        {"1709251199", "UTC", "2024-02-29T23:59:59.000007+00:00"},
+        {"1709251200", "UTC", "2024-03-01T00:00:00.000007+00:00"},
+        {"1735689599", "UTC", "2024-12-31T23:59:59.000007+00:00"},
+        {"1735689599", "XXX-1", "2025-01-01T00:59:59.000007+01:00"},
+        {"2147483647", "UTC", "2038-01-19T03:14:07.000007+00:00"},
+#if __SIZEOF_POINTER__ == 8
+        {"4107542399", "UTC", "2100-02-28T23:59:59.000007+00:00"},
+        {"4107542400", "UTC", "2100-03-01T00:00:00.000007+00:00"},
+#endif
+    };
+    for (const auto& date : kDates) {
+        const ChildResult result = probe("write", {"line\n"})
+                                       .variable("TZ", date.p_zone)
+                                       .variable("PROBE_WALL_SECONDS", date.p_seconds)
+                                       .variable("ZOR_DEBUG_PREFIX", "wall")
+                                       .run();
+        EXPECT_EQ(result.errors, std::string("[") + date.p_shown + "] line\n");
+    }
+}
+
+// From Central European winter to summer time, in the middle of a second's work.
+TEST(OutputTest, TheZoneChangesWithTheTimeOfYear) {
+    const ChildResult result = probe("write-across", {"1774745999", "1774746000"})
+                                   .variable("TZ", "CET-1CEST,M3.5.0,M10.5.0/3")
+                                   .variable("ZOR_DEBUG_PREFIX", "wall")
+                                   .run();
+
     EXPECT_EQ(result.errors,
-              "zor-debug: ZOR_DEBUG_PREFIX: cannot use 'tiem'; accepted are time and thread, "
-              "separated by a comma; no prefix is used\nline\nline\n");
+              "[2026-03-29T01:59:59.000007+01:00] line\n[2026-03-29T03:00:00.000007+02:00] line\n");
+}
+
+TEST(OutputTest, PrefixesStandInOneOrder) {
+    const std::regex whole(
+        R"(\[\d{4}-\d\d-\d\dT[\d:.]{15}[+-]\d\d:\d\d\] \[ *\d+\.\d{6}\] \[A\] \[0x5f\] )"
+        R"(\[\d+ zor_debug_probe\] module 95\n)");
+
+    const ChildResult result = probe("write-as-modules", {"0x5f"})
+                                   .variable("ZOR_DEBUG_PREFIX", "thread, module,LEVEL,time,wall")
+                                   .run();
+
+    EXPECT_TRUE(std::regex_match(result.errors, whole)) << result.errors;
 }
 
 TEST(OutputTest, AFileIsAppendedTo) {
@@ -391,6 +514,216 @@ TEST(OutputTest, AFullDiskDoesNotHoldUpTheProcess) {
     EXPECT_EQ(result.exitStatus, 0);
 }
 
+constexpr const char* kDiskIsFull = ", for: No space left on device\n";
+
+std::string lost(int lines, const std::string& why) {
+    return "zor-debug: lines that could not be written: " + std::to_string(lines) + why;
+}
+
+TEST(OutputTest, LostLinesAreCountedAndToldWhenWritingGoesAgain) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    for (const char* p_prefix : {"", "level"}) {
+        ASSERT_EQ(zorDebugSetPrefix(p_prefix), 0);
+        ASSERT_EQ(zorDebugSetFile("/dev/full"), 0);
+        zorDebugOutput0("one\n");
+        zorDebugOutput0("two\nthree\n");
+        zorDebugOutput0("four, ");
+        zorDebugOutput0("its end\n");
+        EXPECT_EQ(zorDebugSetPrefix(nullptr), 0);
+        ASSERT_EQ(zorDebugSetFile(path.c_str()), 0);
+        zorDebugOutput0("after\n");
+        zorDebugOutput0("and more\n");
+    }
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+
+    const std::string once = lost(4, kDiskIsFull) + "after\nand more\n";
+    EXPECT_EQ(contentsOf(path), once + once);
+}
+
+TEST(OutputTest, LostLinesOfManyThreadsAreAllCounted) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 500;
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    ASSERT_EQ(zorDebugSetFile("/dev/full"), 0);
+    std::vector<std::thread> writers;
+    writers.reserve(kThreads);
+    for (int i = 0; i < kThreads; ++i) {
+        writers.emplace_back([] {
+            for (int line = 0; line < kLines; ++line) zorDebugOutput0("line\n");
+        });
+    }
+    for (std::thread& writer : writers) writer.join();
+
+    ASSERT_EQ(zorDebugSetFile(path.c_str()), 0);
+    zorDebugOutput0("after\n");
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+
+    EXPECT_EQ(contentsOf(path), lost(kThreads * kLines, kDiskIsFull) + "after\n");
+}
+
+TEST(OutputTest, LinesAreLostWhileAReaderIsGone) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_EQ(zorDebugSetFile(path.c_str()), 0);
+    (void)close(reader);
+
+    for (int i = 0; i < 3; ++i) zorDebugOutput0("lost\n");
+    reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    zorDebugOutput0("read\n");
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+
+    char text[256] = "";
+    EXPECT_GT(read(reader, text, sizeof(text) - 1), 0);
+    (void)close(reader);
+    EXPECT_EQ(text, lost(3, ", for: Broken pipe\n") + "read\n");
+}
+
+TEST(OutputTest, ATornLineIsEndedBeforeTheNext) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result = probe("limit-file-size").variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(contentsOf(path), "12345678\nabc\n" + lost(2, ", for: File too large\n") + "after\n");
+}
+
+TEST(OutputTest, LostLinesAreToldAtTheEndOfTheProcess) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result =
+        probe("limit-file-size", {"and end"}).variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(contentsOf(path), "12345678\nabc\n" + lost(2, ", for: File too large\n"));
+}
+
+TEST(OutputTest, ALimitedFileKeepsOnePredecessor) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    std::ofstream(path) << "earlier line\n";
+
+    const ChildResult result =
+        probe("write", {"one\n", "two, ", "and its end\n", "three\n", "four is long\n", "five\n"})
+            .variable("ZOR_DEBUG_FILE", path)
+            .variable("ZOR_DEBUG_FILE_BYTES", "20")
+            .run();
+
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(contentsOf(path), "five\n");
+    EXPECT_EQ(contentsOf(path + ".1"), "three\nfour is long\n");
+}
+
+TEST(OutputTest, ALimitIsKeptFromTheSizeThatTheFileHas) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "%p.log";
+    ASSERT_EQ(zorDebugSetFile(path.c_str()), 0);
+    zorDebugOutput0("0123456789\n");
+
+    EXPECT_EQ(zorDebugSetFileLimit("15"), 0);
+    zorDebugOutput0("abcdefghi\n");
+    EXPECT_EQ(zorDebugSetFileLimit(nullptr), 0);
+    for (int i = 0; i < 5; ++i) zorDebugOutput0("unlimited\n");
+    EXPECT_EQ(zorDebugSetFile(nullptr), 0);
+
+    const std::string mine = folder / (std::to_string(getpid()) + ".log");
+    EXPECT_EQ(contentsOf(mine + ".1"), "0123456789\n");
+    EXPECT_EQ(contentsOf(mine).substr(0, 19), "abcdefghi\nunlimited");
+    EXPECT_EQ(linesOf(contentsOf(mine)).size(), 6U);
+}
+
+TEST(OutputTest, ALineLongerThanTheLimitIsWrittenWhole) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    (void)probe("write", {"a\n", "a line that is long\n", "b\n"})
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "4")
+        .run();
+
+    EXPECT_EQ(contentsOf(path + ".1"), "a line that is long\n");
+    EXPECT_EQ(contentsOf(path), "b\n");
+}
+
+TEST(OutputTest, ALimitHasUnits) {
+    for (const char* p_good : {"1", "64K", "10M", "2G", " 5M "}) {
+        EXPECT_EQ(zorDebugSetFileLimit(p_good), 0) << p_good;
+    }
+    for (const char* p_bad : {"0", "-1", "K", "1T", "1 K", "0x10", "1.5M", "99999999999999999999",
+                              "18446744073709551615K", "5MB"}) {
+        EXPECT_EQ(zorDebugSetFileLimit(p_bad), -1) << p_bad;
+    }
+    EXPECT_EQ(zorDebugSetFileLimit(""), 0);
+}
+
+TEST(OutputTest, ALimitThatMakesNoSenseIsReportedAndLeftOut) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    (void)probe("write", {"line\n"})
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "much")
+        .run();
+
+    EXPECT_EQ(
+        contentsOf(path),
+        "zor-debug: ZOR_DEBUG_FILE_BYTES: cannot use 'much'; accepted is a number of bytes, with "
+        "K, M or G behind it where it is of these; the file is not limited\nline\n");
+}
+
+TEST(OutputTest, AFileThatCannotBeRenamedGrowsOnAndSaysSoOnce) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    std::filesystem::create_directories(path + ".1/in the way");
+
+    (void)probe("write", {"one\n", "two\n", "three\n", "four\n"})
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "5")
+        .run();
+
+    EXPECT_EQ(contentsOf(path), "one\nzor-debug: cannot begin '" + path +
+                                    "' anew: Is a directory; it grows on\ntwo\nthree\nfour\n");
+}
+
+TEST(OutputTest, ManyThreadsTearNoLineOfALimitedFile) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    const std::regex whole(R"(<[0-3] \d+>|\([0-3] \d+\))");
+
+    (void)probe("storm")
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "4K")
+        .run();
+
+    for (const std::string& name : {path, path + ".1"}) {
+        EXPECT_LE(std::filesystem::file_size(name), 4096U);
+        for (const std::string& line : linesOf(contentsOf(name))) {
+            EXPECT_TRUE(std::regex_match(line, whole)) << line;
+        }
+    }
+    EXPECT_GT(std::filesystem::file_size(path + ".1"), 4000U);
+}
+
+TEST(OutputTest, AForkedChildDoesNotLimitItsParentsFile) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+    std::ofstream(path) << "earlier\n";
+
+    const ChildResult result = probe("fork-in-line")
+                                   .variable("ZOR_DEBUG_FILE", path)
+                                   .variable("ZOR_DEBUG_FILE_BYTES", "4")
+                                   .run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(contentsOf(path + ".1"), "earlier\nchild\n");
+    EXPECT_EQ(contentsOf(path), "parent goes on\n");
+}
+
 TEST(OutputTest, TheFileNeverTakesThePlaceOfAClosedStandardError) {
     const TemporaryFolder folder;
     const std::string path = folder / "log";
@@ -416,6 +749,27 @@ TEST(OutputTest, ATerminalGetsColoursByLevel) {
     EXPECT_EQ(onTerminal(""),
               "\033[1mlevel 1\033[0m\n\033[31mlevel 1000\033[0m\n\033[33mlevel 3000\033[0m\n"
               "\033[36mlevel 4000\033[0m\n\033[2mlevel 5000\033[0m\n");
+}
+
+// Ten modules in one log: each has its own colour, which are all of the palette's.
+TEST(OutputTest, ATerminalShowsModulesInTheirColours) {
+    (void)setenv("ZOR_DEBUG_PREFIX", "module,level", 1);
+    const std::string text = onTerminal("", "terminal-modules");
+    (void)unsetenv("ZOR_DEBUG_PREFIX");
+
+    const std::vector<std::string> lines = linesOf(text);
+    ASSERT_EQ(lines.size(), 10U);
+    std::set<std::string> colours;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        std::smatch parts;
+        const std::regex whole(
+            "\033\\[1m\\[A\\] \033\\[0;38;5;(\\d+)m\\[0x6(\\d)\\] \033\\[0m\033\\[1mmodule "
+            "(\\d+)\033\\[0m");
+        ASSERT_TRUE(std::regex_match(lines[i], parts, whole)) << lines[i];
+        EXPECT_EQ(parts[3], std::to_string(0x60 + i));
+        colours.insert(parts[1]);
+    }
+    EXPECT_EQ(colours.size(), 10U);
 }
 
 TEST(OutputTest, NoColorTurnsColoursOff) {

@@ -6,7 +6,10 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -61,6 +64,44 @@ int writeAtLevels(const Arguments&) {
     for (const unsigned level : {1U, 1000U, 3000U, 4000U, 5000U}) {
         if (isOn(0x5F, level)) zorDebugOutput0("level %u\n", level);
     }
+    return 0;
+}
+
+int writeAsModules(const Arguments& arguments) {
+    for (const std::string& argument : arguments) {
+        const auto module = static_cast<unsigned>(std::stoul(argument, nullptr, 0));
+        if (isOn(module, 1)) zorDebugOutput0("module %u\n", module);
+    }
+    return 0;
+}
+
+// What the wall clock shows, instead of the time; none where it is negative.
+std::atomic<long long> g_wallSeconds{-1};
+
+int writeAcross(const Arguments& arguments) {
+    for (const std::string& seconds : arguments) {
+        g_wallSeconds = std::stoll(seconds);
+        write("line\n");
+    }
+    return 0;
+}
+
+void limitFileSize(rlim_t bytes) {
+    rlimit limit = {};
+    (void)getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = bytes;
+    (void)setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// The disk takes a line, and a part of the next.
+int limitFileSize(const Arguments& arguments) {
+    (void)signal(SIGXFSZ, SIG_IGN);
+    limitFileSize(12);
+    write("12345678\n");
+    write("abcdef\n");
+    write("ghi\n");
+    limitFileSize(RLIM_INFINITY);
+    if (arguments.empty()) write("after\n");
     return 0;
 }
 
@@ -284,6 +325,11 @@ int terminal(const Arguments&) {
     return writeAtLevels({});
 }
 
+int terminalModules(const Arguments&) {
+    return writeAsModules(
+        {"0x60", "0x61", "0x62", "0x63", "0x64", "0x65", "0x66", "0x67", "0x68", "0x69"});
+}
+
 __attribute__((constructor(101))) void writeBeforeMain() {
     if (std::getenv("PROBE_BEFORE_MAIN") != nullptr) write("before main\n");
 }
@@ -292,6 +338,10 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
     {"levels", levels},
     {"write", writeAll},
     {"write-at-levels", writeAtLevels},
+    {"write-as-modules", writeAsModules},
+    {"write-across", writeAcross},
+    {"limit-file-size", limitFileSize},
+    {"terminal-modules", terminalModules},
     {"interleave", interleave},
     {"abandon", abandon},
     {"storm", storm},
@@ -322,7 +372,20 @@ extern "C" char* secure_getenv(const char* p_name) noexcept {
     return s_next(p_name);
 }
 
+// In place of the C library's likewise.
+extern "C" int clock_gettime(clockid_t clock, timespec* p_time) noexcept {
+    if (clock == CLOCK_REALTIME && g_wallSeconds >= 0) {
+        *p_time = {static_cast<time_t>(g_wallSeconds), 7000};
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, p_time));
+}
+
 int main(int argc, char** argv) {
+    if (const char* p_seconds = std::getenv("PROBE_WALL_SECONDS")) {
+        g_wallSeconds = std::atoll(p_seconds);
+    }
+
     const auto way = argc > 1 ? kWays.find(argv[1]) : kWays.end();
     if (way == kWays.end()) return 2;
     (void)pthread_setname_np(pthread_self(), "zor_debug_probe");  // Whatever program runs us.

@@ -16,7 +16,9 @@ inline ChildProcess probe(const std::string& way, const std::vector<std::string>
     arguments.insert(arguments.end(), more.begin(), more.end());
     ChildProcess process(arguments);
     process.variable("ZOR_DEBUG", "")
+        .variable("ZOR_DEBUG_LEVELS_FILE", "")
         .variable("ZOR_DEBUG_FILE", "")
+        .variable("ZOR_DEBUG_FILE_BYTES", "")
         .variable("ZOR_DEBUG_PREFIX", "");
     return process;
 }

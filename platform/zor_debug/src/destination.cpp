@@ -17,6 +17,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "losses.h"
+
 namespace zor_debug {
 namespace {
 
@@ -32,10 +34,12 @@ public:
         (void)pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
     }
     ~PipeSignalGuard() {
+        const int error = errno;  // Of the write.
         const timespec noWait = {};
         while (!m_wasPending && sigtimedwait(&m_pipe, nullptr, &noWait) == -1 && errno == EINTR) {
         }
         (void)pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+        errno = error;
     }
 
     PipeSignalGuard(const PipeSignalGuard&) = delete;
@@ -66,17 +70,32 @@ ssize_t writeOnce(int descriptor, std::string_view text) {
     return static_cast<ssize_t>(syscall(SYS_write, descriptor, text.data(), text.size()));
 }
 
-void writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = writeOnce(descriptor, text);
+// Goes on where a call has written so much, or -1. Returns how much is written in the end: all of
+// it, or errno says why not.
+std::size_t finishWriting(int descriptor, std::string_view text, ssize_t written) {
+    std::size_t done = 0;
+    while (true) {
         if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
+            done += static_cast<std::size_t>(written);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             waitUntilWritable(descriptor);
         } else if (errno != EINTR) {
-            return;  // A full disk or a closed descriptor: there is nobody to tell.
+            return done;  // A full disk, a closed descriptor, a reader that has gone.
         }
+        if (done == text.size()) return done;
+        written = writeOnce(descriptor, text.substr(done));
     }
+}
+
+// The file is gone on with.
+void renameBack(const char* p_from, const char* p_to) {
+    const int error = errno;
+    (void)rename(p_from, p_to);
+    errno = error;
+}
+
+bool isTornAt(std::string_view text, std::size_t done) {
+    return done != 0 && text[done - 1] != '\n';
 }
 
 // Replaces each %p by the process id. False when the result is too long.
@@ -135,6 +154,11 @@ mode_t typeOf(int descriptor) {
     return fstat(descriptor, &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
+std::uint64_t sizeOf(int descriptor) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 // Whether the file system locks a file before it looks for the end that is appended to. Those that
 // ask a server, or a process, may not.
 bool isLocal(int descriptor) {
@@ -180,6 +204,8 @@ bool Destination::useFile(const char* p_path) {
 }
 
 void Destination::followFork() {
+    // Two processes that limit one file would each rename what the other one has just begun.
+    m_isShared = true;
     if (std::strstr(m_pathPattern, "%p") == nullptr) return;
     // Failing that, the child goes on in its parent's file, which is better than nowhere.
     (void)useFile(m_pathPattern);
@@ -192,21 +218,68 @@ void Destination::turnTo(int descriptor) {
     const mode_t type = typeOf(descriptor);
     m_mayBreak = type == S_IFIFO || type == S_IFSOCK;
     m_mayBlock = m_mayBreak || isatty(descriptor) == 1;
+    m_isFile = type == S_IFREG && descriptor > STDERR_FILENO;
+    m_isShared = false;
+    m_size = m_isFile ? sizeOf(descriptor) : 0;
     m_isAtomic = appendsAtomically(descriptor, type);
 }
 
-void Destination::write(std::string_view text) const {
-    if (!m_mayBreak) {
-        writeAll(m_descriptor, text);
-        return;
-    }
+void Destination::setLimit(std::uint64_t bytes) {
+    m_limit = bytes;
+    if (m_isFile) m_size = sizeOf(m_descriptor);
+}
+
+bool Destination::write(std::string_view text) const {
+    if (m_mayBreak) return writeToPipe(text);
+    const ssize_t written = writeOnce(m_descriptor, text);
+    if (written == static_cast<ssize_t>(text.size())) return true;
+    return finish(text, written);
+}
+
+__attribute__((noinline)) bool Destination::writeToPipe(std::string_view text) const {
     const PipeSignalGuard guard;
-    writeAll(m_descriptor, text);
+    const ssize_t written = writeOnce(m_descriptor, text);
+    return written == static_cast<ssize_t>(text.size()) || finish(text, written);
+}
+
+__attribute__((noinline, cold)) bool Destination::finish(std::string_view text,
+                                                         ssize_t written) const {
+    const std::size_t done = finishWriting(m_descriptor, text, written);
+    if (done == text.size()) return true;
+    addLoss(text.substr(done), errno, isTornAt(text, done));
+    return false;
+}
+
+bool Destination::tell(const char* p_line) const {
+    const PipeSignalGuard guard;
+    const std::string_view line(p_line);
+    return finishWriting(m_descriptor, line, 0) == line.size();
+}
+
+Destination::Limit Destination::makeRoomFor(std::size_t length) {
+    if (!isLimited() || m_size + length <= m_limit || m_size == 0) {
+        m_size += length;
+        return Limit::Kept;
+    }
+    m_size = length;  // Whatever comes of it: where it fails it is tried again after as much more.
+    char path[kMaxPath];
+    char predecessor[kMaxPath + 2];
+    if (!expandPath(m_pathPattern, path, sizeof(path))) return Limit::Kept;
+    std::snprintf(predecessor, sizeof(predecessor), "%s.1", path);
+    if (rename(path, predecessor) != 0) return Limit::Failed;
+    const int descriptor = openToAppend(path);
+    if (descriptor < 0) {
+        renameBack(predecessor, path);
+        return Limit::Failed;
+    }
+    turnTo(descriptor);
+    m_size += length;
+    return Limit::Kept;
 }
 
 bool Destination::writeUntil(const Deadline& deadline, std::string_view text) const {
     if (!m_mayBlock) {
-        write(text);
+        (void)write(text);
         return true;
     }
     // A pipe that is writable takes so much without blocking; a terminal may have less room.
@@ -214,7 +287,7 @@ bool Destination::writeUntil(const Deadline& deadline, std::string_view text) co
     while (!text.empty()) {
         const std::string_view piece = text.substr(0, maxPiece);
         if (!becomesWritable(m_descriptor, deadline)) return false;
-        write(piece);
+        (void)write(piece);
         text.remove_prefix(piece.size());
     }
     return true;

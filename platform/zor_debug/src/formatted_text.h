@@ -27,7 +27,7 @@ public:
     /// Puts up to kFrontRoom bytes before the text, once. False when that cannot be done.
     bool prepend(std::string_view front);
 
-    static constexpr std::size_t kFrontRoom = 128;
+    static constexpr std::size_t kFrontRoom = 160;
 
 private:
     void formatFully(const char* p_format, va_list args) __attribute__((format(printf, 2, 0)));

@@ -19,21 +19,29 @@ inline constexpr std::uint16_t kLevelWarn = 3000;
 inline constexpr std::uint16_t kLevelInfo = 4000;
 inline constexpr std::uint16_t kLevelDebug = 5000;
 
-struct ModuleLevel {
-    std::uint16_t module;
-    std::uint16_t level;
+/// Which levels are on, the two and all between them. None where highest is 0.
+struct LevelRange {
+    std::uint16_t lowest = 1;
+    std::uint16_t highest = kLevelError;
+
+    bool includes(std::uint16_t level) const { return lowest <= level && level <= highest; }
 };
 
-/// The levels that are on: up to and including common, or the module's own entry.
+struct ModuleLevel {
+    std::uint16_t module;
+    LevelRange range;
+};
+
+/// The levels that are on: common, or the module's own entry.
 struct LevelSettings {
     static constexpr std::size_t kMaxModules = 64;
 
-    std::uint16_t common = kLevelError;
+    LevelRange common;
     std::array<ModuleLevel, kMaxModules> modules = {};
     std::size_t moduleCount = 0;
 
     /// False when there is no room for another module.
-    bool set(std::uint16_t module, std::uint16_t level);
+    bool set(std::uint16_t module, LevelRange range);
 };
 
 /// Reads "warn,0x5f=debug". On failure @p p_settings is unchanged and @p p_bad is the item
@@ -43,8 +51,12 @@ bool parseLevels(std::string_view text, LevelSettings* p_settings, std::string_v
 /// Puts @p settings into force. One thread at a time.
 void applyLevels(const LevelSettings& settings);
 
-/// The highest level that is on for @p module. Any thread.
-std::uint16_t levelOf(std::uint16_t module);
+/// The levels that are on for @p module. Any thread.
+LevelRange levelsOf(std::uint16_t module);
+
+/// Has each check come to the exact answer, for somebody who has to know of them. One thread at a
+/// time, of those that call applyLevels() too.
+void answerExactly(bool isExact);
 
 /// For each group of modules with the same low byte, how many levels, counted from the top,
 /// are off for all of them. Zero, as at the start, tells nothing.
@@ -73,7 +85,7 @@ inline bool mayBeOn(const DebugLevelRecord& record) {
 
 /// The exact answer, once the settings are in force. Level 0 does not exist and is never on.
 inline bool isOn(const DebugLevelRecord& record) {
-    return record.level != 0 && record.level <= levelOf(record.module);
+    return levelsOf(record.module).includes(record.level);
 }
 
 }  // namespace zor_debug

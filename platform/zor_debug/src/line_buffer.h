@@ -19,7 +19,6 @@ namespace zor_debug {
 /// and that of whoever holds the gate exclusively.
 struct LineBuffer : GateMember {
     pid_t ownerId = 0;
-    std::uint16_t level = 0;  // Of the line that is in the making.
     char* p_text = nullptr;
     std::size_t length = 0;
     std::size_t capacity = 0;

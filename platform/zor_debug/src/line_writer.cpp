@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -14,6 +16,7 @@
 #include "formatted_text.h"
 #include "line_buffer.h"
 #include "line_decoration.h"
+#include "losses.h"
 #include "thread_id.h"
 #include "thread_state.h"
 #include "writer_gate.h"
@@ -40,10 +43,19 @@ std::atomic<bool> g_isGivenUp{false};
 bool g_hasKey = false;
 pthread_key_t g_bufferKey;  // Frees an ending thread's buffer.
 
+// Each text needs more than to be written: the process exits, lines have been lost, or the file is
+// limited. One flag, so that a line with none of it looks at one thing alone.
+bool g_needsCare = false;
+bool g_isLimitReported = false;
+
+void decideCare() {
+    g_needsCare = g_isExiting || hasLosses() || g_destination.isLimited();
+}
+
 // Shared writing is possible while the destination keeps whole writes apart, and no unfinished line
 // has been sent that the next one would be glued to.
 bool mayShare() {
-    return g_destination.isAtomic() && g_openLineOwner == 0 && !g_isExiting;
+    return g_destination.isAtomic() && g_openLineOwner == 0 && !g_needsCare;
 }
 
 class ExclusiveGuard {
@@ -59,13 +71,58 @@ private:
     const bool m_isEntered;
 };
 
+// Gate held exclusively. False while nothing can be written still.
+bool tellLosses() {
+    const Losses losses = takeLosses();
+    if (losses.lines == 0) return true;
+    char reason[64];
+    char line[160] = "\n";  // What is torn is ended first.
+    std::snprintf(line + 1, sizeof(line) - 1,
+                  "zor-debug: lines that could not be written: %u, for: %s\n", losses.lines,
+                  strerror_r(losses.error, reason, sizeof(reason)));
+    if (g_destination.tell(losses.isTorn ? line : line + 1)) return true;
+    addLosses(losses);
+    return false;
+}
+
+// Gate held exclusively.
+void keepLimit(std::size_t length) {
+    if (g_openLineOwner != 0) return;  // No line is torn in two.
+    if (g_destination.makeRoomFor(length) == Destination::Limit::Kept || g_isLimitReported) return;
+    g_isLimitReported = true;
+    char reason[64];
+    char line[512];
+    std::snprintf(line, sizeof(line), "zor-debug: cannot begin '%.300s' anew: %s; it grows on\n",
+                  g_destination.pathPattern(), strerror_r(errno, reason, sizeof(reason)));
+    (void)g_destination.tell(line);
+}
+
+// Gate held exclusively.
+__attribute__((noinline, cold)) void writeWithCare(std::string_view text) {
+    if (g_isExiting) {
+        if (!g_isGivenUp.load(std::memory_order_relaxed) &&
+            !g_destination.writeUntil(Deadline::inMilliseconds(kExitPatienceMs), text)) {
+            g_isGivenUp.store(true, std::memory_order_relaxed);
+        }
+        return;
+    }
+    if (!tellLosses()) {
+        addLoss(text, errno, false);
+    } else {
+        keepLimit(text.size());
+        (void)g_destination.write(text);
+    }
+    (void)takeOwnLoss();  // Noted here.
+    decideCare();
+}
+
 // Gate held exclusively.
 void writeOut(std::string_view text) {
-    if (!g_isExiting) {
-        g_destination.write(text);
-    } else if (!g_isGivenUp.load(std::memory_order_relaxed) &&
-               !g_destination.writeUntil(Deadline::inMilliseconds(kExitPatienceMs), text)) {
-        g_isGivenUp.store(true, std::memory_order_relaxed);
+    if (g_needsCare) {
+        writeWithCare(text);
+    } else if (!g_destination.write(text)) {
+        (void)takeOwnLoss();
+        decideCare();
     }
 }
 
@@ -105,10 +162,9 @@ LineBuffer* ownBuffer() {
 void appendPiece(LineBuffer* p_buffer, std::string_view piece, bool isLineBegun) {
     const bool isColourful = g_destination.isColourful();
     if (!isLineBegun) {
-        p_buffer->level = t_state.lastOn.level;
         char decoration[kMaxDecoration];
         p_buffer->append(
-            {decoration, beginLine(decoration, g_prefix, isColourful, p_buffer->level)});
+            {decoration, beginLine(decoration, g_prefix, isColourful, t_state.lastOn)});
     }
     const bool isLineEnd = piece.back() == '\n';
     p_buffer->append(piece.substr(0, piece.size() - (isLineEnd ? 1 : 0)));
@@ -145,9 +201,9 @@ bool writeLine(FormattedText* p_text) {
     const std::string_view text = p_text->view();
     if (text.find('\n') != text.size() - 1) return false;
     char prefix[kMaxDecoration];
-    const std::size_t length = beginLine(prefix, g_prefix, false, 0);
+    const std::size_t length = beginLine(prefix, g_prefix, false, t_state.lastOn);
     if (!p_text->prepend(std::string_view(prefix, length))) return false;
-    g_destination.write(p_text->view());
+    (void)g_destination.write(p_text->view());
     return true;
 }
 
@@ -160,38 +216,33 @@ std::size_t lengthOfLines(std::string_view text) {
                : 0;
 }
 
-// Gate held shared, and there is nothing to be put around a line. As writeShared().
+// Gate held shared, and there is nothing to be put around a line. As writeShared(); false also
+// where lines were lost.
 bool writeSharedAsItIs(std::string_view text, LineBuffer* p_buffer) {
     const std::size_t lines = lengthOfLines(text);
-    if (p_buffer->length == 0) {
-        if (lines == text.size()) {
-            g_destination.write(text);
-            return true;
-        }
-        p_buffer->level = t_state.lastOn.level;
-    }
+    if (p_buffer->length == 0 && lines == text.size()) return g_destination.write(text);
     if (!p_buffer->reserve(text.size())) return false;
     const std::size_t count = p_buffer->length + lines;
     p_buffer->append(text);
     if (lines == 0) return true;
-    g_destination.write(p_buffer->view().substr(0, count));
+    const bool isWritten = g_destination.write(p_buffer->view().substr(0, count));
     removeSent(p_buffer, count);
-    return true;
+    return isWritten;
 }
 
-// Gate held shared. False, with nothing done, when out of memory: the unfinished line must then be
-// sent, which needs the gate exclusively.
+// Gate held shared. False when out of memory, with nothing done: the unfinished line must then be
+// sent, which needs the gate exclusively. False also where lines were lost: see takeOwnLoss().
 bool writeShared(FormattedText* p_text, LineBuffer* p_buffer) {
     if (g_prefix.isEmpty() && !g_destination.isColourful()) {
         return writeSharedAsItIs(p_text->view(), p_buffer);
     }
-    if (p_buffer->length == 0 && writeLine(p_text)) return true;
+    if (p_buffer->length == 0 && writeLine(p_text)) return !t_state.hasLost;
     if (!appendText(p_buffer, p_text->view())) return false;
     const std::size_t count = p_buffer->view().rfind('\n') + 1;
     if (count == 0) return true;
-    g_destination.write(p_buffer->view().substr(0, count));
+    const bool isWritten = g_destination.write(p_buffer->view().substr(0, count));
     removeSent(p_buffer, count);
-    return true;
+    return isWritten;
 }
 
 bool isLineBegun() {
@@ -223,6 +274,18 @@ void writeExclusive(std::string_view text) {
     removeSent(p_buffer, count);
 }
 
+// What could not be written beside others. What was lost there closes the gate until it is told,
+// which takes the gate exclusively.
+__attribute__((noinline)) void writeAlone(std::string_view text) {
+    if (g_isGivenUp.load(std::memory_order_relaxed)) return;
+    const ExclusiveGuard exclusive;
+    if (takeOwnLoss()) {
+        decideCare();
+    } else {
+        writeExclusive(text);
+    }
+}
+
 void onThreadEnd(void* p_buffer) {
     const ExclusiveGuard exclusive;
     auto* p_line = static_cast<LineBuffer*>(p_buffer);
@@ -240,7 +303,9 @@ __attribute__((destructor)) void onProcessExit() {
         g_isGivenUp.store(true, std::memory_order_relaxed);
         return;
     }
+    if (hasLosses() && !g_destination.mayBlock()) (void)tellLosses();
     g_isExiting = true;
+    decideCare();
     for (GateMember* p_member = g_gate.members(); p_member != nullptr;
          p_member = p_member->p_next) {
         auto* p_line = static_cast<LineBuffer*>(p_member);
@@ -260,9 +325,7 @@ void writeText(FormattedText* p_text) {
         g_gate.leave(p_buffer);
         if (isWritten) return;
     }
-    if (g_isGivenUp.load(std::memory_order_relaxed)) return;
-    const ExclusiveGuard exclusive;
-    writeExclusive(p_text->view());
+    writeAlone(p_text->view());
 }
 
 void writeOwnLine(const char* p_line) {
@@ -278,11 +341,20 @@ void setPrefix(LinePrefix prefix) {
 void turnToStandardError() {
     const ExclusiveGuard exclusive;
     g_destination.useStandardError();
+    decideCare();
 }
 
 bool turnToFile(const char* p_path) {
     const ExclusiveGuard exclusive;
-    return g_destination.useFile(p_path);
+    if (!g_destination.useFile(p_path)) return false;
+    decideCare();
+    return true;
+}
+
+void limitFile(std::uint64_t bytes) {
+    const ExclusiveGuard exclusive;
+    g_destination.setLimit(bytes);
+    decideCare();
 }
 
 void prepareLineWriter() {
@@ -305,6 +377,7 @@ void resetLineWriterAfterFork() {
     t_state.label = {};
     g_openLineOwner = 0;
     g_destination.followFork();
+    decideCare();
 }
 
 }  // namespace zor_debug

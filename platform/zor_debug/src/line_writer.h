@@ -3,14 +3,19 @@
 #ifndef ZOR_DEBUG_SRC_LINE_WRITER_H
 #define ZOR_DEBUG_SRC_LINE_WRITER_H
 
+#include <cstdint>
+
 namespace zor_debug {
 
 /// What stands before each line.
 struct LinePrefix {
+    bool wall = false;
     bool time = false;
+    bool level = false;
+    bool module = false;
     bool thread = false;
 
-    bool isEmpty() const { return !time && !thread; }
+    bool isEmpty() const { return !wall && !time && !level && !module && !thread; }
 };
 
 class FormattedText;
@@ -26,6 +31,9 @@ void writeText(FormattedText* p_text);
 void writeOwnLine(const char* p_line);
 
 void setPrefix(LinePrefix prefix);
+
+/// Keeps the file below so many bytes; 0 is without limit. See Destination::setLimit().
+void limitFile(std::uint64_t bytes);
 
 /// Turns to standard error, or to a file; see Destination.
 void turnToStandardError();

@@ -4,6 +4,7 @@
 #define ZOR_DEBUG_SRC_SETTINGS_H
 
 #include <atomic>
+#include <string_view>
 
 namespace zor_debug {
 
@@ -18,10 +19,24 @@ inline void ensureSettings() {
     if (!g_isEnvironmentRead.load(std::memory_order_acquire)) readEnvironmentOnce();
 }
 
+inline constexpr const char* kLevelsFileVariable = "ZOR_DEBUG_LEVELS_FILE";
+
+inline constexpr char kAcceptedLevels[] =
+    "accepted are off, errors-only, error, warn, info, debug or 0 to 65535, for one module as in "
+    "0x5f=debug, separated by commas";
+
+/// Puts the levels into force. On failure nothing is changed, and @p p_bad is the item that makes
+/// no sense.
+bool tryLevels(std::string_view text, std::string_view* p_bad);
+
+/// Has each check of a level come to the exact answer, where somebody looks at them.
+void checkEachLevelExactly(bool isExact);
+
 /// Put a setting into force; see the control functions of the same purpose. False, and nothing
 /// changed, when it makes no sense. Null or "" is the default.
 bool setLevels(const char* p_text);
 bool setFile(const char* p_path);
+bool setFileLimit(const char* p_text);
 bool setPrefixText(const char* p_text);
 
 /// Held over a fork, so that the child finds everything whole.

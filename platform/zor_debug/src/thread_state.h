@@ -31,6 +31,7 @@ struct ThreadState {
     pid_t id;                 // Kernel thread id; 0 until asked for.
     Capture* p_capture;       // That the thread is in; null outside.
     ThreadLabel label;
+    bool hasLost;  // Something it wrote was lost, and nobody has taken note.
 };
 
 // In the block that every thread has from its start, without a call for each look: some of the room

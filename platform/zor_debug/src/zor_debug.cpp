@@ -6,6 +6,7 @@
 #include "capture.h"
 #include "formatted_text.h"
 #include "levels.h"
+#include "levels_file.h"
 #include "line_writer.h"
 #include "settings.h"
 #include "thread_state.h"
@@ -19,6 +20,7 @@ namespace {
 __attribute__((noinline)) int32_t checkExactly(const DebugLevelRecord& record) {
     if (!zor_debug::isCertainlyOn(record)) {
         zor_debug::ensureSettings();
+        zor_debug::followLevelsFile();
         if (!zor_debug::isOn(record)) return 0;
     }
     zor_debug::t_state.lastOn = record;
@@ -61,13 +63,25 @@ int zorDebugSetLevels(const char* p_text) {
 uint16_t zorDebugGetLevel(uint16_t module) {
     const CallScope scope;
     zor_debug::ensureSettings();
-    return zor_debug::levelOf(module);
+    return zor_debug::levelsOf(module).highest;
 }
 
 int zorDebugSetFile(const char* p_path) {
     const CallScope scope;
     zor_debug::ensureSettings();
     return zor_debug::setFile(p_path) ? 0 : -1;
+}
+
+int zorDebugSetLevelsFile(const char* p_path) {
+    const CallScope scope;
+    zor_debug::ensureSettings();
+    return zor_debug::setLevelsFile(p_path) ? 0 : -1;
+}
+
+int zorDebugSetFileLimit(const char* p_text) {
+    const CallScope scope;
+    zor_debug::ensureSettings();
+    return zor_debug::setFileLimit(p_text) ? 0 : -1;
 }
 
 int zorDebugSetPrefix(const char* p_text) {

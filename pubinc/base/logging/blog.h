@@ -15,6 +15,14 @@
 #define BLOG_TAG "B-LOG"
 #endif
 
+/// The module number that this source file's log lines and traces have in the platform's debug
+/// output, by which their levels are set and their lines told apart. A module that wants its own
+/// defines BLOG_MODULE before the first include, best for all of its sources: a constant from 0 to
+/// 0xFFFF. Lines of this library, of print_browser_log() and of FunctionTracer have kBlogModule.
+#ifndef BLOG_MODULE
+#define BLOG_MODULE ::tevalon::base::kBlogModule
+#endif
+
 /// The file that this source file's lines and traces name, and the number in them. A source that
 /// was split off another defines them before its first include, to keep the other's name in the log
 /// and to stay clear of its numbers.
@@ -48,7 +56,7 @@
 /// and for inline functions, whose tag must not depend on the source that includes them.
 #define BLOG_AT(tag, level, file, line, function, ...)                                  \
     do {                                                                                \
-        if (::tevalon::base::isLogOn(level)) {                                          \
+        if (::tevalon::base::isLogOn(level, BLOG_MODULE)) {                             \
             TEVALON_LOG_CHECK_FORMAT(__VA_ARGS__);                                      \
             ::zorDebugOutput0("[%s] %s:%d:%s(): " TEVALON_LOG_FORMAT(__VA_ARGS__), tag, \
                               ::tevalon::base::internal::baseName(file), line,          \

@@ -21,11 +21,16 @@ inline constexpr std::uint16_t kLogDebug = 5000;  ///< Traces and progress chatt
 /// This library's module number in the platform's debug output.
 inline constexpr std::uint16_t kBlogModule = 0x5F;
 
-/// True when the platform shows @p level for kBlogModule at this moment. Costs one call
-/// into the platform. Any thread, at any time.
-inline bool isLogOn(std::uint16_t level) {
-    DebugLevelRecord record = {level, kBlogModule, 0, 0};
+/// True when the platform shows @p level for @p module at this moment. Costs one call into the
+/// platform. Any thread, at any time.
+inline bool isLogOn(std::uint16_t level, std::uint16_t module) {
+    DebugLevelRecord record = {level, module, 0, 0};
     return ::zorDebugCheckLevelGetFrameAndChunk(&record) != 0;
+}
+
+/// The same for kBlogModule.
+inline bool isLogOn(std::uint16_t level) {
+    return isLogOn(level, kBlogModule);
 }
 
 }  // namespace tevalon::base

@@ -33,9 +33,12 @@ FILES:zor-debug-dev = " \
     ${libdir}/cmake/tevalon-base/zor-debug-targets*.cmake \
 "
 FILES:${PN} = "${libdir}/libtevalon-base.so.*"
-# For an image in which something is looked for: recordings, and the library to be preloaded.
+# For an image in which something is looked for: recordings, the library to be preloaded, and what
+# explains logs, in Python.
 FILES:${PN}-tools = " \
+    ${bindir}/tevalon-explain \
     ${bindir}/tevalon-trace \
+    ${datadir}/tevalon-base \
     ${libdir}/tevalon-base/libtevalon-record.so \
 "
 FILES:${PN}-dev = " \
@@ -56,7 +59,8 @@ FILES:${PN}-dev = " \
 "
 # The second, and what goes with it, only for 64-bit systems, and where it is asked for.
 FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a ${libdir}/libtevalon-testkit.a"
-FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-trace.1"
+FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-explain.1 ${mandir}/man1/tevalon-trace.1"
 
 INSANE_SKIP:zor-debug = "dev-so"
+RDEPENDS:${PN}-tools += "python3-modules"
 RDEPENDS:zor-debug-dev = "zor-debug (= ${EXTENDPKGV})"

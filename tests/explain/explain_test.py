@@ -1,0 +1,381 @@
+"""tevalon-explain, tried on logs that the library really wrote.
+
+usage: explain_test.py TEVALON-EXPLAIN [TEST...]
+"""
+
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+HERE = Path(__file__).parent
+ROOT = HERE.parents[1]
+sys.path[:0] = [str(ROOT / "tools/tevalon_explain"), str(ROOT / "tools/catalogue")]
+
+import catalogue  # noqa: E402
+from tevalon_explain.knowledge import CLIENT, CONVERSION, Knowledge  # noqa: E402
+
+PROGRAM = sys.argv.pop(1) if len(sys.argv) > 1 else ""
+LOGS = HERE / "logs"
+
+# Each fault, and what has to be said of it first.
+FAULTS = {
+    "no-receiver": "a module asks one that is not there, or does not listen",
+    "unregister-hangs": "a module's event handler does not return, and its unregister waits",
+    "timer-stop-hangs": "the handler of timer 'epg_poll' does not return, and its stop waits",
+    "task-hangs": "task 77 does not return, and its thread is blocked",
+    "watch-overrun": "the watched operation eWatchID_app_show takes too long",
+    "threads-exhausted": "the process can start no more threads",
+    "descriptors-exhausted": "the process has too many files open",
+    "pipe-closed": "some code closes descriptors that are not its own",
+    "mutex-misused": "a mutex is used wrongly",
+    "zero-period": "a periodic timer has no period",
+    "no-workers": "the worker limit is 0; the task will not run",
+    "handler-twice": "registerHandler() returned 1; the new handler is not called",
+    "folder-not-empty": "rmdir() failed; rmDir() returned -3",
+}
+
+OWN_PREFIX = re.compile(r"^(\[[^\]]*\d{6}[^\]]*\] )?(\[[AEWID]\] )?(\[0x[0-9a-f]+\] )?"
+                        r"(\[\d+ [^\]]*\] )?")
+
+
+def explain(*arguments, text=None, status=0):
+    result = subprocess.run([PROGRAM, *map(str, arguments)], input=text, capture_output=True,
+                            check=False)
+    output = result.stdout.decode("utf-8", "surrogateescape")
+    errors = result.stderr.decode("utf-8", "surrogateescape")
+    if result.returncode != status:
+        raise AssertionError(f"{arguments} gave {result.returncode}: {output[-500:]}{errors}")
+    return output, errors
+
+
+def first(output):
+    return output.splitlines()[0].removeprefix("Most likely wrong: ")
+
+
+def log(name):
+    return (LOGS / f"{name}.log").read_bytes()
+
+
+def without_prefix(text):
+    return "".join(OWN_PREFIX.sub("", line) for line in text.decode().splitlines(keepends=True))
+
+
+def counts(output):
+    """Of the messages, from the summary."""
+    return dict((name, int(count)) for count, name in
+                re.findall(r"^ *(\d+)  \w+ +([a-z]+(?:-[a-z]+)+)  ", output, re.M))
+
+
+class FaultsTest(unittest.TestCase):
+    def test_each_fault_is_named_first(self):
+        self.assertGreaterEqual(len(FAULTS), 10)
+        for name, title in FAULTS.items():
+            output, _ = explain("--summary", LOGS / f"{name}.log")
+            self.assertEqual(first(output), title, name)
+
+    def test_it_says_why_and_where(self):
+        output, _ = explain("--summary", LOGS / "threads-exhausted.log")
+        self.assertRegex(output, r"    Timer 'teletext' had expired \d+ times before: ")
+        self.assertRegex(output, r"    line \d+: .*Fail to create handler thread of timer:'teletext'")
+        self.assertIn("    look at: The number of its threads", output)
+
+    def test_what_follows_from_a_cause_comes_behind_it(self):
+        output, _ = explain("--summary", LOGS / "descriptors-exhausted.log")
+        self.assertIn("\"Fail to wrtie data\", 2 times, follows from it.", output)
+        self.assertNotIn("closes descriptors", output)
+        self.assertIn("2. Also: a module asks one that is not there", output)
+
+    def test_a_healthy_evening_has_nothing_wrong(self):
+        output, _ = explain("--summary", LOGS / "evening.log")
+        self.assertEqual(first(output), "nothing")
+        self.assertEqual(counts(output)["task-begun"], counts(output)["task-finished"])
+
+    def test_the_trouble_session_is_explained(self):
+        output, _ = explain("--summary", LOGS / "trouble.log")
+        self.assertEqual(first(output), "other modules report warnings")
+        self.assertRegex(output, r"    3 of their lines are of that level\.\n"
+                         r"    line \d+: .*'hbbtv_controller' got no answer from 'browser_engine' .*\n"
+                         r"    line \d+: .*'viewer' got no answer from 'hbbtv_controller' within 800 ms\.")
+
+    def test_an_end_in_the_middle_of_something_is_a_remark(self):
+        text = log("evening")
+        begin = text.index(b"Begin fire task")
+        output, _ = explain("--summary", text=text[:text.index(b"\n", begin) + 1])
+        self.assertEqual(first(output), "nothing")
+        self.assertIn("the log ends before the end of what this line begins: task-begun", output)
+
+    def test_without_times_the_lines_tell_what_is_stuck(self):
+        text = without_prefix(log("timer-stop-hangs"))
+        begin = text.index("Before wait timer:'epg_poll'")
+        for more, title in (("", "nothing"),
+                            ("[X] x.cpp:1:f(): y\n" * 60, FAULTS["timer-stop-hangs"])):
+            output, _ = explain("--summary",
+                                text=(text[:text.index("\n", begin) + 1] + more).encode())
+            self.assertEqual(first(output), title)
+
+
+class LinesTest(unittest.TestCase):
+    def setUp(self):
+        self.knowledge = Knowledge(catalogue.CATALOGUE)
+
+    def written(self, entry):
+        """Lines as the statement writes them, with values in place of its conversions."""
+        values = {"d": "7", "u": "7", "lu": "7", "p": "0x7f00", "f": "1.500000", "c": "x", "s": "it's",
+                  "X": "1A"}
+        text = CONVERSION.sub(lambda m: values[m.group(1)], entry["text"]).rstrip("\n")
+        numbers = entry.get("fixed_lines") or [entry.get("line_offset", 0) + 321]
+        for file in entry["files"]:
+            for function in entry["functions"]:
+                for number in numbers:
+                    yield f"[{entry['tag']}] {file}:{number}:{function}(): {text}"
+
+    def test_every_message_is_recognised_wherever_it_is_written(self):
+        tried = 0
+        for entry in catalogue.load():
+            if catalogue.layout_of(entry) != "statement":
+                continue
+            for line in self.written(entry):
+                tried += 1
+                for prefix in ("", "[ 12.345678] [E] [0x5f] [7 a b] ", "tv kernel[3]: "):
+                    found = self.knowledge.look(prefix + line)
+                    self.assertNotIn(found, (None, CLIENT), line)
+                    self.assertEqual((found.message.id, found.is_cut), (entry["id"], False), line)
+        self.assertGreater(tried, 150)
+
+    def test_other_layouts_are_recognised(self):
+        for line, name in (
+                ("[TRACE -> stop(IN)] timer.cpp:51:stop() ", "trace-scope-in"),
+                ("[TRACE <- stop(OUT)] timer.cpp:51:stop() ", "trace-scope-out"),
+                ("[TRACE] timer_thread.cpp:62:a::B::B()", "trace-point"),
+                ("TRACE -> [main(IN)] :src/main.cpp:12 ", "trace-function-in"),
+                ("TRACE <- [main(OUT)] :src/main.cpp:12 ", "trace-function-out"),
+                ("[]:0::DUMPMEM(0012ABCDd):, title", "dump-title"),
+                ("[]:0::DUMPMEM(0012ABCDd):, 00 FF ", "dump-line"),
+                ("[Hbbtv]app.cpp:12:launch:x=5", "client-line"),
+                ("{7-1.500000}[B-LOG] debug_memory.cpp:79:showFileContents(): ==Mem==", "memory-report"),
+                ("zor-debug: ZOR_DEBUG: cannot use 'x'; accepted are y", "zor-debug-setting")):
+            found = self.knowledge.look(line)
+            self.assertEqual(found.message.id, name)
+
+    def test_a_line_whose_end_is_missing_is_recognised(self):
+        found = self.knowledge.look("[B-LOG] timer.cpp:1151:HandleTimeout(): Fail to create han")
+        self.assertEqual((found.message.id, found.is_cut), ("timer-no-handler-thread", True))
+        self.assertIs(self.knowledge.look("[B-LOG] timer.cpp:1151:HandleTimeout(): "), CLIENT)
+
+    def test_a_line_whose_beginning_is_missing_is_recognised(self):
+        for line in ("out(): Fail to create handler thread of timer:'x', error:'y'.",
+                     "eate handler thread of timer:'x', error:'y'.",
+                     "Fail to create handler thread of timer:'x'"):
+            found = self.knowledge.look(line)
+            expected = None if line.startswith("eate") else "timer-no-handler-thread"
+            self.assertEqual(found and found.message.id, expected, line)
+
+    def test_the_same_text_of_two_statements_is_told_apart_by_the_line_number(self):
+        for number, name in ((27, "timer-not-started"), (2105, "timer-expiry-unknown")):
+            found = self.knowledge.look(f"[B-LOG] timer.cpp:{number}:start(): Fail to start timer:'a'.")
+            self.assertEqual(found.message.id, name)
+
+    def test_the_true_place_is_told(self):
+        found = self.knowledge.look("[B-LOG] timer.cpp:1093:SendCmd(): Fail to wrtie data, errno(9):'x'.")
+        self.assertEqual(found.message.place(found.number), "src/timer/scheduler.cpp:93")
+
+    def test_lines_of_others_are_nobodys(self):
+        for line in ("", "-- MARK --", "usb 1-1: new device", "[12.5] (): ", "kernel: ]: [", "\0\xff"):
+            self.assertIsNone(self.knowledge.look(line), line)
+        self.assertIs(self.knowledge.look("[TvBrowser] module.cpp:89:ask(): no answer"), CLIENT)
+        # Of a client's source of the same name.
+        self.assertIs(self.knowledge.look("[Mine] utils.cpp:3:rmDir(): something else"), CLIENT)
+
+
+class LogsTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(tempfile.mkdtemp())
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def test_prefixes_make_no_difference_to_the_counts(self):
+        text = log("evening")
+        plain, _ = explain("--summary", text=without_prefix(text).encode())
+        whole, _ = explain("--summary", text=text)
+        self.assertEqual(counts(plain), counts(whole))
+        self.assertGreater(len(counts(plain)), 40)
+
+    def test_colours_make_no_difference(self):
+        text = log("timer-stop-hangs").decode()
+        coloured = "".join(f"\033[31m{line}\033[0m\n" for line in text.splitlines())
+        output, _ = explain("--summary", text=coloured.encode())
+        self.assertEqual(first(output), FAULTS["timer-stop-hangs"])
+        self.assertEqual(counts(output), counts(explain("--summary", text=text.encode())[0]))
+
+    def test_a_devices_own_prefix_is_read_by_the_stated_pattern(self):
+        lines = without_prefix(log("timer-stop-hangs")).splitlines()
+        text = "".join(f"<3>{100 + number * 0.2:.1f}|tv|{line}\n" for number, line in enumerate(lines))
+        output, _ = explain("--summary", "--device-prefix", r"<\d>(?P<time>[\d.]+)\|tv\|",
+                            text=text.encode())
+        self.assertEqual(first(output), FAULTS["timer-stop-hangs"])
+        self.assertRegex(output, r"It began \d+\.\d s before the log's end")
+        dated = "".join(f"2026-11-22T20:15:{number % 60:02}+01:00 {line}\n"
+                        for number, line in enumerate(lines[:60]))
+        output, _ = explain("--summary", "--device-prefix", r"(?P<time>\S+) ", text=dated.encode())
+        self.assertEqual(first(output), FAULTS["timer-stop-hangs"])
+
+    def test_lines_of_others_may_stand_between(self):
+        lines = log("zero-period").decode().splitlines(keepends=True)
+        text = "".join(line + "kernel: [12.5] something\n" for line in lines)
+        output, _ = explain("--summary", text=text.encode())
+        self.assertEqual(first(output), FAULTS["zero-period"])
+        self.assertIn(f"; ".join([f"{len(lines)} of others"]), output)
+
+    def test_half_lines_are_counted(self):
+        output, _ = explain("--summary", text=b"SendCmd(): Fail to wrtie data, errno(9):'x'.\n"
+                            b"[B-LOG] timer_thread.cpp:121:postTask(): Invalid Em")
+        self.assertIn("2 lines: 2 of tevalon-base, 0 of other modules, 0 of others; 2 cut\n", output)
+
+    def test_the_log_is_shown_with_the_meaning_below_each_first_line(self):
+        line = "[B-LOG] timer_thread.cpp:121:postTask(): Invalid Empty task\n"
+        output, _ = explain(text=(line + "other\n" + line).encode())
+        self.assertTrue(output.endswith(
+            "\n" + line + "    ^ task-empty: A null task was posted.\n"
+            "      failed: null argument; nothing was queued\n"
+            "      look at: Who posts: was the task moved away, or its creation refused?\n"
+            "      in src/timer_thread.cpp:121\nother\n" + line + "    ^ task-empty\n"), output)
+
+    def test_the_log_itself_comes_out_as_it_was(self):
+        for text in (log("evening"), b"\xff\xfe\0 x\r\n[B-LOG] a\n\n", b"no end"):
+            output, _ = explain(text=text)
+            shown = output[output.index("\n", output.index(" of others")):]
+            lines = text.decode("utf-8", "surrogateescape").split("\n")
+            place = 0
+            for line in lines:
+                place = shown.index(line, place)
+        output, _ = explain("--summary", text=b"\xff\xfe\n")
+        self.assertIn("1 lines: ", output)
+
+    def test_errors_alone(self):
+        output, _ = explain("--errors", LOGS / "zero-period.log")
+        shown = [line for line in output.splitlines() if line.startswith("[20")]
+        self.assertEqual(shown, log("zero-period").decode().splitlines())
+        output, _ = explain("--errors", LOGS / "trouble.log")
+        shown = [line for line in output.splitlines() if line.startswith("[")]
+        self.assertEqual(len(shown), 3)
+        self.assertIn("'viewer' got no answer from 'hbbtv_controller' within 800 ms.", shown[1])
+
+    def test_no_line_of_ours_is_said(self):
+        for text in (b"", b"something else\n"):
+            output, _ = explain(text=text)
+            self.assertIn("No line of tevalon-base is in it.", output)
+
+    def test_what_cannot_be_read_is_named_with_the_reason(self):
+        for name, reason in ((self.folder / "missing", "No such file or directory"),
+                             (self.folder, "Is a directory")):
+            for options in ((), ("--follow",)):
+                output, errors = explain(*options, name, status=1)
+                self.assertEqual(output, "")
+                self.assertEqual(errors, f"tevalon-explain: cannot read '{name}': {reason}\n")
+
+    def test_what_cannot_be_written_is_said(self):
+        with open("/dev/full", "w") as full:
+            result = subprocess.run([PROGRAM, LOGS / "evening.log"], stdout=full,
+                                    stderr=subprocess.PIPE, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr, b"tevalon-explain: cannot write: No space left on device\n")
+
+    def test_wrong_usage(self):
+        for arguments in (["--nonsense"], ["a", "b"], ["--device-prefix", "("], ["--sum", "x"],
+                          ["--device-prefix"]):
+            output, errors = explain(*arguments, status=2)
+            self.assertEqual(output, "")
+            self.assertIn("usage: tevalon-explain ", errors)
+        self.assertIn("'(' is no regular expression: ", explain("--device-prefix", "(", status=2)[1])
+
+    def test_help(self):
+        output, _ = explain("--help")
+        for option in ("--summary", "--errors", "--follow", "--device-prefix PATTERN", "FILE"):
+            self.assertIn(option, output)
+
+    def test_a_reader_that_goes_away_ends_it_quietly(self):
+        with subprocess.Popen([PROGRAM, LOGS / "evening.log"], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as process:
+            process.stdout.readline()
+            process.stdout.close()
+            self.assertEqual(process.stderr.read(), b"")
+
+    def test_a_long_log_takes_no_longer_than_its_lines(self):
+        path = self.folder / "long.log"
+        text = log("evening") + log("trouble")
+        with open(path, "wb") as file:
+            for _ in range(10_000_000 // len(text)):
+                file.write(text)
+        output, _ = explain("--summary", path)
+        self.assertEqual(first(output), "other modules report warnings")
+
+    def test_ten_modules_are_told_apart(self):
+        text = "".join(f"[E] [0x{0x60 + number:02x}] [Tag] a.cpp:1:f(): fails\n" for number in range(10))
+        output, _ = explain("--summary", text=text.encode())
+        for number in range(10):
+            self.assertRegex(output, rf"(?m)^ +1  module 0x{0x60 + number:02x}$")
+
+
+class FollowTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(tempfile.mkdtemp())
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.path = self.folder / "log"
+        self.path.write_text("")
+        self.process = subprocess.Popen([PROGRAM, "--follow", self.path], stdout=subprocess.PIPE,
+                                        text=True, bufsize=1)
+        self.addCleanup(self.end)
+
+    def end(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
+    def write(self, text):
+        with open(self.path, "a") as file:
+            file.write(text)
+
+    def expect(self, part):
+        """The next line with it; a line that never comes is a test that never ends."""
+        for line in self.process.stdout:
+            if part in line:
+                return line
+        raise AssertionError(f"ended without '{part}'")
+
+    def test_lines_are_explained_as_they_come(self):
+        self.write("[B-LOG] timer_thread.cpp:121:postTask(): Invalid ")
+        self.write("Empty task\n")
+        self.expect("^ task-empty: A null task was posted.")
+        self.expect("!!! null argument; nothing was queued")
+
+    def test_a_file_that_is_replaced_or_cut_is_followed(self):
+        self.write("[B-LOG] watchdog.cpp:152:setTimeoutCallback(): Callback already set.\n")
+        self.expect("^ watch-callback-set: ")
+        self.path.rename(self.folder / "log.1")
+        self.write("[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.\n")
+        self.expect("^ folder-null: ")
+        os.truncate(self.path, 0)
+        self.write("[B-LOG] a.cpp:1:f(): b\n")
+        self.expect("a.cpp:1:f(): b")
+
+    def test_an_interrupt_ends_it_with_the_summary(self):
+        self.write("[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.\n")
+        self.expect("!!! ")
+        self.process.send_signal(signal.SIGINT)
+        self.expect("Most likely wrong: null argument; rmDir() returned -1")
+        self.assertEqual(self.process.wait(), 0)
+
+    def test_standard_input_is_followed_to_its_end(self):
+        output, _ = explain("--follow", text=log("zero-period"))
+        self.assertIn("!!! a periodic timer has no period\n", output)
+        self.assertIn("Most likely wrong: a periodic timer has no period\n", output)
+
+
+if __name__ == "__main__":
+    unittest.main()

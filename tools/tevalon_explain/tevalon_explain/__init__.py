@@ -1,0 +1,1 @@
+"""What tevalon-explain consists of."""
