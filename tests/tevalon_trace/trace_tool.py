@@ -23,10 +23,9 @@ VIEWER, TUNER, SCREEN = 1, 7, 9
 TUNE, SHOW = 100, 101
 
 
-def run(*arguments, **options):
+def run(*arguments, tool=TOOL):
     """(exit status, standard output, standard error)."""
-    result = subprocess.run([TOOL, *arguments], capture_output=True, timeout=120, check=False,
-                            **options)
+    result = subprocess.run([tool, *arguments], capture_output=True, timeout=120, check=False)
     return (result.returncode, result.stdout.decode(errors="backslashreplace"),
             result.stderr.decode())
 

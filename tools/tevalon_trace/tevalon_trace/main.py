@@ -1,15 +1,18 @@
 """The command line."""
 
 import argparse
-import os
+import gc
 import signal
 import sys
 
 from . import merged
 from .follow import follow
 from .output import NotWritable, opened
+from .page import NoScript, write_page
 from .recording import NotReadable
+from .summary import write_summary
 from .text import write_text
+from .trace_json import write_json
 
 FAILED = 1
 MAX_PAGE_SLICES = 200_000
@@ -101,13 +104,10 @@ def follow_file(arguments):
 
 def write(arguments, collection, out):
     if arguments.json:
-        from .trace_json import write_json
         write_json(collection, out)
     elif arguments.html:
-        from .page import write_page
-        write_page(collection, MAX_PAGE_SLICES, out)
+        write_page(collection, MAX_PAGE_SLICES, arguments.page_folder, out)
     elif arguments.summary:
-        from .summary import write_summary
         write_summary(collection, out)
     else:
         write_text(collection, arguments.last, out)
@@ -131,20 +131,24 @@ def show(arguments):
     return FAILED if collection.complaints else 0
 
 
-def main(argv=None):
+def main(page_folder=None):
+    """page_folder: where the page's script lies, if it was built."""
     parser = make_parser()
-    arguments = parser.parse_args(argv)
+    arguments = parser.parse_args()
+    arguments.page_folder = page_folder
     if arguments.follow and len(arguments.files) != 1:
         parser.error("--follow takes one file")
     if arguments.follow and arguments.log:
         parser.error("--follow takes no --log")
     if arguments.from_ns > arguments.to_ns:
         parser.error("--from is after --to")
+    # Millions of records that live until the end: looking for cycles among them takes long.
+    gc.disable()
     # So that what is unfinished is removed.
     signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(128 + number))
     try:
         return follow_file(arguments) if arguments.follow else show(arguments)
-    except NotWritable as error:
+    except (NotWritable, NoScript) as error:
         report(error)
         return FAILED
     except KeyboardInterrupt:

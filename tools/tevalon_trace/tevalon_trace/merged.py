@@ -77,17 +77,21 @@ class Collection:
     def last_ns(self):
         return min(self.to_ns, max(each.last_ns() for each in self.recordings))
 
-    def entries(self, with_gaps=False):
-        """All within the chosen time, in order; gaps as Recording.records() has them."""
+    def entries(self, with_gaps=False, from_the_beginning=False):
+        """All within the chosen time, in order; gaps as Recording.records() has them.
+
+        From the beginning: what was before the chosen time too, for whoever pairs records.
+        """
         sources = [entries_of(recording, with_gaps) for recording in self.recordings]
         sources += [log.entries() for log in self.logs]
         if len(sources) == 1:
             merged = sources[0]
         else:
             merged = heapq.merge(*sources, key=operator.itemgetter(0))
-        if self.from_ns == BEGINNING and self.to_ns == END:
+        from_ns = BEGINNING if from_the_beginning else self.from_ns
+        if from_ns == BEGINNING and self.to_ns == END:
             return merged
-        return (entry for entry in merged if self.from_ns <= entry.time_ns <= self.to_ns)
+        return (entry for entry in merged if from_ns <= entry.time_ns <= self.to_ns)
 
 
 def entries_of(recording, with_gaps):

@@ -65,8 +65,8 @@ class Instant:
 class ThreadState:
     """What a thread is in the middle of."""
 
-    __slots__ = ("number", "timeline", "stack", "send", "send_end_ns", "previous_ns", "last_ns",
-                 "busy_ns", "module")
+    __slots__ = ("number", "timeline", "stack", "send", "send_end_ns", "first_ns", "previous_ns",
+                 "last_ns", "busy_ns", "module")
 
     def __init__(self, number, timeline, ns):
         self.number = number
@@ -74,6 +74,7 @@ class ThreadState:
         self.stack = []
         self.send = None  # A slice on the stack that ends with the last record about it.
         self.send_end_ns = 0
+        self.first_ns = ns
         self.previous_ns = ns
         self.last_ns = ns
         self.busy_ns = 0

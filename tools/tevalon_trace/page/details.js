@@ -1,0 +1,63 @@
+// All that is known of the chosen item, and where its arrows lead.
+
+import { formatMs } from "./model.js";
+
+export class Details {
+    constructor(place, model) {
+        this.place = place;
+        this.model = model;
+        this.onGo = () => {};
+        this.show(null);
+    }
+
+    show(item) {
+        const { model } = this;
+        if (item === null) {
+            this.place.replaceChildren(paragraph("Nothing chosen. Click on a slice, or on a finding.", "hint"));
+            return;
+        }
+        const rows = [["kind", model.category(item)], ["thread", `${model.track(item).name} (${model.track(item).ids})`]];
+        if (model.module(item) !== "") rows.push(["module", model.module(item)]);
+        rows.push(["at", `${model.begin(item).toFixed(6)} ms`], ["clock", `${model.clock(model.begin(item))} s`]);
+        if (model.isSlice(item)) rows.push(["took", formatMs(model.duration(item))]);
+        rows.push(["record", model.detail(item)]);
+        if (model.end(item) !== "") rows.push(["end", model.end(item)]);
+        this.place.replaceChildren(
+            Object.assign(document.createElement("h3"), { textContent: model.name(item) }), table(rows), this.links(item));
+    }
+
+    links(item) {
+        const list = document.createElement("ul");
+        const { model } = this;
+        if (!model.isSlice(item)) return list;
+        const add = (sign, other, ms) => {
+            const link = Object.assign(document.createElement("a"), {
+                href: `#item-${other}`,
+                textContent: `${sign} ${model.name(other)}, ${model.track(other).name}, at ${ms.toFixed(3)} ms`,
+            });
+            link.onclick = (event) => {
+                event.preventDefault();
+                this.onGo(other);
+            };
+            const entry = document.createElement("li");
+            entry.append(link);
+            list.append(entry);
+        };
+        for (const arrow of model.to(item)) add("← from", arrow.from, arrow.fromMs);
+        for (const arrow of model.from(item)) add("→ to", arrow.to, arrow.toMs);
+        return list;
+    }
+}
+
+function paragraph(text, className) {
+    return Object.assign(document.createElement("p"), { textContent: text, className });
+}
+
+function table(rows) {
+    const list = document.createElement("dl");
+    for (const [name, value] of rows) {
+        list.append(Object.assign(document.createElement("dt"), { textContent: name }),
+            Object.assign(document.createElement("dd"), { textContent: value }));
+    }
+    return list;
+}
