@@ -25,9 +25,9 @@ export class Chart {
         this.tracks = new TracksPlugin(model);
         this.tracks.onPick = (item) => this.onPick(item);
         this.tracks.onHover = (item, mouse) => this.showTooltip(item, mouse);
-        this.counters = countersOf(model);
-        const plugins = [new TimeframeSelectorPlugin({ flameChartNodes: outline(model), settings: settings().frame }),
-            new TimeGridPlugin({ styles: settings().all.styles.timeGridPlugin }), ...this.counters];
+        this.overview = new TimeframeSelectorPlugin({ timeseries: activity(model), settings: settings().frame });
+        const plugins = [this.overview,
+            new TimeGridPlugin({ styles: settings().all.styles.timeGridPlugin }), ...countersOf(model)];
         plugins.push(this.tracks);
         this.container = new FlameChartContainer({ canvas: this.canvas, plugins, settings: settings().all });
         this.engine = this.container.renderEngine;
@@ -62,8 +62,8 @@ export class Chart {
     applyTheme() {
         this.tracks.colors = {};
         this.tracks.userColors = theme().slices;
-        for (const plugin of this.counters) plugin.applyTheme();
         this.container.setSettings(settings().all);
+        this.overview.setTimeseries(activity(this.model));
         this.container.render();
     }
 
@@ -103,18 +103,20 @@ export class Chart {
         this.setView(0, this.model.durationMs);
     }
 
-    // Brings an item into sight: itself not too small, and what it is connected with.
+    // Brings an item into sight: a slice with what it is connected with, an instant with what its thread
+    // was in the middle of.
     reveal(item) {
         const { model } = this;
-        let from = model.begin(item);
-        let to = from + model.duration(item);
+        const shown = model.isSlice(item) ? item : model.around(item) ?? item;
+        let from = model.begin(shown);
+        let to = from + model.duration(shown);
         if (model.isSlice(item)) {
             for (const arrow of [...model.from(item), ...model.to(item)]) {
                 from = Math.min(from, arrow.fromMs);
                 to = Math.max(to, arrow.toMs);
             }
         }
-        const margin = Math.max((to - from) * 0.4, model.isSlice(item) ? 0.01 : 5);
+        const margin = Math.max((to - from) * 0.3, model.isSlice(shown) ? 0.01 : model.durationMs / 40);
         this.setView(from - margin, to + margin);
         this.revealRow(model.row(item));
     }
@@ -190,20 +192,24 @@ function countersOf(model) {
     return plugins;
 }
 
-// For the overview: what each thread is in, without what is within it.
-function outline(model) {
-    const nodes = [];
+// For the overview: how many threads are at work, in stretches of the window.
+function activity(model) {
+    const count = 400;
+    const width = model.durationMs / count;
+    const busy = new Float64Array(count);
     for (let item = 0; item < model.sliceCount; ++item) {
         const category = model.category(item);
-        if (model.column(item, "row") === 0 && category !== "reply wait") {
-            nodes.push({ name: "", start: model.begin(item), duration: model.duration(item), type: "all" });
+        if (model.column(item, "row") !== 0 || category === "reply wait" || category === "wait") continue;
+        const begin = model.begin(item);
+        const end = begin + model.duration(item);
+        for (let i = Math.floor(begin / width); i < count && i * width < end; ++i) {
+            busy[i] += Math.min(end, (i + 1) * width) - Math.max(begin, i * width);
         }
     }
-    if (nodes.length === 0) nodes.push({ name: "", start: 0, duration: 0, type: "all" });
-    // All of the window, whatever lies in it.
-    nodes.push({ name: "", start: model.durationMs, duration: 0, type: "all" });
-    nodes.unshift({ name: "", start: 0, duration: 0, type: "all" });
-    return nodes;
+    const points = [...busy].map((ms, index) => [(index + 0.5) * width, ms / width]);
+    const { graph } = theme();
+    return [{ name: "threads at work", group: "activity", min: 0, points,
+        style: { type: "bar", lineColor: graph, fillColor: graph, lineWidth: 1 } }];
 }
 
 function settings() {

@@ -1,19 +1,25 @@
 // All that is known of the chosen item, and where its arrows lead.
 
 import { formatMs } from "./model.js";
+import { onThemeChange, theme } from "./theme.js";
 
 export class Details {
     constructor(place, model) {
         this.place = place;
         this.model = model;
         this.onGo = () => {};
+        this.shown = null;
         this.show(null);
+        onThemeChange(() => this.show(this.shown));
     }
 
     show(item) {
         const { model } = this;
+        this.shown = item;
         if (item === null) {
-            this.place.replaceChildren(paragraph("Nothing chosen. Click on a slice, or on a finding.", "hint"));
+            this.place.replaceChildren(
+                paragraph("Nothing chosen. Click on a slice, or on a finding; on a send to get to its handler.", "hint"),
+                legend());
             return;
         }
         const rows = [["kind", model.category(item)], ["thread", `${model.track(item).name} (${model.track(item).ids})`]];
@@ -47,6 +53,23 @@ export class Details {
         for (const arrow of model.from(item)) add("→ to", arrow.to, arrow.toMs);
         return list;
     }
+}
+
+// What the colours mean.
+function legend() {
+    const place = Object.assign(document.createElement("p"), { className: "legend" });
+    const { slices, instants } = theme();
+    const shown = [...Object.entries(slices),
+        ...["time-out", "refused", "mark", "log"].map((category) => [category, instants[category]])];
+    for (const [category, colour] of shown) {
+        const sample = document.createElement("i");
+        sample.style.background = colour;
+        const entry = document.createElement("span");
+        entry.append(sample, category === "time-out" ? "time-out, overrun, unanswered"
+            : category === "refused" ? "refused, stopped elsewhere" : category);
+        place.append(entry);
+    }
+    return place;
 }
 
 function paragraph(text, className) {

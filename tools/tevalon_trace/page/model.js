@@ -107,6 +107,16 @@ export class Model {
         return this.to(item)[0].from;
     }
 
+    // The outermost slice of its thread that an instant lies in.
+    around(instant) {
+        const ms = this.begin(instant);
+        for (let item = 0; item < this.sliceCount && this.begin(item) <= ms; ++item) {
+            if (this.track(item) === this.track(instant) && this.column(item, "row") === 0 &&
+                ms <= this.begin(item) + this.duration(item)) return item;
+        }
+        return null;
+    }
+
     // The next or previous slice of the same row, or instant of the same track.
     neighbour(item, step) {
         const items = this.isSlice(item) ? this.slicesOfRow(this.row(item)) : this.instantsOf[this.column(item, "track")];
