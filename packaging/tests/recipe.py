@@ -11,7 +11,7 @@ import re
 import sys
 
 DIRECTORIES = {"bindir": "/usr/bin", "includedir": "/usr/include", "docdir": "/usr/share/doc",
-               "mandir": "/usr/share/man"}
+               "mandir": "/usr/share/man", "datadir": "/usr/share"}
 
 
 def read_patterns(recipe):

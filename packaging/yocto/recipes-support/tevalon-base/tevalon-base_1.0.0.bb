@@ -36,6 +36,7 @@ FILES:${PN} = "${libdir}/libtevalon-base.so.*"
 # For an image in which something is looked for: recordings, and the library to be preloaded.
 FILES:${PN}-tools = " \
     ${bindir}/tevalon-trace \
+    ${datadir}/tevalon-base \
     ${libdir}/tevalon-base/libtevalon-record.so \
 "
 FILES:${PN}-dev = " \
@@ -57,4 +58,6 @@ FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a ${libdir}/libtevalon-testki
 FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-trace.1"
 
 INSANE_SKIP:zor-debug = "dev-so"
+# Its --html needs npm and esbuild where it is built, which builds without a network do not have.
+RDEPENDS:${PN}-tools = "python3"
 RDEPENDS:zor-debug-dev = "zor-debug (= ${EXTENDPKGV})"
