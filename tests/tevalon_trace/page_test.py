@@ -148,7 +148,7 @@ class PageTest(Scratch):
             "[...document.querySelectorAll('#findings h3')].map((each) => each.textContent)"),
             ["circles1", "time-outs2", "overruns1", "slowest handlers", "slowest timer runs",
              "longest scopes", "longest queues", "busiest threads"])
-        self.assertEqual(self.find_by_link("tuner (Evt:7) -> screen (Evt:9)"),
+        self.assertEqual(self.find_by_link("tuner (Evt:7) \u2192 screen (Evt:9)"),
                          ["reply wait", "wait for show"])
 
     def test_the_search_knows_modules_events_threads_and_texts(self):

@@ -116,7 +116,7 @@ export class Chart {
                 to = Math.max(to, arrow.toMs);
             }
         }
-        const margin = Math.max((to - from) * 0.3, model.isSlice(shown) ? 0.01 : model.durationMs / 40);
+        const margin = Math.max((to - from) * 0.3, model.isSlice(shown) ? 0.01 : model.durationMs / 8);
         this.setView(from - margin, to + margin);
         this.revealRow(model.row(item));
     }

@@ -39,7 +39,7 @@ function makeEntry(item, model, show, revealTime) {
     const entry = document.createElement("li");
     const hasPlace = item.item !== undefined || item.ns !== undefined || item.track !== undefined;
     const text = document.createElement(hasPlace ? "a" : "span");
-    text.textContent = item.text;
+    text.textContent = item.text.replaceAll(" -> ", " → ");
     if (item.item !== undefined) {
         text.href = `#item-${item.item}`;
         text.onclick = (event) => {
