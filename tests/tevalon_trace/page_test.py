@@ -261,7 +261,8 @@ class PageTest(Scratch):
         self.page.evaluate("document.getElementById('chart').scrollIntoView()")
         self.ask("chart.setView(100, 1100)")
         self.page.frame()
-        box = self.page.evaluate("document.querySelector('#chart').getBoundingClientRect().toJSON()")
+        box = self.page.evaluate(
+            "document.getElementById('chart').getBoundingClientRect().toJSON()")
         y = box["y"] + box["height"] - 60
         self.page.touch_drag(300, y, 100, y)
         self.assertGreater(self.view()[0], 100)
@@ -284,9 +285,10 @@ class PageTest(Scratch):
         self.assertIsNone(self.item("mark", "found"))
 
     def test_two_hundred_thousand_slices(self):
-        took = self.open(large_recording.make(800_000))
-        print(f"200,000 slices: {took:.1f} s to open")
-        self.assertLess(took, LIMIT_TO_OPEN_S)
+        used, took = self.open(large_recording.make(800_000))
+        print(f"200,000 slices: {used:.1f} s of the processors to open, {took:.1f} s")
+        # More than it takes where nobody else is at work: some of it is done side by side.
+        self.assertLess(used, LIMIT_TO_OPEN_S)
         self.assertEqual(self.ask("model.sliceCount"), 200_000)
         self.assertIn("Shows the last 200,000 of 266,6", self.page.evaluate(
             "document.getElementById('notes').textContent"))

@@ -200,8 +200,8 @@ class OutputTest(Scratch):
         for mode in ("--text", "--json", "--summary"):
             status, _, errors = run(mode, "-o", self.path("no/out"), recording)
             self.assertEqual(status, 1)
-            self.assertEqual(errors, f"tevalon-trace: cannot write '{self.path('no/out')}': No such "
-                                     "file or directory\n")
+            self.assertEqual(errors, f"tevalon-trace: cannot write '{self.path('no/out')}': No "
+                                     "such file or directory\n")
         # A limit on the size of files: as a disk that is full.
         large = self.write(marks(20000), "large")
         path = self.path("out")

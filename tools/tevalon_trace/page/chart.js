@@ -1,5 +1,5 @@
-// The chart: tracks, overview, counters and time, with its tooltip; zoom and pan by mouse, touch and
-// from outside.
+// The chart: tracks, overview, counters and time, with its tooltip; zoom and pan by mouse, by touch
+// and from outside.
 
 import { FlameChartContainer, TimeframeSelectorPlugin, TimeGridPlugin } from "flame-chart-js";
 
@@ -25,11 +25,21 @@ export class Chart {
         this.tracks = new TracksPlugin(model);
         this.tracks.onPick = (item) => this.onPick(item);
         this.tracks.onHover = (item, mouse) => this.showTooltip(item, mouse);
-        this.overview = new TimeframeSelectorPlugin({ timeseries: activity(model), settings: settings().frame });
-        const plugins = [this.overview,
-            new TimeGridPlugin({ styles: settings().all.styles.timeGridPlugin }), ...countersOf(model)];
+        this.overview = new TimeframeSelectorPlugin({
+            timeseries: activity(model),
+            settings: settings().frame,
+        });
+        const plugins = [
+            this.overview,
+            new TimeGridPlugin({ styles: settings().all.styles.timeGridPlugin }),
+            ...countersOf(model),
+        ];
         plugins.push(this.tracks);
-        this.container = new FlameChartContainer({ canvas: this.canvas, plugins, settings: settings().all });
+        this.container = new FlameChartContainer({
+            canvas: this.canvas,
+            plugins,
+            settings: settings().all,
+        });
         this.engine = this.container.renderEngine;
         this.listen();
     }
@@ -45,17 +55,24 @@ export class Chart {
         onThemeChange(() => this.applyTheme());
         this.canvas.addEventListener("mouseleave", () => this.showTooltip(null));
         // The wheel scrolls the tracks; with Ctrl, as pinching a touch pad comes too, it zooms.
-        this.canvas.addEventListener("wheel", (event) => {
-            if (event.ctrlKey || event.metaKey) {
-                this.zoom(Math.exp(Math.max(-60, Math.min(60, event.deltaY)) / 150), event.offsetX);
-            } else if (event.shiftKey || Math.abs(event.deltaX) > Math.abs(event.deltaY)) {
-                this.pan((event.deltaX || event.deltaY) / this.engine.width);
-            } else {
-                this.scroll(event.deltaY);
-            }
-            event.preventDefault();
-            event.stopImmediatePropagation();
-        }, { capture: true, passive: false });
+        this.canvas.addEventListener(
+            "wheel",
+            (event) => {
+                if (event.ctrlKey || event.metaKey) {
+                    this.zoom(
+                        Math.exp(Math.max(-60, Math.min(60, event.deltaY)) / 150),
+                        event.offsetX,
+                    );
+                } else if (event.shiftKey || Math.abs(event.deltaX) > Math.abs(event.deltaY)) {
+                    this.pan((event.deltaX || event.deltaY) / this.engine.width);
+                } else {
+                    this.scroll(event.deltaY);
+                }
+                event.preventDefault();
+                event.stopImmediatePropagation();
+            },
+            { capture: true, passive: false },
+        );
         addTouch(this.canvas, this);
     }
 
@@ -70,7 +87,10 @@ export class Chart {
     // ---- where one looks ----
 
     view() {
-        return { from: this.engine.positionX, to: this.engine.positionX + this.engine.getRealView() };
+        return {
+            from: this.engine.positionX,
+            to: this.engine.positionX + this.engine.getRealView(),
+        };
     }
 
     setView(from, to) {
@@ -103,11 +123,11 @@ export class Chart {
         this.setView(0, this.model.durationMs);
     }
 
-    // Brings an item into sight: a slice with what it is connected with, an instant with what its thread
-    // was in the middle of.
+    // Brings an item into sight: a slice with what it is connected with, an instant with what its
+    // thread was in the middle of.
     reveal(item) {
         const { model } = this;
-        const shown = model.isSlice(item) ? item : model.around(item) ?? item;
+        const shown = model.isSlice(item) ? item : (model.around(item) ?? item);
         let from = model.begin(shown);
         let to = from + model.duration(shown);
         if (model.isSlice(item)) {
@@ -116,7 +136,10 @@ export class Chart {
                 to = Math.max(to, arrow.toMs);
             }
         }
-        const margin = Math.max((to - from) * 0.3, model.isSlice(shown) ? 0.01 : model.durationMs / 8);
+        const margin = Math.max(
+            (to - from) * 0.3,
+            model.isSlice(shown) ? 0.01 : model.durationMs / 8,
+        );
         this.setView(from - margin, to + margin);
         this.revealRow(model.row(item));
     }
@@ -171,9 +194,13 @@ export class Chart {
         const took = model.isSlice(item) ? `, ${formatMs(model.duration(item))}` : "";
         tooltip.replaceChildren(
             Object.assign(document.createElement("strong"), { textContent: model.name(item) }),
-            Object.assign(document.createElement("span"),
-                { textContent: `${model.track(item).name}, at ${model.begin(item).toFixed(3)} ms${took}` }),
-            ...lines.map((line) => Object.assign(document.createElement("span"), { textContent: line })));
+            Object.assign(document.createElement("span"), {
+                textContent: `${model.place(item)}${took}`,
+            }),
+            ...lines.map((line) =>
+                Object.assign(document.createElement("span"), { textContent: line }),
+            ),
+        );
         const left = Math.min(mouse.x + 14, this.place.clientWidth - tooltip.offsetWidth - 4);
         const below = mouse.y + 18;
         const fits = below + tooltip.offsetHeight < this.place.clientHeight;
@@ -199,7 +226,8 @@ function activity(model) {
     const busy = new Float64Array(count);
     for (let item = 0; item < model.sliceCount; ++item) {
         const category = model.category(item);
-        if (model.column(item, "row") !== 0 || category === "reply wait" || category === "wait") continue;
+        if (model.column(item, "row") !== 0 || category === "reply wait" || category === "wait")
+            continue;
         const begin = model.begin(item);
         const end = begin + model.duration(item);
         for (let i = Math.floor(begin / width); i < count && i * width < end; ++i) {
@@ -208,17 +236,32 @@ function activity(model) {
     }
     const points = [...busy].map((ms, index) => [(index + 0.5) * width, ms / width]);
     const { graph } = theme();
-    return [{ name: "threads at work", group: "activity", min: 0, points,
-        style: { type: "bar", lineColor: graph, fillColor: graph, lineWidth: 1 } }];
+    return [
+        {
+            name: "threads at work",
+            group: "activity",
+            min: 0,
+            points,
+            style: { type: "bar", lineColor: graph, fillColor: graph, lineWidth: 1 },
+        },
+    ];
 }
 
 function settings() {
     const colours = theme();
     const frame = {
         styles: {
-            font: FONT, fontColor: colours.faint, overlayColor: colours.overlay, graphStrokeColor: colours.graph,
-            graphFillColor: colours.graph, flameChartGraphType: "bar", bottomLineColor: colours.stripe,
-            knobColor: colours.knob, knobStrokeColor: colours.background, knobSize: 8, height: 48,
+            font: FONT,
+            fontColor: colours.faint,
+            overlayColor: colours.overlay,
+            graphStrokeColor: colours.graph,
+            graphFillColor: colours.graph,
+            flameChartGraphType: "bar",
+            bottomLineColor: colours.stripe,
+            knobColor: colours.knob,
+            knobStrokeColor: colours.background,
+            knobSize: 8,
+            height: 48,
             backgroundColor: colours.background,
         },
     };
@@ -228,9 +271,14 @@ function settings() {
             options: { tooltip: undefined, timeUnits: "ms" },
             styles: {
                 main: {
-                    blockHeight: 18, font: FONT, fontColor: colours.text, backgroundColor: colours.background,
-                    tooltipHeaderFontColor: colours.text, tooltipBodyFontColor: colours.text,
-                    tooltipBackgroundColor: colours.label, tooltipShadowColor: colours.faint,
+                    blockHeight: 18,
+                    font: FONT,
+                    fontColor: colours.text,
+                    backgroundColor: colours.background,
+                    tooltipHeaderFontColor: colours.text,
+                    tooltipBodyFontColor: colours.text,
+                    tooltipBackgroundColor: colours.label,
+                    tooltipShadowColor: colours.faint,
                 },
                 timeGrid: { color: colours.grid },
                 timeGridPlugin: { font: FONT, fontColor: colours.faint },

@@ -6,14 +6,17 @@ import { theme } from "./theme.js";
 
 export class CountersPlugin extends TimeseriesPlugin {
     constructor(name, model, counters) {
-        super({ name, data: counters.map((counter) => seriesOf(counter, model)),
-            settings: { styles: { height: 44 } } });
+        super({
+            name,
+            data: counters.map((counter) => seriesOf(counter, model)),
+            settings: { styles: { height: 44 } },
+        });
         this.min = 0;
         this.max = model.durationMs;
     }
 
-    // The library's own charts are outlines, closed along the bottom; these are values that hold until
-    // the next one.
+    // The library's own charts are outlines, closed along the bottom; these are values that hold
+    // until the next one.
     render() {
         const { ctx, styles } = this.renderEngine;
         const colours = theme();
@@ -44,7 +47,8 @@ export class CountersPlugin extends TimeseriesPlugin {
         const engine = this.renderEngine;
         const top = 18;
         const most = this.data.summary[group].max;
-        const yOf = (value) => engine.height - 2 - (most > 0 ? value / most : 0) * (engine.height - 2 - top);
+        const yOf = (value) =>
+            engine.height - 2 - (most > 0 ? value / most : 0) * (engine.height - 2 - top);
         ctx.strokeStyle = colour;
         ctx.lineWidth = 1.5;
         ctx.beginPath();
@@ -67,7 +71,9 @@ function seriesOf({ name, unit, group, points }, model) {
         units: unit === "" ? undefined : ` ${unit}`,
         group: group === "counters" ? name : group,
         min: 0,
-        points: [...points.map(([ns, value]) => [ns / 1e6, value]),
-            [model.durationMs, points[points.length - 1][1]]],
+        points: [
+            ...points.map(([ns, value]) => [ns / 1e6, value]),
+            [model.durationMs, points[points.length - 1][1]],
+        ],
     };
 }

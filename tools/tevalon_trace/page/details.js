@@ -18,18 +18,31 @@ export class Details {
         this.shown = item;
         if (item === null) {
             this.place.replaceChildren(
-                paragraph("Nothing chosen. Click on a slice, or on a finding; on a send to get to its handler.", "hint"),
-                legend());
+                paragraph(
+                    "Click on a slice or a finding; on a send to get to its handler.",
+                    "hint",
+                ),
+                legend(),
+            );
             return;
         }
-        const rows = [["kind", model.category(item)], ["thread", `${model.track(item).name} (${model.track(item).ids})`]];
+        const rows = [
+            ["kind", model.category(item)],
+            ["thread", `${model.track(item).name} (${model.track(item).ids})`],
+        ];
         if (model.module(item) !== "") rows.push(["module", model.module(item)]);
-        rows.push(["at", `${model.begin(item).toFixed(6)} ms`], ["clock", `${model.clock(model.begin(item))} s`]);
+        rows.push(
+            ["at", `${model.begin(item).toFixed(6)} ms`],
+            ["clock", `${model.clock(model.begin(item))} s`],
+        );
         if (model.isSlice(item)) rows.push(["took", formatMs(model.duration(item))]);
         rows.push(["record", model.detail(item)]);
         if (model.end(item) !== "") rows.push(["end", model.end(item)]);
         this.place.replaceChildren(
-            Object.assign(document.createElement("h3"), { textContent: model.name(item) }), table(rows), this.links(item));
+            Object.assign(document.createElement("h3"), { textContent: model.name(item) }),
+            table(rows),
+            this.links(item),
+        );
     }
 
     links(item) {
@@ -39,7 +52,7 @@ export class Details {
         const add = (sign, other, ms) => {
             const link = Object.assign(document.createElement("a"), {
                 href: `#item-${other}`,
-                textContent: `${sign} ${model.name(other)}, ${model.track(other).name}, at ${ms.toFixed(3)} ms`,
+                textContent: `${sign} ${model.name(other)}, ${model.place(other, ms)}`,
             });
             link.onclick = (event) => {
                 event.preventDefault();
@@ -59,14 +72,22 @@ export class Details {
 function legend() {
     const place = Object.assign(document.createElement("p"), { className: "legend" });
     const { slices, instants } = theme();
-    const shown = [...Object.entries(slices),
-        ...["time-out", "refused", "mark", "log"].map((category) => [category, instants[category]])];
+    const shown = [
+        ...Object.entries(slices),
+        ...["time-out", "refused", "mark", "log"].map((category) => [category, instants[category]]),
+    ];
     for (const [category, colour] of shown) {
         const sample = document.createElement("i");
         sample.style.background = colour;
         const entry = document.createElement("span");
-        entry.append(sample, category === "time-out" ? "time-out, overrun, unanswered"
-            : category === "refused" ? "refused, stopped elsewhere" : category);
+        entry.append(
+            sample,
+            category === "time-out"
+                ? "time-out, overrun, unanswered"
+                : category === "refused"
+                  ? "refused, stopped elsewhere"
+                  : category,
+        );
         place.append(entry);
     }
     return place;
@@ -79,8 +100,10 @@ function paragraph(text, className) {
 function table(rows) {
     const list = document.createElement("dl");
     for (const [name, value] of rows) {
-        list.append(Object.assign(document.createElement("dt"), { textContent: name }),
-            Object.assign(document.createElement("dd"), { textContent: value }));
+        list.append(
+            Object.assign(document.createElement("dt"), { textContent: name }),
+            Object.assign(document.createElement("dd"), { textContent: value }),
+        );
     }
     return list;
 }

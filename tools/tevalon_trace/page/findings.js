@@ -5,7 +5,8 @@ import { formatMs } from "./model.js";
 const LISTED_AT_ONCE = 5;
 
 export function listFindings(place, model, show, revealTime) {
-    for (const section of model.data.findings) place.append(makeSection(section, model, show, revealTime));
+    for (const section of model.data.findings)
+        place.append(makeSection(section, model, show, revealTime));
     if (!model.data.findings.some((section) => !section.isUsual)) {
         const good = document.createElement("p");
         good.textContent = "No time-outs, overruns, unanswered requests, circles or the like.";
@@ -18,16 +19,29 @@ function makeSection({ heading, count, items, isUsual }, model, show, revealTime
     section.className = isUsual ? "usual" : "unusual";
     const title = document.createElement("h3");
     title.textContent = heading;
-    if (!isUsual) title.append(Object.assign(document.createElement("span"), { className: "count", textContent: count }));
+    if (!isUsual)
+        title.append(
+            Object.assign(document.createElement("span"), {
+                className: "count",
+                textContent: count,
+            }),
+        );
     const list = document.createElement("ul");
     for (const item of items) list.append(makeEntry(item, model, show, revealTime));
     section.append(title, list);
     const hidden = [...list.children].slice(LISTED_AT_ONCE);
     if (hidden.length > 0) {
-        hidden.forEach((entry) => { entry.hidden = true; });
-        const more = Object.assign(document.createElement("button"), { className: "more", textContent: `${hidden.length} more` });
+        hidden.forEach((entry) => {
+            entry.hidden = true;
+        });
+        const more = Object.assign(document.createElement("button"), {
+            className: "more",
+            textContent: `${hidden.length} more`,
+        });
         more.onclick = () => {
-            hidden.forEach((entry) => { entry.hidden = false; });
+            hidden.forEach((entry) => {
+                entry.hidden = false;
+            });
             more.remove();
         };
         section.append(more);
@@ -53,8 +67,14 @@ function makeEntry(item, model, show, revealTime) {
             revealTime(item);
         };
     }
-    const facts = [item.durationNs === undefined ? "" : formatMs(item.durationNs / 1e6), item.thread ?? "",
-        item.at === undefined ? "" : `at ${item.at}`].filter((fact) => fact !== "");
-    entry.append(text, Object.assign(document.createElement("small"), { textContent: facts.join(" · ") }));
+    const facts = [
+        item.durationNs === undefined ? "" : formatMs(item.durationNs / 1e6),
+        item.thread ?? "",
+        item.at === undefined ? "" : `at ${item.at}`,
+    ].filter((fact) => fact !== "");
+    entry.append(
+        text,
+        Object.assign(document.createElement("small"), { textContent: facts.join(" · ") }),
+    );
     return entry;
 }

@@ -41,10 +41,15 @@ export function addKeys({ chart, model, search, show, goBack, follow }) {
     };
     document.addEventListener("keydown", (event) => {
         const { target } = event;
-        if (event.ctrlKey || event.metaKey || event.altKey || target instanceof HTMLInputElement) return;
+        if (event.ctrlKey || event.metaKey || event.altKey || target instanceof HTMLInputElement)
+            return;
         if (document.getElementById("help").open) return;
         // A link or a button that has the focus is pressed.
-        if (event.key === "Enter" && (target instanceof HTMLAnchorElement || target instanceof HTMLButtonElement)) return;
+        if (
+            event.key === "Enter" &&
+            (target instanceof HTMLAnchorElement || target instanceof HTMLButtonElement)
+        )
+            return;
         const act = acts[event.key];
         if (act === undefined) return;
         event.preventDefault();
@@ -56,8 +61,10 @@ export function addHelp() {
     const dialog = document.getElementById("help");
     const list = dialog.querySelector("dl");
     for (const [key, what] of HELP) {
-        list.append(Object.assign(document.createElement("dt"), { textContent: key }),
-            Object.assign(document.createElement("dd"), { textContent: what }));
+        list.append(
+            Object.assign(document.createElement("dt"), { textContent: key }),
+            Object.assign(document.createElement("dd"), { textContent: what }),
+        );
     }
     document.getElementById("show-help").onclick = () => dialog.showModal();
     dialog.addEventListener("click", (event) => {

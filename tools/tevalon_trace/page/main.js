@@ -18,7 +18,8 @@ function describe(data) {
     document.getElementById("facts").textContent = data.facts.join("\n");
     document.getElementById("origin").textContent = `0 ms is ${data.start}`;
     const notes = document.getElementById("notes");
-    for (const note of data.notes) notes.append(Object.assign(document.createElement("p"), { textContent: note }));
+    for (const note of data.notes)
+        notes.append(Object.assign(document.createElement("p"), { textContent: note }));
     notes.hidden = data.notes.length === 0;
 }
 
@@ -32,7 +33,8 @@ function start(data) {
 
     // Every way to an item ends here: its details, and the part of the chart that it is in.
     const show = (item, { move = true, remember = true } = {}) => {
-        if (remember && chart.selected !== null && chart.selected !== item) back.push(chart.selected);
+        if (remember && chart.selected !== null && chart.selected !== item)
+            back.push(chart.selected);
         chart.select(item);
         if (move && item !== null) chart.reveal(item);
         details.show(item);
@@ -55,7 +57,9 @@ function start(data) {
     details.onGo = show;
     search.onGo = show;
     search.onFound = (items) => chart.mark(items);
-    listFindings(document.getElementById("findings"), model, show, (item) => chart.revealTime(item));
+    listFindings(document.getElementById("findings"), model, show, (item) =>
+        chart.revealTime(item),
+    );
     document.getElementById("zoom-in").onclick = () => chart.zoom(0.5);
     document.getElementById("zoom-out").onclick = () => chart.zoom(2);
     document.getElementById("zoom-all").onclick = () => chart.showAll();
@@ -74,8 +78,10 @@ function start(data) {
     document.documentElement.dataset.state = "ready";
 }
 
-readData().then(start).catch((error) => {
-    document.documentElement.dataset.state = "failed";
-    document.getElementById("origin").textContent = `The page cannot be shown: ${error}`;
-    throw error;
-});
+readData()
+    .then(start)
+    .catch((error) => {
+        document.documentElement.dataset.state = "failed";
+        document.getElementById("origin").textContent = `The page cannot be shown: ${error}`;
+        throw error;
+    });

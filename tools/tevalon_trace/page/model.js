@@ -13,7 +13,7 @@ export class Model {
         this.durationMs = (data.endNs - data.startNs) / NS_PER_MS;
         this.placeTracks();
         this.connect();
-        this.texts = null;  // For the search; made when it is used first.
+        this.texts = null; // For the search; made when it is used first.
     }
 
     // A row of its own for the name and the instants of each track, above those of its slices.
@@ -38,7 +38,10 @@ export class Model {
         const { tail, tailNs, head, headNs } = this.data.arrows;
         tail.forEach((from, index) => {
             const arrow = {
-                from, to: head[index], fromMs: tailNs[index] / NS_PER_MS, toMs: headNs[index] / NS_PER_MS,
+                from,
+                to: head[index],
+                fromMs: tailNs[index] / NS_PER_MS,
+                toMs: headNs[index] / NS_PER_MS,
             };
             this.arrows.push(arrow);
             append(this.arrowsFrom, arrow.from, arrow);
@@ -53,7 +56,8 @@ export class Model {
         return this.isSlice(item) && this.category(item) === "send";
     }
     column(item, name) {
-        return this.isSlice(item) ? this.data.slices[name][item]
+        return this.isSlice(item)
+            ? this.data.slices[name][item]
             : this.data.instants[name][item - this.sliceCount];
     }
     text(item, name) {
@@ -66,8 +70,11 @@ export class Model {
         return this.track(item).top + (this.isSlice(item) ? 1 + this.column(item, "row") : 0);
     }
     begin(item) {
-        return (this.isSlice(item) ? this.data.slices.begin[item]
-            : this.data.instants.ns[item - this.sliceCount]) / NS_PER_MS;
+        return (
+            (this.isSlice(item)
+                ? this.data.slices.begin[item]
+                : this.data.instants.ns[item - this.sliceCount]) / NS_PER_MS
+        );
     }
     duration(item) {
         return this.isSlice(item) ? this.data.slices.duration[item] / NS_PER_MS : 0;
@@ -86,6 +93,9 @@ export class Model {
     }
     end(item) {
         return this.isSlice(item) ? this.text(item, "end") : "";
+    }
+    place(item, ms = this.begin(item)) {
+        return `${this.track(item).name}, at ${ms.toFixed(3)} ms`;
     }
     // As --text shows it.
     clock(ms) {
@@ -111,27 +121,37 @@ export class Model {
     around(instant) {
         const ms = this.begin(instant);
         for (let item = 0; item < this.sliceCount && this.begin(item) <= ms; ++item) {
-            if (this.track(item) === this.track(instant) && this.column(item, "row") === 0 &&
-                ms <= this.begin(item) + this.duration(item)) return item;
+            if (
+                this.track(item) === this.track(instant) &&
+                this.column(item, "row") === 0 &&
+                ms <= this.begin(item) + this.duration(item)
+            )
+                return item;
         }
         return null;
     }
 
     // The next or previous slice of the same row, or instant of the same track.
     neighbour(item, step) {
-        const items = this.isSlice(item) ? this.slicesOfRow(this.row(item)) : this.instantsOf[this.column(item, "track")];
+        const items = this.isSlice(item)
+            ? this.slicesOfRow(this.row(item))
+            : this.instantsOf[this.column(item, "track")];
         return items[items.indexOf(item) + step] ?? null;
     }
     slicesOfRow(row) {
         const items = [];
-        for (let item = 0; item < this.sliceCount; ++item) if (this.row(item) === row) items.push(item);
+        for (let item = 0; item < this.sliceCount; ++item)
+            if (this.row(item) === row) items.push(item);
         return items;
     }
 
-    // The items that have all words of the query. module:, event: and thread: in front of a word say
-    // where it has to be; otherwise it may be anywhere in what is known of the item.
+    // The items that have all words of the query. module:, event: and thread: in front of a word
+    // say where it has to be; otherwise it may be anywhere in what is known of the item.
     find(query) {
-        const words = query.toLowerCase().split(/\s+/).filter((word) => word !== "");
+        const words = query
+            .toLowerCase()
+            .split(/\s+/)
+            .filter((word) => word !== "");
         if (words.length === 0) return [];
         this.texts ??= this.makeTexts();
         const tests = words.map((word) => this.test(word));
@@ -146,7 +166,8 @@ export class Model {
         const [, field, rest] = /^(module|event|thread):(.*)$/.exec(word) ?? [null, "", word];
         const within = (name) => (item) => names[this.column(item, name)].includes(rest);
         if (field === "module") return within("module");
-        if (field === "event") return (item) => within("name")(item) && this.detail(item).startsWith("event ");
+        if (field === "event")
+            return (item) => within("name")(item) && this.detail(item).startsWith("event ");
         const ofThread = (item) => tracks[this.column(item, "track")].includes(rest);
         if (field === "thread") return ofThread;
         const places = ["name", "category", "module", "detail"].map(within);

@@ -39,20 +39,25 @@ export class Search {
         this.found = this.model.find(this.input.value);
         this.at = -1;
         this.onFound(this.found);
-        this.list.replaceChildren(...this.found.slice(0, LISTED).map((item, index) => this.entry(item, index)));
+        this.list.replaceChildren(
+            ...this.found.slice(0, LISTED).map((item, index) => this.entry(item, index)),
+        );
         this.tell();
     }
 
     step(by) {
         if (this.found.length === 0) return;
-        this.at = (this.at + by + this.found.length + (this.at === -1 && by < 0 ? 1 : 0)) % this.found.length;
+        this.at =
+            (this.at + by + this.found.length + (this.at === -1 && by < 0 ? 1 : 0)) %
+            this.found.length;
         this.go(this.at);
     }
 
     go(index) {
         this.at = index;
         this.tell();
-        for (const entry of this.list.children) entry.classList.toggle("current", Number(entry.dataset.index) === index);
+        for (const entry of this.list.children)
+            entry.classList.toggle("current", Number(entry.dataset.index) === index);
         this.onGo(this.found[index]);
     }
 
@@ -60,21 +65,30 @@ export class Search {
         const { length } = this.found;
         if (this.input.value.trim() === "") this.count.textContent = "";
         else if (length === 0) this.count.textContent = "nothing found";
-        else this.count.textContent = this.at === -1 ? `${length} found` : `${this.at + 1} of ${length}`;
+        else
+            this.count.textContent =
+                this.at === -1 ? `${length} found` : `${this.at + 1} of ${length}`;
     }
 
     entry(item, index) {
         const { model } = this;
         const entry = document.createElement("li");
         entry.dataset.index = index;
-        const link = Object.assign(document.createElement("a"), { href: `#item-${item}`, textContent: model.name(item) });
+        const link = Object.assign(document.createElement("a"), {
+            href: `#item-${item}`,
+            textContent: model.name(item),
+        });
         link.onclick = (event) => {
             event.preventDefault();
             this.go(index);
         };
         const took = model.isSlice(item) ? `${formatMs(model.duration(item))} · ` : "";
-        entry.append(link, Object.assign(document.createElement("small"),
-            { textContent: `${took}${model.track(item).name} · at ${model.begin(item).toFixed(3)} ms` }));
+        entry.append(
+            link,
+            Object.assign(document.createElement("small"), {
+                textContent: `${took}${model.place(item)}`,
+            }),
+        );
         return entry;
     }
 }

@@ -1,12 +1,12 @@
-// All tracks in one plug-in of the chart: the library draws the slices of all rows, joined where they
-// are narrower than a pixel; what is ours are rows for several threads, names, instants and arrows.
+// All tracks in one plug-in of the chart: the library draws the slices of all rows, joined where
+// they are narrower than a pixel; ours are rows for several threads, names, instants and arrows.
 
 import { FlameChartPlugin } from "flame-chart-js";
 
 import { theme } from "./theme.js";
 
-const MAX_ARROWS = 400;  // More would be a carpet; those of the chosen slice are always drawn.
-const NEAR = 6;  // Pixels that an instant may be missed by.
+const MAX_ARROWS = 400; // More would be a carpet; those of the chosen slice are always drawn.
+const NEAR = 6; // Pixels that an instant may be missed by.
 
 // Those of a higher rank are drawn above the others, and met first.
 const RANKS = { other: 0, log: 1, mark: 2 };
@@ -37,13 +37,29 @@ export class TracksPlugin extends FlameChartPlugin {
         for (let item = 0; item < model.sliceCount; ++item) {
             const start = model.begin(item);
             const duration = model.duration(item);
-            const source = { name: model.name(item), start, duration, type: model.category(item), item };
-            this.flatTree.push({ source, end: start + duration, parent: null, level: model.row(item), index: item });
+            const source = {
+                name: model.name(item),
+                start,
+                duration,
+                type: model.category(item),
+                item,
+            };
+            this.flatTree.push({
+                source,
+                end: start + duration,
+                parent: null,
+                level: model.row(item),
+                index: item,
+            });
         }
-        // By kind before time: neighbours in this order are joined where they are narrow, and are drawn
-        // as one. Slices of a row never overlap.
-        this.flatTree.sort((a, b) => a.level - b.level || compare(a.source.type, b.source.type) ||
-            a.source.start - b.source.start);
+        // By kind before time: neighbours in this order are joined where they are narrow, and are
+        // drawn as one. Slices of a row never overlap.
+        this.flatTree.sort(
+            (a, b) =>
+                a.level - b.level ||
+                compare(a.source.type, b.source.type) ||
+                a.source.start - b.source.start,
+        );
         this.calcMinMax();
     }
 
@@ -80,7 +96,7 @@ export class TracksPlugin extends FlameChartPlugin {
 
     // ---- the mouse ----
 
-    handleSelect() {}  // See handleClick().
+    handleSelect() {} // See handleClick().
 
     handleHover(region) {
         super.handleHover(region);
@@ -126,12 +142,16 @@ export class TracksPlugin extends FlameChartPlugin {
         const items = this.model.instantsOf[track];
         const engine = this.renderEngine;
         const first = lowerBound(items, this.model, engine.positionX - engine.pixelToTime(margin));
-        const last = lowerBound(items, this.model, engine.positionX + engine.getRealView() + engine.pixelToTime(margin));
+        const last = lowerBound(
+            items,
+            this.model,
+            engine.positionX + engine.getRealView() + engine.pixelToTime(margin),
+        );
         return items.slice(first, last);
     }
 
     renderTooltip() {
-        return true;  // Ours is no part of the canvas: see Chart.
+        return true; // Ours is no part of the canvas: see Chart.
     }
 
     // ---- what is drawn ----
@@ -178,7 +198,7 @@ export class TracksPlugin extends FlameChartPlugin {
     drawInstants(ctx, colours, track, y) {
         const engine = this.renderEngine;
         const { model } = this;
-        const drawn = new Map();  // Category: the last pixel.
+        const drawn = new Map(); // Category: the last pixel.
         const middle = y + engine.blockHeight / 2;
         const important = [];
         for (const item of this.visibleInstants(track, 6)) {
@@ -193,7 +213,8 @@ export class TracksPlugin extends FlameChartPlugin {
                 ctx.fillRect(x, y + 3, category === "other" ? 1 : 2, engine.blockHeight - 5);
             }
         }
-        for (const [x, category] of important) diamond(ctx, colours.instants[category], x, middle, 6);
+        for (const [x, category] of important)
+            diamond(ctx, colours.instants[category], x, middle, 6);
     }
 
     drawFound(ctx, colours) {
@@ -217,8 +238,10 @@ export class TracksPlugin extends FlameChartPlugin {
     drawArrows(ctx, colours) {
         const engine = this.renderEngine;
         const { model, selected } = this;
-        const chosen = selected === null || !model.isSlice(selected) ? []
-            : [...model.from(selected), ...model.to(selected)];
+        const chosen =
+            selected === null || !model.isSlice(selected)
+                ? []
+                : [...model.from(selected), ...model.to(selected)];
         const from = engine.positionX;
         const to = from + engine.getRealView();
         const visible = [];

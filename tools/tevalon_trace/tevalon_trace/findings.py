@@ -166,5 +166,6 @@ class Findings:
         threads = [thread for thread in self.timeline.threads.values() if thread.busy_ns > 0]
         threads.sort(key=lambda thread: -thread.busy_ns)
         return len(threads), [
-            Finding(None, thread.busy_ns, thread, f"{100 * thread.busy_ns / span:.1f} % of the time",
-                    None) for thread in threads[:MOST]]
+            Finding(None, thread.busy_ns, thread,
+                    f"{100 * thread.busy_ns / span:.1f} % of the time", None)
+            for thread in threads[:MOST]]

@@ -24,7 +24,7 @@ class Followed:
         self.names = {}
         self.missed_blocks = 0
         self._file = os.open(path, os.O_RDONLY | os.O_CLOEXEC)
-        self._marks = {}  # Offset of a block: its first words, by which it is known to be unchanged.
+        self._marks = {}  # Offset of a block: its first words, which change with each record.
         self._read_to = {}  # (thread, block of the thread): bytes.
         self._newest_block = {}  # thread: its newest block that was seen.
         self._waiting = []

@@ -24,8 +24,8 @@ with other pointers. Several files are shown together: those of several processe
 copies of one recording as one."""
 
 EPILOG = """\
-Exit status: 0; 1 where something could not be read, or written, which is named with the reason: what
-could be read is given nevertheless; 2 where the command was not understood."""
+Exit status: 0; 1 where something could not be read, or written, which is named with the reason:
+what could be read is given nevertheless; 2 where the command was not understood."""
 
 
 def seconds_to_ns(text):
@@ -60,8 +60,8 @@ def make_parser():
     modes.add_argument("--json", action="store_true",
                        help="trace-event JSON for the Perfetto UI")
     modes.add_argument("--html", action="store_true",
-                       help=f"a page for a browser, with at most {MAX_PAGE_SLICES} slices: the last "
-                            "ones unless --from and --to choose others")
+                       help=f"a page for a browser, with at most {MAX_PAGE_SLICES} slices: the "
+                            "last ones unless --from and --to choose others")
     modes.add_argument("--summary", action="store_true",
                        help="what is worth a look: slow handlers, long queues, time-outs, circles, "
                             "unanswered requests, busy threads")

@@ -47,4 +47,4 @@ def write_summary(collection, out):
         if nothing:
             out.write(f"none: {', '.join(nothing)}\n")
     for log in collection.logs:
-        out.write(f"log '{log.path}': {len(log.lines)} lines; --text, --json and --html show them\n")
+        out.write(f"log '{log.path}': {len(log.lines)} lines, shown by --text, --json and --html\n")

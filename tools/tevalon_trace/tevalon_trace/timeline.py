@@ -2,7 +2,7 @@
 
 A Timeline is fed the records of one recording in order of time, and calls a sink:
 
-    begun(slice)                        the slice has begun; those above it are on its thread's stack
+    begun(slice)                        what it lies in is on its thread's stack
     ended(slice)                        it has its end; is_whole tells whether both ends are real
     arrow(tail, tail_ns, head, head_ns) from one slice to another
     instant(instant)

@@ -29,7 +29,7 @@ class Process:
         self._write = out.write
         self._sentences = Sentences(recording.names)
         self._recording = recording
-        self._pid = recording.head.process_id
+        self.pid = recording.head.process_id
         self._place = {}  # Thread: what stands in each of its lines.
         self._names = {}
         self._used = {}
@@ -40,14 +40,14 @@ class Process:
 
     def _write_metadata(self):
         name = quoted(fixed_text(self._recording.head.process_name))
-        self._write(f'{{"ph":"M","name":"process_name","pid":{self._pid},"args":{{"name":{name}}}}}')
+        self._write(f'{{"ph":"M","name":"process_name","pid":{self.pid},"args":{{"name":{name}}}}}')
         for number, thread in sorted(self._recording.threads.items()):
             tid = thread.kernel_id
             if tid in self._used:
                 tid = SECOND_USE + number
             self._used[tid] = number
             self.tids[number] = tid
-            self._place[number] = f'"pid":{self._pid},"tid":{tid}'
+            self._place[number] = f'"pid":{self.pid},"tid":{tid}'
             self._write(f',\n{{"ph":"M","name":"thread_name",{self._place[number]},'
                         f'"args":{{"name":{quoted(thread.name or str(tid))}}}}}')
 
@@ -79,7 +79,7 @@ class Process:
 
     def arrow(self, tail, tail_ns, head, head_ns):
         self._arrows += 1
-        same = f'"id":"{self._pid}.{self._arrows}","cat":"flow","name":"flow"'
+        same = f'"id":"{self.pid}.{self._arrows}","cat":"flow","name":"flow"'
         self._write(f',\n{{"ph":"s","ts":{tail_ns / 1000:.3f},{same},'
                     f'{self._place[tail.thread.number]}}},\n{{"ph":"f","bp":"e",'
                     f'"ts":{head_ns / 1000:.3f},{same},{self._place[head.thread.number]}}}')
@@ -94,7 +94,7 @@ class Process:
         numbers = ",".join(f"{quoted(key)}:{value:.6g}" if isinstance(value, float)
                            else f"{quoted(key)}:{value}" for key, value in values.items())
         self._write(f',\n{{"ph":"C","ts":{ns / 1000:.3f},"name":{self._name(name)},'
-                    f'"pid":{self._pid},"args":{{{numbers}}}}}')
+                    f'"pid":{self.pid},"args":{{{numbers}}}}}')
 
     def circle(self, ns, way):
         names = [self.timeline.thread_name(thread) for thread in way]
@@ -116,7 +116,7 @@ class LogTrack:
 
     def line(self, line):
         process = self._tids.get(line.kernel_id)
-        place = (f'"pid":{process._pid},"tid":{line.kernel_id},"s":"t"' if process is not None
+        place = (f'"pid":{process.pid},"tid":{line.kernel_id},"s":"t"' if process is not None
                  else '"pid":0,"tid":0,"s":"g"')
         self._write(f',\n{{"ph":"i","ts":{line.time_ns / 1000:.3f},"cat":"log",'
                     f'"name":{quoted(line.text)},{place}}}')
