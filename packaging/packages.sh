@@ -81,9 +81,8 @@ test_packages() {
         library=$(find "$machine" -name "${name#*=}")
         "$tests/dependencies.sh" "$folder/${name%=*}"_*.deb "$(realpath "$library")"
     done
-    for name in tevalon-trace libtevalon-record.so; do
-        "$tests/dependencies.sh" "$folder"/libtevalon-base-dev_*.deb "$(find "$machine" -name $name)"
-    done
+    "$tests/dependencies.sh" "$folder"/libtevalon-base-dev_*.deb \
+        "$(find "$machine" -name libtevalon-record.so)"
 }
 
 test_installations() {

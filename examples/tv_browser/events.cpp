@@ -36,6 +36,8 @@ const char* nameOf(ModuleId module) {
             return "viewer";
         case ModuleId::Broadcaster:
             return "broadcaster";
+        case ModuleId::Nobody:
+            return "nobody";
         case ModuleId::Everybody:
             return "everybody";
     }

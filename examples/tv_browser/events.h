@@ -4,6 +4,7 @@
 #define TV_BROWSER_EVENTS_H
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,6 +26,7 @@ enum class ModuleId : std::int32_t {
     Session = 100,
     Viewer = 101,
     Broadcaster = 102,
+    Nobody = 199,  ///< Is told something by mistake; see mistakes.h.
     Everybody = evt::kAnyModule,
 };
 
@@ -59,6 +61,11 @@ enum class EventType : std::int32_t {
     CallOther,     ///< CallNotice, told to any module.
     CallBack,      ///< CallBackRequest, to any module.
     Greeting,      ///< Message, to any module.
+    Misdial,       ///< Message, told to any module; this and the next ones are for mistakes.h.
+    Remind,        ///< RemindNotice, told to any module.
+    Silence,       ///< Message, told to any module.
+    Hoard,         ///< HoardNotice, told to any module.
+    PageData,      ///< PageDataNotice, told by a module to itself.
 };
 
 /// What a module replies.
@@ -187,6 +194,31 @@ struct CallNotice : Message {
         : Message(EventType::CallOther, std::string("call ") + nameOf(other_)), other(other_) {}
 
     const ModuleId other;
+};
+
+struct RemindNotice : Message {
+    explicit RemindNotice(std::int32_t delayMs_)
+        : Message(EventType::Remind, "remind me in " + std::to_string(delayMs_) + " ms"),
+          delayMs(delayMs_) {}
+    std::int32_t intValue() override { return delayMs; }
+
+    const std::int32_t delayMs;
+};
+
+struct HoardNotice : Message {
+    explicit HoardNotice(std::int32_t count_)
+        : Message(EventType::Hoard, "keep the next " + std::to_string(count_) + " payloads"),
+          count(count_) {}
+    std::int32_t intValue() override { return count; }
+
+    const std::int32_t count;
+};
+
+struct PageDataNotice : Message {
+    PageDataNotice() : Message(EventType::PageData, "a piece of a page"), data(kBytes, '.') {}
+
+    static constexpr std::size_t kBytes = std::size_t{64} * 1024;
+    const std::string data;
 };
 
 struct CallBackRequest : Message {

@@ -57,6 +57,7 @@ bool Module::start() {
                             kPatienceWithCalled));
     });
     onRequest<Message>(EventType::Greeting, [](const Message&) { return Reply::Ok; });
+    makeMistakesIfTold();
     m_started = evt::evtdispch_register_hub(&m_hub) == 0;
     if (!m_started) {
         BLOG(kLogError, "'%s' cannot start.\n", nameOf(m_id));
@@ -67,9 +68,34 @@ bool Module::start() {
     return true;
 }
 
+// For sessions that show how mistakes are found; see mistakes.h.
+void Module::makeMistakesIfTold() {
+    onNotice<Message>(ModuleId::Everybody, EventType::Misdial, [this](const Message&) {
+        tell(ModuleId::Nobody, std::make_unique<Message>(EventType::Greeting, "are you there?"));
+    });
+    onNotice<RemindNotice>(ModuleId::Everybody, EventType::Remind,
+                           [this](const RemindNotice& notice) {
+                               Mistakes::startReminder(std::chrono::milliseconds(notice.delayMs),
+                                                       [this] { note("is reminded"); });
+                           });
+    onNotice<Message>(ModuleId::Everybody, EventType::Silence,
+                      [](const Message&) { Mistakes::stopReminder(); });
+    onNotice<HoardNotice>(ModuleId::Everybody, EventType::Hoard, [this](const HoardNotice& notice) {
+        for (std::int32_t i = 0; i < notice.count; ++i) {
+            (void)m_hub.sendEvent(makeEvent(std::make_unique<PageDataNotice>()),
+                                  static_cast<std::int32_t>(m_id));
+        }
+    });
+    (void)m_hub.registerHandler(
+        static_cast<std::int32_t>(ModuleId::Everybody),
+        static_cast<std::int32_t>(EventType::PageData),
+        [this](const std::shared_ptr<evt::BrowserEvent>& event) { m_mistakes.keep(event); });
+}
+
 void Module::stop() {
     if (!m_started) return;
     m_delay.cancel();
+    Mistakes::stopReminder();
     (void)evt::evtdispch_unregister_hub(&m_hub);  // It fails for a null hub only.
     m_started = false;
     BLOG(kLogInfo, "'%s' stopped.\n", nameOf(m_id));

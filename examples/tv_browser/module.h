@@ -11,6 +11,7 @@
 #include "base/event_dispatcher.h"
 #include "delay.h"
 #include "events.h"
+#include "mistakes.h"
 #include "timeline.h"
 
 namespace tv_browser {
@@ -86,12 +87,14 @@ private:
     void handle(const EventHandler& handler, evt::BrowserEvent* p_event);
     std::shared_ptr<evt::BrowserEvent> makeEvent(std::unique_ptr<Message> message);
     void beSlowIfTold();
+    void makeMistakesIfTold();
     void admitLateness(const evt::BrowserEvent& event, Reply reply);
 
     const ModuleId m_id;
     Timeline& m_timeline;
     Delay m_delay;
     std::chrono::milliseconds m_nextDelay{0};  // Handlers only.
+    Mistakes m_mistakes;                       // Handlers only.
     bool m_started = false;                    // Owner's thread only.
     evt::EventHub m_hub;  // Last: its thread must end before what the handlers use goes.
 };

@@ -42,6 +42,11 @@ constexpr EventName kEventNames[] = {
     {EventType::CallOther, "call other"},
     {EventType::CallBack, "call back"},
     {EventType::Greeting, "greeting"},
+    {EventType::Misdial, "misdial"},
+    {EventType::Remind, "remind"},
+    {EventType::Silence, "silence"},
+    {EventType::Hoard, "hoard"},
+    {EventType::PageData, "page data"},
 };
 
 struct CloseFile {
@@ -63,9 +68,9 @@ std::string contentsOf(std::FILE* p_file) {
 
 // Named already, or a library without names: neither is a failure.
 void nameModulesAndEvents() {
-    for (const ModuleId module :
-         {ModuleId::ApplicationManager, ModuleId::HbbtvController, ModuleId::BrowserEngine,
-          ModuleId::OpAppHost, ModuleId::Session, ModuleId::Viewer, ModuleId::Broadcaster}) {
+    for (const ModuleId module : {ModuleId::ApplicationManager, ModuleId::HbbtvController,
+                                  ModuleId::BrowserEngine, ModuleId::OpAppHost, ModuleId::Session,
+                                  ModuleId::Viewer, ModuleId::Broadcaster, ModuleId::Nobody}) {
         (void)diagnostics::nameModule(static_cast<std::int32_t>(module), nameOf(module));
     }
     for (const EventName& event : kEventNames) {

@@ -39,6 +39,19 @@ struct Call {
     ModuleId module;
     ModuleId other;
 };
+struct Misdial {
+    ModuleId module;
+};
+struct Remind {
+    ModuleId module;
+    std::chrono::milliseconds delay;
+};
+struct Silence {
+    ModuleId module;
+};
+struct Hoard {
+    ModuleId module;
+};
 struct Say {
     std::string text;
 };
@@ -57,8 +70,9 @@ namespace tv_browser {
 /// table and one perform() of the player.
 using Command =
     std::variant<command::Tune, command::Key, command::Launch, command::Show, command::Hide,
-                 command::Stop, command::Slow, command::Call, command::Say, command::Wait,
-                 command::Memory, command::State, command::Quit>;
+                 command::Stop, command::Slow, command::Call, command::Misdial, command::Remind,
+                 command::Silence, command::Hoard, command::Say, command::Wait, command::Memory,
+                 command::State, command::Quit>;
 
 }  // namespace tv_browser
 

@@ -48,6 +48,19 @@ Command makeCall(SessionArguments& a) {
     const ModuleId module = a.module();
     return command::Call{module, a.module()};
 }
+Command makeMisdial(SessionArguments& a) {
+    return command::Misdial{a.module()};
+}
+Command makeRemind(SessionArguments& a) {
+    const ModuleId module = a.module();
+    return command::Remind{module, a.milliseconds()};
+}
+Command makeSilence(SessionArguments& a) {
+    return command::Silence{a.module()};
+}
+Command makeHoard(SessionArguments& a) {
+    return command::Hoard{a.module()};
+}
 Command makeSay(SessionArguments& a) {
     return command::Say{a.text()};
 }
@@ -74,6 +87,10 @@ const std::vector<Form>& forms() {
         {"stop", {"APP"}, makeStop},
         {"slow", {"MODULE", "MS"}, makeSlow},
         {"call", {"MODULE", "OTHER"}, makeCall},
+        {"misdial", {"MODULE"}, makeMisdial},
+        {"remind", {"MODULE", "MS"}, makeRemind},
+        {"silence", {"MODULE"}, makeSilence},
+        {"hoard", {"MODULE"}, makeHoard},
         {"say", {kRestOfLine}, makeSay},
         {"wait", {"MS"}, makeWait},
         {"memory", {}, makeMemory},

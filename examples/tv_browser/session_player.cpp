@@ -83,6 +83,26 @@ void SessionPlayer::perform(const command::Call& call) {
     m_session.tell(call.module, std::make_unique<CallNotice>(call.other));
 }
 
+void SessionPlayer::perform(const command::Misdial& misdial) {
+    m_session.tell(misdial.module,
+                   std::make_unique<Message>(EventType::Misdial, "call somebody who is not there"));
+}
+
+void SessionPlayer::perform(const command::Remind& remind) {
+    m_session.tell(remind.module,
+                   std::make_unique<RemindNotice>(static_cast<std::int32_t>(remind.delay.count())));
+}
+
+void SessionPlayer::perform(const command::Silence& silence) {
+    m_session.tell(silence.module,
+                   std::make_unique<Message>(EventType::Silence, "stop the reminder"));
+}
+
+void SessionPlayer::perform(const command::Hoard& hoard) {
+    constexpr std::int32_t kPayloads = 100;
+    m_session.tell(hoard.module, std::make_unique<HoardNotice>(kPayloads));
+}
+
 void SessionPlayer::perform(const command::Say& say) {
     m_timeline.chapter(say.text);
 }

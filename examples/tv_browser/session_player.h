@@ -40,6 +40,10 @@ private:
     void perform(const command::Stop& stop);
     void perform(const command::Slow& slow);
     void perform(const command::Call& call);
+    void perform(const command::Misdial& misdial);
+    void perform(const command::Remind& remind);
+    void perform(const command::Silence& silence);
+    void perform(const command::Hoard& hoard);
     void perform(const command::Say& say);
     void perform(const command::Wait& wait);
     void perform(const command::Memory& memory);

@@ -72,6 +72,7 @@ const char* colourOf(ModuleId module) {
         case ModuleId::Session:
             return kDim;
         case ModuleId::Viewer:
+        case ModuleId::Nobody:
         case ModuleId::Everybody:
             return kBold;
     }

@@ -51,20 +51,22 @@ while read -r library; do
     [[ -f $machine/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug ]] ||
         fail "finding the debug information of $library"
 done < <(find "$machine/usr/lib" -name 'lib*.so*' -type f -not -path '*/tevalon-base/*')
-tools=("$machine"/usr/bin/tevalon-trace "$machine"/usr/lib/*/tevalon-base/libtevalon-record.so)
-for tool in "${tools[@]}"; do
-    [[ -f $tool ]] || fail "finding the tool $tool"
-    ! readelf -S "$tool" | grep -q '\.debug_info' || fail "finding no debug information in $tool"
-done
-# In Python, the same for every architecture: it finds its modules and its catalogue, and lnav its format.
+recorder=$(echo "$machine"/usr/lib/*/tevalon-base/libtevalon-record.so)
+[[ -f $recorder ]] || fail "finding the recorder"
+! readelf -S "$recorder" | grep -q '\.debug_info' || fail "finding no debug information in it"
+# Written in Python, the same for every architecture.
+recording=$(dirname "$0")/../../tests/tevalon_trace/killed_on_arm.recording
+"$machine/usr/bin/tevalon-trace" --html -o "$machine.html" "$recording" ||
+    fail "writing a page with the installed tool"
+grep -q "This script has these within" "$machine.html" || fail "finding the licences in the page"
+[[ -s $machine/usr/share/tevalon-base/page/page.licences ]] || fail "finding them beside the script"
+# It finds its modules and its catalogue, and lnav its format.
 explained=$("$machine/usr/bin/tevalon-explain" --summary <<<"[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.")
 [[ $explained == "Most likely wrong: null argument; rmDir() returned -1"* ]] ||
     fail "running tevalon-explain: $explained"
 format=$(readlink "$machine/etc/lnav/formats/tevalon_base/tevalon_base_log.json") &&
     [[ -f $machine$format ]] || fail "finding lnav's format"
-! find "$machine/usr/lib" "$machine/usr/bin" -type f \( -name 'lib*.so*' -o -perm -1 \) \
-    -not -name tevalon-explain \
-    -exec readelf -d {} + |
+! find "$machine/usr/lib" -type f -name 'lib*.so*' -exec readelf -d {} + |
     grep 'R\(UN\)\?PATH' || fail "finding no run path in the libraries"
 # As on a machine of its own: there the scripts' folder has the libraries' absolute paths in it.
 library=$(find "$machine/usr/lib" -name 'libtevalon-base.so.*.*.*')

@@ -1,8 +1,10 @@
 // Tests built for another processor run under its emulator, and so have the programs they start:
-// each is handed to the emulator, which alone the kernel can run.
+// each is handed to the emulator, which alone the kernel can run. A script is run by this machine's
+// interpreter.
 
 #include <unistd.h>
 
+#include <fstream>
 #include <vector>
 
 namespace {
@@ -22,10 +24,16 @@ std::vector<char*> emulatorCommand() {
     return words;
 }
 
+bool isScript(const char* p_path) {
+    std::ifstream file(p_path, std::ios::binary);
+    return file.get() == '#' && file.get() == '!';
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) int execv(const char* p_path,
                                                             char* const* pp_arguments) noexcept {
+    if (isScript(p_path)) return execve(p_path, pp_arguments, environ);
     std::vector<char*> words = emulatorCommand();
     words.push_back(const_cast<char*>(p_path));
     for (char* const* pp_word = pp_arguments + 1; *pp_word != nullptr; ++pp_word) {

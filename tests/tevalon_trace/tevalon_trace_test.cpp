@@ -20,12 +20,6 @@ namespace {
 
 using namespace tevalon::base::diagnostics;
 
-constexpr const char* kUsage =
-    "usage: tevalon-trace --text FILE\n"
-    "  --text   a line for each record, in order of time: seconds on the monotonic clock,\n"
-    "           the thread's name and kernel id, what happened\n"
-    "FILE may still be written, or be what a process left that was killed.\n";
-
 test::ChildResult runTrace(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {TEVALON_TEST_TRACE};
     command.insert(command.end(), arguments.begin(), arguments.end());
@@ -33,16 +27,23 @@ test::ChildResult runTrace(const std::vector<std::string>& arguments) {
 }
 
 TEST(TevalonTraceTest, SaysHowItIsUsed) {
+    const std::string usage = "usage: tevalon-trace [-h] (--text | --follow | --json | ";
     const test::ChildResult help = runTrace({"--help"});
     EXPECT_EQ(help.exitStatus, 0);
-    EXPECT_EQ(help.output, kUsage);
+    EXPECT_EQ(help.output.compare(0, usage.size(), usage), 0) << help.output;
     EXPECT_EQ(help.errors, "");
-    for (const std::vector<std::string>& wrong :
-         {std::vector<std::string>{}, {"--text"}, {"--txt", "file"}, {"--text", "file", "file"}}) {
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{},
+                                                  {"--text"},
+                                                  {"file"},
+                                                  {"--txt", "file"},
+                                                  {"--text", "--json", "file"},
+                                                  {"--text", "--last", "0", "file"},
+                                                  {"--text", "--from", "2", "--to", "1", "file"},
+                                                  {"--follow", "file", "file"}}) {
         const test::ChildResult result = runTrace(wrong);
         EXPECT_EQ(result.exitStatus, 2);
         EXPECT_EQ(result.output, "");
-        EXPECT_EQ(result.errors, kUsage);
+        EXPECT_EQ(result.errors.compare(0, usage.size(), usage), 0) << result.errors;
     }
 }
 
@@ -117,11 +118,16 @@ TEST(TevalonTraceTest, SaysWhatIsMissing) {
         const std::uint32_t lost = 12;
         std::memcpy(bytes.data() + offsetof(test::record::Head, recordsLost), &lost, sizeof(lost));
 
-        const std::string text = runTrace({"--text", folder.file("damaged", bytes)}).output;
+        const std::string path = folder.file("damaged", bytes);
+        const test::ChildResult result = runTrace({"--text", path});
 
-        EXPECT_NE(text.find("12 records lost\n2 of 55 blocks unreadable\n1 names missing\n"),
-                  std::string::npos)
-            << text;
+        EXPECT_EQ(result.exitStatus, 1);
+        EXPECT_EQ(result.errors, "tevalon-trace: cannot read all of '" + path +
+                                     "': it is cut off: 2 of 55 blocks are missing\n");
+        EXPECT_NE(
+            result.output.find("12 records lost\n2 of 55 blocks unreadable\n1 names missing\n"),
+            std::string::npos)
+            << result.output;
     });
 }
 

@@ -23,7 +23,8 @@ using Story = std::vector<std::string>;
 
 const std::string kCommands =
     "the commands are: tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-    "slow MODULE MS, call MODULE OTHER, say TEXT..., wait MS, memory, state, quit\n";
+    "slow MODULE MS, call MODULE OTHER, misdial MODULE, remind MODULE MS, silence MODULE, "
+    "hoard MODULE, say TEXT..., wait MS, memory, state, quit\n";
 
 // The browser with its log switched off: what is left on standard error is its own.
 ChildProcess browser(std::vector<std::string> options) {

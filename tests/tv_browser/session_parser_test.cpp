@@ -68,6 +68,17 @@ TEST(SessionParserTest, SlowTakesAModuleAndMilliseconds) {
     EXPECT_EQ(slow.delay, 250ms);
 }
 
+TEST(SessionParserTest, MistakesTakeAModule) {
+    EXPECT_EQ(commandOf<command::Misdial>("misdial op_app_host").module, ModuleId::OpAppHost);
+    EXPECT_EQ(commandOf<command::Silence>("silence browser_engine").module,
+              ModuleId::BrowserEngine);
+    EXPECT_EQ(commandOf<command::Hoard>("hoard hbbtv_controller").module,
+              ModuleId::HbbtvController);
+    const auto remind = commandOf<command::Remind>("remind op_app_host 300");
+    EXPECT_EQ(remind.module, ModuleId::OpAppHost);
+    EXPECT_EQ(remind.delay, 300ms);
+}
+
 TEST(SessionParserTest, SlowKnowsEveryModuleWithAMailbox) {
     EXPECT_EQ(commandOf<command::Slow>("slow application_manager 1").module,
               ModuleId::ApplicationManager);
@@ -212,9 +223,11 @@ TEST(SessionParserTest, AControlCharacterIsRefusedWhereverItStands) {
 }
 
 TEST(SessionParserTest, TheKnownCommandsAreListedWithTheirArguments) {
-    EXPECT_EQ(knownCommands(),
-              "tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
-              "slow MODULE MS, call MODULE OTHER, say TEXT..., wait MS, memory, state, quit");
+    EXPECT_EQ(
+        knownCommands(),
+        "tune CHANNEL, key KEY, launch APP PAGE, show APP, hide APP, stop APP, "
+        "slow MODULE MS, call MODULE OTHER, misdial MODULE, remind MODULE MS, silence MODULE, "
+        "hoard MODULE, say TEXT..., wait MS, memory, state, quit");
 }
 
 }  // namespace

@@ -62,5 +62,7 @@ FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a ${libdir}/libtevalon-testki
 FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-explain.1 ${mandir}/man1/tevalon-trace.1"
 
 INSANE_SKIP:zor-debug = "dev-so"
+# tevalon-trace --html needs npm and esbuild where it is built, which builds without a network do not
+# have.
 RDEPENDS:${PN}-tools += "python3-modules"
 RDEPENDS:zor-debug-dev = "zor-debug (= ${EXTENDPKGV})"

@@ -1,7 +1,7 @@
 // recording.h: a recording, read from its file into what it tells.
 
-#ifndef TOOLS_TEVALON_TRACE_RECORDING_H
-#define TOOLS_TEVALON_TRACE_RECORDING_H
+#ifndef TESTS_RECORDING_READER_RECORDING_H
+#define TESTS_RECORDING_READER_RECORDING_H
 
 #include <cstdint>
 #include <map>
@@ -54,4 +54,4 @@ bool readRecording(std::string_view bytes, Recording* p_recording, std::string* 
 
 }  // namespace tevalon::trace
 
-#endif  // TOOLS_TEVALON_TRACE_RECORDING_H
+#endif  // TESTS_RECORDING_READER_RECORDING_H

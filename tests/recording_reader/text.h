@@ -1,7 +1,7 @@
 // text.h: a recording as text, a line for each record.
 
-#ifndef TOOLS_TEVALON_TRACE_TEXT_H
-#define TOOLS_TEVALON_TRACE_TEXT_H
+#ifndef TESTS_RECORDING_READER_TEXT_H
+#define TESTS_RECORDING_READER_TEXT_H
 
 #include <string>
 
@@ -20,4 +20,4 @@ std::string describeRecord(const Recording& recording, const Record& record);
 
 }  // namespace tevalon::trace
 
-#endif  // TOOLS_TEVALON_TRACE_TEXT_H
+#endif  // TESTS_RECORDING_READER_TEXT_H
