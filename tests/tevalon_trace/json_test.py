@@ -52,6 +52,8 @@ def check_rules(test, document):
         if "ts" in event:
             test.assertIsInstance(event["ts"], (int, float))
             test.assertGreaterEqual(event["ts"], 0)
+        if event["ph"] == "f":
+            test.assertEqual(event["bp"], "e")  # Ends in the slice around it, not in the next one.
         if event["ph"] == "i":
             test.assertIn(event["s"], ("t", "p", "g"))
         elif event["ph"] == "C":

@@ -9,6 +9,7 @@ Leaves screenshots in the working directory, for people to look at.
 import os
 import re
 import shutil
+import subprocess
 import sys
 import unittest
 
@@ -321,6 +322,37 @@ class NoScriptTest(Scratch):
                                  "build tevalon-base again with the npm registry in reach, or "
                                  "install the package libtevalon-base-dev\n")
         self.assertEqual(sorted(os.listdir(self.folder)), ["recording", "tevalon-trace"])
+
+
+class NoBundleTest(Scratch):
+    """Where the script cannot be bundled, the build goes on unless it is required."""
+
+    def make(self, **settings):
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tools",
+                              "tevalon_trace", "page", "make_page.cmake")
+        settings = {"SOURCE": os.path.dirname(script), "WORK": self.path("page"), **settings}
+        result = subprocess.run(["cmake", *(f"-D{key}={value}" for key, value in settings.items()),
+                                 "-P", script], capture_output=True, text=True, check=False)
+        return result.returncode, " ".join(result.stderr.split())
+
+    def test_without_npm(self):
+        status, errors = self.make(NPM="", ESBUILD="")
+        self.assertEqual(status, 0)
+        self.assertIn("tevalon-trace --html will not work, for its script cannot be made: npm or "
+                      "esbuild is missing: apt-get install npm esbuild", errors)
+        self.assertEqual(os.listdir(self.path("page")), ["done"])
+
+    def test_without_a_registry(self):
+        status, errors = self.make(NPM="/bin/false", ESBUILD="/bin/true")
+        self.assertEqual(status, 0)
+        self.assertIn("its script cannot be made: npm ci failed (1)", errors)
+        self.assertFalse(os.path.exists(self.path("page/page.js")))
+
+    def test_where_it_is_required(self):
+        status, errors = self.make(NPM="/bin/false", ESBUILD="/bin/true", REQUIRED="ON")
+        self.assertNotEqual(status, 0)
+        self.assertIn("The script of tevalon-trace's page cannot be made", errors)
+        self.assertFalse(os.path.exists(self.path("page/done")))
 
 
 if __name__ == "__main__":

@@ -8,8 +8,8 @@ import unittest
 
 from made_recording import halves, text, word
 from trace_tool import (AWAITED, BEGUN, CREATED, ENDED, MEMORY, MS, QUEUED, REFUSED, SENT,
-                        TIMER_STARTED, TIMER_STOPPED, TUNE, TUNER, UNANSWERED, VIEWER, Scratch,
-                        answered, circle, modules, overrun)
+                        TIMER_STARTED, TIMER_STOPPED, TUNE, TUNER, SCREEN, UNANSWERED, VIEWER, Scratch,
+                        answered, ask, circle, modules, overrun)
 
 WORTH_A_LOOK = ("circles", "time-outs", "overruns", "unanswered requests", "still waiting",
                 "sends to nobody", "timers stopped by another thread",
@@ -83,6 +83,24 @@ class SummaryTest(Scratch):
         self.assertEqual(found["slowest handlers"], [
             line("1000.000000000", "800.000 ms", "Evt:7             4001",
                  "tune in tuner, not ended")])
+
+    def test_a_reply_that_was_forgotten_is_no_circle(self):
+        recording = modules()
+        recording.event(0, 2, BEGUN, 0x300, TUNE, VIEWER, (TUNER, 0))
+        recording.event(1, 2, ENDED, 0x300, TUNE, VIEWER, (TUNER, 0))
+        # The screen's request has been handled by the tuner, which now waits for the screen.
+        ask(recording, 100, 3, SCREEN, 0x310, TUNE, TUNER)
+        recording.event(200, 2, BEGUN, 0x310, TUNE, SCREEN, (TUNER, 0))
+        recording.event(300, 2, ENDED, 0x310, TUNE, SCREEN, (TUNER, 0))
+        recording.event(400, 3, BEGUN, 0x320, TUNE, VIEWER, (SCREEN, 0))
+        ask(recording, 500, 3, SCREEN, 0x330, TUNE, TUNER)
+        recording.event(600, 2, BEGUN, 0x330, TUNE, SCREEN, (TUNER, 0))
+        recording.event(610, 2, ENDED, 0x330, TUNE, SCREEN, (TUNER, 0))
+        ask(recording, 700, 2, TUNER, 0x340, TUNE, SCREEN)
+        recording.event(800 * MS, 3, 9, 0x330, TUNE, 800)
+        found = self.sections(recording)
+        self.assertIn("circles", found["none"])
+        self.assertEqual(len(found["still waiting"]), 1)
 
     def test_an_overrun_tells_what_was_watched(self):
         recording = modules()

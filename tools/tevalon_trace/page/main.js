@@ -38,6 +38,8 @@ function start(data) {
         chart.select(item);
         if (move && item !== null) chart.reveal(item);
         details.show(item);
+        // On a narrow screen the lists stand above it.
+        if (move && item !== null) chart.place.scrollIntoView({ block: "nearest" });
         if (item !== null) history.replaceState(null, "", `#item-${item}`);
     };
     const goBack = () => {
