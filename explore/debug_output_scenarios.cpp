@@ -1,6 +1,10 @@
 // The substitute debug-output library: captures that are replaced, and the gate of its writers.
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "testkit/explore.h"
@@ -74,4 +78,36 @@ TEVALON_SCENARIO(GateOfTwoWriters) {
     (void)zorDebugOutput0("xt\n");
     writer.join();
     (void)zorDebugSetFile("/dev/null");
+}
+
+namespace {
+
+std::string contentsOf(int descriptor) {
+    char text[256];
+    const ssize_t length = pread(descriptor, text, sizeof(text), 0);
+    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+}
+
+}  // namespace
+
+// What two threads lose beside one another is counted whole, and told before the next line.
+TEVALON_SCENARIO(LossesOfTwoWriters) {
+    (void)zorDebugSetFile("/dev/full");
+    // The first line of a thread is written exclusively, and so are those behind a loss.
+    (void)zorDebugOutput0("begun, ");
+    std::thread writer([] {
+        (void)zorDebugOutput0("begun, ");
+        (void)zorDebugOutput0("lost\n");
+    });
+    (void)zorDebugOutput0("lost\n");
+    writer.join();
+    const int file = static_cast<int>(syscall(SYS_memfd_create, "log", 0U));
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    (void)zorDebugSetFile(path.c_str());
+    (void)zorDebugOutput0("after\n");
+    TEVALON_EXPECT(contentsOf(file) ==
+                   "zor-debug: lines that could not be written: 2, for: No space left on device\n"
+                   "after\n");
+    (void)zorDebugSetFile("/dev/null");
+    (void)close(file);
 }

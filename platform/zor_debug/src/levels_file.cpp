@@ -169,6 +169,7 @@ bool setLevelsFile(const char* p_path) {
         return false;
     }
     const Locked locked(g_fileLock);
+    if (!isNamed && g_path[0] == '\0') return true;
     if (isNamed) std::memcpy(g_path, p_path, length);
     g_path[length] = '\0';
     g_lastVersion = {};
