@@ -297,6 +297,16 @@ class PageTest(Scratch):
         self.assertEqual(self.find_by_search("event:4 module:5"), ["send", "send event 4"])
         self.assert_in_view()
 
+    def test_a_log_lies_on_the_tracks_of_its_threads(self):
+        log = self.path("log")
+        with open(log, "w", encoding="utf-8") as file:
+            file.write("[1000.000500] [4001 Evt:7] tuning to <b>7\n[1000.000600] of nobody\n")
+        self.open(answered(), "--log", log)
+        self.assertEqual(self.find_by_search("to <b>7"), ["log", "tuning to <b>7"])
+        self.assertEqual(self.ask("model.track(chart.selected).name"), "Evt:7")
+        self.assertEqual(self.find_by_search("of nobody"), ["log", "of nobody"])
+        self.assertEqual(self.ask("model.track(chart.selected).name"), "log")
+
     def test_a_recording_of_nothing(self):
         self.open(modules())
 
