@@ -213,7 +213,7 @@ TEST(ExhaustionTest, WithoutAddressSpaceEachServiceSaysSoAndWorksOnceThereIsSome
     });
 }
 
-TEST(ExhaustionTest, WithoutDiskARecordingIsRefusedAndOutputIsDropped) {
+TEST(ExhaustionTest, WithoutDiskARecordingIsRefusedAndLostOutputIsTold) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         const test::ScratchFolder folder;
         const std::string recording = folder.path("recording");
@@ -239,7 +239,9 @@ TEST(ExhaustionTest, WithoutDiskARecordingIsRefusedAndOutputIsDropped) {
         EXPECT_EQ(zorDebugSetFile(folder.path("log").c_str()), 0);
         print_browser_log(1, "tag", "file.cpp", 1, "function", "kept");
         EXPECT_EQ(zorDebugSetFile(nullptr), 0);
-        EXPECT_EQ(contentsOf(folder.path("log")), "[tag]file.cpp:1:function:kept\n");
+        EXPECT_EQ(contentsOf(folder.path("log")),
+                  "zor-debug: lines that could not be written: 1, for: No space left on device\n"
+                  "[tag]file.cpp:1:function:kept\n");
     });
 }
 
