@@ -161,7 +161,7 @@ std::int32_t BrowserEvent::waitForReply(std::int32_t timeout, std::int32_t targe
     if (replied) return result;
     const EventResult reply = park(&lock, timeout, target);
     WaitObjects* const p_objects = waitObjects();
-    if (replied && p_objects != nullptr) {
+    if (replied && p_objects != nullptr && p_objects->isParked) {
         (void)t_replySpin.parked(p_objects->replied, Moment::now());
     }
     if (!replied && record::isOn()) record::eventAwaitedInVain(this, eventType, timeout);
@@ -170,10 +170,14 @@ std::int32_t BrowserEvent::waitForReply(std::int32_t timeout, std::int32_t targe
 
 EventResult BrowserEvent::park(std::unique_lock<std::mutex>* p_lock, std::int32_t timeout,
                                std::int32_t target) {
-    WaitObjects* const p_objects = waitObjects();
-    if (p_objects != nullptr) p_objects->isParked = true;
     constexpr std::int64_t kMillisecond = 1000000;
     const std::optional<timespec> now = readMonotonicClock();
+    // Who has no time to wait is nobody that others would have to see.
+    if (timeout != kNoLimit && timeout <= 0) {
+        return waitUntil(p_lock, monotonicDeadline(timeout * kMillisecond, now));
+    }
+    WaitObjects* const p_objects = waitObjects();
+    if (p_objects != nullptr) p_objects->isParked = true;
     const ReplyWait wait(*this, p_objects != nullptr ? &p_objects->handledBy : nullptr, target,
                          timeout, now.value_or(timespec{}));
     if (timeout == kNoLimit) return waitForEver(p_lock);
