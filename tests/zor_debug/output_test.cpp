@@ -187,7 +187,8 @@ TEST(OutputTest, TheWallTimeHasDateAndZone) {
         const char* p_name;
         const char* p_shown;
         int seconds;
-    } kZones[] = {{"UTC", "+00:00", 0}, {"XXX-5:45", "+05:45", 20700}, {"XXX3:30", "-03:30", -12600}};
+    } kZones[] = {
+        {"UTC", "+00:00", 0}, {"XXX-5:45", "+05:45", 20700}, {"XXX3:30", "-03:30", -12600}};
     for (const auto& zone : kZones) {
         const std::time_t before = std::time(nullptr);
         const ChildResult result = probe("write", {"line\n"})
