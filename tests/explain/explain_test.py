@@ -364,6 +364,22 @@ class FollowTest(unittest.TestCase):
         self.write("[B-LOG] a.cpp:1:f(): b\n")
         self.expect("a.cpp:1:f(): b")
 
+    def test_what_was_written_before_a_file_is_replaced_is_not_lost(self):
+        self.write("[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.\n")
+        self.expect("^ folder-null: ")
+        for number in range(20):
+            self.write(f"[X] a.cpp:1:f(): last of {number}\n")
+            self.path.rename(self.folder / "log.1")
+            self.write(f"[X] a.cpp:1:f(): first behind {number}\n")
+            self.expect(f"last of {number}")
+            self.expect(f"first behind {number}")
+
+    def test_what_is_stuck_is_said_while_nothing_comes(self):
+        for prefix in ("", "[ 12.345678] "):
+            self.write(f"{prefix}[B-LOG] timer_thread.cpp:267:run(): "
+                       f"[0x7f00]:Begin fire task:(0x7f{len(prefix):02} - id:{len(prefix)}).\n")
+            self.expect(f"!!! task {len(prefix)} does not return, and its thread is blocked")
+
     def test_an_interrupt_ends_it_with_the_summary(self):
         self.write("[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.\n")
         self.expect("!!! ")

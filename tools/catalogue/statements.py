@@ -86,9 +86,11 @@ class SourceFile:
         return ""
 
     def head(self, line):
-        """From the line to the brace that opens a body, or a few lines."""
-        return " ".join(self.source_line(i) for i in range(line, min(line + 6, len(
-            self.line_begins)))).split(" {")[0]
+        """From the line to the brace that opens a body; "" where a statement ends before one."""
+        text = " ".join(self.source_line(i) for i in range(line, min(line + 10, len(
+            self.line_begins))))
+        end = re.search(r"[{;]", text)
+        return text[:end.start()] if end and end.group() == "{" else ""
 
     def source_line(self, index):
         begin = self.line_begins[index]

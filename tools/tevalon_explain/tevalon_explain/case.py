@@ -60,6 +60,7 @@ class Case:
         self.lost_lines = 0
         self.errnos = {}  # Message id: errno: count.
         self.last_line = ""
+        self.idle = 0.0  # Seconds since the last line came, where the log is followed.
         self.interesting = [self.is_interesting(m) for m in knowledge.messages]
 
     @staticmethod

@@ -232,12 +232,13 @@ def stuck(case):
         if name == "watch-begun":
             continue  # The watchdog says itself what takes too long.
         if seen.time is not None and last_time is not None:
-            age = last_time - seen.time
+            age = last_time - seen.time + case.idle
             weight = 90 if age >= STUCK_SECONDS else 40 if age >= SLOW_SECONDS else OPEN_AT_END
             how_long = f"It began {age:.1f} s before the log's end and has not ended."
         else:
             after = case.lines - seen.line
-            weight = 85 if after >= STUCK_LINES else OPEN_AT_END
+            is_stuck = after >= STUCK_LINES or case.idle >= STUCK_SECONDS
+            weight = 85 if is_stuck else OPEN_AT_END
             how_long = f"It began {after} lines before the log's end and has not ended."
         if weight == OPEN_AT_END:
             title = f"the log ends before the end of what this line begins: {seen.message.id}"

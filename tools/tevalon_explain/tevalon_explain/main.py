@@ -175,39 +175,42 @@ class Growing:
         self.rest = ""
 
     def lines(self):
-        """What has come since the last call; an unfinished line is kept back."""
-        while True:
-            piece = self.file.readline()
-            if not piece:
-                return
-            self.rest += piece
-            if not self.rest.endswith("\n"):
-                return
-            line, self.rest = self.rest, ""
-            yield line
+        """What has come since the last call."""
+        yield from self.whole_lines()
+        if not self.is_replaced():
+            return
+        try:
+            replacement = open_log(self.name)
+        except CannotRead:
+            return  # Gone once more.
+        yield from self.whole_lines()  # What came before it was replaced, and after we looked.
+        if self.rest:
+            yield self.rest
+        self.rest = ""
+        self.file.close()
+        self.file = replacement
+        yield from self.whole_lines()
 
-    def follow_replacement(self):
-        """True where the name is another file's now, or the file was cut: it is read from its
-        beginning."""
+    def whole_lines(self):
+        """An unfinished line is kept back."""
+        while piece := self.file.readline():
+            self.rest += piece
+            if self.rest.endswith("\n"):
+                line, self.rest = self.rest, ""
+                yield line
+
+    def is_replaced(self):
         try:
             there = os.stat(self.name)
         except OSError:
             return False  # Between two files: the next one will come.
         mine = os.fstat(self.file.fileno())
-        if (there.st_dev, there.st_ino) == (mine.st_dev, mine.st_ino):
-            if there.st_size >= self.file.tell():
-                return False
-        try:
-            replacement = open_log(self.name)
-        except CannotRead:
-            return False
-        self.file.close()
-        self.file = replacement
-        return True
+        is_same = (there.st_dev, there.st_ino) == (mine.st_dev, mine.st_ino)
+        return not is_same or there.st_size < self.file.tell()
 
 
 def follow(options, catalogue, out):
-    """A log that grows. What is stuck is known by the clock here, and not by the lines that follow."""
+    """A log that grows. What is stuck is also known by the time in which nothing comes."""
     explainer = Explainer(options, catalogue)
     told = set()
 
@@ -233,11 +236,14 @@ def follow(options, catalogue, out):
                 out.flush()
         else:
             growing = Growing(options.file)
+            last = time.monotonic()
             while True:
-                if sum([take(line) for line in growing.lines()]) > 0 or growing.file:
-                    tell()
-                if not growing.follow_replacement():
-                    time.sleep(FOLLOW_SECONDS)
+                for line in growing.lines():
+                    take(line)
+                    last = time.monotonic()
+                explainer.case.idle = time.monotonic() - last
+                tell()
+                time.sleep(FOLLOW_SECONDS)
     except KeyboardInterrupt:
         pass
     print("", *explainer.summary(), sep="\n", file=out)
