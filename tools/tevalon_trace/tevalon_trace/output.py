@@ -2,8 +2,8 @@
 
 import contextlib
 import os
+import secrets
 import sys
-import tempfile
 
 
 class NotWritable(Exception):
@@ -21,10 +21,11 @@ def opened(path):
         with standard_output() as out:
             yield out
         return
-    folder = os.path.dirname(path) or "."
-    unfinished = None
+    # Named before it is made: a signal may end the process right behind that. Nobody else's has this
+    # name.
+    unfinished = f"{path}.{secrets.token_hex(8)}"
     try:
-        descriptor, unfinished = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=folder)
+        descriptor = os.open(unfinished, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o600)
         with open(descriptor, "w", encoding="utf-8", errors="surrogateescape",
                   newline="\n") as out:
             yield out
