@@ -52,6 +52,8 @@ def main(recipe, tree, libdir, substitute_is_absent):
             faults.append(f"{path} is claimed by {len(claimants)} patterns: {claimants}")
     for entry in patterns:
         is_wanted = not (substitute_is_absent and entry[0].startswith("zor-debug"))
+        if entry[1].endswith("/page") and os.environ.get("TEVALON_PACKAGES_WITHOUT_PAGE"):
+            is_wanted = entry in used  # Nothing could be bundled here.
         if (entry in used) != is_wanted:
             faults.append(f"the pattern {entry} claims {'no' if is_wanted else 'a'} file")
     for fault in faults:

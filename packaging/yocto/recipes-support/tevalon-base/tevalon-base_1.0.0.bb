@@ -38,7 +38,11 @@ FILES:${PN} = "${libdir}/libtevalon-base.so.*"
 FILES:${PN}-tools = " \
     ${bindir}/tevalon-explain \
     ${bindir}/tevalon-trace \
-    ${datadir}/tevalon-base \
+    ${datadir}/tevalon-base/lnav \
+    ${datadir}/tevalon-base/messages.toml \
+    ${datadir}/tevalon-base/page \
+    ${datadir}/tevalon-base/tevalon_explain \
+    ${datadir}/tevalon-base/tevalon_trace \
     ${libdir}/tevalon-base/libtevalon-record.so \
 "
 FILES:${PN}-dev = " \
