@@ -38,7 +38,7 @@ protected:
         hub.registerHandler(kUnanswered, [this](std::shared_ptr<BrowserEvent>) { ++m_handled; });
     }
 
-    /// Sends one event in a manner that @p n picks; counts results that the contract has not.
+    /// Sends one event in a manner that @p n picks; counts results that there are not.
     void sendOne(EventHub& hub, int n) {
         const std::int32_t target = n % (kModules + 1) == 0 ? kAnyModule : 100 + n % kModules;
         std::int32_t result = 0;

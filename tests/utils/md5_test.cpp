@@ -23,7 +23,7 @@ namespace {
 using test::md5Digest;
 using test::randomBytes;
 
-/// An MD5 object laid open: the fields in their order, each as wide as the contract says.
+/// An MD5 object laid open: the fields in their order, each as wide as clients rely on.
 struct Fields {
     bool finalized;
     unsigned char buffer[64];
