@@ -60,7 +60,7 @@ def find_by_faults(tree, build, _patch):
 def find_by_test(_tree, build, patch):
     """The test that fails or hangs, or None."""
     with open(patch, encoding="utf-8") as file:
-        test = re.match(r"Found by ([\w.]+)", file.read())[1]
+        test = re.match(r"Found by (\w+\.\w+)", file.read())[1]
     must("cmake", "--build", build, "--target", "forked_child_test", "fork_at_locks_test",
          "cancellation", "static_module_test")
     result = run("ctest", "--test-dir", build, "-R", f"^{re.escape(test)}$", "--timeout", "100")
