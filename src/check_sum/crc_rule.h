@@ -67,6 +67,7 @@ using CrcCcitt = Rule<16, 0x1021, false>;
 using CrcDnp = Rule<16, 0x3D65, true>;
 using CrcKermit = Rule<16, 0x1021, true>;
 using Crc32 = Rule<32, 0x04C11DB7, true>;
+using Crc32Mpeg2 = Rule<32, 0x04C11DB7, false>;
 using Crc64 = Rule<64, 0x42F0E1EBA9EA3693, false>;
 
 }  // namespace tevalon::base::utils::crc

@@ -48,6 +48,8 @@ TEST(CheckSumOracleTest, AgreesWithBoost) {
         EXPECT_EQ(sum.crc_modbus(p, length),
                   (boostCrc<crc_optimal<16, 0x8005, 0xFFFF, 0, true, true>>(p, length)));
         EXPECT_EQ(sum.crc_32(p, length), boostCrc<boost::crc_32_type>(p, length));
+        EXPECT_EQ(sum.crc_32_mpeg_2(p, length),
+                  (boostCrc<crc_optimal<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>>(p, length)));
         EXPECT_EQ(sum.crc_xmodem(p, length),
                   (boostCrc<crc_optimal<16, 0x1021, 0, 0, false, false>>(p, length)));
         EXPECT_EQ(sum.crc_ccitt_1d0f(p, length),

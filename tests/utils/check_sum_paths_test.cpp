@@ -78,14 +78,14 @@ private:
     std::mt19937_64 m_generator{20240607};
 };
 
-using Rules = testing::Types<Crc8, Crc16, CrcCcitt, CrcDnp, CrcKermit, Crc32, Crc64>;
+using Rules = testing::Types<Crc8, Crc16, CrcCcitt, CrcDnp, CrcKermit, Crc32, Crc32Mpeg2, Crc64>;
 
 class RuleNames {
 public:
     template <class R>
     static std::string GetName(int index) {
-        const char* names[] = {"Crc8",      "Crc16", "CrcCcitt", "CrcDnp",
-                               "CrcKermit", "Crc32", "Crc64"};
+        const char* names[] = {"Crc8",      "Crc16", "CrcCcitt",   "CrcDnp",
+                               "CrcKermit", "Crc32", "Crc32Mpeg2", "Crc64"};
         return names[index];
     }
 };
@@ -129,6 +129,21 @@ TYPED_TEST(CrcPathsTest, EveryNumberOfSlicesGivesTheSame) {
         ASSERT_EQ((tableUpdate<TypeParam, 8>(start, p_data, length)), expected) << length;
         ASSERT_EQ((tableUpdate<TypeParam, 16>(start, p_data, length)), expected) << length;
         ASSERT_EQ((tableUpdate<TypeParam, 16, 8>(start, p_data, length)), expected) << length;
+    }
+}
+
+// What a processor that reverses bits at once does, here on any.
+TEST(CrcMirrorTest, TheTablesOfTheMirrorGiveTheSame) {
+    const auto data = randomBytes(400, 19);
+    std::uint32_t start = 0xFFFFFFFF;
+    for (std::size_t length = 0; length <= 300; ++length) {
+        const unsigned char* p_data = data.data() + length % 32;
+        const auto expected = plainUpdate<Crc32Mpeg2>(start, p_data, length);
+        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 1>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 2>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 4>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 16>(start, p_data, length)), expected) << length;
+        start = expected;
     }
 }
 
@@ -230,7 +245,7 @@ TEST(CrcEngineTest, PlainTablesAreTheLastResort) {
     EXPECT_EQ(p_last->p_updateCrc32, nullptr);
 }
 
-/// All twelve CRCs of one buffer.
+/// All thirteen CRCs of one buffer.
 std::vector<std::uint64_t> allCrcs(const unsigned char* p_data, unsigned int length) {
     CheckSum sum;
     return {sum.crc_8(p_data, length),          sum.crc_16(p_data, length),
@@ -238,7 +253,8 @@ std::vector<std::uint64_t> allCrcs(const unsigned char* p_data, unsigned int len
             sum.crc_64_ecma(p_data, length),    sum.crc_64_we(p_data, length),
             sum.crc_xmodem(p_data, length),     sum.crc_ccitt_1d0f(p_data, length),
             sum.crc_ccitt_ffff(p_data, length), sum.crc_dnp(p_data, length),
-            sum.crc_kermit(p_data, length),     sum.crc_sick(p_data, length)};
+            sum.crc_kermit(p_data, length),     sum.crc_sick(p_data, length),
+            sum.crc_32_mpeg_2(p_data, length)};
 }
 
 TEST(CrcEngineTest, CheckSumGivesTheSameWithEveryEngine) {
@@ -361,7 +377,7 @@ public:
     CountingEngine(const CountingEngine&) = delete;
     CountingEngine& operator=(const CountingEngine&) = delete;
 
-    /// How many of the twelve CRCs of so many bytes come by it.
+    /// How many of the thirteen CRCs of so many bytes come by it.
     static int callsFor(unsigned int length) {
         const std::vector<unsigned char> data(length);
         g_engineCalls = 0;
@@ -378,9 +394,9 @@ private:
 TEST(CrcEngineTest, EveryCrcOfEnoughBytesIsTheEnginesWork) {
     const CountingEngine counting;
 
-    EXPECT_EQ(CountingEngine::callsFor(kFoldMinimum), 11);
-    EXPECT_EQ(CountingEngine::callsFor(17), 11);
-    EXPECT_EQ(CountingEngine::callsFor(100000), 11);
+    EXPECT_EQ(CountingEngine::callsFor(kFoldMinimum), 12);
+    EXPECT_EQ(CountingEngine::callsFor(17), 12);
+    EXPECT_EQ(CountingEngine::callsFor(100000), 12);
 }
 
 TEST(CrcEngineTest, FewerBytesThanAnEngineTakesAreNotGivenToIt) {

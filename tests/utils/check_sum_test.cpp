@@ -49,6 +49,7 @@ const WholeBuffer kWholeBuffers[] = {
     {"crc_16", compute<&CheckSum::crc_16>, test::kCrc16Arc, false, 0x0000},
     {"crc_modbus", compute<&CheckSum::crc_modbus>, test::kCrc16Modbus, false, 0xFFFF},
     {"crc_32", compute<&CheckSum::crc_32>, test::kCrc32IsoHdlc, false, 0x00000000},
+    {"crc_32_mpeg_2", compute<&CheckSum::crc_32_mpeg_2>, test::kCrc32Mpeg2, false, 0xFFFFFFFF},
     {"crc_64_ecma", compute<&CheckSum::crc_64_ecma>, test::kCrc64Ecma182, false, 0},
     {"crc_64_we", compute<&CheckSum::crc_64_we>, test::kCrc64We, false, 0},
     {"crc_xmodem", compute<&CheckSum::crc_xmodem>, test::kCrc16Xmodem, false, 0x0000},
@@ -101,6 +102,7 @@ TEST(CheckSumTest, GivesTheCheckValues) {
     EXPECT_EQ(sum.crc_16(digits, 9), 0xBB3D);
     EXPECT_EQ(sum.crc_modbus(digits, 9), 0x4B37);
     EXPECT_EQ(sum.crc_32(digits, 9), 0xCBF43926U);
+    EXPECT_EQ(sum.crc_32_mpeg_2(digits, 9), 0x0376E6E7U);
     EXPECT_EQ(sum.crc_64_ecma(digits, 9), 0x6C40DF5F0B497347U);
     EXPECT_EQ(sum.crc_64_we(digits, 9), 0x62EC59E3F1A4F00AU);
     EXPECT_EQ(sum.crc_xmodem(digits, 9), 0x31C3);
@@ -206,6 +208,7 @@ TEST(CheckSumTest, UpdateTakesInOneByteOfTheRunningValue) {
             ASSERT_EQ(sum.update_crc_dnp(crc16, byte), step(test::kCrc16Dnp, crc16, byte));
             ASSERT_EQ(sum.update_crc_kermit(crc16, byte), step(test::kCrc16Kermit, crc16, byte));
             ASSERT_EQ(sum.update_crc_32(crc32, byte), step(test::kCrc32IsoHdlc, crc32, byte));
+            ASSERT_EQ(sum.update_crc_32_mpeg_2(crc32, byte), step(test::kCrc32Mpeg2, crc32, byte));
             ASSERT_EQ(sum.update_crc_64(running, byte), step(test::kCrc64Ecma182, running, byte));
         }
     }
@@ -234,6 +237,19 @@ TEST(CheckSumTest, UpdatesFromTheStartValueGiveTheRunningValueOfTheWhole) {
     EXPECT_EQ(kermit, 0x2189);
     EXPECT_EQ(crc32, ~0xCBF43926U);
     EXPECT_EQ(sick, 0xA656);
+}
+
+// The program association table of a broadcast, as a demultiplexer gives it, its CRC at its end.
+TEST(CheckSumTest, ASectionWithItsCrcComesToZero) {
+    const unsigned char section[] = {0x00, 0xB0, 0x0D, 0x00, 0x01, 0xC1, 0x00, 0x00,
+                                     0x00, 0x01, 0xF0, 0x00, 0x2A, 0xB1, 0x04, 0xB2};
+    CheckSum sum;
+
+    EXPECT_EQ(sum.crc_32_mpeg_2(section, sizeof section - 4), 0x2AB104B2U);
+    EXPECT_EQ(sum.crc_32_mpeg_2(section, sizeof section), 0U);
+    unsigned int running = 0xFFFFFFFF;
+    for (const unsigned char byte : section) running = sum.update_crc_32_mpeg_2(running, byte);
+    EXPECT_EQ(running, 0U);
 }
 
 TEST(CheckSumTest, SickUpdateTakesThePreviousByteFromTheCaller) {

@@ -36,6 +36,8 @@ inline constexpr CrcParameters kCrc16Dnp{"CRC-16/DNP", 16, 0x3D65, 0, true, true
 inline constexpr CrcParameters kCrc16Kermit{"CRC-16/KERMIT", 16, 0x1021, 0, true, true, 0, 0x2189};
 inline constexpr CrcParameters kCrc32IsoHdlc{
     "CRC-32/ISO-HDLC", 32, 0x04C11DB7, 0xFFFFFFFF, true, true, 0xFFFFFFFF, 0xCBF43926};
+inline constexpr CrcParameters kCrc32Mpeg2{"CRC-32/MPEG-2", 32,    0x04C11DB7, 0xFFFFFFFF,
+                                           false,           false, 0,          0x0376E6E7};
 inline constexpr CrcParameters kCrc64Ecma182{
     "CRC-64/ECMA-182", 64, 0x42F0E1EBA9EA3693, 0, false, false, 0, 0x6C40DF5F0B497347};
 inline constexpr CrcParameters kCrc64We{"CRC-64/WE", 64,    0x42F0E1EBA9EA3693, 0xFFFFFFFFFFFFFFFF,

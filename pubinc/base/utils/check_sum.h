@@ -38,6 +38,10 @@ public:
     /// CRC-32/ISO-HDLC, that of Ethernet, zip and PNG. Of nothing: 0x00000000.
     unsigned int crc_32(const unsigned char* data, unsigned int length);
 
+    /// CRC-32/MPEG-2, which ends every section of a broadcast (ISO/IEC 13818-1, annex A); of a
+    /// section with its CRC: 0. Of nothing: 0xFFFFFFFF.
+    unsigned int crc_32_mpeg_2(const unsigned char* data, unsigned int length);
+
     /// CRC-64/ECMA-182. Of nothing: 0.
     unsigned long long crc_64_ecma(const unsigned char* data, unsigned int length);
 
@@ -71,6 +75,7 @@ public:
     /// For crc_16 and crc_modbus.
     unsigned short update_crc_16(unsigned short crc, unsigned char byte);
     unsigned int update_crc_32(unsigned int crc, unsigned char byte);
+    unsigned int update_crc_32_mpeg_2(unsigned int crc, unsigned char byte);
     /// For crc_64_ecma and crc_64_we.
     unsigned long long update_crc_64(unsigned long long crc, unsigned char byte);
     /// For crc_xmodem, crc_ccitt_1d0f and crc_ccitt_ffff.
