@@ -233,6 +233,12 @@ const CommonValue::Array& CommonValue::array() const {
     return m_type == kArray ? m_array : s_none;
 }
 
+const CommonValue& CommonValue::operator[](std::size_t index) const {
+    static const CommonValue s_undefined;
+    const Array& elements = array();
+    return index < elements.size() ? elements[index] : s_undefined;
+}
+
 template <typename T>
 T CommonValue::toInteger() const {
     switch (m_type) {

@@ -428,4 +428,170 @@ TEST(CommonValueTest, NeedsNoMemoryToMoveOrToEnd) {
     EXPECT_EQ(movedText, text);
 }
 
+// Lists, elements, equality.
+
+TEST(CommonValueTest, AListIsAnArrayOfWhatIsListed) {
+    const CommonValue value = CommonValue::list({1, "two", 3.5, CommonValue::list({true}), {}});
+
+    EXPECT_EQ(value.type(), CommonValue::kArray);
+    EXPECT_EQ(textOf(value), "[1,two,3.5,[TRUE],Undefined]");
+    EXPECT_EQ(textOf(CommonValue::list({})), "[]");
+    EXPECT_EQ(textOf(CommonValue::list({CommonValue::list({1})})), "[[1]]");
+}
+
+TEST(CommonValueTest, ElementsAreReadByIndexAndInOrder) {
+    const CommonValue value = CommonValue::list({1, "two"});
+    std::string texts;
+    for (const CommonValue& element : value) texts += textOf(element) + ";";
+
+    EXPECT_EQ(texts, "1;two;");
+    EXPECT_EQ(value.size(), 2U);
+    EXPECT_EQ(static_cast<int>(value[0]), 1);
+    EXPECT_EQ(textOf(value[1]), "two");
+    EXPECT_EQ(&value[1], &value.array()[1]);
+}
+
+TEST(CommonValueTest, AnElementThatIsNotThereIsUndefined) {
+    const CommonValue array = CommonValue::list({1});
+    CommonValue number = array;
+    number = 5;  // The array is out of sight.
+
+    for (const CommonValue* p_value : {&array, static_cast<const CommonValue*>(&number)}) {
+        EXPECT_EQ((*p_value)[1].type(), CommonValue::kUndefined);
+        EXPECT_EQ((*p_value)[static_cast<std::size_t>(-1)].type(), CommonValue::kUndefined);
+    }
+    EXPECT_EQ(number[0].type(), CommonValue::kUndefined);
+    EXPECT_EQ(number.size(), 0U);
+    EXPECT_EQ(number.begin(), number.end());
+}
+
+/// Expects the answer from both sides, and the opposite of "not equal".
+void expectEquality(const CommonValue& left, const CommonValue& right, bool isEqual) {
+    EXPECT_EQ(left == right, isEqual) << textOf(left) << " and " << textOf(right);
+    EXPECT_EQ(right == left, isEqual) << textOf(right) << " and " << textOf(left);
+    EXPECT_EQ(left != right, !isEqual);
+    EXPECT_EQ(right != left, !isEqual);
+}
+
+TEST(CommonValueEqualityTest, NumbersAreEqualWhereTheyAreTheSameNumber) {
+    const CommonValue fives[] = {
+        5, 5U, static_cast<short>(5), static_cast<unsigned short>(5), 5LL, 5ULL, 5.0F, 5.0};
+    for (const CommonValue& left : fives) {
+        for (const CommonValue& right : fives) expectEquality(left, right, true);
+        expectEquality(left, 6, false);
+        expectEquality(left, 5.5, false);
+        expectEquality(left, -5, false);
+        expectEquality(left, "5", false);
+    }
+    expectEquality(-1, ~0U, false);
+    expectEquality(-1, ~0ULL, false);
+    expectEquality(-1LL, static_cast<short>(-1), true);
+    expectEquality(-1, -1.0, true);
+    expectEquality(0, -0.0, true);
+    expectEquality(65537, static_cast<short>(1), false);
+}
+
+// Where a double cannot tell neighbours apart, a conversion to double would find them equal.
+TEST(CommonValueEqualityTest, AnIntegerIsComparedWithAFloatingNumberExactly) {
+    constexpr long long kBeyond53Bits = (1LL << 53) + 1;
+    expectEquality(kBeyond53Bits, static_cast<double>(kBeyond53Bits), false);
+    expectEquality(1LL << 53, 9007199254740992.0, true);
+    expectEquality(-kBeyond53Bits, -9007199254740992.0, false);
+    expectEquality(std::numeric_limits<long long>::min(), -9223372036854775808.0, true);
+    expectEquality(std::numeric_limits<long long>::max(), 9223372036854775808.0, false);
+    expectEquality(~0ULL, 18446744073709551616.0, false);
+    expectEquality(1ULL << 63, 9223372036854775808.0, true);
+    expectEquality(0, 0.5, false);
+    expectEquality(0, -0.5, false);
+    expectEquality(-1, -1.5, false);
+    for (const double far : {1e300, -1e300, std::numeric_limits<double>::infinity()}) {
+        expectEquality(std::numeric_limits<long long>::max(), far, false);
+        expectEquality(std::numeric_limits<long long>::min(), far, false);
+        expectEquality(~0ULL, far, false);
+        expectEquality(far, far, true);
+    }
+}
+
+TEST(CommonValueEqualityTest, NanEqualsNothing) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    expectEquality(nan, nan, false);
+    expectEquality(nan, 0, false);
+    expectEquality(CommonValue::list({nan}), CommonValue::list({nan}), false);
+}
+
+TEST(CommonValueEqualityTest, OtherKindsAreEqualToTheirOwnKindAlone) {
+    const CommonValue kinds[] = {
+        CommonValue(),         CommonValue::null(), true, 1, "1", CommonValue(Point{1, 0}),
+        CommonValue::list({1})};
+    for (const CommonValue& left : kinds) {
+        for (const CommonValue& right : kinds) expectEquality(left, right, &left == &right);
+    }
+    expectEquality(true, false, false);
+    expectEquality("a", "b", false);
+    expectEquality(CommonValue(Point{1, 2}), CommonValue(Point{1, 3}), false);
+    expectEquality(CommonValue(Point{2, 2}), CommonValue(Point{1, 2}), false);
+    expectEquality(CommonValue(Point{1, 2}), CommonValue(Point{1, 2}), true);
+}
+
+TEST(CommonValueEqualityTest, WhatIsOutOfSightDoesNotCount) {
+    CommonValue left = "a text";
+    left = 5;
+    expectEquality(left, 5, true);
+}
+
+TEST(CommonValueEqualityTest, ArraysAreEqualElementByElement) {
+    const auto list = [](auto... values) { return CommonValue::list({values...}); };
+    expectEquality(list(), list(), true);
+    expectEquality(list(1, "a"), list(1.0, "a"), true);
+    expectEquality(list(1, 2), list(2, 1), false);
+    expectEquality(list(1), list(1, 2), false);
+    expectEquality(list(list(1), list(2, list())), list(list(1), list(2, list())), true);
+    expectEquality(list(list(1), list(2, list())), list(list(1), list(2, list(0))), false);
+    expectEquality(list(list(1), 2), list(list(1), 3), false);
+}
+
+TEST(CommonValueEqualityTest, NestedArraysNeedNoStack) {
+    constexpr int kDepth = 200000;
+    CommonValue left = 1;
+    CommonValue right = 1;
+    for (int depth = 0; depth < kDepth; ++depth) {
+        for (CommonValue* p_value : {&left, &right}) {
+            Array outer;
+            outer.push_back(std::move(*p_value));
+            *p_value = std::move(outer);
+        }
+    }
+    EXPECT_TRUE(left == right);
+}
+
+// What a client writes on either side of the sign; the values' own conversions do not get in its
+// way.
+TEST(CommonValueEqualityTest, AValueIsComparedWithWhatConvertsToOne) {
+    const CommonValue five = 5;
+    const CommonValue text = "text";
+    const CommonValue yes = true;
+
+    EXPECT_TRUE(five == 5 && 5 == five && five == 5U && five == 5L && five == 5.0 && 5.0F == five);
+    EXPECT_TRUE(five != 6 && 6 != five && five == static_cast<short>(5));
+    EXPECT_TRUE(text == "text" && "text" == text && text == std::string("text"));
+    EXPECT_TRUE(text != "other" && std::string("other") != text);
+    EXPECT_TRUE(yes == true && false != yes && yes != 1);
+    EXPECT_TRUE(CommonValue(Point{1, 2}) == (Point{1, 2}));
+    EXPECT_TRUE(CommonValue::list({1}) == Array{1});
+}
+
+TEST(CommonValueEqualityTest, WhatCouldBeComparedBeforeStillIs) {
+    struct Derived : CommonValue {};
+    const Array array = {1, 2};
+    Derived derived;
+    const CommonValue* const p_base = &derived;
+    const int kind = 1;
+
+    EXPECT_TRUE(array[0].type() == CommonValue::kInt && array[0].type() == kind);
+    EXPECT_TRUE(kind == array[0].type() && 1.0 == array[0].type());
+    EXPECT_TRUE(array.begin() != array.end() && &array[0] != &array[1]);
+    EXPECT_TRUE(p_base == &derived && p_base != nullptr && nullptr != p_base);
+    EXPECT_TRUE(static_cast<int>(array[0]) == 1 && static_cast<std::string>(array[1]) == "2");
+}
+
 }  // namespace

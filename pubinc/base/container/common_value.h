@@ -3,7 +3,9 @@
 #ifndef BASE_CONTAINER_COMMON_VALUE_H
 #define BASE_CONTAINER_COMMON_VALUE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -49,6 +51,18 @@ public:
 
     using Array = std::vector<CommonValue>;
 
+private:
+    // No enumerations and no other pointers: the operators are found for Type and for pointers to
+    // values too, and would make what those compare with ambiguous.
+    template <typename T>
+    static constexpr bool kIsText =
+        std::is_same_v<std::decay_t<T>, const char*> || std::is_same_v<std::decay_t<T>, char*>;
+    template <typename T>
+    using ComparedByValue =
+        std::enable_if_t<std::is_arithmetic_v<T> || kIsText<T> || std::is_same_v<T, std::string> ||
+                         std::is_same_v<T, Point> || std::is_same_v<T, Array>>;
+
+public:
     // What is done with numbers all the time is inline; what may allocate is not.
 
     /// Undefined.
@@ -74,6 +88,10 @@ public:
     /// A text; null is the empty one.
     CommonValue(const char* text);
     CommonValue(Array value);
+    /// An array of what is listed: `CommonValue::list({1, "two", CommonValue::list({3.0})})`.
+    static CommonValue list(std::initializer_list<CommonValue> values) {
+        return CommonValue(Array(values));
+    }
 
     /// Copies what the tag names, and nothing that is out of sight.
     CommonValue(const CommonValue& other) : m_type(other.m_type) {
@@ -120,6 +138,44 @@ public:
 
     /// The elements; none unless this is an array. Valid until the value changes.
     const Array& array() const;
+
+    /// The element at @p index; an undefined value where there is none, or where this is no array.
+    /// Valid until the value changes.
+    const CommonValue& operator[](std::size_t index) const;
+
+    /// The elements of an array in order, none of what is no array:
+    /// `for (const CommonValue& element : value)`. As array(), in all.
+    Array::const_iterator begin() const { return array().begin(); }
+    Array::const_iterator end() const { return array().end(); }
+    std::size_t size() const { return array().size(); }
+
+    /// Equal are numbers of the same value, whichever of the number kinds they are; and otherwise
+    /// values of one kind with the same content, arrays element by element. A bool is no number,
+    /// NaN equals nothing, and what is out of sight does not count. Needs no stack for nested
+    /// arrays, but memory: std::bad_alloc.
+    friend bool operator==(const CommonValue& left, const CommonValue& right) {
+        return left.isEqual(right);
+    }
+    friend bool operator!=(const CommonValue& left, const CommonValue& right) {
+        return !left.isEqual(right);
+    }
+    // Beside what converts to a value; the conversions of CommonValue itself would be as good.
+    template <typename T, typename = ComparedByValue<T>>
+    friend bool operator==(const CommonValue& left, const T& right) {
+        return left.isEqual(CommonValue(right));
+    }
+    template <typename T, typename = ComparedByValue<T>>
+    friend bool operator!=(const CommonValue& left, const T& right) {
+        return !left.isEqual(CommonValue(right));
+    }
+    template <typename T, typename = ComparedByValue<T>>
+    friend bool operator==(const T& left, const CommonValue& right) {
+        return right.isEqual(CommonValue(left));
+    }
+    template <typename T, typename = ComparedByValue<T>>
+    friend bool operator!=(const T& left, const CommonValue& right) {
+        return !right.isEqual(CommonValue(left));
+    }
 
     operator bool() const;
     operator short() const;
@@ -168,6 +224,16 @@ private:
         return *this;
     }
 
+    bool isInteger() const { return m_type >= kInt && m_type <= kULongLong; }
+    bool isFloating() const { return m_type == kFloat || m_type == kDouble; }
+    bool isNegativeInteger() const {
+        return m_type != kUInt && m_type != kUShort && m_type != kULongLong &&
+               static_cast<long long>(*this) < 0;
+    }
+    bool isEqual(const CommonValue& other) const;
+    bool isEqualInteger(const CommonValue& integer) const;
+    bool isEqualLeaf(const CommonValue& other) const;
+
     int convertToInt() const;
     template <typename T>
     TEVALON_BASE_LOCAL T toInteger() const;
@@ -187,6 +253,71 @@ private:
     std::string m_string;
     Array m_array;
 };
+
+// Equality is in the header, for the library itself has no use for it.
+
+/// Whether this number is that integer, exactly.
+inline bool CommonValue::isEqualInteger(const CommonValue& integer) const {
+    const bool isNegative = integer.isNegativeInteger();
+    const auto bits = static_cast<unsigned long long>(integer);
+    if (isInteger()) {
+        return isNegative == isNegativeInteger() && bits == static_cast<unsigned long long>(*this);
+    }
+    constexpr double kTwoTo63 = 9223372036854775808.0;
+    const auto value = static_cast<double>(*this);
+    if (isNegative) {
+        const auto signedBits = static_cast<long long>(integer);
+        return value >= -kTwoTo63 && value < 0 && static_cast<long long>(value) == signedBits &&
+               static_cast<double>(signedBits) == value;
+    }
+    return value >= 0 && value < 2 * kTwoTo63 && static_cast<unsigned long long>(value) == bits &&
+           static_cast<double>(bits) == value;
+}
+
+/// Equality of what is not an array on both sides.
+inline bool CommonValue::isEqualLeaf(const CommonValue& other) const {
+    if (other.isInteger() && (isInteger() || isFloating())) return isEqualInteger(other);
+    if (isInteger() && other.isFloating()) return other.isEqualInteger(*this);
+    if (isFloating() && other.isFloating()) {
+        return static_cast<double>(*this) == static_cast<double>(other);
+    }
+    if (m_type != other.m_type) return false;
+    switch (m_type) {
+        case kBool:
+            return m_scalar.asBool == other.m_scalar.asBool;
+        case kString:
+            return m_string == other.m_string;
+        case kPoint:
+            return m_point.x == other.m_point.x && m_point.y == other.m_point.y;
+        default:
+            return true;
+    }
+}
+
+// With a list of the arrays that are still to be compared: they may be nested deeper than a stack
+// is.
+inline bool CommonValue::isEqual(const CommonValue& other) const {
+    const auto areArrays = [](const CommonValue& left, const CommonValue& right) {
+        return left.m_type == kArray && right.m_type == kArray;
+    };
+    if (!areArrays(*this, other)) return isEqualLeaf(other);
+    std::vector<std::pair<const Array*, const Array*>> rest = {{&m_array, &other.m_array}};
+    while (!rest.empty()) {
+        const auto [p_left, p_right] = rest.back();
+        rest.pop_back();
+        if (p_left->size() != p_right->size()) return false;
+        for (std::size_t i = 0; i < p_left->size(); ++i) {
+            const CommonValue& left = (*p_left)[i];
+            const CommonValue& right = (*p_right)[i];
+            if (areArrays(left, right)) {
+                rest.push_back({&left.m_array, &right.m_array});
+            } else if (!left.isEqualLeaf(right)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
 
 template <>
 TEVALON_BASE_EXPORT std::vector<unsigned int> CommonValue::convertToVectorT<unsigned int>() const;
