@@ -12,11 +12,26 @@ namespace tevalon::base::utils {
 namespace {
 
 constexpr int kEndOfOptions = -1;
+constexpr int kNotUnderstood = '?';
+
+// What the C library's parser returns for an option without a letter: this, and the place of its
+// long name in the table. A letter is less.
+constexpr int kWithoutLetter = 256;
+
+// Neither can be typed: the one ends the parser's list of letters, the other gives the letter
+// before it a value.
+bool isUsableLetter(char letter) {
+    return letter != '\0' && letter != ':';
+}
 
 // What the erased option looked like on the command line, as far as this is known: once any
 // long option but the first has been seen, every option counts as typed in its long form.
 std::string tokenOf(char letter, const std::string& longName, int longIndex) {
     return longIndex < 1 ? std::string("-") + letter : "--" + longName;
+}
+
+void reportCleared(const std::string& token) {
+    BLOG_AS("clear_option", kLogDebug, "clear  %s done\n", token.c_str());
 }
 
 // Empties the first argument that holds the token anywhere, so that a later parser of the same
@@ -27,7 +42,7 @@ void clear_option(int argc, char** argv, const std::string& token) {
         if (argv[i] == nullptr || std::strstr(argv[i], token.c_str()) == nullptr) continue;
         if (optarg != nullptr) optarg[0] = '\0';
         argv[i][0] = '\0';
-        BLOG(kLogDebug, "clear  %s done\n", token.c_str());
+        reportCleared(token);
         return;
     }
 }
@@ -48,6 +63,10 @@ void CommandLine::AddOption(const char* longName, char shortName, bool hasLongNa
                             const std::string& description, bool hasArgument,
                             const std::vector<const char*>& aliases) {
     if (longName == nullptr) return;
+    if (!isUsableLetter(shortName)) {
+        if (hasLongName) AddOption(longName, description, hasArgument, aliases);
+        return;
+    }
     const auto taken = m_shortToLong.find(shortName);
     if (taken != m_shortToLong.end()) {
         BLOG(kLogError, "Command line argument -%c is already used for --%s\n", shortName,
@@ -58,15 +77,26 @@ void CommandLine::AddOption(const char* longName, char shortName, bool hasLongNa
     m_optString += shortName;
     if (hasArgument) m_optString += ':';
 
-    if (hasLongName) {
-        m_longOptions.push_back({longName, hasArgument, nullptr, shortName});
-        for (const char* alias : aliases) {
-            // A null name would end the parser's table here.
-            if (alias == nullptr) continue;
-            m_longOptions.push_back({alias, hasArgument, nullptr, shortName});
-        }
-    }
+    if (hasLongName) addLongNames(longName, hasArgument, shortName, aliases);
     appendHelpLine(longName, shortName, hasLongName, description, hasArgument, aliases);
+}
+
+void CommandLine::AddOption(const char* longName, const std::string& description, bool hasArgument,
+                            const std::vector<const char*>& aliases) {
+    if (longName == nullptr) return;
+    const int value = kWithoutLetter + static_cast<int>(m_longOptions.size());
+    addLongNames(longName, hasArgument, value, aliases);
+    appendHelpLine(longName, '\0', true, description, hasArgument, aliases);
+}
+
+void CommandLine::addLongNames(const char* longName, bool hasArgument, int value,
+                               const std::vector<const char*>& aliases) {
+    m_longOptions.push_back({longName, hasArgument, nullptr, value});
+    for (const char* alias : aliases) {
+        // A null name would end the parser's table here.
+        if (alias == nullptr) continue;
+        m_longOptions.push_back({alias, hasArgument, nullptr, value});
+    }
 }
 
 void CommandLine::AddOption(const char* longName, char shortName, bool hasLongName,
@@ -93,6 +123,10 @@ void CommandLine::AddDefaultOptions() {
 }
 
 void CommandLine::Parse() {
+    Parse(nullptr);
+}
+
+void CommandLine::Parse(std::vector<std::string>* p_notUnderstood) {
     if (m_parsed) return;
     m_longOptions.push_back({nullptr, 0, nullptr, 0});
     opterr = 0;
@@ -103,7 +137,14 @@ void CommandLine::Parse() {
         const int letter =
             getopt_long(m_argc, m_argv, m_optString.c_str(), m_longOptions.data(), &longIndex);
         if (letter == kEndOfOptions) break;
-        if (letter != 0) takeOption(static_cast<char>(letter), longIndex);
+        if (letter == kNotUnderstood && p_notUnderstood != nullptr) {
+            keepNotUnderstood(p_notUnderstood);
+        }
+        if (letter >= kWithoutLetter) {
+            takeOptionWithoutLetter(letter);
+        } else if (letter != 0) {
+            takeOption(static_cast<char>(letter), longIndex);
+        }
     }
     finishParsing();
 }
@@ -113,6 +154,29 @@ void CommandLine::takeOption(char letter, int longIndex) {
     if (declared == m_shortToLong.end()) return;
     m_values[declared->second] = optarg != nullptr ? optarg : "";
     clear_option(m_argc, m_argv, tokenOf(letter, declared->second, longIndex));
+}
+
+// The parser stands right behind what it took, and has not moved it yet: there is no need to
+// search.
+void CommandLine::takeOptionWithoutLetter(int value) {
+    const char* longName = m_longOptions[static_cast<std::size_t>(value - kWithoutLetter)].name;
+    m_values[longName] = optarg != nullptr ? optarg : "";
+    const bool isValueApart = optarg != nullptr && optarg == m_argv[optind - 1];
+    if (optarg != nullptr) optarg[0] = '\0';
+    m_argv[optind - (isValueApart ? 2 : 1)][0] = '\0';
+    reportCleared(std::string("--") + longName);
+}
+
+// The parser leaves in optopt: an unknown letter; nothing for an unknown long option; and for an
+// option whose value is missing, or which takes none, what it would have returned for it.
+void CommandLine::keepNotUnderstood(std::vector<std::string>* p_notUnderstood) const {
+    const auto letter = static_cast<char>(optopt);
+    const bool isDeclared = optopt >= kWithoutLetter || m_shortToLong.count(letter) != 0;
+    if (optopt != 0 && !isDeclared) {
+        p_notUnderstood->push_back(std::string("-") + letter);
+    } else {
+        p_notUnderstood->push_back(m_argv[optind - 1]);
+    }
 }
 
 void CommandLine::finishParsing() {
@@ -135,10 +199,11 @@ void CommandLine::appendHelpLine(const char* longName, char shortName, bool hasL
                                  const std::string& description, bool hasArgument,
                                  const std::vector<const char*>& aliases) {
     const char* placeholder = hasArgument ? "#" : "";
-    m_helpText.append("-").append(1, shortName).append(placeholder);
+    if (shortName != '\0') m_helpText.append("-").append(1, shortName).append(placeholder);
     if (hasLongName) {
         const char* longPlaceholder = hasArgument ? "=#" : "";
-        m_helpText.append(" or --").append(longName).append(longPlaceholder);
+        m_helpText.append(shortName != '\0' ? " or --" : "--");
+        m_helpText.append(longName).append(longPlaceholder);
         for (const char* alias : aliases) {
             if (alias == nullptr) continue;
             m_helpText.append(" or --").append(alias).append(longPlaceholder);

@@ -20,7 +20,7 @@
 #include "base/utils/numbers.h"
 #include "base/utils/strings.h"
 #include "base/utils/uuid.h"
-#include "os/no_cancellation.h"
+#include "os/folder.h"
 
 namespace tevalon::base {
 namespace {
@@ -52,18 +52,6 @@ std::int32_t parseDecimalInto(const std::string& text, T* p_value) {
     *p_value = static_cast<T>(static_cast<std::make_unsigned_t<T>>(value));
     return 0;
 }
-
-bool isSelfOrParent(const char* p_name) {
-    return std::strcmp(p_name, ".") == 0 || std::strcmp(p_name, "..") == 0;
-}
-
-struct CloseFolder {
-    // Cancelled in a destructor, the process would end.
-    void operator()(DIR* p_folder) const {
-        const NoCancellation noCancellation;
-        (void)closedir(p_folder);
-    }
-};
 
 template <typename Number>
 Number readNative(const unsigned char* p_bytes) {
@@ -147,6 +135,9 @@ std::int32_t convert2HexStr(T value, std::string& out, bool upper) {
 
 template std::int32_t convert2HexStr(char, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned char, std::string&, bool);
+template std::int32_t convert2HexStr(signed char, std::string&, bool);
+template std::int32_t convert2HexStr(short, std::string&, bool);
+template std::int32_t convert2HexStr(unsigned short, std::string&, bool);
 template std::int32_t convert2HexStr(int, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned int, std::string&, bool);
 template std::int32_t convert2HexStr(long, std::string&, bool);

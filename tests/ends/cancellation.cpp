@@ -444,8 +444,10 @@ class Files : public Scenario {
 public:
     Files() {
         (void)std::snprintf(m_folder, sizeof(m_folder), "/tmp/cancellation.%d", getpid());
+        (void)std::snprintf(m_other, sizeof(m_other), "%s.other", m_folder);
         const std::string command = std::string("mkdir -p ") + m_folder + "/a/b && touch " +
-                                    m_folder + "/x " + m_folder + "/a/y";
+                                    m_folder + "/x " + m_folder + "/a/y && cp -r " + m_folder +
+                                    " " + m_other;
         CHECK(std::system(command.c_str()) == 0);
         (void)setenv("SHOW_MEMORY_DEBUG_INFO", "1", 1);
     }
@@ -456,16 +458,20 @@ public:
         debug::showFileContents("title", "/dev/null");
         debug::debug_dump_system_memory_status();
         (void)rmDir("/nowhere");
+        (void)removeFolder(m_other);
         (void)rmDir(m_folder);
     }
     void useAgain() override {
         debug::debug_dump_system_memory_status();
         (void)rmDir(m_folder);
         CHECK(access(m_folder, F_OK) != 0);
+        (void)removeFolder(m_other);
+        CHECK(access(m_other, F_OK) != 0);
     }
 
 private:
     char m_folder[64] = {};
+    char m_other[72] = {};  // A folder of the same content.
 };
 
 class Recorder : public Scenario {

@@ -100,6 +100,8 @@ CANCELLATION_POINT(fread, std::size_t, (void* p_data, std::size_t size, std::siz
                    (p_data, size, count, p_file))
 CANCELLATION_POINT(fclose, int, (FILE* p_file), (p_file))
 CANCELLATION_POINT(opendir, DIR*, (const char* path), (path))
+CANCELLATION_POINT(openat64, int, (int folder, const char* path, int flags, unsigned mode),
+                   (folder, path, flags, mode))
 CANCELLATION_POINT(readdir64, dirent*, (DIR* p_folder), (p_folder))
 CANCELLATION_POINT(closedir, int, (DIR* p_folder), (p_folder))
 // clang-format on

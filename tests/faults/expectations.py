@@ -255,6 +255,37 @@ EXPECTATIONS = [
                 lines=[r"[B-LOG] utils.cpp:#:rmDir(): Fail to delete dir:'tree[\w/ ]*', "
                        r"error:(39-'Directory not empty').\n\n*"],
                 says={"removed": ("-3",)}),
+    Expectation("openat|fdopendir", r"^(?!.*removeSubfolder).*removeFolder",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to opendir('tree').\n\n"],
+                says={"removed": "-2"}),
+    Expectation("openat|fdopendir", r"removeSubfolder",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to opendir('tree/[\w ]+').\n\n",
+                       "[B-LOG] folder_removal.cpp:#:removeFolder(): Fail to delete dir:'tree', "
+                       "error:(39-'Directory not empty').\\n\\n"],
+                says={"removed": "-3"}),
+    Expectation("unlinkat", r"removeEntry",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to delete:'tree/[\w/ ]+', error:(#-'%').\n\n",
+                       r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to delete dir:'tree[\w/ ]*', error:(39-'Directory not empty').\n\n*"],
+                says={"removed": "-3"}),
+    Expectation("unlinkat", r"removeEmptied",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to delete dir:'tree[\w/ ]*', error:(#-'%').\n\n",
+                       "[B-LOG] folder_removal.cpp:#:removeFolder(): Fail to delete dir:'tree', "
+                       r"error:(39-'Directory not empty').\n\n*"],
+                says={"removed": "-3"}),
+    Expectation("readdir", r"removeFolder",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to delete dir:'tree[\w/ ]*', error:(39-'Directory not empty').\n\n*"],
+                says={"removed": "-3"}),
+    # What cannot be told to be of the same file system is left.
+    Expectation("fstat", r"removeFolder",
+                lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
+                       r"Fail to delete dir:'tree[\w/ ]*', error:(39-'Directory not empty').\n\n*"],
+                says={"removed": "-3"}),
     Expectation("malloc", r"generateUUID",
                 lines=[r"[B-LOG] utils.cpp:#:generateUUID(): Fail to allocate buffer.\n"],
                 says={"length": "0"}),

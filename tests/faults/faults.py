@@ -95,6 +95,9 @@ ERRORS = {
     "unlink": ["EACCES", "EBUSY"],
     "rename": ["EACCES", "EISDIR", "ENOSPC"],
     "rmdir": ["EACCES", "ENOTEMPTY"],
+    "openat": ["EMFILE", "EACCES", "ELOOP"],
+    "fdopendir": ["ENOMEM"],
+    "unlinkat": ["EACCES", "EBUSY"],
     "posix_fallocate": ["ENOSPC", "EINTR", "EFBIG", "EOPNOTSUPP"],
     "sigtimedwait": ["EAGAIN", "EINTR"],
     "syscall(openat)": ["EMFILE", "ENFILE", "EACCES"],
@@ -110,7 +113,7 @@ CANNOT_FAIL = """
     pthread_join pthread_detach pthread_self pthread_equal pthread_once pthread_setcancelstate
     pthread_key_delete pthread_sigmask sem_init sem_destroy sem_post sysconf sigpending sigaddset
     sigemptyset sigismember uuid_generate mallinfo2 getauxval getenv secure_getenv getpid exit
-    getopt_long geteuid localtime_r snprintf strerror strerror_r tolower ceil ldexp free
+    getopt_long dirfd geteuid localtime_r snprintf strerror strerror_r tolower ceil ldexp free
     __errno_location
     memchr memcmp memcpy memmove memrchr memset strcmp strlen strnlen strrchr strstr
     atexit __cxa_atexit __cxa_finalize __tls_get_addr __stack_chk_fail
@@ -155,7 +158,7 @@ def number(error):
 Site = collections.namedtuple("Site", "module returns_to call where")
 
 # By the names in the libraries.
-RENAMED = {"__register_atfork": "pthread_atfork", "fopen64": "fopen", "open64": "open",
+RENAMED = {"__register_atfork": "pthread_atfork", "fopen64": "fopen", "open64": "open", "openat64": "openat",
            "mmap64": "mmap", "readdir64": "readdir", "stat64": "stat", "fstat64": "fstat",
            "fstatfs64": "fstatfs", "fcntl64": "fcntl", "getrlimit64": "getrlimit",
            "posix_fallocate64": "posix_fallocate",

@@ -103,6 +103,14 @@ void files(Run& run) {
     run.say("removed then", rmDir("tree"));
 }
 
+void folders(Run& run) {
+    makeTree();
+    run.say("removed", removeFolder("tree"));
+    run.calm();
+    makeTree();
+    run.say("removed then", removeFolder("tree"));
+}
+
 void uuid(Run& run) {
     run.say("length", static_cast<long>(generateUUID().size()));
     run.calm();
@@ -141,6 +149,7 @@ std::vector<Scenario> utilityScenarios() {
         {"command line help", commandLineHelp},
         {"strings", strings},
         {"files", files},
+        {"folders", folders},
         {"uuid", uuid},
         {"properties", properties},
         {"digests", digests},

@@ -311,6 +311,14 @@ TEVALON_TEST_INTERPOSE(Unlink, MinusOneAndErrno, unlink, int, (const char* p_pat
                        nullptr, (nextCall, p_path))
 TEVALON_TEST_INTERPOSE(Rmdir, MinusOneAndErrno, rmdir, int, (const char* p_path),
                        nullptr, (nextCall, p_path))
+TEVALON_TEST_INTERPOSE(Openat, MinusOneAndErrno, openat64, int,
+                       (int folder, const char* p_path, int flags, unsigned mode),
+                       nullptr, (nextCall, folder, p_path, flags, mode))
+TEVALON_TEST_INTERPOSE(Fdopendir, NullAndErrno, fdopendir, DIR*, (int descriptor),
+                       nullptr, (nextCall, descriptor))
+TEVALON_TEST_INTERPOSE(Unlinkat, MinusOneAndErrno, unlinkat, int,
+                       (int folder, const char* p_path, int flags),
+                       nullptr, (nextCall, folder, p_path, flags))
 TEVALON_TEST_INTERPOSE(PosixFallocate, ErrorNumber, posix_fallocate64, int,
                        (int descriptor, off_t offset, off_t length),
                        nullptr, (nextCall, descriptor, offset, length))

@@ -54,6 +54,9 @@ enum class Call {
     Stat,
     Unlink,
     Rmdir,
+    Openat,
+    Fdopendir,
+    Unlinkat,
     PosixFallocate,
     PthreadAtfork,
     UuidGenerate,        ///< To be replaced with an int(unsigned char*); it has no failures.

@@ -423,6 +423,190 @@ TEST(CommandLineTest, AQuestionMarkThatIsDeclaredStandsForWhatIsUnknown) {
     EXPECT_EQ(arguments.now(1), "-z");
 }
 
+// Options without a letter.
+
+TEST(CommandLineTest, AnOptionWithoutALetterIsReadByItsNames) {
+    for (const char* typed : {"--profile=kids", "--user=kids", "--prof=kids"}) {
+        Arguments arguments = {"prog", "rest", typed, "-s"};
+        CommandLine commandLine = withDefaults(arguments);
+        commandLine.AddOption("profile", "Play in this profile", true, {"user", nullptr});
+        LogCapture log;
+
+        commandLine.Parse();
+
+        EXPECT_EQ(commandLine.GetOptionValue("profile"), "kids");
+        EXPECT_TRUE(commandLine.HasOption("sw"));
+        EXPECT_EQ(arguments.now(0), "prog");
+        EXPECT_EQ(arguments.now(1), "rest");
+        EXPECT_EQ(arguments.now(2), "") << typed;
+        EXPECT_EQ(textsWithoutLineNumbers(log).front(), clearedLine("--profile"));
+    }
+}
+
+TEST(CommandLineTest, AValueApartIsEmptiedWithItsOption) {
+    Arguments arguments = {"prog-profile", "rest", "--profile", "kids", "--more"};
+    CommandLine commandLine = withoutDefaults(arguments);
+    commandLine.AddOption("more", "More of it", false);
+    commandLine.AddOption("profile", "Play in this profile", true);
+
+    commandLine.Parse();
+
+    EXPECT_EQ(commandLine.GetOptionValue("profile"), "kids");
+    EXPECT_TRUE(commandLine.HasOption("more"));
+    EXPECT_EQ(arguments.now(0), "prog-profile");
+    EXPECT_EQ(arguments.now(1), "rest");
+    EXPECT_EQ(arguments.now(2), "");
+    EXPECT_EQ(arguments.now(3), "");
+    EXPECT_EQ(arguments.now(4), "");
+}
+
+TEST(CommandLineTest, ALetterThatCannotBeTypedIsRefused) {
+    for (const char letter : {'\0', ':'}) {
+        Arguments arguments = {"prog", "--first", "--second=2", "-a", "-b"};
+        CommandLine commandLine = withoutDefaults(arguments);
+        LogCapture log;
+        commandLine.AddOption("before", 'a', false, "A letter before it", false, kNone);
+        commandLine.AddOption("first", letter, true, "First", false, kNone);
+        commandLine.AddOption("second", letter, true, "Second", true, kNone);
+        commandLine.AddOption("none", letter, false, "Neither letter nor name", false, kNone);
+        commandLine.AddOption("after", 'b', false, "A letter behind it", false, kNone);
+        EXPECT_TRUE(log.entries().empty());
+
+        commandLine.Parse();
+
+        EXPECT_TRUE(commandLine.HasOption("first"));
+        EXPECT_EQ(commandLine.GetOptionValue("second"), "2");
+        EXPECT_TRUE(commandLine.HasOption("before"));
+        EXPECT_EQ(commandLine.GetOptionValue("before"), "");
+        EXPECT_TRUE(commandLine.HasOption("after"));
+    }
+}
+
+TEST(CommandLineDeathTest, TheHelpShowsALongNameAlone) {
+    Arguments arguments = {"prog", "-h"};
+    CommandLine commandLine = withoutDefaults(arguments);
+    commandLine.AddOption("help", 'h', false, "Prints this message", false, kNone);
+    commandLine.AddOption("profile", "Play in this profile", true, {"user"});
+    commandLine.AddOption("zero", '\0', true, "Without a letter", false, kNone);
+    commandLine.AddOption("none", ':', false, "Refused", false, kNone);
+
+    EXPECT_EXIT(commandLine.Parse(), testing::ExitedWithCode(0),
+                "^usage\n-h\n\t\t\tPrints this message\n"
+                "--profile=# or --user=#\n\t\t\tPlay in this profile\n"
+                "--zero\n\t\t\tWithout a letter\n$");
+}
+
+TEST(CommandLineTest, ANullLongNameAloneDeclaresNothing) {
+    Arguments arguments = {"prog", "--x"};
+    CommandLine commandLine = withoutDefaults(arguments);
+    commandLine.AddOption(nullptr, "Nothing", false);
+    std::vector<std::string> notUnderstood;
+
+    commandLine.Parse(&notUnderstood);
+
+    EXPECT_EQ(notUnderstood, std::vector<std::string>{"--x"});
+}
+
+// What is not understood.
+
+TEST(CommandLineTest, SaysWhatItDidNotUnderstand) {
+    Arguments arguments = {"prog",   "-z",       "--unknown=1", "-sxd", "word",
+                           "--sw=3", "--quit-o", "-y",          "--h",  "--url"};
+    CommandLine commandLine = withDefaults(arguments);
+    commandLine.AddOption("profile", "Play in this profile", true);
+    std::vector<std::string> notUnderstood = {"before"};
+
+    commandLine.Parse(&notUnderstood);
+
+    // "--h" may be three options.
+    EXPECT_EQ(notUnderstood, (std::vector<std::string>{"before", "-z", "--unknown=1", "-x",
+                                                       "--sw=3", "-y", "--h", "--url"}));
+    EXPECT_TRUE(commandLine.HasOption("sw"));
+    EXPECT_TRUE(commandLine.HasOption("hw-dfb"));
+    EXPECT_TRUE(commandLine.HasOption("quit-on-render-crash"));
+    EXPECT_FALSE(commandLine.HasOption("url"));
+    commandLine.Parse(&notUnderstood);
+    EXPECT_EQ(notUnderstood.size(), 8U);
+}
+
+TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
+    for (const char* typed : {"-u", "--profile", "-su"}) {
+        Arguments arguments = {"prog", "--sw", typed};
+        CommandLine commandLine = withDefaults(arguments);
+        commandLine.AddOption("profile", "Play in this profile", true);
+        std::vector<std::string> notUnderstood;
+
+        commandLine.Parse(&notUnderstood);
+
+        EXPECT_EQ(notUnderstood, std::vector<std::string>{typed});
+    }
+}
+
+TEST(CommandLineTest, WhatIsUnderstoodIsNotListed) {
+    Arguments arguments = {"prog", "-s", "word", "--url", "page", "--", "-z"};
+    CommandLine commandLine = withDefaults(arguments);
+    std::vector<std::string> notUnderstood;
+
+    commandLine.Parse(&notUnderstood);
+
+    EXPECT_TRUE(notUnderstood.empty());
+}
+
+// Typed values.
+
+/// What is read of `--value=text`, or the fallback.
+template <typename T>
+T readAs(const char* text, const T& fallback) {
+    const std::string typed = std::string("--value=") + text;
+    Arguments arguments = {"prog", typed.c_str()};
+    CommandLine commandLine = withoutDefaults(arguments);
+    commandLine.AddOption("value", "A value", true);
+    commandLine.Parse();
+    const T value = commandLine.GetOptionValue("value", fallback);
+    T read = fallback;
+    const bool isRead = commandLine.ReadOptionValue("value", &read);
+    EXPECT_EQ(read, value);
+    EXPECT_TRUE(isRead || read == fallback);
+    return value;
+}
+
+TEST(CommandLineTest, ReadsNumbersThatAreWholeAndInRange) {
+    EXPECT_EQ(readAs("42", 7), 42);
+    EXPECT_EQ(readAs("-42", 7), -42);
+    EXPECT_EQ(readAs("2147483647", 7), 2147483647);
+    for (const char* bad : {"", "x", "4x", " 4", "+4", "0x4", "4.5", "2147483648", "-2147483649"}) {
+        EXPECT_EQ(readAs(bad, 7), 7) << bad;
+    }
+    EXPECT_EQ(readAs("255", static_cast<unsigned char>(1)), 255);
+    EXPECT_EQ(readAs("256", static_cast<unsigned char>(1)), 1);
+    EXPECT_EQ(readAs("-1", 1U), 1U);
+    EXPECT_EQ(readAs("18446744073709551615", 1ULL), 18446744073709551615ULL);
+    EXPECT_EQ(readAs("-1.5e3", 1.0), -1500.0);
+    EXPECT_EQ(readAs("1,5", 1.0), 1.0);
+}
+
+TEST(CommandLineTest, ReadsBoolsAndTexts) {
+    for (const char* text : {"", "true", "yes", "on", "1"})
+        EXPECT_TRUE(readAs(text, false)) << text;
+    for (const char* text : {"false", "no", "off", "0"}) EXPECT_FALSE(readAs(text, true)) << text;
+    EXPECT_TRUE(readAs("maybe", true));
+    EXPECT_FALSE(readAs("TRUE", false));
+    EXPECT_EQ(readAs("a text", std::string("none")), "a text");
+}
+
+TEST(CommandLineTest, WhatWasNotGivenHasItsDefault) {
+    Arguments arguments = {"prog", "-s"};
+    CommandLine commandLine = withDefaults(arguments);
+    commandLine.Parse();
+    int untouched = 5;
+
+    EXPECT_EQ(commandLine.GetOptionValue("url", "about:blank"), "about:blank");
+    EXPECT_EQ(commandLine.GetOptionValue("volume", 30), 30);
+    EXPECT_TRUE(commandLine.GetOptionValue("sw", false));
+    EXPECT_FALSE(commandLine.ReadOptionValue("volume", &untouched));
+    EXPECT_EQ(untouched, 5);
+}
+
 // Parsing twice.
 
 TEST(CommandLineTest, ASecondParseChangesNothing) {

@@ -90,7 +90,9 @@ struct IntegerNames {
     static std::string GetName(int) {
         if (std::is_same_v<T, char>) return "Char";
         if (std::is_same_v<T, unsigned char>) return "UnsignedChar";
+        if (std::is_same_v<T, signed char>) return "SignedChar";
         const std::string sign = std::is_signed_v<T> ? "" : "Unsigned";
+        if (std::is_same_v<std::make_signed_t<T>, short>) return sign + "Short";
         if (std::is_same_v<std::make_signed_t<T>, int>) return sign + "Int";
         return sign + (std::is_same_v<std::make_signed_t<T>, long> ? "Long" : "LongLong");
     }
@@ -262,7 +264,7 @@ protected:
 
 // Every type that std::int64_t or std::uint64_t is a name of, on either architecture.
 using HexTypes = testing::Types<char, unsigned char, int, unsigned int, long, unsigned long,
-                                long long, unsigned long long>;
+                                long long, unsigned long long, signed char, short, unsigned short>;
 TYPED_TEST_SUITE(HexTest, HexTypes, IntegerNames);
 
 TYPED_TEST(HexTest, ASingleDigitReplacesAndMoreAreAppended) {

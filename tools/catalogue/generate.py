@@ -25,7 +25,7 @@ FAMILIES = [
     ("event", "Events"),
     ("lock", "Locks"),
     ("runnable", "Repeated jobs"),
-    ("folder file path uuid", "Files and identifiers"),
+    ("folder file removal path uuid", "Files and identifiers"),
     ("option", "Command line"),
     ("memory dump", "Memory"),
     ("trace", "Traces"),

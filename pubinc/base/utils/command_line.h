@@ -3,8 +3,10 @@
 #ifndef BASE_UTILS_COMMAND_LINE_H
 #define BASE_UTILS_COMMAND_LINE_H
 
+#include <charconv>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "base/export.h"
@@ -17,8 +19,11 @@ namespace tevalon::base::utils {
 ///
 ///     CommandLine commandLine(argc, argv, "usage: prog [options]\n", "", true);
 ///     commandLine.AddOption("volume", 'v', true, "Start at this volume", true, nullptr);
-///     commandLine.Parse();
-///     if (commandLine.HasOption("volume")) ... commandLine.GetOptionValue("volume") ...
+///     commandLine.AddOption("profile", "Play in this profile", true);
+///     std::vector<std::string> notUnderstood;
+///     commandLine.Parse(&notUnderstood);
+///     const int volume = commandLine.GetOptionValue("volume", 30);
+///     if (commandLine.HasOption("profile")) ... commandLine.GetOptionValue("profile") ...
 ///
 /// Lifecycle: declare options, Parse() once, then ask.
 ///
@@ -46,7 +51,10 @@ public:
     ///
     /// @param longName     How the option is asked for later; null declares nothing. Not
     ///                     copied: must live until Parse() has returned, as must @p aliases.
-    /// @param shortName    Its letter.
+    /// @param shortName    Its letter. A '\0' or a ':' cannot be typed, and would change how the
+    ///                     other letters are read: the option is then declared by its long name
+    ///                     alone, or not at all where it has none. A '?' stands for what is not
+    ///                     understood, too.
     /// @param hasLongName  Whether --longName and the aliases may be typed as well.
     /// @param description  Its line in the help.
     /// @param hasArgument  Whether a value follows.
@@ -59,6 +67,11 @@ public:
     void AddOption(const char* longName, char shortName, bool hasLongName,
                    const std::string& description, bool hasArgument, const char* alias);
 
+    /// Declares an option that has no letter. Its help line starts with its long name, and Parse()
+    /// empties the very argument that it was given in, and its value.
+    void AddOption(const char* longName, const std::string& description, bool hasArgument,
+                   const std::vector<const char*>& aliases = {});
+
     /// Declares help, url, sw, hw-dfb, hw-gles, quit-on-render-crash and disable-input.
     void AddDefaultOptions();
 
@@ -68,13 +81,44 @@ public:
     /// anything.
     void Parse();
 
+    /// The same, and says what it passed over: appends to @p p_notUnderstood each unknown option,
+    /// option whose value is missing, and value of an option that takes none, in their order: a
+    /// letter as "-z", a long option as it was typed. Nothing from a second call.
+    ///
+    /// @param p_notUnderstood  Not owned; null is the plain Parse().
+    void Parse(std::vector<std::string>* p_notUnderstood);
+
     /// Whether the option was given. Before Parse(): false.
     bool HasOption(const std::string& longName) const;
 
     /// The value that was given last, or "".
     std::string GetOptionValue(const std::string& longName) const;
 
+    /// Reads the value as a T: a std::string as it is; an integer or a floating number, decimal and
+    /// whole, in the range of T; a bool from "true", "yes", "on", "1" or nothing, as an option
+    /// without value has it, and "false", "no", "off" or "0".
+    ///
+    /// @return False, with @p p_value untouched, where the option was not given or its value is no
+    /// T.
+    template <typename T>
+    bool ReadOptionValue(const std::string& longName, T* p_value) const;
+
+    /// The value as ReadOptionValue() reads it, or @p fallback.
+    template <typename T>
+    T GetOptionValue(const std::string& longName, const T& fallback) const {
+        T value = fallback;
+        (void)ReadOptionValue(longName, &value);
+        return value;
+    }
+    std::string GetOptionValue(const std::string& longName, const char* fallback) const {
+        return GetOptionValue(longName, std::string(fallback != nullptr ? fallback : ""));
+    }
+
 private:
+    TEVALON_BASE_LOCAL void addLongNames(const char* longName, bool hasArgument, int value,
+                                         const std::vector<const char*>& aliases);
+    TEVALON_BASE_LOCAL void takeOptionWithoutLetter(int value);
+    TEVALON_BASE_LOCAL void keepNotUnderstood(std::vector<std::string>* p_notUnderstood) const;
     TEVALON_BASE_LOCAL void appendHelpLine(const char* longName, char shortName, bool hasLongName,
                                            const std::string& description, bool hasArgument,
                                            const std::vector<const char*>& aliases);
@@ -92,6 +136,29 @@ private:
     std::string m_usageText;
     std::string m_extraText;
 };
+
+template <typename T>
+bool CommandLine::ReadOptionValue(const std::string& longName, T* p_value) const {
+    if (!HasOption(longName)) return false;
+    const std::string text = GetOptionValue(longName);
+    if constexpr (std::is_same_v<T, bool>) {
+        const bool isTrue =
+            text.empty() || text == "true" || text == "yes" || text == "on" || text == "1";
+        if (!isTrue && text != "false" && text != "no" && text != "off" && text != "0") {
+            return false;
+        }
+        *p_value = isTrue;
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        T number = {};
+        const char* const p_end = text.data() + text.size();
+        const std::from_chars_result result = std::from_chars(text.data(), p_end, number);
+        if (result.ec != std::errc() || result.ptr != p_end) return false;
+        *p_value = number;
+    } else {
+        *p_value = text;
+    }
+    return true;
+}
 
 }  // namespace tevalon::base::utils
 

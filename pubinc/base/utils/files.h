@@ -1,4 +1,4 @@
-// files.h: whether a path exists, and removing a folder with all that is in it.
+// files.h: whether a path exists, and two ways to remove a folder with all that is in it.
 
 #ifndef BASE_UTILS_FILES_H
 #define BASE_UTILS_FILES_H
@@ -27,6 +27,18 @@ TEVALON_BASE_EXPORT bool isPathExists(const char* name);
 /// the end, as when something was left in it. Holds one descriptor per level of folders. Any
 /// thread.
 TEVALON_BASE_EXPORT std::int32_t rmDir(const char* dirPath);
+
+/// Removes a folder with all that is in it, and nothing else, whatever others do there meanwhile.
+/// Links are removed, never followed; so are pipes, sockets and devices. Does not enter a folder on
+/// which another file system is mounted. Goes by descriptors (openat), so that a folder which is
+/// replaced by a link on the way is not left; @p dirPath itself must not be a link, but may lead
+/// through some.
+///
+/// Each thing that it cannot remove is reported by an error line, as by rmDir(), and it goes on
+/// with the rest. Returns 0; -1 for null; -2 when the folder cannot be opened; -3 when it cannot be
+/// removed in the end. Holds one descriptor per level of folders. Throws std::bad_alloc. Any
+/// thread; two may remove the same folder, then one of them may report what the other has removed.
+TEVALON_BASE_EXPORT std::int32_t removeFolder(const char* dirPath);
 
 }  // namespace tevalon::base
 

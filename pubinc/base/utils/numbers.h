@@ -26,8 +26,8 @@ TEVALON_BASE_EXPORT std::int32_t dstoull(const std::string& text, unsigned long 
 
 /// Writes @p value, taken as unsigned of its own width, as hexadecimal without prefix or
 /// leading zeros. A value below 16 replaces what @p out held by its one digit; a larger one is
-/// appended to it. Returns 0. For char, int, long, long long and their unsigned kin; any
-/// thread.
+/// appended to it. Returns 0. For every integer type but bool and the character types that are
+/// wider than a byte; any thread.
 ///
 /// @param upper  Whether the letters are capitals.
 template <typename T>
@@ -35,6 +35,9 @@ std::int32_t convert2HexStr(T value, std::string& out, bool upper);
 
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(char, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned char, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(signed char, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(short, std::string&, bool);
+extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned short, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(int, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(unsigned int, std::string&, bool);
 extern template TEVALON_BASE_EXPORT std::int32_t convert2HexStr(long, std::string&, bool);
