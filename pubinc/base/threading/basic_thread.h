@@ -6,8 +6,9 @@
 #include <pthread.h>
 
 #include <cstdint>
-#include <stdexcept>
 #include <utility>
+
+#include "base/synchronization/internal/system_error.h"
 
 namespace tevalon::base::Threading {
 
@@ -24,7 +25,7 @@ public:
     /// std::runtime_error, "Thread initialization failed", when the system refuses.
     explicit BasicThread(T* p_owner) : m_owner(p_owner) {
         if (pthread_create(&m_handle, nullptr, runOwner, p_owner) != 0) {
-            throw std::runtime_error("Thread initialization failed");
+            internal::throwRuntimeError("Thread initialization failed");
         }
     }
 

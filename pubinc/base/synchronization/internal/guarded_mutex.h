@@ -6,28 +6,12 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <mutex>
 
 #include "base/synchronization/internal/system_error.h"
 
 namespace tevalon::base::internal {
-
-inline void lockMutex(pthread_mutex_t* p_mutex) {
-    if (pthread_mutex_lock(p_mutex) != 0) throwSystemError("Mutex lock error: ");
-}
-
-// Throws std::system_error, which is a std::runtime_error too.
-inline void lockMutex(std::mutex* p_mutex) {
-    p_mutex->lock();
-}
-
-inline void unlockMutex(pthread_mutex_t* p_mutex) {
-    if (pthread_mutex_unlock(p_mutex) != 0) throwSystemError("Mutex unlock error: ");
-}
-
-inline void unlockMutex(std::mutex* p_mutex) {
-    p_mutex->unlock();
-}
 
 inline pthread_mutex_t* posixMutex(pthread_mutex_t* p_mutex) {
     return p_mutex;
@@ -40,22 +24,30 @@ inline pthread_mutex_t* posixMutex(std::mutex* p_mutex) {
 // Location as separate arguments, put together only where a call has failed: as static members they
 // were STB_GNU_UNIQUE symbols, which keep a client's module from being unloaded.
 
-template <typename NativeMutex>
-void lockOrLog(NativeMutex* p_mutex, const char* file, int line, const char* function) {
-    try {
-        lockMutex(p_mutex);
-    } catch (const std::runtime_error& error) {
-        logGuardFailure({file, line, function}, error);
+// Nothing is thrown to be caught again: clients built with -fno-exceptions, and those that share
+// these functions with them in one process, get the same line.
+
+inline void lockOrLog(pthread_mutex_t* p_mutex, const char* file, int line, const char* function) {
+    if (pthread_mutex_lock(p_mutex) != 0) {
+        logGuardFailure({file, line, function}, "Mutex lock error: ", errno);
     }
 }
 
-template <typename NativeMutex>
-void unlockOrLog(NativeMutex* p_mutex, const char* file, int line, const char* function) {
-    try {
-        unlockMutex(p_mutex);
-    } catch (const std::runtime_error& error) {
-        logGuardFailure({file, line, function}, error);
+// By its native handle, which is what its lock() locks, and throws the status of.
+inline void lockOrLog(std::mutex* p_mutex, const char* file, int line, const char* function) {
+    const int status = pthread_mutex_lock(p_mutex->native_handle());
+    if (status != 0) logGuardFailure({file, line, function}, nullptr, status);
+}
+
+inline void unlockOrLog(pthread_mutex_t* p_mutex, const char* file, int line,
+                        const char* function) {
+    if (pthread_mutex_unlock(p_mutex) != 0) {
+        logGuardFailure({file, line, function}, "Mutex unlock error: ", errno);
     }
+}
+
+inline void unlockOrLog(std::mutex* p_mutex, const char*, int, const char*) {
+    p_mutex->unlock();
 }
 
 }  // namespace tevalon::base::internal

@@ -24,6 +24,14 @@ struct GuardPlace {
 /// Writes the error line for a failure that a guard caught.
 TEVALON_BASE_EXPORT void logGuardFailure(const GuardPlace& place, const std::runtime_error& error);
 
+/// The same for one that has not been thrown: @p prefix (null adds nothing) and the system's
+/// description of @p error, an errno.
+TEVALON_BASE_EXPORT void logGuardFailure(const GuardPlace& place, const char* prefix, int error);
+
+/// Throws std::runtime_error with this text, also in the name of a client that is built with
+/// -fno-exceptions, which then ends.
+[[noreturn]] TEVALON_BASE_EXPORT void throwRuntimeError(const char* text);
+
 }  // namespace tevalon::base::internal
 
 #endif  // BASE_SYNCHRONIZATION_INTERNAL_SYSTEM_ERROR_H
