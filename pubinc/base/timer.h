@@ -3,6 +3,7 @@
 #ifndef BASE_TIMER_H
 #define BASE_TIMER_H
 
+#include "base/timer/task_handle.h"
 #include "base/timer/timer_execution_context.h"
 #include "base/timer/timer_task.h"
 #include "base/timer/timer_thread.h"
