@@ -2,13 +2,18 @@
 #include <time.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
+#include "base/synchronization.h"
 #include "base/threading.h"
 #include "base/timer.h"
 #include "os/semaphore.h"
 #include "testkit/explore.h"
 
+using tevalon::base::ConditionVariable;
+using tevalon::base::Mutex;
+using tevalon::base::RelockableLock;
 using tevalon::base::Semaphore;
 using tevalon::base::Threading::Runnable;
 using tevalon::base::timer::WatchDog;
@@ -79,6 +84,28 @@ TEVALON_SCENARIO(WatchDogStopAgainstRun) {
         dog.stop();
     }
     TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// Woken for no reason, each waits on, until its time is over, or what it waits for has come.
+TEVALON_SCENARIO_WITH(ConditionTimedWaitAgainstNotifyAll, spuriousWakeUps()) {
+    Mutex mutex;
+    ConditionVariable condition;
+    bool isOpen = false;
+    const auto pass = [&] {
+        RelockableLock lock(mutex);
+        const bool isTold = condition.wait_for(lock, std::chrono::hours(1), [&] { return isOpen; });
+        TEVALON_EXPECT(isTold);
+        TEVALON_EXPECT(isOpen);
+    };
+    std::thread other(pass);
+    std::thread opener([&] {
+        const RelockableLock lock(mutex);
+        isOpen = true;
+        condition.notify_all();
+    });
+    pass();
+    other.join();
+    opener.join();
 }
 
 TEVALON_SCENARIO(RunnableStopEndsIt) {
