@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 #include "base/synchronization.h"
@@ -16,6 +17,7 @@ using tevalon::base::Mutex;
 using tevalon::base::RelockableLock;
 using tevalon::base::Semaphore;
 using tevalon::base::Threading::Runnable;
+using tevalon::base::timer::NamedWatch;
 using tevalon::base::timer::WatchDog;
 
 namespace {
@@ -64,6 +66,33 @@ TEVALON_SCENARIO(WatchDogReportAgainstStopWatch) {
         dog.stopWatch(WatchDog::eWatchID_doOOM);
     }
     TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// The watch ends as it is reported: what its callback needs may go then.
+TEVALON_SCENARIO(NamedWatchEndedAgainstReport) {
+    auto reports = std::make_unique<int>(0);
+    WatchDog dog;
+    {
+        const NamedWatch watch(dog, "own", 0.05,
+                               [p_reports = reports.get()](auto&&...) { ++*p_reports; });
+        sleepMs(100);
+    }
+    TEVALON_EXPECT(*reports <= 1);
+    reports.reset();
+}
+
+// The callback ends its own watch, and another thread begins and ends a second one.
+TEVALON_SCENARIO(NamedWatchEndsItself) {
+    Semaphore ended;
+    WatchDog dog;
+    std::unique_ptr<NamedWatch> watch;
+    watch = std::make_unique<NamedWatch>(dog, "own", 0.05, [&](auto&&...) {
+        watch.reset();
+        ended.post();
+    });
+    std::thread other([&] { const NamedWatch second(dog, "other", 0.05, [](auto&&...) {}); });
+    ended.wait();
+    other.join();
 }
 
 // One callback wins.
