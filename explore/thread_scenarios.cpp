@@ -2,15 +2,22 @@
 #include <time.h>
 
 #include <atomic>
+#include <chrono>
+#include <memory>
 #include <thread>
 
+#include "base/synchronization.h"
 #include "base/threading.h"
 #include "base/timer.h"
 #include "os/semaphore.h"
 #include "testkit/explore.h"
 
+using tevalon::base::ConditionVariable;
+using tevalon::base::Mutex;
+using tevalon::base::RelockableLock;
 using tevalon::base::Semaphore;
 using tevalon::base::Threading::Runnable;
+using tevalon::base::timer::NamedWatch;
 using tevalon::base::timer::WatchDog;
 
 namespace {
@@ -61,6 +68,33 @@ TEVALON_SCENARIO(WatchDogReportAgainstStopWatch) {
     TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
 }
 
+// The watch ends as it is reported: what its callback needs may go then.
+TEVALON_SCENARIO(NamedWatchEndedAgainstReport) {
+    auto reports = std::make_unique<int>(0);
+    WatchDog dog;
+    {
+        const NamedWatch watch(dog, "own", 0.05,
+                               [p_reports = reports.get()](auto&&...) { ++*p_reports; });
+        sleepMs(100);
+    }
+    TEVALON_EXPECT(*reports <= 1);
+    reports.reset();
+}
+
+// The callback ends its own watch, and another thread begins and ends a second one.
+TEVALON_SCENARIO(NamedWatchEndsItself) {
+    Semaphore ended;
+    WatchDog dog;
+    std::unique_ptr<NamedWatch> watch;
+    watch = std::make_unique<NamedWatch>(dog, "own", 0.05, [&](auto&&...) {
+        watch.reset();
+        ended.post();
+    });
+    std::thread other([&] { const NamedWatch second(dog, "other", 0.05, [](auto&&...) {}); });
+    ended.wait();
+    other.join();
+}
+
 // One callback wins.
 TEVALON_SCENARIO(WatchDogSetAgainstReport) {
     Semaphore first;
@@ -79,6 +113,28 @@ TEVALON_SCENARIO(WatchDogStopAgainstRun) {
         dog.stop();
     }
     TEVALON_EXPECT(tevalon::testkit::liveThreads() == 1);
+}
+
+// Woken for no reason, each waits on, until its time is over, or what it waits for has come.
+TEVALON_SCENARIO_WITH(ConditionTimedWaitAgainstNotifyAll, spuriousWakeUps()) {
+    Mutex mutex;
+    ConditionVariable condition;
+    bool isOpen = false;
+    const auto pass = [&] {
+        RelockableLock lock(mutex);
+        const bool isTold = condition.wait_for(lock, std::chrono::hours(1), [&] { return isOpen; });
+        TEVALON_EXPECT(isTold);
+        TEVALON_EXPECT(isOpen);
+    };
+    std::thread other(pass);
+    std::thread opener([&] {
+        const RelockableLock lock(mutex);
+        isOpen = true;
+        condition.notify_all();
+    });
+    pass();
+    other.join();
+    opener.join();
 }
 
 TEVALON_SCENARIO(RunnableStopEndsIt) {

@@ -12,6 +12,7 @@
 using tevalon::base::monotonicSeconds;
 using tevalon::base::Semaphore;
 using tevalon::base::timer::CallableTimerTask;
+using tevalon::base::timer::TaskHandle;
 using tevalon::base::timer::TimerThread;
 using tevalon::testkit::TimeStandsStill;
 
@@ -171,6 +172,39 @@ TEVALON_SCENARIO(TimerThreadCancelSessionAgainstFire) {
     thread.cancelTaskBySessionId(task->sessionId());
     thread.postTask(makeTask(&fired));
     fired.wait();
+}
+
+// Done or cancelled, and destroyed by whoever has come first.
+TEVALON_SCENARIO(TaskHandleCancelAgainstRun) {
+    int runs = 0;
+    const auto held = std::make_shared<int>(0);
+    TimerThread thread;
+    TaskHandle handle = thread.post([&runs, held] { ++runs; }, 0);
+    const bool isCancelled = handle.cancel();
+    thread.stop();
+    TEVALON_EXPECT(runs == (isCancelled ? 0 : 1));
+    TEVALON_EXPECT(held.use_count() == 1);
+}
+
+// Its thread goes meanwhile: the task is the last holder's.
+TEVALON_SCENARIO(TaskHandleCancelAgainstDestruction) {
+    const auto held = std::make_shared<int>(0);
+    auto thread = std::make_unique<TimerThread>();
+    TaskHandle handle = thread->post([held] {}, kTenMs);
+    std::thread other([&] { (void)handle.cancel(); });
+    thread.reset();
+    other.join();
+    TEVALON_EXPECT(held.use_count() == 1);
+}
+
+TEVALON_SCENARIO(TaskHandleCancelAgainstCancel) {
+    std::atomic<int> cancelled{0};
+    TimerThread thread;
+    TaskHandle handle = thread.post([] {}, kTenMs);
+    std::thread other([&, copy = handle]() mutable { cancelled += copy.cancel() ? 1 : 0; });
+    cancelled += handle.cancel() ? 1 : 0;
+    other.join();
+    TEVALON_EXPECT(cancelled <= 1);
 }
 
 // The task posts itself again, and stops its own thread.

@@ -307,4 +307,13 @@ __attribute__((noinline, cold)) Task TimerThread::popInForkedChild() {
 
 void TimerThread::debugIterateTaskQueue(const char*) {}
 
+namespace internal {
+
+void markCancelled(TimerTaskBase& task) {
+    task.setNextFireTime(kNoFireTime);
+    if (record::isOn()) record::taskCancelled(&task, task.taskId(), task.sessionId());
+}
+
+}  // namespace internal
+
 }  // namespace tevalon::base::timer

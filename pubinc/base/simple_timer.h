@@ -3,12 +3,15 @@
 #ifndef BASE_SIMPLE_TIMER_H
 #define BASE_SIMPLE_TIMER_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "base/export.h"
+#include "base/utils/monotonic_time.h"
 
 namespace tevalon::base::simple_timer {
 
@@ -23,6 +26,20 @@ struct TimeoutTime {
     std::int32_t msec;
     std::int32_t usec;
 };
+
+/// @p timeout rounded up to whole microseconds, so that no timer fires early; nothing where it is
+/// negative or no number, 68 years where it is longer. For what takes a TimeoutTime:
+///
+///     timer.changeTimeout(toTimeoutTime(250ms));
+template <typename Rep, typename Period>
+constexpr TimeoutTime toTimeoutTime(std::chrono::duration<Rep, Period> timeout) {
+    const double seconds = toSeconds(timeout);
+    if (!(seconds > 0)) return {0, 0, 0};
+    if (seconds >= INT32_MAX) return {INT32_MAX, 0, 0};
+    const std::int64_t usec = std::chrono::ceil<std::chrono::microseconds>(timeout).count();
+    return {static_cast<std::int32_t>(usec / 1'000'000), 0,
+            static_cast<std::int32_t>(usec % 1'000'000)};
+}
 
 enum TimerType_e : std::int32_t {
     ONCE = 0,      ///< Fires once and is stopped then.
@@ -69,6 +86,11 @@ public:
     /// @param userData  Handed to the handler; not owned.
     Timer(std::string name, TimeoutTime timeout, TimerHandler handler, void* userData,
           TimerType_e type);
+    /// The same for a std::chrono duration.
+    template <typename Rep, typename Period>
+    Timer(std::string name, std::chrono::duration<Rep, Period> timeout, TimerHandler handler,
+          void* userData, TimerType_e type)
+        : Timer(std::move(name), toTimeoutTime(timeout), std::move(handler), userData, type) {}
     /// Stops the timer and waits for its handler.
     ~Timer();
 

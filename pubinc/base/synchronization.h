@@ -7,6 +7,7 @@
 #include "base/synchronization/condition_variable.h"
 #include "base/synchronization/lock_guard.h"
 #include "base/synchronization/mutex.h"
+#include "base/synchronization/relockable_lock.h"
 #include "base/synchronization/thread_annotations.h"
 #include "base/synchronization/unique_lock.h"
 

@@ -13,6 +13,7 @@
 #include "base/logging/blog.h"
 #include "base/singleton.h"
 #include "base/synchronization/lock_guard.h"
+#include "base/timer/internal/own_watch.h"
 #include "os/forked_child.h"
 #include "os/monotonic_time.h"
 #include "os/own_thread.h"
@@ -209,6 +210,7 @@ void WatchDog::checkAll(std::vector<int>* p_logged) {
                 getWatchIdName(id), report->seconds);
         if (p_logged != nullptr) p_logged->push_back(i);
     }
+    internal::OwnWatch::checkAll(this);
 }
 
 // The callback is taken along under the lock and called without it: it may begin or end watches.

@@ -209,6 +209,20 @@ TEST_F(RecordedFamiliesTest, TasksThatAreRunAndCancelled) {
     EXPECT_EQ(ofWorker[1].substr(ofWorker[1].rfind(' ')), " ended");
 }
 
+TEST_F(RecordedFamiliesTest, WorkThatIsCancelledByItsHandle) {
+    timer::TimerThread thread;
+    timer::TaskHandle handle = thread.post([] {}, 1'000'000);
+    EXPECT_TRUE(handle.cancel());
+    EXPECT_FALSE(handle.cancel());
+    thread.stop();
+
+    const Lines own = ownLines();
+    ASSERT_EQ(own.size(), 2U);
+    const std::string task = own[1].substr(0, own[1].rfind(' '));
+    EXPECT_EQ(own[0], task + " posted, due in N ms");
+    EXPECT_EQ(own[1], task + " cancelled");
+}
+
 TEST_F(RecordedFamiliesTest, ATimerThatIsDueAndOneThatIsStopped) {
     test::Event hasRun;
     {

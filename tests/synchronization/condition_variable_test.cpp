@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -22,12 +27,14 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using test::Call;
 using test::When;
 using tevalon::base::AutoLock;
 using tevalon::base::ConditionVariable;
 using tevalon::base::LockGuard;
 using tevalon::base::Mutex;
+using tevalon::base::RelockableLock;
 using tevalon::base::UniqueLock;
 
 /// What @p action throws with errno at @p error before; "" when it throws nothing.
@@ -246,6 +253,248 @@ TEST(ConditionVariableTest, WakesAsManyWaitersAsItIsNotified) {
 
     EXPECT_EQ(taken, kWaiters);
     EXPECT_EQ(tokens, 0);
+}
+
+TEST(ConditionVariableTest, NotifyAllWakesAllThatWait) {
+    constexpr int kWaiters = 3;
+    Mutex mutex;
+    ConditionVariable condition;
+    test::Countdown waiting(kWaiters);
+    bool isOpen = false;
+    int passed = 0;
+    std::thread waiters[kWaiters];
+    for (std::thread& waiter : waiters) {
+        waiter = std::thread([&] {
+            RelockableLock lock(mutex);
+            waiting.arrive();
+            condition.wait(lock, [&] { return isOpen; });
+            ++passed;
+        });
+    }
+    ASSERT_TRUE(waiting.wait());
+    {
+        const LockGuard lock(mutex);
+        isOpen = true;
+        condition.notify_all();
+    }
+    for (std::thread& waiter : waiters) waiter.join();
+
+    EXPECT_EQ(passed, kWaiters);
+}
+
+TEST(ConditionVariableTest, NotifyAllThrowsWhenItFails) {
+    ConditionVariable condition;
+    test::FailCall fail(Call::PthreadCondBroadcast, EINVAL, When().times(2));
+    const auto notify = [&] { condition.notify_all(); };
+
+    EXPECT_EQ(thrownText(EDOM, notify),
+              "ConditionVariable notify_all error: " + std::string(std::strerror(EDOM)));
+    EXPECT_EQ(thrownText(0, notify), "ConditionVariable notify_all error: Success");
+}
+
+/// What a wait is given as its end, and how it ends: once the condition variable is woken @p wakes
+/// times, for no reason, the time is over.
+struct ScriptedWait {
+    explicit ScriptedWait(int wakes)
+        : m_wait(
+              Call::PthreadCondClockwait,
+              [this, wakes](pthread_cond_t*, pthread_mutex_t* p_mutex, clockid_t waitClock,
+                            const timespec* p_deadline) {
+                  clock = waitClock;
+                  deadline = *p_deadline;
+                  mutex = p_mutex;
+                  return ++waits > wakes ? ETIMEDOUT : 0;
+              },
+              When().everyTime()) {}
+
+    int waits = 0;
+    clockid_t clock = -1;
+    timespec deadline{};
+    pthread_mutex_t* mutex = nullptr;
+
+private:
+    test::ReplaceCall<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)> m_wait;
+};
+
+timespec monotonicTime() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now;
+}
+
+std::int64_t nanosecondsFrom(const timespec& begin, const timespec& end) {
+    return std::int64_t{end.tv_sec - begin.tv_sec} * 1'000'000'000 + (end.tv_nsec - begin.tv_nsec);
+}
+
+TEST(ConditionVariableTest, TimedWaitsCountOnTheMonotonicClock) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    ScriptedWait script(0);
+    const timespec before = monotonicTime();
+
+    EXPECT_FALSE(condition.wait_for(lock, 1500ms));
+
+    EXPECT_EQ(script.clock, CLOCK_MONOTONIC);
+    EXPECT_EQ(script.mutex, mutex.nativeHandle());
+    EXPECT_GE(nanosecondsFrom(before, script.deadline), 1'500'000'000);
+    EXPECT_LE(nanosecondsFrom(monotonicTime(), script.deadline), 1'500'000'000);
+    const auto moment = std::chrono::steady_clock::time_point(3s + 7ns);
+    EXPECT_FALSE(condition.wait_until(lock, moment));
+    EXPECT_EQ(script.deadline.tv_sec, 3);
+    EXPECT_EQ(script.deadline.tv_nsec, 7);
+}
+
+TEST(ConditionVariableTest, NoDurationIsTooLongOrTooShortForAWait) {
+    using Seconds = std::chrono::duration<double>;
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    ScriptedWait script(0);
+    const auto secondsOf = [&](auto duration) {
+        const timespec before = monotonicTime();
+        EXPECT_FALSE(condition.wait_for(lock, duration));
+        return nanosecondsFrom(before, script.deadline) / 1'000'000'000;
+    };
+
+    EXPECT_EQ(secondsOf(std::chrono::hours::max()), 1'000'000'000);
+    EXPECT_EQ(secondsOf(std::chrono::nanoseconds::max()), 1'000'000'000);
+    EXPECT_EQ(secondsOf(Seconds(std::numeric_limits<double>::infinity())), 1'000'000'000);
+    const timespec before = monotonicTime();
+    (void)condition.wait_for(lock, std::chrono::duration<double, std::nano>(0.25));
+    EXPECT_GE(nanosecondsFrom(before, script.deadline), 1);
+    for (const Seconds over : {Seconds(0), Seconds(-1), Seconds(std::nan(""))}) {
+        (void)condition.wait_for(lock, over);
+        EXPECT_EQ(script.deadline.tv_sec, 0);
+        EXPECT_EQ(script.deadline.tv_nsec, 0);
+    }
+    (void)condition.wait_until(lock, std::chrono::steady_clock::time_point::max());
+    EXPECT_EQ(script.deadline.tv_sec, 2'000'000'000);
+    (void)condition.wait_until(lock, std::chrono::steady_clock::time_point::min());
+    EXPECT_EQ(script.deadline.tv_sec, 0);
+}
+
+TEST(ConditionVariableTest, WithoutAClockTheTimeIsOver) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    test::FailCall noClock(Call::ClockGettime, EIO);
+
+    EXPECT_FALSE(condition.wait_for(lock, 1h));
+}
+
+TEST(ConditionVariableTest, ATimedWaitIsNotOverBeforeItsTimeAndHoldsTheLockThen) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    const timespec before = monotonicTime();
+
+    EXPECT_FALSE(condition.wait_for(lock, 20ms, [] { return false; }));
+
+    EXPECT_GE(nanosecondsFrom(before, monotonicTime()), 20'000'000);
+    EXPECT_TRUE(lock.owns_lock());
+    EXPECT_TRUE(isHeld(mutex.nativeHandle()));
+}
+
+TEST(ConditionVariableTest, ATimedWaitSaysWhetherItWasWoken) {
+    Mutex mutex;
+    ConditionVariable condition;
+    UniqueLock lock(mutex);
+    ScriptedWait script(1);
+
+    EXPECT_TRUE(condition.wait_for(lock, 1h));
+    EXPECT_FALSE(condition.wait_for(lock, 1h));
+}
+
+TEST(ConditionVariableTest, AWaitWithAPredicateTakesNoNoticeOfSpuriousWakeUps) {
+    Mutex mutex;
+    ConditionVariable condition;
+    UniqueLock lock(mutex);
+    int asked = 0;
+    {
+        ScriptedWait script(3);
+        EXPECT_FALSE(condition.wait_for(lock, 1h, [&] { return ++asked > 10; }));
+        EXPECT_EQ(script.waits, 4);
+        EXPECT_EQ(asked, 5);
+    }
+    {
+        ScriptedWait script(3);
+        asked = 0;
+        EXPECT_TRUE(condition.wait_until(lock, std::chrono::steady_clock::now() + 1h,
+                                         [&] { return ++asked == 3; }));
+        EXPECT_EQ(script.waits, 2);
+    }
+}
+
+TEST(ConditionVariableTest, APredicateThatComesTrueAtTheLastMomentCounts) {
+    Mutex mutex;
+    ConditionVariable condition;
+    UniqueLock lock(mutex);
+    ScriptedWait script(0);
+    int asked = 0;
+
+    EXPECT_TRUE(condition.wait_for(lock, 1h, [&] { return ++asked == 2; }));
+    EXPECT_EQ(script.waits, 1);
+}
+
+TEST(ConditionVariableTest, APredicateThatIsTrueAlreadyIsNotWaitedFor) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    test::CountCalls waits(Call::PthreadCondWait, When().everyTime());
+    test::CountCalls timedWaits(Call::PthreadCondClockwait, When().everyTime());
+    const auto yes = [] { return true; };
+
+    condition.wait(lock, yes);
+    EXPECT_TRUE(condition.wait_for(lock, 1h, yes));
+    EXPECT_TRUE(condition.wait_until(lock, std::chrono::steady_clock::now() + 1h, yes));
+
+    EXPECT_EQ(waits.seen(), 0);
+    EXPECT_EQ(timedWaits.seen(), 0);
+}
+
+TEST(ConditionVariableTest, TimedWaitsThrowLikeOthers) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    {
+        test::FailCall fail(Call::PthreadCondClockwait, EINVAL);
+        EXPECT_EQ(thrownText(EDOM, [&] { (void)condition.wait_for(lock, 1h); }),
+                  "ConditionVariable cond_wait error: " + std::string(std::strerror(EDOM)));
+    }
+    lock.unlock();
+    std::unique_lock<Mutex> standard(mutex, std::defer_lock);
+    const std::string text = "ConditionVariable wait error: Success";
+    EXPECT_EQ(thrownText(0, [&] { (void)condition.wait_for(lock, 1h); }), text);
+    EXPECT_EQ(thrownText(0, [&] { condition.wait(lock); }), text);
+    EXPECT_EQ(thrownText(0, [&] { condition.wait(standard); }), text);
+}
+
+/// Waits with each kind of lock until another thread has set a flag.
+template <typename Lock, typename WaitedMutex>
+void handOverTimed(WaitedMutex& mutex) {
+    ConditionVariable condition;
+    bool ready = false;
+    Lock lock(mutex);
+    std::thread setter([&] {
+        const LockGuard guard(mutex);
+        ready = true;
+        condition.notify_all();
+    });
+
+    EXPECT_TRUE(condition.wait_for(lock, test::kPatience, [&] { return ready; }));
+    condition.wait(lock, [&] { return ready; });
+
+    setter.join();
+}
+
+TEST(ConditionVariableTest, WaitsWithAnyKindOfLock) {
+    Mutex mutex;
+    std::mutex standard;
+    handOverTimed<UniqueLock<pthread_mutex_t>>(mutex);
+    handOverTimed<UniqueLock<std::mutex>>(standard);
+    handOverTimed<RelockableLock>(mutex);
+    handOverTimed<std::unique_lock<Mutex>>(mutex);
 }
 
 TEST(ConditionVariableTest, IsNotCopied) {

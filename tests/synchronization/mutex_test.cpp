@@ -6,11 +6,15 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 #include "support/fault_injection.h"
+#include "support/threads.h"
+#include "synchronization/guard_tests.h"
 
 namespace {
 
@@ -84,6 +88,92 @@ TEST(MutexTest, IsDestroyedOnceWhateverCameOfIt) {
     p_mutex.reset();
 
     EXPECT_EQ(destroyed.seen(), 1);
+}
+
+TEST(MutexTest, IsLockedTriedAndUnlocked) {
+    Mutex mutex;
+
+    mutex.lock();
+    EXPECT_TRUE(isHeld(mutex.nativeHandle()));
+    EXPECT_FALSE(mutex.try_lock());
+    mutex.unlock();
+    EXPECT_FALSE(isHeld(mutex.nativeHandle()));
+
+    ASSERT_TRUE(mutex.try_lock());
+    EXPECT_TRUE(isHeld(mutex.nativeHandle()));
+    mutex.unlock();
+    EXPECT_FALSE(isHeld(mutex.nativeHandle()));
+}
+
+TEST(MutexTest, WorksInTheGuardsOfTheStandardLibrary) {
+    Mutex first;
+    Mutex second;
+    {
+        const std::lock_guard<Mutex> lock(first);
+        EXPECT_TRUE(isHeld(first.nativeHandle()));
+    }
+    {
+        const std::scoped_lock lock(first, second);
+        EXPECT_TRUE(isHeld(first.nativeHandle()));
+        EXPECT_TRUE(isHeld(second.nativeHandle()));
+    }
+    {
+        std::unique_lock<Mutex> lock(first);
+        lock.unlock();
+        EXPECT_FALSE(isHeld(first.nativeHandle()));
+        EXPECT_TRUE(lock.try_lock());
+    }
+    EXPECT_FALSE(isHeld(first.nativeHandle()));
+    EXPECT_FALSE(isHeld(second.nativeHandle()));
+}
+
+TEST(MutexTest, ExcludesOthersAndShowsThemWhatWasWritten) {
+    constexpr int kRounds = 1000;
+    Mutex mutex;
+    int count = 0;
+    test::runAtOnce(3, [&](int) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (i % 2 == 0) {
+                mutex.lock();
+            } else {
+                while (!mutex.try_lock()) std::this_thread::yield();
+            }
+            ++count;
+            mutex.unlock();
+        }
+    });
+
+    EXPECT_EQ(count, 3 * kRounds);
+}
+
+TEST(MutexTest, ThrowsWithTheDescriptionOfErrnoWhenItCannotBeLocked) {
+    Mutex mutex;
+    test::FailCall fail(Call::PthreadMutexLock, EINVAL, When().on(mutex.nativeHandle()));
+    std::string text;
+    errno = EDOM;
+
+    try {
+        mutex.lock();
+    } catch (const std::runtime_error& error) {
+        text = error.what();
+    }
+
+    EXPECT_EQ(text, "Mutex lock error: " + std::string(std::strerror(EDOM)));
+    EXPECT_FALSE(isHeld(mutex.nativeHandle()));
+}
+
+TEST(MutexTest, AFailedUnlockIsNotReported) {
+    const test::LogCapture log;
+    Mutex mutex;
+    mutex.lock();
+    test::FailCall fail(Call::PthreadMutexUnlock, EPERM,
+                        When().on(mutex.nativeHandle()).afterTheCall());
+
+    mutex.unlock();
+
+    EXPECT_EQ(fail.hits(), 1);
+    EXPECT_TRUE(noexcept(mutex.unlock()));
+    EXPECT_TRUE(log.entries().empty());
 }
 
 TEST(MutexTest, IsNotCopied) {

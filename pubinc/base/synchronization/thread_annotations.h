@@ -31,6 +31,8 @@
 #define TEVALON_EXCLUDES(...) TEVALON_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 /// On a function: returns with the lock held.
 #define TEVALON_ACQUIRE(...) TEVALON_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+/// On a function: returns with the lock held where it returns what is given first.
+#define TEVALON_TRY_ACQUIRE(...) TEVALON_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 /// On a function: releases the lock.
 #define TEVALON_RELEASE(...) TEVALON_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// On a function: its body is not checked. Say why beside it.

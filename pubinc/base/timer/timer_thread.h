@@ -3,10 +3,14 @@
 #ifndef BASE_TIMER_TIMER_THREAD_H
 #define BASE_TIMER_TIMER_THREAD_H
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "base/export.h"
+#include "base/timer/internal/posted_task.h"
+#include "base/timer/task_handle.h"
 #include "base/timer/timer_task.h"
 
 namespace tevalon::base::timer {
@@ -16,6 +20,7 @@ namespace tevalon::base::timer {
 ///
 ///     TimerThread thread;
 ///     thread.postTask(task, 250);   // Starts the thread, and fires the task in 250 ms.
+///     thread.post([] { ... }, 1s);  // The same with a callable.
 ///
 /// Lifecycle: the first post starts the thread, stop() ends it; tasks that are queued then
 /// stay, and the next post starts a thread that runs them. Tasks still queued
@@ -63,6 +68,28 @@ public:
 
     /// The same for @p delayMs milliseconds from now; negative is in the past.
     void postTask(std::shared_ptr<TimerTaskBase> task, std::int32_t delayMs);
+    /// The same for a std::chrono duration, however short or long.
+    template <typename Rep, typename Period>
+    void postTask(std::shared_ptr<TimerTaskBase> task, std::chrono::duration<Rep, Period> delay) {
+        internal::setDelay(task.get(), delay);
+        postTask(std::move(task));
+    }
+
+    /// Has a copy of @p work, which may be moved into it, called once, @p delayMs milliseconds from
+    /// now; negative is in the past. It must not throw, and is destroyed on the thread right after
+    /// its call, or when the handle cancels it. Throws as start() does; @p work is not called then.
+    template <typename Work>
+    TaskHandle post(Work&& work, std::int32_t delayMs) {
+        return post(std::forward<Work>(work), std::chrono::milliseconds(delayMs));
+    }
+    /// The same for a std::chrono duration.
+    template <typename Work, typename Rep, typename Period>
+    TaskHandle post(Work&& work, std::chrono::duration<Rep, Period> delay) {
+        auto task = internal::makePostedTask(std::forward<Work>(work));
+        TaskHandle handle(task);
+        postTask(std::move(task), delay);
+        return handle;
+    }
 
     /// Cancels the queued task with this session id. It keeps its place, and counts as queued,
     /// until it gets to the front, where it is dropped. The task in hand is not affected.

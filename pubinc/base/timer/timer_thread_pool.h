@@ -4,13 +4,17 @@
 #define BASE_TIMER_TIMER_THREAD_POOL_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "base/export.h"
 #include "base/synchronization/mutex.h"
 #include "base/synchronization/thread_annotations.h"
+#include "base/timer/internal/posted_task.h"
+#include "base/timer/task_handle.h"
 #include "base/timer/timer_task.h"
 #include "base/timer/timer_thread.h"
 
@@ -52,7 +56,54 @@ public:
     /// tasks, the one in hand included.
     static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
 
+    enum class Thread : std::int32_t {
+        Main,
+        Foreground,
+        Background,
+        Worker,  ///< The one that postWorkerTask() would choose, when the task is posted.
+    };
+
+    /// Posts as the function above for that thread, for @p delayMs milliseconds from now; negative
+    /// is in the past.
+    static void postTask(Thread thread, std::shared_ptr<TimerTaskBase> task, std::int32_t delayMs) {
+        postTask(thread, std::move(task), std::chrono::milliseconds(delayMs));
+    }
+    /// The same for a std::chrono duration.
+    template <typename Rep, typename Period>
+    static void postTask(Thread thread, std::shared_ptr<TimerTaskBase> task,
+                         std::chrono::duration<Rep, Period> delay) {
+        internal::setDelay(task.get(), delay);
+        postTo(thread, std::move(task));
+    }
+
+    /// As TimerThread::post(), on that thread. Work that is dropped, for want of workers, is
+    /// destroyed.
+    template <typename Work>
+    static TaskHandle post(Thread thread, Work&& work, std::int32_t delayMs) {
+        return post(thread, std::forward<Work>(work), std::chrono::milliseconds(delayMs));
+    }
+    template <typename Work, typename Rep, typename Period>
+    static TaskHandle post(Thread thread, Work&& work, std::chrono::duration<Rep, Period> delay) {
+        auto task = internal::makePostedTask(std::forward<Work>(work));
+        TaskHandle handle(task);
+        postTask(thread, std::move(task), delay);
+        return handle;
+    }
+
 private:
+    static void postTo(Thread thread, std::shared_ptr<TimerTaskBase> task) {
+        switch (thread) {
+            case Thread::Main:
+                return postMainThreadTask(std::move(task));
+            case Thread::Foreground:
+                return postForegroundTask(std::move(task));
+            case Thread::Background:
+                return postBackgroundTask(std::move(task));
+            case Thread::Worker:
+                return postWorkerTask(std::move(task));
+        }
+    }
+
     TEVALON_BASE_LOCAL static void resetInForkedChild();
     TEVALON_BASE_LOCAL void postToWorker(std::shared_ptr<TimerTaskBase> task)
         TEVALON_EXCLUDES(m_workersMutex);

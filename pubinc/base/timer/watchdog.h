@@ -4,6 +4,7 @@
 #define BASE_TIMER_WATCHDOG_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -12,12 +13,18 @@
 #include "base/synchronization/mutex.h"
 #include "base/synchronization/thread_annotations.h"
 #include "base/threading/basic_thread.h"
+#include "base/utils/monotonic_time.h"
 
 namespace tevalon::base::timer {
 
+namespace internal {
+class OwnWatch;
+}
+
 /// Watches a fixed set of operations. Ten times a second its thread looks at all of them, and
 /// reports each that has run longer than it may, then again after every further period of that
-/// length, until its watch is stopped.
+/// length, until its watch is stopped. ScopedWatch does so for a scope; a NamedWatch is a client's
+/// own.
 ///
 /// Times are seconds on the monotonic clock.
 ///
@@ -120,6 +127,12 @@ public:
     ///
     /// @param seconds  Allowed; 0 or less is overdue at every check.
     void beginWatch(WATCH_ID id, double seconds) TEVALON_EXCLUDES(m_mutex);
+    /// The same for a std::chrono duration. Of its own name, for clients take beginWatch()'s
+    /// address.
+    template <typename Rep, typename Period>
+    void beginWatchFor(WATCH_ID id, std::chrono::duration<Rep, Period> allowed) {
+        beginWatch(id, toSeconds(allowed));
+    }
 
     /// Ends the watch of @p id, if there is one. An @p id that cannot be watched is reported. A
     /// report that is on its way may still arrive.
@@ -137,6 +150,7 @@ public:
 
 private:
     friend class WatchLooker;
+    friend class internal::OwnWatch;
 
     static constexpr int kWatchCount = eWatchIDCount;
 

@@ -1,0 +1,328 @@
+#include "base/timer/named_watch.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/timer/scoped_watch.h"
+#include "support/fresh_process.h"
+#include "timer/watchdog_fixtures.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace tevalon::base;
+using namespace tevalon::base::timer;
+using test::LogCapture;
+
+using Report = std::pair<std::string, double>;
+
+/// A watchdog that the test has check its watches, at times that it sets.
+class NamedWatchTest : public testing::Test {
+protected:
+    /// One check at @p time.
+    void checkAt(double time) {
+        m_clock.set(time);
+        EXPECT_TRUE(m_held->checkTimers().empty());
+    }
+    WatchDog& dog() { return *m_held.operator->(); }
+    NamedWatch::Callback note() {
+        return [this](const std::string& name, double seconds) {
+            m_reports.emplace_back(name, seconds);
+        };
+    }
+    std::vector<Report> takeReports() { return std::exchange(m_reports, {}); }
+
+    HeldWatchDog m_held;
+    TurnedClock m_clock{100};
+    std::vector<Report> m_reports;
+};
+
+TEST_F(NamedWatchTest, IsReportedToItsCallbackAlone) {
+    LogCapture log(kLogDebug);
+    const NamedWatch watch(dog(), "tune", 0.5, note());
+
+    checkAt(100.5);
+    EXPECT_EQ(takeReports(), std::vector<Report>{});
+    checkAt(100.75);
+
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 0.75}}));
+    EXPECT_TRUE(log.entries().empty());
+    EXPECT_EQ(watch.name(), "tune");
+}
+
+TEST_F(NamedWatchTest, TheFixedSetsCallbackHearsNothingOfIt) {
+    int fixed = 0;
+    dog().setTimeoutCallback(
+        [](void* p_count, WatchDog::WATCH_ID, double) { ++*static_cast<int*>(p_count); }, &fixed);
+    const NamedWatch watch(dog(), "tune", 0.5, note());
+    dog().beginWatch(WatchDog::eWatchID_doOOM, 0.5);
+
+    checkAt(101);
+
+    EXPECT_EQ(fixed, 1);
+    EXPECT_EQ(takeReports().size(), 1U);
+}
+
+TEST_F(NamedWatchTest, IsReportedAgainAfterEveryPeriodWithTheTotal) {
+    const NamedWatch watch(dog(), "tune", 1s, note());
+
+    checkAt(101.5);
+    checkAt(102.25);
+    checkAt(103);
+
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 1.5}, {"tune", 3.0}}));
+}
+
+TEST_F(NamedWatchTest, ARestartBeginsAnew) {
+    NamedWatch watch(dog(), "tune", 1s, note());
+    checkAt(101.5);
+    (void)takeReports();
+    m_clock.set(102);
+
+    watch.restart();
+
+    checkAt(103);
+    EXPECT_EQ(takeReports(), std::vector<Report>{});
+    checkAt(103.5);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 1.5}}));
+}
+
+TEST_F(NamedWatchTest, IsNotReportedAfterItsEnd) {
+    std::optional<NamedWatch> first(std::in_place, dog(), "first", 1s, note());
+    std::optional<NamedWatch> second(std::in_place, dog(), "second", 1s, note());
+    std::optional<NamedWatch> third(std::in_place, dog(), "third", 1s, note());
+
+    second.reset();
+    checkAt(102);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"first", 2}, {"third", 2}}));
+    first.reset();
+    checkAt(104);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"third", 4}}));
+    third.reset();
+    checkAt(106);
+    EXPECT_EQ(takeReports(), std::vector<Report>{});
+}
+
+TEST_F(NamedWatchTest, WithoutAPeriodIsReportedOnceAtEveryCheck) {
+    const NamedWatch none(dog(), "none", 0.0, note());
+    const NamedWatch negative(dog(), "negative", -1s, note());
+    const NamedWatch endless(dog(), "endless", std::numeric_limits<double>::infinity(), note());
+    const NamedWatch unknown(dog(), "unknown", std::numeric_limits<double>::quiet_NaN(), note());
+
+    checkAt(101);
+    checkAt(102);
+
+    EXPECT_EQ(takeReports(),
+              (std::vector<Report>{{"none", 1}, {"negative", 1}, {"none", 2}, {"negative", 2}}));
+}
+
+TEST_F(NamedWatchTest, WithoutAClockIsNeverReported) {
+    m_clock.setFailing(true);
+    const NamedWatch watch(dog(), "tune", 1s, note());
+    m_clock.setFailing(false);
+
+    checkAt(1000);
+
+    EXPECT_EQ(takeReports(), std::vector<Report>{});
+}
+
+TEST_F(NamedWatchTest, ItsCallbackMayEndItAndOthersAndBeginMore) {
+    std::unique_ptr<NamedWatch> other;
+    std::unique_ptr<NamedWatch> more;
+    std::unique_ptr<NamedWatch> watch;
+    watch = std::make_unique<NamedWatch>(
+        dog(), "tune", 1s, [&, kept = std::string(100, 'x')](const std::string& name, double s) {
+            watch.reset();
+            other.reset();
+            more = std::make_unique<NamedWatch>(dog(), "more", 1s, note());
+            m_reports.emplace_back(name + kept.substr(0, 1), s);  // Both are still there.
+        });
+    other = std::make_unique<NamedWatch>(dog(), "other", 1s, note());
+
+    checkAt(102);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tunex", 2}}));
+    checkAt(104);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"more", 2}}));
+}
+
+TEST_F(NamedWatchTest, ItsCallbackMayRestartIt) {
+    std::optional<NamedWatch> watch;
+    watch.emplace(dog(), "tune", 1s, [&](const std::string& name, double seconds) {
+        m_reports.emplace_back(name, seconds);
+        watch->restart();
+    });
+
+    checkAt(102);
+    checkAt(104);
+
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 2}, {"tune", 2}}));
+}
+
+// On the real thread from here on.
+
+TEST(NamedWatchThreadTest, IsReportedOnTheThreadOfTheFixedSet) {
+    WatchDog dog;
+    test::Event isReported;
+    std::int32_t by = 0;
+    static std::int32_t s_fixedBy = 0;
+    static test::Event s_isFixedReported;
+    dog.setTimeoutCallback(
+        [](void*, WatchDog::WATCH_ID, double) {
+            s_fixedBy = currentThread();
+            s_isFixedReported.set();
+        },
+        nullptr);
+    const ScopedWatch fixed(dog, WatchDog::eWatchID_doOOM, 1ms);
+
+    const NamedWatch watch(dog, "tune", 1ms, [&](const std::string&, double seconds) {
+        if (isReported.isSet()) return;
+        by = currentThread();
+        EXPECT_GE(seconds, 0.001);
+        isReported.set();
+    });
+
+    ASSERT_TRUE(isReported.wait());
+    ASSERT_TRUE(s_isFixedReported.wait());
+    EXPECT_EQ(by, s_fixedBy);
+    EXPECT_NE(by, currentThread());
+}
+
+TEST(NamedWatchThreadTest, ItsEndWaitsForAReportThatGoesOn) {
+    WatchDog dog;
+    test::Event entered;
+    test::Event release;
+    auto watch = std::make_unique<NamedWatch>(dog, "tune", 1ms, [&](const std::string&, double) {
+        entered.set();
+        EXPECT_TRUE(release.wait());
+    });
+    ASSERT_TRUE(entered.wait());
+    test::Event isWaiting;
+    bool hasReturned = false;
+    {
+        test::RunAtCall atWait(test::Call::PthreadCondWait, [&] {
+            isWaiting.set();
+            EXPECT_FALSE(hasReturned);
+            release.set();
+        });
+        watch.reset();
+        hasReturned = true;
+    }
+    EXPECT_TRUE(isWaiting.isSet());
+}
+
+TEST(NamedWatchThreadTest, ACallbackThatEndsItsThreadDoesNotKeepTheEndWaiting) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        auto dog = std::make_unique<WatchDog>();
+        test::Event entered;
+        auto watch =
+            std::make_unique<NamedWatch>(*dog, "tune", 1ms, [&](const std::string&, double) {
+                entered.set();
+                pthread_exit(nullptr);
+            });
+        ASSERT_TRUE(entered.wait());
+        watch.reset();
+        dog.reset();
+    });
+}
+
+/// What @p check returns in a forked child.
+template <typename Check>
+bool holdsInForkedChild(Check check) {
+    const pid_t child = fork();
+    if (child == 0) _exit(check() ? 0 : 1);
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(NamedWatchThreadTest, IsNotWatchedInAForkedChildUntilItIsRestarted) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        WatchDog dog;
+        test::Event entered;
+        test::Event release;
+        test::Event again;
+        pid_t parent = getpid();
+        std::optional<NamedWatch> watch;
+        std::optional<NamedWatch> other;
+        watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
+            if (getpid() != parent) {
+                again.set();
+                return;
+            }
+            entered.set();
+            (void)release.wait();
+        });
+        other.emplace(dog, "other", 1h, [](const std::string&, double) {});
+        ASSERT_TRUE(entered.wait());
+
+        // The parent's report goes on for ever there.
+        EXPECT_TRUE(holdsInForkedChild([&] {
+            other.reset();
+            watch->restart();
+            const bool isReported = again.wait();
+            watch.reset();
+            return isReported;
+        }));
+        release.set();
+    });
+}
+
+TEST(NamedWatchThreadTest, EndsInAForkedChildWithoutWaitingForTheParentsReport) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        WatchDog dog;
+        test::Event entered;
+        test::Event release;
+        std::optional<NamedWatch> watch;
+        watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
+            entered.set();
+            (void)release.wait();
+        });
+        ASSERT_TRUE(entered.wait());
+
+        EXPECT_TRUE(holdsInForkedChild([&] {
+            watch.reset();
+            return true;
+        }));
+        release.set();
+    });
+}
+
+// The process's watchdog has a thread that stays: in processes of their own.
+
+TEST(NamedWatchThreadTest, IsReportedByItsOwnWatchDogOnly) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        HeldWatchDog dog;
+        TurnedClock clock(100);
+        int reports = 0;
+        const NamedWatch watch("elsewhere", 1s, [&](const std::string&, double) { ++reports; });
+        clock.set(200);
+
+        (void)dog->checkTimers();
+        EXPECT_EQ(reports, 0);
+        (void)GlobalWatchDog()->checkTimers();
+        EXPECT_EQ(reports, 1);
+    });
+}
+
+TEST(NamedWatchThreadTest, IsOnTheProcesssWatchDogByDefault) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        test::Event isReported;
+        const NamedWatch never("tune", 1h, [](const std::string&, double) { ADD_FAILURE(); });
+        const NamedWatch watch("tune", 0.001,
+                               [&](const std::string&, double) { isReported.set(); });
+        EXPECT_TRUE(isReported.wait());
+        EXPECT_FALSE(std::is_copy_constructible<NamedWatch>::value);
+    });
+}
+
+}  // namespace
