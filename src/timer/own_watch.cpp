@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <mutex>
 
+#include "base/synchronization/lock_guard.h"
 #include "base/timer/watchdog.h"
 #include "locks/annotated_mutex.h"
 #include "os/forked_child.h"
@@ -24,6 +26,20 @@ std::uint32_t g_pass TEVALON_GUARDED_BY(g_mutex) = 0;
 // Whether there are any; written under the lock. Relaxed: what begins meanwhile is not overdue yet.
 std::atomic<bool> g_isUsed{false};
 
+/// Where the mutex cannot be locked, the guard says so, and the operation goes on, as with the
+/// watchdog's own.
+class TEVALON_SCOPED_CAPABILITY ListLock {
+public:
+    ListLock() TEVALON_ACQUIRE(g_mutex) : m_lock(g_mutex.native()) {}
+    ~ListLock() TEVALON_RELEASE() {}
+
+    ListLock(const ListLock&) = delete;
+    ListLock& operator=(const ListLock&) = delete;
+
+private:
+    const LockGuard<std::mutex> m_lock;
+};
+
 }  // namespace
 
 /// A report in hand, on the stack of the thread that calls back. However the callback ends.
@@ -32,7 +48,7 @@ public:
     Reporting() = default;
     ~Reporting() {
         if (p_watch == nullptr || isFromParent(m_process)) return;
-        const MutexGuard lock(g_mutex);
+        const ListLock lock;
         if (isEnded) return;
         p_watch->m_reporting = nullptr;
         if (p_ended != nullptr) p_ended->notify_one();
@@ -56,7 +72,7 @@ void OwnWatch::begin() {
     inEachForkedChild(forgetAllInForkedChild);
     m_dog.renewInForkedChild();
     const double now = monotonicSeconds();
-    const MutexGuard lock(g_mutex);
+    const ListLock lock;
     m_beginTime = now;
     m_elapsed = 0;
     OwnWatch** p_place = &g_first;
@@ -73,7 +89,7 @@ void OwnWatch::begin() {
 void OwnWatch::end() {
     const NoCancellation noCancellation;
     std::condition_variable ended;
-    MutexLock lock(g_mutex);
+    const ListLock lock;
     OwnWatch** p_place = &g_first;
     while (*p_place != nullptr && *p_place != this) p_place = &(*p_place)->m_next;
     if (*p_place == nullptr) return;  // A parent's: nobody reports it here.
@@ -85,14 +101,16 @@ void OwnWatch::end() {
         return;
     }
     m_reporting->p_ended = &ended;
-    while (m_reporting != nullptr) lock.wait(ended);
+    std::unique_lock<std::mutex> held(g_mutex.native(), std::adopt_lock);
+    while (m_reporting != nullptr) ended.wait(held);
+    (void)held.release();  // To the guard.
 }
 
 void OwnWatch::checkAll(const WatchDog* p_dog) {
     if (!g_isUsed.load(std::memory_order_relaxed)) return;
     std::uint32_t pass;
     {
-        const MutexGuard lock(g_mutex);
+        const ListLock lock;
         pass = ++g_pass;
     }
     bool isFound = true;
@@ -106,7 +124,7 @@ void OwnWatch::checkAll(const WatchDog* p_dog) {
 // From the front for each, for a callback may begin and end watches; the pass tells those that have
 // been seen. Written so that NaN is never overdue.
 bool OwnWatch::takeOverdue(const WatchDog* p_dog, std::uint32_t pass, Reporting* p_reporting) {
-    const MutexGuard lock(g_mutex);
+    const ListLock lock;
     const double now = monotonicSeconds();
     for (OwnWatch* p_watch = g_first; p_watch != nullptr; p_watch = p_watch->m_next) {
         OwnWatch& watch = *p_watch;

@@ -158,6 +158,7 @@ EXPECTATIONS = [
                 says={"queued": ("199", "200")}),
     Expectation("clock_gettime", r"WatchDog::beginWatch", says={"reported": "no", "overdue": "0"},
                 lost=True),
+    Expectation("clock_gettime", r"OwnWatch::begin", says={"reported": "no"}, lost=True),
 
     # ---- events ----
     Expectation("new", r"initWaitResultCv", "reply that does not come", says={"result": "-1"},

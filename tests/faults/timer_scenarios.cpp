@@ -237,6 +237,20 @@ void watchdog(Run& run) {
     (void)run.waitFor("reported then", p_counts->first, before + 1);
 }
 
+void ownWatch(Run& run) {
+    std::atomic<int>* const p_reports = &newCounts()->first;
+    const auto note = [p_reports](const std::string&, double) { ++*p_reports; };
+    timer::WatchDog dog;
+    {
+        const timer::NamedWatch watch(dog, "own", 0.001, note);
+        (void)run.waitFor("reported", *p_reports, 1);
+    }
+    run.calm();
+    const int before = *p_reports;
+    const timer::NamedWatch watch(dog, "own", 0.001, note);
+    (void)run.waitFor("reported then", *p_reports, before + 1);
+}
+
 // By the client, with no callback: into the log.
 void watchdogCheck(Run& run) {
     timer::WatchDog dog;
@@ -264,6 +278,7 @@ std::vector<Scenario> timerScenarios() {
         {"timer thread queue", timerThreadQueue},
         {"pool", pool, makePool},
         {"watchdog", watchdog},
+        {"watchdog, an own watch", ownWatch},
         {"watchdog check", watchdogCheck},
     };
 }

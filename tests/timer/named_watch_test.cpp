@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "base/timer/scoped_watch.h"
+#include "ends/forked_child.h"
 #include "support/fresh_process.h"
 #include "timer/watchdog_fixtures.h"
 
@@ -236,65 +236,50 @@ TEST(NamedWatchThreadTest, ACallbackThatEndsItsThreadDoesNotKeepTheEndWaiting) {
     });
 }
 
-/// What @p check returns in a forked child.
-template <typename Check>
-bool holdsInForkedChild(Check check) {
-    const pid_t child = fork();
-    if (child == 0) _exit(check() ? 0 : 1);
-    int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 TEST(NamedWatchThreadTest, IsNotWatchedInAForkedChildUntilItIsRestarted) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        WatchDog dog;
-        test::Event entered;
-        test::Event release;
-        test::Event again;
-        pid_t parent = getpid();
-        std::optional<NamedWatch> watch;
-        std::optional<NamedWatch> other;
-        watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
-            if (getpid() != parent) {
-                again.set();
-                return;
-            }
-            entered.set();
-            (void)release.wait();
-        });
-        other.emplace(dog, "other", 1h, [](const std::string&, double) {});
-        ASSERT_TRUE(entered.wait());
-
-        // The parent's report goes on for ever there.
-        EXPECT_TRUE(holdsInForkedChild([&] {
-            other.reset();
-            watch->restart();
-            const bool isReported = again.wait();
-            watch.reset();
-            return isReported;
-        }));
-        release.set();
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    WatchDog dog;
+    test::Event entered;
+    test::Event release;
+    test::Event again;
+    const pid_t parent = getpid();
+    std::optional<NamedWatch> watch;
+    std::optional<NamedWatch> other;
+    watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
+        if (getpid() != parent) {
+            again.set();
+            return;
+        }
+        entered.set();
+        (void)release.wait();
     });
+    other.emplace(dog, "other", 1h, [](const std::string&, double) {});
+    ASSERT_TRUE(entered.wait());
+
+    // The parent's report goes on for ever there.
+    EXPECT_EQ(test::runInForkedChild([&] {
+                  other.reset();
+                  watch->restart();
+                  CHECK_IN_CHILD(again.wait());
+                  watch.reset();
+              }),
+              0);
+    release.set();
 }
 
 TEST(NamedWatchThreadTest, EndsInAForkedChildWithoutWaitingForTheParentsReport) {
-    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
-        WatchDog dog;
-        test::Event entered;
-        test::Event release;
-        std::optional<NamedWatch> watch;
-        watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
-            entered.set();
-            (void)release.wait();
-        });
-        ASSERT_TRUE(entered.wait());
-
-        EXPECT_TRUE(holdsInForkedChild([&] {
-            watch.reset();
-            return true;
-        }));
-        release.set();
+    WatchDog dog;
+    test::Event entered;
+    test::Event release;
+    std::optional<NamedWatch> watch;
+    watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
+        entered.set();
+        (void)release.wait();
     });
+    ASSERT_TRUE(entered.wait());
+
+    EXPECT_EQ(test::runInForkedChild([&] { watch.reset(); }), 0);
+    release.set();
 }
 
 // The process's watchdog has a thread that stays: in processes of their own.
