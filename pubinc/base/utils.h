@@ -7,6 +7,7 @@
 #include "base/utils/command_line.h"
 #include "base/utils/files.h"
 #include "base/utils/md5.h"
+#include "base/utils/monotonic_time.h"
 #include "base/utils/numbers.h"
 #include "base/utils/process_property.h"
 #include "base/utils/strings.h"

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "base/utils/monotonic_time.h"  // monotonicSeconds()
+
 namespace tevalon::base {
 
 /// None where the clock cannot be read; errno then tells why.
@@ -15,13 +17,6 @@ inline std::optional<timespec> readMonotonicClock() {
     timespec now = {};
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return std::nullopt;
     return now;
-}
-
-/// Seconds, or -1.0 when the clock cannot be read.
-inline double monotonicSeconds() {
-    const std::optional<timespec> now = readMonotonicClock();
-    if (!now) return -1.0;
-    return static_cast<double>(now->tv_sec) + static_cast<double>(now->tv_nsec) * 1e-9;
 }
 
 inline std::uint64_t nanosecondsOf(const timespec& time) {
