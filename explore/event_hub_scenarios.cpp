@@ -198,3 +198,88 @@ TEVALON_SCENARIO(SyncSendAndMissingReply) {
     TEVALON_EXPECT(hub.sendEventSync(hub.createEvent(kType), kReceiver, 10) == 1);
     TEVALON_EXPECT(tevalon::testkit::elapsedNanoseconds() >= 10'000'000);
 }
+
+// A reply, the time-out and the end of the hub, all at once: the callback is called, and once.
+TEVALON_SCENARIO(AsyncSendRepliedAsTheHubEnds) {
+    std::atomic<int> calls{0};
+    BrowserEvent* p_sent = nullptr;
+    Event kept;
+    Semaphore handled;
+    RegisteredHub receiver(kReceiver);
+    TEVALON_EXPECT(receiver.registerHandler(kType, [&](const Event& event) {
+        kept = event;
+        handled.post();
+    }) == 0);
+    {
+        const TimeStandsStill still;
+        RegisteredHub sender(kSender);
+        const Event event = sender.createEvent(kType);
+        p_sent = event.get();
+        TEVALON_EXPECT(
+            sender.sendAsync(event, kReceiver, -1, [&](int result, const Event& replied) {
+                ++calls;
+                TEVALON_EXPECT(result == 5 || result == -1);
+                TEVALON_EXPECT(replied.get() == p_sent);
+            }) == 0);
+        handled.wait();
+        std::thread replier([&] { kept->replyResult(5); });
+        evtdispch_unregister_hub(&sender);
+        TEVALON_EXPECT(calls == 1);
+        replier.join();
+    }
+    TEVALON_EXPECT(calls == 1);
+}
+
+// The hub's thread is about to wait when the reply comes.
+TEVALON_SCENARIO(AsyncSendWakesTheHub) {
+    Semaphore called;
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [](const Event& event) { event->replyResult(5); }) ==
+                   0);
+    EventHub sender(kSender);
+    const TimeStandsStill still;
+    TEVALON_EXPECT(
+        sender.sendAsync(sender.createEvent(kType), kReceiver, -1, [&](int result, const Event&) {
+            TEVALON_EXPECT(result == 5);
+            called.post();
+        }) == 0);
+    called.wait();
+}
+
+// A shorter time-out than the one that the hub's thread waits for.
+TEVALON_SCENARIO(AsyncSendTimesOutInTime) {
+    Semaphore called;
+    Event kept;
+    RegisteredHub hub(kReceiver);
+    TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event& event) { kept = event; }) == 0);
+    TEVALON_EXPECT(
+        hub.sendAsync(hub.createEvent(kType), kReceiver, 10, [&](int result, const Event&) {
+            TEVALON_EXPECT(result == 1);
+            called.post();
+        }) == 0);
+    called.wait();
+    TEVALON_EXPECT(tevalon::testkit::elapsedNanoseconds() >= 10'000'000);
+}
+
+// Two handlers fill one room, while the caller that has given up looks whether there is a reply.
+TEVALON_SCENARIO(ReplySlotIsFilledOnce) {
+    struct Reply {
+        int number;
+        int again;
+    };
+    const EventHub hub(kSender);
+    const Event request = tevalon::base::event_dispatcher::makeRequest<Reply>(hub, kType);
+    std::atomic<int> filled{0};
+    const TimeStandsStill still;
+    const auto fill = [&](int number) {
+        using tevalon::base::event_dispatcher::fillReply;
+        if (fillReply<Reply>(request, Reply{number, number})) ++filled;
+    };
+    std::thread other([&] { fill(1); });
+    std::thread third([&] { fill(2); });
+    const auto* const p_reply = tevalon::base::event_dispatcher::replyOf<Reply>(request);
+    if (p_reply != nullptr) TEVALON_EXPECT(p_reply->number == p_reply->again);
+    other.join();
+    third.join();
+    TEVALON_EXPECT(filled == 1);
+}

@@ -8,5 +8,7 @@
 #include "base/event_dispatcher/event_dispatcher.h"
 #include "base/event_dispatcher/event_hub.h"
 #include "base/event_dispatcher/event_param.h"
+#include "base/event_dispatcher/event_payload.h"
+#include "base/event_dispatcher/hub_registration.h"
 
 #endif  // BASE_EVENT_DISPATCHER_H

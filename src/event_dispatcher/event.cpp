@@ -8,6 +8,7 @@
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/async_sends.h"
 #include "event_dispatcher/block_cache.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/reply_wait.h"
@@ -58,6 +59,10 @@ struct BrowserEvent::WaitObjects : std::mutex {
     // The module whose handler began last; not guarded. Only those who wait long look at it.
     std::atomic<std::int32_t> handledBy{kAnyModule};
 
+    // Guarded by the mutex. Whom else to tell; the flag is set before the event is sent.
+    std::weak_ptr<AsyncSend> send;
+    std::atomic<bool> hasSend{false};
+
     void hold() { m_holders.fetch_add(1, std::memory_order_relaxed); }
     void release() {
         if (m_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
@@ -106,6 +111,26 @@ std::int32_t BrowserEvent::initWaitResultCv() {
     return 0;
 }
 
+bool BrowserEvent::armFor(const std::shared_ptr<AsyncSend>& send) {
+    (void)initWaitResultCv();
+    WaitObjects* const p_objects = waitObjects();
+    if (p_objects == nullptr) return false;
+    const std::lock_guard<std::mutex> lock(*p_objects);
+    p_objects->send = send;
+    p_objects->hasSend.store(true, std::memory_order_relaxed);
+    return true;
+}
+
+__attribute__((noinline, cold)) void BrowserEvent::replyToSend(WaitObjects* p_objects,
+                                                               EventResult reply) {
+    std::shared_ptr<AsyncSend> send;
+    {
+        const std::lock_guard<std::mutex> lock(*p_objects);
+        send = p_objects->send.lock();
+    }
+    if (send != nullptr) send->complete(reply);
+}
+
 void BrowserEvent::noteHandler(std::int32_t module) const {
     WaitObjects* const p_objects = waitObjects();
     if (p_objects != nullptr) p_objects->handledBy.store(module, std::memory_order_relaxed);
@@ -142,6 +167,7 @@ void BrowserEvent::replyToWaiters(WaitObjects* p_objects, EventResult reply) {
         p_objects->hold();  // Under the lock: the waiter cannot have gone yet.
     }
     p_objects->cv.notify_all();
+    if (p_objects->hasSend.load(std::memory_order_relaxed)) replyToSend(p_objects, reply);
     p_objects->release();
 }
 

@@ -95,6 +95,24 @@ std::int32_t EventHub::sendEventSync(std::shared_ptr<BrowserEvent> event, std::i
     return event->waitForReply(timeout, target);
 }
 
+std::int32_t EventHub::sendAsync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                                 std::int32_t timeout, ReplyCallback callback) {
+    if (m_impl == nullptr) {
+        reportNoImpl(__func__);
+        return kFailed;
+    }
+    // A null event is left to the dispatcher, which reports it.
+    if (event == nullptr) return evtdispch_send_event(nullptr, target);
+    if (!callback) {
+        BLOG(kLogError, "handler is NULL.\n");
+        return kNullArgument;
+    }
+    const std::int32_t status =
+        m_impl->sendAsync(std::move(event), target, timeout, std::move(callback));
+    if (status != kOk) BLOG(kLogError, "Fail to send event.\n");
+    return status;
+}
+
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
     renewInForkedChild();
     if (record::isOn()) return receive<true>(std::move(event));

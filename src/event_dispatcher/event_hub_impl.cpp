@@ -10,7 +10,9 @@
 #include <utility>
 
 #include "activity/waiting.h"
+#include "base/event_dispatcher/event_dispatcher.h"
 #include "base/logging/blog.h"
+#include "event_dispatcher/async_sends.h"
 #include "event_dispatcher/hub_activity.h"
 #include "event_dispatcher/reply_spin.h"
 #include "event_dispatcher/status.h"
@@ -48,6 +50,7 @@ EventHubImpl::~EventHubImpl() {
         m_isDestroyed = true;
     }
     onUnregistered();
+    if (AsyncSends* const p_sends = m_asyncSends) p_sends->endOfHub();
     if (HandlerThread::isThisThreadOf(this)) detachOwnThread();
     // Handlers first, then the events that none of them has seen, oldest first.
     m_handlers.clear();
@@ -59,6 +62,9 @@ void EventHubImpl::abandonThread() {
     renewOnce(&m_process, [this]() TEVALON_NO_THREAD_SAFETY_ANALYSIS {
         replaceUndestroyed(&m_threadMtx, &m_teardownMtx, &m_queueMtx, &m_handlerMtx);
         replaceUndestroyed(&m_thread, &m_ofThread, &m_wakeUp, &m_eventQueue);
+        replaceUndestroyed(&m_ownAsyncSends);
+        m_asyncSends = nullptr;
+        m_areCallbacksDue = false;
         m_exit = false;
         m_isJoining = false;
         m_isDestroyed = false;
@@ -304,14 +310,24 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
             leaving.setExited();
             return;
         }
-        p_self->handle(std::move(event), &activity);
+        if (event != nullptr) {
+            p_self->handle(std::move(event), &activity);
+        } else {
+            p_self->runCallbacks(thread);
+        }
     }
 }
 
 bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity) {
     // With m_exit set, takeQueue() decides under m_queueMtx: a registration may have cleared the
     // flag meanwhile, and the thread then continues with what it has taken.
-    if ((m_exit || m_ofThread->takenEvents.empty()) && !takeQueue(p_activity)) return false;
+    if (m_exit || m_ofThread->takenEvents.empty()) {
+        if (!takeQueue(p_activity)) return false;
+        if (m_ofThread->areCallbacksNext) {
+            p_event->reset();
+            return true;
+        }
+    }
     *p_event = m_ofThread->takenEvents.pop();
     return true;
 }
@@ -320,15 +336,21 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
     EventQueue& takenEvents = m_ofThread->takenEvents;
     Nap& nap = m_ofThread->nap;
     if (!m_exit) waitWithoutLock();
+    const bool isLate = hasCallbacks() && isCallbackLate();
     MutexLock lock(m_queueMtx);
+    if (isLate) m_areCallbacksDue = true;
     if (nap.isDue()) nap.brought(m_eventQueue.pushed() >= Nap::kManyEvents);
-    while (!m_exit && takenEvents.empty() && m_eventQueue.empty()) {
+    while (!m_exit && takenEvents.empty() && m_eventQueue.empty() && !m_areCallbacksDue) {
         m_isWaiting = true;  // Cleared by whoever posts: one post for each wait.
         lock.unlock();
-        waitForWakeUp();
-        onWoken();
+        const bool isTimeOver = !waitForWakeUp();
         lock.lock();
+        if (isTimeOver) m_areCallbacksDue = true;
     }
+    // Those that are out are called before the thread ends.
+    m_ofThread->areCallbacksNext =
+        std::exchange(m_areCallbacksDue, false) || (m_exit && hasCallbacks());
+    if (m_ofThread->areCallbacksNext) return true;
     if (m_exit) {
         m_hasExited = true;
         return false;
@@ -346,15 +368,25 @@ void EventHubImpl::waitWithoutLock() {
     (void)m_ofThread->spin.until([this] { return m_hasNews.load(std::memory_order_relaxed); });
 }
 
-void EventHubImpl::waitForWakeUp() {
+// Returns false where a callback's time was over first.
+bool EventHubImpl::waitForWakeUp() {
+    AsyncSends* const p_sends = m_asyncSends.load(std::memory_order_acquire);
+    const std::int64_t deadline = p_sends != nullptr ? p_sends->earliest() : AsyncSends::kNever;
     m_ofThread->isInWait = true;
-    m_wakeUp.wait();
+    if (deadline == AsyncSends::kNever) {
+        m_wakeUp.wait();
+    } else if (!m_wakeUp.waitUntil(deadline)) {
+        undoWait();
+        return false;
+    }
     m_ofThread->isInWait = false;
+    onWoken();
+    return true;
 }
 
-// Where the thread was cancelled in its wait: nobody wakes it any more, and whoever is about to, or
-// has, is waited for. The next thread would take that wake-up for its own, and read when it was
-// while somebody else writes it.
+// Where the thread was cancelled in its wait, or a callback's time is over: nobody wakes it any
+// more, and whoever is about to, or has, is waited for. The next thread would take that wake-up for
+// its own, and read when it was while somebody else writes it.
 void EventHubImpl::undoWait() {
     if (!std::exchange(m_ofThread->isInWait, false)) return;
     {
@@ -362,6 +394,65 @@ void EventHubImpl::undoWait() {
         if (std::exchange(m_isWaiting, false)) return;
     }
     m_wakeUp.wait();
+}
+
+std::int32_t EventHubImpl::sendAsync(std::shared_ptr<BrowserEvent>&& event, std::int32_t target,
+                                     std::int32_t timeoutMs, EventHub::ReplyCallback&& callback) {
+    constexpr std::int64_t kMillisecond = 1000000;
+    if (isFromParent(m_process)) renew();
+    // Its own thread, which was told to leave, would call callbacks that send for ever.
+    if (m_exit && HandlerThread::isThisThreadOf(this)) return kFailed;
+    if (!ensureThread()) {
+        reportNoThread();
+        return kFailed;
+    }
+    const auto now = static_cast<std::int64_t>(monotonicNanoseconds());
+    const std::int64_t deadline = timeoutMs == -1 ? AsyncSends::kNever
+                                  : now != 0      ? now + timeoutMs * kMillisecond
+                                                  : 0;
+    const std::shared_ptr<AsyncSends> sends = asyncSends();
+    const auto send = std::make_shared<AsyncSend>(sends, std::move(event), std::move(callback));
+    std::shared_ptr<BrowserEvent> sent = send->eventForReceivers(send);
+    if (!sent->armFor(send)) return kFailed;
+    if (evtdispch_send_event(std::move(sent), target) != kOk) return kFailed;
+    sends->add(send, deadline);
+    return kOk;
+}
+
+std::shared_ptr<AsyncSends> EventHubImpl::asyncSends() {
+    const MutexGuard lock(m_threadMtx);
+    if (m_ownAsyncSends == nullptr) {
+        m_ownAsyncSends = std::make_shared<AsyncSends>(this);
+        m_asyncSends.store(m_ownAsyncSends.get(), std::memory_order_release);
+    }
+    return m_ownAsyncSends;
+}
+
+void EventHubImpl::wakeForCallbacks() {
+    bool isWaiting = false;
+    {
+        const MutexGuard lock(m_queueMtx);
+        m_areCallbacksDue = true;
+        isWaiting = std::exchange(m_isWaiting, false);
+    }
+    m_hasNews.store(true, std::memory_order_relaxed);
+    if (isWaiting) wakeThread();
+}
+
+inline bool EventHubImpl::hasCallbacks() const {
+    const AsyncSends* const p_sends = m_asyncSends.load(std::memory_order_acquire);
+    return p_sends != nullptr && !p_sends->empty();
+}
+
+// A thread with much to do does not wait, and looks at the clock itself.
+__attribute__((noinline, cold)) bool EventHubImpl::isCallbackLate() {
+    return m_asyncSends.load()->earliest() <= static_cast<std::int64_t>(monotonicNanoseconds());
+}
+
+// A callback may destroy the hub: the rest is called then already.
+__attribute__((noinline, cold)) void EventHubImpl::runCallbacks(const HandlerThread& thread) {
+    const std::shared_ptr<AsyncSends> sends = asyncSends();
+    sends->callDue(m_exit, [&thread] { return thread.isOwnerGone(); });
 }
 
 void EventHubImpl::onWoken() {

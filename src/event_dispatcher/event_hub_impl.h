@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/event_dispatcher/browser_event.h"
+#include "base/event_dispatcher/event_hub.h"
 #include "event_dispatcher/event_queue.h"
 #include "event_dispatcher/handler_table.h"
 #include "event_dispatcher/nap.h"
@@ -22,6 +23,7 @@
 
 namespace tevalon::base::event_dispatcher {
 
+class AsyncSends;
 class HubActivity;
 struct HubLook;
 
@@ -65,6 +67,12 @@ public:
     /// wait: the thread ends when the handler returns.
     void onUnregistered();
 
+    /// See EventHub. @p event is not null, @p callback not empty.
+    std::int32_t sendAsync(std::shared_ptr<BrowserEvent>&& event, std::int32_t target,
+                           std::int32_t timeoutMs, EventHub::ReplyCallback&& callback);
+    /// Has the thread look at its m_asyncSends.
+    void wakeForCallbacks() TEVALON_EXCLUDES(m_queueMtx);
+
     std::int32_t moduleId() const { return m_moduleId; }
     /// Adds to @p p_look what stands here: the events that are queued, and who holds the locks.
     /// Waits until @p untilNs on the monotonic clock at most.
@@ -88,9 +96,13 @@ private:
     bool takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity);
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue(HubActivity* p_activity) TEVALON_EXCLUDES(m_queueMtx);
+    std::shared_ptr<AsyncSends> asyncSends() TEVALON_EXCLUDES(m_threadMtx);
+    bool isCallbackLate();
+    bool hasCallbacks() const;
+    void runCallbacks(const HandlerThread& thread);
     void waitWithoutLock();
     void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
-    void waitForWakeUp();
+    bool waitForWakeUp();
     void undoWait() TEVALON_EXCLUDES(m_queueMtx);
     void wakeThread();
     void onWoken();
@@ -115,6 +127,8 @@ private:
         Nap nap;
         Moment woken;           // The last post to m_wakeUp; handed over by it.
         bool isInWait = false;  // For m_wakeUp.
+        // Callbacks come before what is taken.
+        bool areCallbacksNext = false;
     };
 
     // What the handler thread and every sender read, and seldom anybody writes, stands at either
@@ -126,6 +140,9 @@ private:
     // decision to exit is made under it.
     std::atomic<bool> m_exit{false};
     std::unique_ptr<OfThread> m_ofThread;  // Since the first handler.
+    // What the next points to. It outlives the hub where somebody may still reply.
+    std::shared_ptr<AsyncSends> m_ownAsyncSends TEVALON_GUARDED_BY(m_threadMtx);
+    std::atomic<AsyncSends*> m_asyncSends{nullptr};  // Since the first one.
 
     // Null before the first handler and after teardown.
     std::shared_ptr<std::thread> m_thread TEVALON_GUARDED_BY(m_threadMtx);
@@ -145,6 +162,7 @@ private:
     EventQueue m_eventQueue TEVALON_GUARDED_BY(m_queueMtx);
     // The handler thread waits, and nobody has woken it yet.
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
+    bool m_areCallbacksDue TEVALON_GUARDED_BY(m_queueMtx) = false;
     // Hint for spinning without the lock; may be stale. Set after unlocking, so that the handler
     // thread does not meet the mutex.
     std::atomic<bool> m_hasNews{false};

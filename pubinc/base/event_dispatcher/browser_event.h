@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 #include "base/event_dispatcher/event_param.h"
@@ -25,6 +26,7 @@ inline constexpr EventResult kEventResultTimeout = 1;  ///< No reply in time.
 /// a send.
 inline constexpr std::int32_t kAnyModule = INT32_MIN;
 
+class AsyncSend;
 class EventHub;
 class EventHubImpl;
 
@@ -93,6 +95,9 @@ private:
     TEVALON_BASE_LOCAL std::int32_t waitForReply(std::int32_t timeout, std::int32_t target);
     /// A handler of @p module begins, and somebody may wait for a reply.
     TEVALON_BASE_LOCAL void noteHandler(std::int32_t module) const;
+    /// Armed, and to be told to @p send when it is replied to; false without memory.
+    TEVALON_BASE_LOCAL bool armFor(const std::shared_ptr<AsyncSend>& send);
+    TEVALON_BASE_LOCAL static void replyToSend(WaitObjects* p_objects, EventResult reply);
     TEVALON_BASE_LOCAL void replyToWaiters(WaitObjects* p_objects, EventResult reply);
     TEVALON_BASE_LOCAL void spinForReply() const;
     TEVALON_BASE_LOCAL EventResult park(std::unique_lock<std::mutex>* p_lock, std::int32_t timeout,

@@ -3,12 +3,15 @@
 #ifndef BASE_EVENT_DISPATCHER_EVENT_HUB_H
 #define BASE_EVENT_DISPATCHER_EVENT_HUB_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "base/event_dispatcher/browser_event.h"
 #include "base/export.h"
+#include "base/utils/monotonic_time.h"
 
 namespace tevalon::base::event_dispatcher {
 
@@ -49,6 +52,7 @@ class EventHubImpl;
 class TEVALON_BASE_EXPORT EventHub {
 public:
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
+    using ReplyCallback = std::function<void(EventResult, const std::shared_ptr<BrowserEvent>&)>;
 
     /// Starts no thread.
     explicit EventHub(std::int32_t moduleId);
@@ -85,6 +89,41 @@ public:
     /// @param timeout  In milliseconds; -1 waits without limit.
     std::int32_t sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
                                std::int32_t timeout);
+
+    /// The same for at most @p timeout, whose negative values have passed already; see
+    /// toTimeoutMs(). (By a name of its own: it leaves sendEventSync() without an overload.)
+    template <typename Rep, typename Period>
+    std::int32_t sendEventSyncFor(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                                  std::chrono::duration<Rep, Period> timeout) {
+        return sendEventSync(std::move(event), target, toTimeoutMs(timeout));
+    }
+
+    /// Sends, and has this hub's thread call @p callback with the event and the reply. Returns what
+    /// the send has: 0 and the callback is called exactly once, never from in here; else never (-1
+    /// when the event could not be sent or armed, or there is no thread; 2 when @p event is null or
+    /// @p callback empty).
+    ///
+    /// @param timeout  In milliseconds; -1 waits without limit. kEventResultTimeout is the reply
+    ///                 when it has passed.
+    ///
+    /// kEventResultNone is the reply once nobody is left who could give one: all receivers have let
+    /// go of the event. So it is where the hub's end comes first: what is still out when the hub is
+    /// unregistered is called by its thread before that ends, and what is sent later, or finds no
+    /// thread, by ~EventHub(). Who exits without destroying the hub gets no call.
+    ///
+    /// Starts the hub's thread, like a handler's registration, if it has none; a handler that has
+    /// unregistered its own hub is refused. Callbacks take turns with handlers, those of one moment
+    /// in order of sending, and may do what handlers may. The event must not be sent again before
+    /// the callback, nor waited for. In a forked child the parent's are never called.
+    std::int32_t sendAsync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                           std::int32_t timeout, ReplyCallback callback);
+
+    /// The same for at most @p timeout, as sendEventSyncFor().
+    template <typename Rep, typename Period>
+    std::int32_t sendAsync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
+                           std::chrono::duration<Rep, Period> timeout, ReplyCallback callback) {
+        return sendAsync(std::move(event), target, toTimeoutMs(timeout), std::move(callback));
+    }
 
     /// For the dispatcher: queues @p event. Returns 0, or -1 when no handler takes it. A call from
     /// elsewhere must have returned before the hub is destroyed, even by the handler of this event;

@@ -1,0 +1,436 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "event_dispatcher/event_fixtures.h"
+
+namespace {
+
+using namespace tevalon::base;
+using namespace tevalon::base::event_dispatcher;
+using namespace std::chrono_literals;
+using Event = std::shared_ptr<BrowserEvent>;
+
+constexpr std::int32_t kSender = 71;
+constexpr std::int32_t kReceiver = 72;
+constexpr std::int32_t kType = 5;
+constexpr std::int32_t kNoLimit = -1;
+
+/// What callbacks got; outlives the hubs.
+class Replies {
+public:
+    EventHub::ReplyCallback callback() {
+        return [this](EventResult result, const Event& event) { add(result, event); };
+    }
+
+    void add(EventResult result, const Event& event) {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_results.push_back(result);
+            m_events.push_back(event);
+            m_threads.push_back(std::this_thread::get_id());
+        }
+        m_count.set();
+    }
+
+    [[nodiscard]] bool wait() { return m_count.wait(); }
+    bool isAny() const { return m_count.isSet(); }
+    std::vector<EventResult> results() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_results;
+    }
+    std::vector<Event> events() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_events;
+    }
+    std::vector<std::thread::id> threads() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_threads;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    test::Event m_count;
+    std::vector<EventResult> m_results;      // Guarded by m_mutex.
+    std::vector<Event> m_events;             // Guarded by m_mutex.
+    std::vector<std::thread::id> m_threads;  // Guarded by m_mutex.
+};
+
+class AsyncSendTest : public testing::Test {
+protected:
+    AsyncSendTest() : m_sender(std::make_unique<EventHub>(kSender)) {
+        EXPECT_EQ(m_sender->registerHandler(kType + 1, m_ownInbox.handler()), 0);
+        evtdispch_register_hub(m_sender.get());
+        evtdispch_register_hub(m_receiver.get());
+        m_log.clear();
+    }
+    ~AsyncSendTest() override {
+        evtdispch_unregister_hub(m_receiver.get());
+        m_receiver.reset();
+        if (m_sender != nullptr) evtdispch_unregister_hub(m_sender.get());
+    }
+
+    void answer(EventHub::Handler handler) {
+        ASSERT_EQ(m_receiver->registerHandler(kType, std::move(handler)), 0);
+    }
+    std::int32_t send(std::int32_t timeout) {
+        return m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, timeout,
+                                   m_replies.callback());
+    }
+    /// What has been sent to the hub before is handled, and its callbacks that were due are called.
+    void passThroughSender() {
+        const std::size_t before = m_ownInbox.events().size();
+        for (std::size_t i = 1; i <= 2; ++i) {
+            ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 1)), 0);
+            ASSERT_TRUE(m_ownInbox.waitFor(before + i));
+        }
+    }
+
+    test::LogCapture m_log{kLogError};
+    Replies m_replies;
+    Inbox m_inbox;
+    Inbox m_ownInbox;
+    std::unique_ptr<EventHub> m_receiver{std::make_unique<EventHub>(kReceiver)};
+    std::unique_ptr<EventHub> m_sender;
+};
+
+TEST_F(AsyncSendTest, CallsBackWithTheReplyOnTheSendersThread) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+
+    ASSERT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+    passThroughSender();
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+    EXPECT_EQ(m_replies.events(), std::vector<Event>{event});
+    EXPECT_EQ(m_replies.threads()[0], m_ownInbox.threads()[0]);
+    EXPECT_TRUE(m_log.entries().empty());
+}
+
+TEST_F(AsyncSendTest, StartsTheThreadOfAHubWithoutHandlers) {
+    answer([](Event event) { event->replyResult(7); });
+    EventHub bare(kSender + 100);
+
+    ASSERT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
+              0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+    EXPECT_NE(m_replies.threads()[0], std::this_thread::get_id());
+}
+
+TEST_F(AsyncSendTest, DeliversTheReplysData) {
+    answer([](Event event) {
+        EXPECT_TRUE(fillReply<std::string>(event, "data"));
+        event->replyResult(0);
+    });
+
+    ASSERT_EQ(m_sender->sendAsync(makeRequest<std::string>(*m_sender, kType), kReceiver, kNoLimit,
+                                  m_replies.callback()),
+              0);
+    ASSERT_TRUE(m_replies.wait());
+
+    ASSERT_NE(replyOf<std::string>(m_replies.events()[0]), nullptr);
+    EXPECT_EQ(*replyOf<std::string>(m_replies.events()[0]), "data");
+}
+
+TEST_F(AsyncSendTest, CallsBackOnceWhenTheTimeIsOverFirst) {
+    test::Event mayReply;
+    test::Event hasReplied;
+    answer([&](Event event) {
+        ASSERT_TRUE(mayReply.wait());
+        event->replyResult(7);
+        event.reset();
+        hasReplied.set();
+    });
+    const auto begin = std::chrono::steady_clock::now();
+
+    ASSERT_EQ(send(20), 0);
+    ASSERT_TRUE(m_replies.wait());
+    const auto end = std::chrono::steady_clock::now();
+    mayReply.set();
+    ASSERT_TRUE(hasReplied.wait());
+    passThroughSender();
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+    EXPECT_GE(end - begin, 20ms);
+}
+
+TEST_F(AsyncSendTest, TakesDurations) {
+    answer(m_inbox.handler());  // Which keeps the event.
+
+    ASSERT_EQ(
+        m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, -1ms, m_replies.callback()),
+        0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+}
+
+TEST_F(AsyncSendTest, KeepsTimeWhileALaterOneIsWaitedFor) {
+    answer(m_inbox.handler());
+    Replies later;
+    ASSERT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, 1h, later.callback()),
+              0);
+    passThroughSender();
+
+    ASSERT_EQ(send(1), 0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_FALSE(later.isAny());
+    evtdispch_unregister_hub(m_sender.get());
+    EXPECT_EQ(later.results(), std::vector<EventResult>{kEventResultNone});
+}
+
+TEST_F(AsyncSendTest, KeepsTimeWhileTheThreadIsBusy) {
+    answer(m_inbox.handler());
+    std::atomic<bool> isEnough{false};
+    ASSERT_EQ(m_sender->registerHandler(kType + 2,
+                                        [&](Event event) {
+                                            if (!isEnough) (void)m_sender->receiveEvent(event);
+                                        }),
+              0);
+    ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 2)), 0);
+
+    ASSERT_EQ(send(1), 0);
+    EXPECT_TRUE(m_replies.wait());
+    isEnough = true;
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+}
+
+TEST_F(AsyncSendTest, SaysWhenNobodyIsLeftToReply) {
+    answer([](Event) {});
+
+    ASSERT_EQ(send(kNoLimit), 0);
+    ASSERT_TRUE(m_replies.wait());
+    passThroughSender();
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultNone});
+}
+
+TEST_F(AsyncSendTest, SaysWhenTheReceiverIsGone) {
+    test::Event entered;
+    test::Event mayLeave;
+    ASSERT_EQ(m_receiver->registerHandler(kType + 1,
+                                          [&](Event) {
+                                              entered.set();
+                                              ASSERT_TRUE(mayLeave.wait());
+                                          }),
+              0);
+    answer([](Event event) { event->replyResult(7); });
+    ASSERT_EQ(m_receiver->receiveEvent(m_sender->createEvent(kType + 1)), 0);
+    ASSERT_TRUE(entered.wait());
+
+    ASSERT_EQ(send(kNoLimit), 0);
+    std::thread other([&] { evtdispch_unregister_hub(m_receiver.get()); });
+    while (evtdispch_send_event(m_sender->createEvent(kType), kReceiver) == 0) {
+        std::this_thread::yield();
+    }
+    mayLeave.set();
+    other.join();
+    m_receiver.reset();
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results().size(), 1U);
+    m_receiver = std::make_unique<EventHub>(kReceiver);
+}
+
+TEST_F(AsyncSendTest, WhenTheHubIsUnregisteredItsThreadCallsBackBeforeItEnds) {
+    answer(m_inbox.handler());
+    ASSERT_EQ(send(kNoLimit), 0);
+    passThroughSender();
+
+    ASSERT_EQ(evtdispch_unregister_hub(m_sender.get()), 0);
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultNone});
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    m_inbox.events()[0]->replyResult(7);
+    m_sender.reset();
+    EXPECT_EQ(m_replies.results().size(), 1U);
+    EXPECT_EQ(m_replies.threads()[0], m_ownInbox.threads()[0]);
+}
+
+TEST_F(AsyncSendTest, WhenTheHubIsDestroyedInACallbackTheOthersAreCalledToo) {
+    answer(m_inbox.handler());
+    Replies last;
+    test::Event destroyed;
+    EventHub* const p_hub = m_sender.get();
+    ASSERT_EQ(p_hub->sendAsync(p_hub->createEvent(kType), kReceiver, 1,
+                               [&](EventResult, const Event&) {
+                                   evtdispch_unregister_hub(m_sender.get());
+                                   m_sender.reset();
+                                   destroyed.set();
+                               }),
+              0);
+    ASSERT_EQ(p_hub->sendAsync(p_hub->createEvent(kType), kReceiver, kNoLimit, last.callback()), 0);
+
+    ASSERT_TRUE(destroyed.wait());
+
+    EXPECT_EQ(last.results(), std::vector<EventResult>{kEventResultNone});
+}
+
+TEST_F(AsyncSendTest, ACallbackAtTheEndCannotSendAgain) {
+    answer(m_inbox.handler());
+    std::vector<std::int32_t> statuses;
+    ASSERT_EQ(
+        m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit,
+                            [&](EventResult, const Event&) { statuses.push_back(send(kNoLimit)); }),
+        0);
+
+    ASSERT_EQ(evtdispch_unregister_hub(m_sender.get()), 0);
+
+    EXPECT_EQ(statuses, std::vector<std::int32_t>{-1});
+    EXPECT_FALSE(m_replies.isAny());
+}
+
+TEST_F(AsyncSendTest, ACallbackMaySendAgain) {
+    answer([](Event event) { event->replyResult(7); });
+    ASSERT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit,
+                                  [&](EventResult, const Event&) { EXPECT_EQ(send(kNoLimit), 0); }),
+              0);
+
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
+TEST_F(AsyncSendTest, ToTheOwnHubWorks) {
+    ASSERT_EQ(m_sender->registerHandler(kType, [](Event event) { event->replyResult(7); }), 0);
+
+    ASSERT_EQ(
+        m_sender->sendAsync(m_sender->createEvent(kType), kSender, kNoLimit, m_replies.callback()),
+        0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
+TEST_F(AsyncSendTest, OfAnEventThatNobodyTakesIsNeverCalledBack) {
+    EXPECT_EQ(send(kNoLimit), -1);
+    EXPECT_EQ(
+        m_log.entriesWithoutLineNumbers(),
+        std::vector<test::LogEntry>{hubLine(kLogError, "sendAsync", "Fail to send event.\n")});
+    passThroughSender();
+
+    EXPECT_FALSE(m_replies.isAny());
+}
+
+TEST_F(AsyncSendTest, RefusesNothing) {
+    EXPECT_EQ(m_sender->sendAsync(nullptr, kReceiver, kNoLimit, m_replies.callback()), 2);
+    EXPECT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit, nullptr), 2);
+
+    const std::vector<test::LogEntry> expected = {
+        dispatcherLine(kLogError, "send", "event is NULL.\n"),
+        hubLine(kLogError, "sendAsync", "handler is NULL.\n")};
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
+}
+
+TEST_F(AsyncSendTest, WithoutAThreadIsRefused) {
+    answer([](Event event) { event->replyResult(7); });
+    EventHub bare(kSender + 100);
+    const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN, test::When().everyTime());
+
+    EXPECT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
+              -1);
+}
+
+TEST_F(AsyncSendTest, OfManyFromManyThreadsEachIsCalledOnce) {
+    constexpr int kThreads = 4;
+    constexpr int kEach = 200;
+    answer([](Event event) {
+        if (event->param == nullptr) event->replyResult(7);
+    });
+    test::Countdown called(kThreads * kEach);
+    std::atomic<int> count{0};
+
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < kEach; ++n) {
+                EXPECT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, i - 1,
+                                              [&](EventResult, const Event&) {
+                                                  ++count;
+                                                  called.arrive();
+                                              }),
+                          0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_TRUE(called.wait());
+    passThroughSender();
+
+    EXPECT_EQ(count, kThreads * kEach);
+}
+
+// Synchronous sends with a duration.
+
+TEST_F(AsyncSendTest, SynchronousSendsTakeDurationsToo) {
+    answer(m_inbox.handler());
+    const auto begin = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(m_sender->sendEventSyncFor(m_sender->createEvent(kType), kReceiver, 5ms), 1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 5ms);
+    EXPECT_EQ(m_sender->sendEventSyncFor(m_sender->createEvent(kType), kReceiver, -1ms), 1);
+}
+
+// What clients have written so far, and its meaning; compiled rather than run.
+
+using SendSync = std::int32_t (EventHub::*)(std::shared_ptr<BrowserEvent>, std::int32_t,
+                                            std::int32_t);
+using Send = std::int32_t (EventHub::*)(std::shared_ptr<BrowserEvent>, std::int32_t);
+
+TEST(ExistingUsesTest, AnAddressOfAMemberIsUnambiguous) {
+    const auto sendSync = &EventHub::sendEventSync;
+    const auto send = &EventHub::sendEvent;
+    const auto wait = &BrowserEvent::waitForResult;
+    const auto create = &EventHub::createEvent;
+
+    EXPECT_TRUE((std::is_same_v<decltype(sendSync), const SendSync>));
+    EXPECT_TRUE((std::is_same_v<decltype(send), const Send>));
+    EXPECT_TRUE(
+        (std::is_same_v<decltype(wait), std::int32_t (BrowserEvent::*const)(std::int32_t)>));
+    EXPECT_TRUE((std::is_same_v<decltype(create), std::shared_ptr<BrowserEvent> (EventHub::*const)(
+                                                      std::int32_t) const>));
+}
+
+TEST(ExistingUsesTest, LiteralsOfAllKindsAreTimeOutsAndTypes) {
+    const test::LogCapture log(kLogError);
+    EventHub hub(1);
+    const unsigned kUnsigned = 3;
+    const long kLong = 3;
+    const std::uint8_t kByte = 3;
+    enum Kinds { eKind = 3 };
+
+    EXPECT_EQ(hub.sendEventSync(nullptr, 0, 0), -1);
+    EXPECT_EQ(hub.sendEventSync(nullptr, 1, 1000), -1);
+    EXPECT_EQ(hub.sendEventSync(nullptr, kByte, 'a'), -1);
+    EXPECT_EQ(hub.sendEventSync(nullptr, static_cast<int>(kUnsigned), static_cast<int>(kLong)), -1);
+    EXPECT_EQ(hub.sendEventSync({}, eKind, true), -1);
+    EXPECT_EQ(hub.sendEvent({}, kAnyModule), 2);
+    EXPECT_EQ(hub.registerHandler(0, nullptr), 2);
+    EXPECT_EQ(hub.registerHandler(eKind, {}), 2);
+    EXPECT_EQ(hub.registerHandler(kByte, eKind, nullptr), 2);
+    EXPECT_EQ(hub.createEvent(eKind)->eventType, eKind);
+    EXPECT_EQ(hub.createEvent('a')->waitForResult(0), -1);
+}
+
+template <typename T, typename = void>
+struct IsTimeout : std::false_type {};
+template <typename T>
+struct IsTimeout<T, std::void_t<decltype(std::declval<EventHub>().sendEventSync(
+                        nullptr, std::declval<T>(), std::declval<T>()))>> : std::true_type {};
+
+static_assert(IsTimeout<unsigned>::value && IsTimeout<long>::value && IsTimeout<double>::value &&
+              !IsTimeout<std::nullptr_t>::value && !IsTimeout<std::chrono::seconds>::value);
+
+}  // namespace
