@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "support/fault_injection.h"
 #include "support/threads.h"
@@ -21,6 +22,9 @@ namespace {
 using test::Call;
 using test::When;
 using tevalon::base::Mutex;
+
+// Not in a test, where the analysis takes it for a call.
+constexpr bool kIsUnlockNoexcept = noexcept(std::declval<Mutex&>().unlock());
 
 TEST(MutexTest, IsInitialisedWithDefaultAttributes) {
     pthread_mutex_t* initialised = nullptr;
@@ -99,9 +103,10 @@ TEST(MutexTest, IsLockedTriedAndUnlocked) {
     mutex.unlock();
     EXPECT_FALSE(isHeld(mutex.nativeHandle()));
 
-    ASSERT_TRUE(mutex.try_lock());
-    EXPECT_TRUE(isHeld(mutex.nativeHandle()));
-    mutex.unlock();
+    const bool isLocked = mutex.try_lock();
+    ASSERT_TRUE(isHeld(mutex.nativeHandle()));
+    if (isLocked) mutex.unlock();
+    EXPECT_TRUE(isLocked);
     EXPECT_FALSE(isHeld(mutex.nativeHandle()));
 }
 
@@ -152,8 +157,9 @@ TEST(MutexTest, ThrowsWithTheDescriptionOfErrnoWhenItCannotBeLocked) {
     std::string text;
     errno = EDOM;
 
+    const auto lock = [&]() TEVALON_NO_THREAD_SAFETY_ANALYSIS { mutex.lock(); };
     try {
-        mutex.lock();
+        lock();
     } catch (const std::runtime_error& error) {
         text = error.what();
     }
@@ -172,7 +178,7 @@ TEST(MutexTest, AFailedUnlockIsNotReported) {
     mutex.unlock();
 
     EXPECT_EQ(fail.hits(), 1);
-    EXPECT_TRUE(noexcept(mutex.unlock()));
+    EXPECT_TRUE(kIsUnlockNoexcept);
     EXPECT_TRUE(log.entries().empty());
 }
 
