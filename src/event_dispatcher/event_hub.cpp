@@ -113,6 +113,24 @@ std::int32_t EventHub::sendAsync(std::shared_ptr<BrowserEvent> event, std::int32
     return status;
 }
 
+void EventHub::setQueueLimit(std::uint32_t events) {
+    if (m_impl == nullptr) {
+        reportNoImpl(__func__);
+        return;
+    }
+    renewInForkedChild();
+    m_impl->setQueueLimit(events);
+}
+
+std::uint32_t EventHub::queueLength() const {
+    if (m_impl == nullptr) {
+        reportNoImpl(__func__);
+        return 0;
+    }
+    m_impl->renewInForkedChild();
+    return m_impl->queueLength();
+}
+
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {
     renewInForkedChild();
     if (record::isOn()) return receive<true>(std::move(event));
