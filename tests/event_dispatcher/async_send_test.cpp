@@ -203,6 +203,7 @@ TEST_F(AsyncSendTest, KeepsTimeWhileTheThreadIsBusy) {
     ASSERT_EQ(send(1), 0);
     EXPECT_TRUE(m_replies.wait());
     isEnough = true;
+    evtdispch_unregister_hub(m_sender.get());  // The handler uses what is of this test.
 
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
 }
