@@ -103,14 +103,8 @@ std::int32_t EventHub::sendAsync(std::shared_ptr<BrowserEvent> event, std::int32
     }
     // A null event is left to the dispatcher, which reports it.
     if (event == nullptr) return evtdispch_send_event(nullptr, target);
-    if (!callback) {
-        BLOG(kLogError, "handler is NULL.\n");
-        return kNullArgument;
-    }
-    const std::int32_t status =
-        m_impl->sendAsync(std::move(event), target, timeout, std::move(callback));
-    if (status != kOk) BLOG(kLogError, "Fail to send event.\n");
-    return status;
+    if (!callback) return kNullArgument;
+    return m_impl->sendAsync(std::move(event), target, timeout, std::move(callback));
 }
 
 void EventHub::setQueueLimit(std::uint32_t events) {
