@@ -283,3 +283,29 @@ TEVALON_SCENARIO(ReplySlotIsFilledOnce) {
     third.join();
     TEVALON_EXPECT(filled == 1);
 }
+
+// Two senders and room for one event, while the hub's thread is in a handler.
+TEVALON_SCENARIO(HubQueueLimitHolds) {
+    Semaphore entered;
+    Semaphore release;
+    EventHub hub(kReceiver);
+    hub.setQueueLimit(1);
+    TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event&) {
+        entered.post();
+        release.wait();
+    }) == 0);
+    TEVALON_EXPECT(hub.receiveEvent(hub.createEvent(kType)) == 0);
+    entered.wait();
+    const TimeStandsStill still;
+    std::atomic<int> taken{0};
+    const auto send = [&] {
+        if (hub.receiveEvent(hub.createEvent(kType)) == 0) ++taken;
+    };
+    std::thread other(send);
+    send();
+    other.join();
+    TEVALON_EXPECT(taken == 1);
+    TEVALON_EXPECT(hub.queueLength() == 1);
+    release.post();
+    release.post();
+}

@@ -10,9 +10,8 @@ namespace tevalon::base::event_dispatcher {
 
 std::shared_ptr<BrowserEvent> AsyncSend::eventForReceivers(
     const std::shared_ptr<AsyncSend>& self) const {
-    return std::shared_ptr<BrowserEvent>(m_event.get(), [self, event = m_event](BrowserEvent*) {
-        self->complete(kEventResultNone);
-    });
+    return std::shared_ptr<BrowserEvent>(
+        m_event.get(), [self](BrowserEvent*) { self->complete(kEventResultNone); });
 }
 
 // The hub is woken under the lock: it cannot be destroyed meanwhile.
@@ -27,9 +26,9 @@ void AsyncSend::complete(EventResult result) {
 }
 
 void AsyncSend::call() {
-    const std::shared_ptr<BrowserEvent> event = std::move(m_event);
-    const EventHub::ReplyCallback callback = std::exchange(m_callback, nullptr);
-    callback(m_result, event);
+    const EventHub::ReplyCallback callback = std::move(m_callback);  // And gone with the call.
+    m_callback = nullptr;
+    callback(m_result, m_event);
 }
 
 void AsyncSends::add(const std::shared_ptr<AsyncSend>& send, std::int64_t deadline) {

@@ -45,7 +45,7 @@ private:
     enum class State : std::uint8_t { Unsent, Pending, Due, Over };
 
     const std::shared_ptr<AsyncSends> m_sends;
-    std::shared_ptr<BrowserEvent> m_event;
+    const std::shared_ptr<BrowserEvent> m_event;  // Receivers may have it beyond the call.
     EventHub::ReplyCallback m_callback;
     // Guarded by the lock of m_sends, as the rest.
     std::shared_ptr<AsyncSend> m_next;

@@ -103,14 +103,26 @@ std::int32_t EventHub::sendAsync(std::shared_ptr<BrowserEvent> event, std::int32
     }
     // A null event is left to the dispatcher, which reports it.
     if (event == nullptr) return evtdispch_send_event(nullptr, target);
-    if (!callback) {
-        BLOG(kLogError, "handler is NULL.\n");
-        return kNullArgument;
+    if (!callback) return kNullArgument;
+    return m_impl->sendAsync(std::move(event), target, timeout, std::move(callback));
+}
+
+void EventHub::setQueueLimit(std::uint32_t events) {
+    if (m_impl == nullptr) {
+        reportNoImpl(__func__);
+        return;
     }
-    const std::int32_t status =
-        m_impl->sendAsync(std::move(event), target, timeout, std::move(callback));
-    if (status != kOk) BLOG(kLogError, "Fail to send event.\n");
-    return status;
+    renewInForkedChild();
+    m_impl->setQueueLimit(events);
+}
+
+std::uint32_t EventHub::queueLength() const {
+    if (m_impl == nullptr) {
+        reportNoImpl(__func__);
+        return 0;
+    }
+    m_impl->renewInForkedChild();
+    return m_impl->queueLength();
 }
 
 std::int32_t EventHub::receiveEvent(std::shared_ptr<BrowserEvent> event) {

@@ -159,6 +159,10 @@ std::int32_t EventHubImpl::receiveEvent(std::shared_ptr<BrowserEvent>&& event) {
     bool isWaiting = false;
     {
         const MutexGuard lock(m_queueMtx, kIsRecording);
+        if (__builtin_expect(m_queueLimit != UINT32_MAX, 0) && countWaiting() >= m_queueLimit) {
+            if constexpr (kIsRecording) recordFull(*event);
+            return kEventQueueFull;
+        }
         if constexpr (kIsRecording) recordQueued(*event);
         m_eventQueue.push(std::move(event));
         isWaiting = std::exchange(m_isWaiting, false);
@@ -181,6 +185,28 @@ template __attribute__((cold)) std::int32_t EventHubImpl::receiveEvent<true>(
 void EventHubImpl::recordQueued(const BrowserEvent& event) {
     record::eventQueued(&event, event.eventType, event.srcModule, m_moduleId,
                         static_cast<std::int32_t>(m_eventQueue.pushed() + 1));
+}
+
+void EventHubImpl::recordFull(const BrowserEvent& event) {
+    record::eventRefused(&event, event.eventType, event.srcModule, m_moduleId,
+                         record::Refusal::QueueFull);
+}
+
+void EventHubImpl::setQueueLimit(std::uint32_t events) {
+    const MutexGuard lock(m_queueMtx);
+    m_queueLimit = events != 0 ? events : UINT32_MAX;
+}
+
+std::uint32_t EventHubImpl::queueLength() {
+    const MutexGuard lock(m_queueMtx);
+    return countWaiting();
+}
+
+// There are no events before the first handler, with which the thread's part comes. Relaxed: the
+// thread takes the queue under the lock, and counts down what it has taken without.
+std::uint32_t EventHubImpl::countWaiting() const {
+    if (m_handlers.empty()) return 0;
+    return m_eventQueue.pushed() + m_ofThread->takenLeft.load(std::memory_order_relaxed);
 }
 
 void EventHubImpl::wakeThread() {
@@ -318,7 +344,8 @@ void EventHubImpl::handleEventTask(EventHubImpl* p_self) {
     }
 }
 
-bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity) {
+__attribute__((always_inline)) inline bool EventHubImpl::takeEvent(
+    std::shared_ptr<BrowserEvent>* p_event, HubActivity* p_activity) {
     // With m_exit set, takeQueue() decides under m_queueMtx: a registration may have cleared the
     // flag meanwhile, and the thread then continues with what it has taken.
     if (m_exit || m_ofThread->takenEvents.empty()) {
@@ -329,6 +356,8 @@ bool EventHubImpl::takeEvent(std::shared_ptr<BrowserEvent>* p_event, HubActivity
         }
     }
     *p_event = m_ofThread->takenEvents.pop();
+    std::atomic<std::uint32_t>& left = m_ofThread->takenLeft;
+    left.store(left.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
     return true;
 }
 
@@ -357,6 +386,7 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
     }
     if (takenEvents.empty()) {
         p_activity->takeBatch(m_eventQueue.pushed());
+        m_ofThread->takenLeft.store(m_eventQueue.pushed(), std::memory_order_relaxed);
         takenEvents.swap(m_eventQueue);
     }
     m_hasNews.store(false, std::memory_order_relaxed);
@@ -414,7 +444,8 @@ std::int32_t EventHubImpl::sendAsync(std::shared_ptr<BrowserEvent>&& event, std:
     const auto send = std::make_shared<AsyncSend>(sends, std::move(event), std::move(callback));
     std::shared_ptr<BrowserEvent> sent = send->eventForReceivers(send);
     if (!sent->armFor(send)) return kFailed;
-    if (evtdispch_send_event(std::move(sent), target) != kOk) return kFailed;
+    const std::int32_t status = evtdispch_send_event(std::move(sent), target);
+    if (status != kOk) return status;
     sends->add(send, deadline);
     return kOk;
 }

@@ -70,6 +70,8 @@ public:
     /// See EventHub. @p event is not null, @p callback not empty.
     std::int32_t sendAsync(std::shared_ptr<BrowserEvent>&& event, std::int32_t target,
                            std::int32_t timeoutMs, EventHub::ReplyCallback&& callback);
+    void setQueueLimit(std::uint32_t events) TEVALON_EXCLUDES(m_queueMtx);
+    std::uint32_t queueLength() TEVALON_EXCLUDES(m_queueMtx);
     /// Has the thread look at its m_asyncSends.
     void wakeForCallbacks() TEVALON_EXCLUDES(m_queueMtx);
 
@@ -100,7 +102,9 @@ private:
     bool isCallbackLate();
     bool hasCallbacks() const;
     void runCallbacks(const HandlerThread& thread);
+    std::uint32_t countWaiting() const TEVALON_REQUIRES(m_queueMtx);
     void waitWithoutLock();
+    void recordFull(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
     void recordQueued(const BrowserEvent& event) TEVALON_REQUIRES(m_queueMtx);
     bool waitForWakeUp();
     void undoWait() TEVALON_EXCLUDES(m_queueMtx);
@@ -127,6 +131,8 @@ private:
         Nap nap;
         Moment woken;           // The last post to m_wakeUp; handed over by it.
         bool isInWait = false;  // For m_wakeUp.
+        // Of takenEvents; written by the handler thread alone.
+        std::atomic<std::uint32_t> takenLeft{0};
         // Callbacks come before what is taken.
         bool areCallbacksNext = false;
     };
@@ -162,6 +168,7 @@ private:
     EventQueue m_eventQueue TEVALON_GUARDED_BY(m_queueMtx);
     // The handler thread waits, and nobody has woken it yet.
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
+    std::uint32_t m_queueLimit TEVALON_GUARDED_BY(m_queueMtx) = UINT32_MAX;
     bool m_areCallbacksDue TEVALON_GUARDED_BY(m_queueMtx) = false;
     // Hint for spinning without the lock; may be stale. Set after unlocking, so that the handler
     // thread does not meet the mutex.

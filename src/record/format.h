@@ -120,6 +120,7 @@ enum class Refusal : std::int32_t {
     NoHub,      ///< No hub of the target's module is registered.
     NoHandler,  ///< No handler of the hub takes such events.
     NoEvent,    ///< The event is null, or could not be armed.
+    QueueFull,  ///< The hub has as many events waiting as it may.
 };
 
 /// Where a thread waited.

@@ -203,6 +203,7 @@ TEST_F(AsyncSendTest, KeepsTimeWhileTheThreadIsBusy) {
     ASSERT_EQ(send(1), 0);
     EXPECT_TRUE(m_replies.wait());
     isEnough = true;
+    evtdispch_unregister_hub(m_sender.get());  // The handler uses what is of this test.
 
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
 }
@@ -316,9 +317,7 @@ TEST_F(AsyncSendTest, ToTheOwnHubWorks) {
 
 TEST_F(AsyncSendTest, OfAnEventThatNobodyTakesIsNeverCalledBack) {
     EXPECT_EQ(send(kNoLimit), -1);
-    EXPECT_EQ(
-        m_log.entriesWithoutLineNumbers(),
-        std::vector<test::LogEntry>{hubLine(kLogError, "sendAsync", "Fail to send event.\n")});
+    EXPECT_TRUE(m_log.entries().empty());
     passThroughSender();
 
     EXPECT_FALSE(m_replies.isAny());
@@ -329,8 +328,7 @@ TEST_F(AsyncSendTest, RefusesNothing) {
     EXPECT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit, nullptr), 2);
 
     const std::vector<test::LogEntry> expected = {
-        dispatcherLine(kLogError, "send", "event is NULL.\n"),
-        hubLine(kLogError, "sendAsync", "handler is NULL.\n")};
+        dispatcherLine(kLogError, "send", "event is NULL.\n")};
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
 }
 

@@ -121,6 +121,8 @@ std::string Sentence::refusal() const {
             return "no handler takes it";
         case record::Refusal::NoEvent:
             return "no event, or it could not be armed";
+        case record::Refusal::QueueFull:
+            return "its queue is full";
     }
     return "reason " + std::to_string(m_record.high(2));
 }

@@ -45,7 +45,7 @@ public:
 
     /// Hands @p event to every hub whose module id is @p target, or to every hub at all for
     /// kAnyModule, in order of registration. Returns what the last of them answered (0 queued,
-    /// -1 no handler for it); -1 when there was none; 2 when @p event is null.
+    /// -1 no handler for it, kEventQueueFull); -1 when there was none; 2 when @p event is null.
     std::int32_t send(std::shared_ptr<BrowserEvent> event, std::int32_t target);
 
 private:

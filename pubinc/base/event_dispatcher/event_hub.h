@@ -17,6 +17,9 @@ namespace tevalon::base::event_dispatcher {
 
 class EventHubImpl;
 
+/// What a send returns where the hub has as many events waiting as it may; see setQueueLimit().
+inline constexpr std::int32_t kEventQueueFull = 3;
+
 /// One module's end of the event traffic: it makes and sends the module's events, and runs the
 /// module's handlers, one at a time and in order of arrival, on a thread of its own.
 ///
@@ -100,7 +103,8 @@ public:
 
     /// Sends, and has this hub's thread call @p callback with the event and the reply. Returns what
     /// the send has: 0 and the callback is called exactly once, never from in here; else never (-1
-    /// when the event could not be sent or armed, or there is no thread; 2 when @p event is null or
+    /// when the event could not be sent or armed, or there is no thread; kEventQueueFull; 2 when @p
+    /// event is null or
     /// @p callback empty).
     ///
     /// @param timeout  In milliseconds; -1 waits without limit. kEventResultTimeout is the reply
@@ -125,7 +129,18 @@ public:
         return sendAsync(std::move(event), target, toTimeoutMs(timeout), std::move(callback));
     }
 
-    /// For the dispatcher: queues @p event. Returns 0, or -1 when no handler takes it. A call from
+    /// From now on an event that finds @p events waiting here is refused: its send returns
+    /// kEventQueueFull (a sendEventSync() -1, with its error line), or what the last hub has
+    /// answered if there are several. What waits already stays. Without a limit at first; 0 takes
+    /// it away.
+    void setQueueLimit(std::uint32_t events);
+
+    /// The events that wait here, that in its handler not among them. As of some moment: senders
+    /// and the thread go on.
+    std::uint32_t queueLength() const;
+
+    /// For the dispatcher: queues @p event. Returns 0, -1 when no handler takes it, or
+    /// kEventQueueFull. A call from
     /// elsewhere must have returned before the hub is destroyed, even by the handler of this event;
     /// for the dispatcher's own calls, unregistering sees to that.
     std::int32_t receiveEvent(std::shared_ptr<BrowserEvent> event);

@@ -7,7 +7,7 @@ from .layout import ANY_MODULE, Kind, NameKind
 _CONTROL = {code: f"\\x{code:02x}" for code in (*range(0x20), 0x7F)}
 
 REFUSALS = {0: "no hub of that module", 1: "no handler takes it",
-            2: "no event, or it could not be armed"}
+            2: "no event, or it could not be armed", 3: "its queue is full"}
 WAITS = {0: "for the lock of", 1: "inside a stop of", 2: "inside the destructor of",
          3: "inside an unregister of"}
 
