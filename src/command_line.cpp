@@ -47,6 +47,14 @@ void clear_option(int argc, char** argv, const std::string& token) {
     }
 }
 
+// Empties the option that was taken last, and its value. The parser stands right behind it, and has
+// not moved it yet.
+void clear_last_option(char** argv) {
+    const bool isValueApart = optarg != nullptr && optarg == argv[optind - 1];
+    if (optarg != nullptr) optarg[0] = '\0';
+    argv[optind - (isValueApart ? 2 : 1)][0] = '\0';
+}
+
 }  // namespace
 
 CommandLine::CommandLine(int argc, char** argv, const std::string& usageText,
@@ -140,31 +148,29 @@ void CommandLine::Parse(std::vector<std::string>* p_notUnderstood) {
         if (letter == kNotUnderstood && p_notUnderstood != nullptr) {
             keepNotUnderstood(p_notUnderstood);
         }
-        if (letter >= kWithoutLetter) {
-            takeOptionWithoutLetter(letter);
-        } else if (letter != 0) {
-            takeOption(static_cast<char>(letter), longIndex);
-        }
+        if (letter != 0) takeOption(letter, longIndex);
     }
     finishParsing();
 }
 
-void CommandLine::takeOption(char letter, int longIndex) {
-    const auto declared = m_shortToLong.find(letter);
-    if (declared == m_shortToLong.end()) return;
-    m_values[declared->second] = optarg != nullptr ? optarg : "";
-    clear_option(m_argc, m_argv, tokenOf(letter, declared->second, longIndex));
-}
-
-// The parser stands right behind what it took, and has not moved it yet: there is no need to
-// search.
-void CommandLine::takeOptionWithoutLetter(int value) {
-    const char* longName = m_longOptions[static_cast<std::size_t>(value - kWithoutLetter)].name;
+void CommandLine::takeOption(int value, int longIndex) {
+    const bool hasLetter = value < kWithoutLetter;
+    const auto letter = static_cast<char>(value);
+    std::string longName;
+    if (!hasLetter) {
+        longName = m_longOptions[static_cast<std::size_t>(value - kWithoutLetter)].name;
+    } else if (const auto declared = m_shortToLong.find(letter); declared != m_shortToLong.end()) {
+        longName = declared->second;
+    } else {
+        return;
+    }
     m_values[longName] = optarg != nullptr ? optarg : "";
-    const bool isValueApart = optarg != nullptr && optarg == m_argv[optind - 1];
-    if (optarg != nullptr) optarg[0] = '\0';
-    m_argv[optind - (isValueApart ? 2 : 1)][0] = '\0';
-    reportCleared(std::string("--") + longName);
+    if (hasLetter) {
+        clear_option(m_argc, m_argv, tokenOf(letter, longName, longIndex));
+    } else {
+        clear_last_option(m_argv);
+        reportCleared("--" + longName);
+    }
 }
 
 // The parser leaves in optopt: an unknown letter; nothing for an unknown long option; and for an
@@ -198,15 +204,17 @@ std::string CommandLine::GetOptionValue(const std::string& longName) const {
 void CommandLine::appendHelpLine(const char* longName, char shortName, bool hasLongName,
                                  const std::string& description, bool hasArgument,
                                  const std::vector<const char*>& aliases) {
-    const char* placeholder = hasArgument ? "#" : "";
-    if (shortName != '\0') m_helpText.append("-").append(1, shortName).append(placeholder);
+    const bool hasLetter = shortName != '\0';
+    const auto append = [this, hasArgument](const char* before, const char* name,
+                                            const char* placeholder) {
+        m_helpText.append(before).append(name).append(hasArgument ? placeholder : "");
+    };
+    const char letter[] = {shortName, '\0'};
+    if (hasLetter) append("-", letter, "#");
     if (hasLongName) {
-        const char* longPlaceholder = hasArgument ? "=#" : "";
-        m_helpText.append(shortName != '\0' ? " or --" : "--");
-        m_helpText.append(longName).append(longPlaceholder);
+        append(hasLetter ? " or --" : "--", longName, "=#");
         for (const char* alias : aliases) {
-            if (alias == nullptr) continue;
-            m_helpText.append(" or --").append(alias).append(longPlaceholder);
+            if (alias != nullptr) append(" or --", alias, "=#");
         }
     }
     m_helpText.append("\n\t\t\t").append(description).append("\n");

@@ -228,15 +228,18 @@ void CommonValue::destroyArray(Array* p_array) noexcept {
     }
 }
 
+const CommonValue& CommonValue::undefined() {
+    static const CommonValue s_undefined;
+    return s_undefined;
+}
+
 const CommonValue::Array& CommonValue::array() const {
-    static const Array s_none;
-    return m_type == kArray ? m_array : s_none;
+    return m_type == kArray ? m_array : undefined().m_array;
 }
 
 const CommonValue& CommonValue::operator[](std::size_t index) const {
-    static const CommonValue s_undefined;
     const Array& elements = array();
-    return index < elements.size() ? elements[index] : s_undefined;
+    return index < elements.size() ? elements[index] : undefined();
 }
 
 template <typename T>

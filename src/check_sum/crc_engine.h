@@ -8,8 +8,16 @@
 #include <cstdint>
 
 #include "check_sum/crc_folding.h"
+#include "check_sum/crc_table.h"
 
 namespace tevalon::base::utils::crc {
+
+/// Whether there are any but the tables. On ARM who asks for the smallest ones does without.
+#if defined(__arm__) && TEVALON_BASE_CRC_SLICES == 1
+inline constexpr bool kHasEngines = false;
+#else
+inline constexpr bool kHasEngines = true;
+#endif
 
 /// The fewest bytes a Fold takes.
 inline constexpr std::size_t kFoldMinimum = 16;

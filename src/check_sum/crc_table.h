@@ -27,6 +27,17 @@ static_assert(kDefaultSlices == 1 || kDefaultSlices == 2 || kDefaultSlices == 4 
                   kDefaultSlices == 8 || kDefaultSlices == 16,
               "TEVALON_BASE_CRC_SLICES is 1, 2, 4, 8 or 16");
 
+/// How many slices the tables of R have. A television set has next to no use for CRC-8 and
+/// CRC-16/DNP, and their frames are short.
+template <class R>
+inline constexpr std::size_t kSlicesOf = kDefaultSlices;
+#ifdef __arm__
+template <>
+inline constexpr std::size_t kSlicesOf<Crc8> = 1;
+template <>
+inline constexpr std::size_t kSlicesOf<CrcDnp> = 1;
+#endif
+
 /// The byte of the register that meets byte @p n of the data, counted from the next one.
 template <class R>
 constexpr std::uint8_t registerByte(typename R::Register crc, std::size_t n) {
@@ -92,13 +103,13 @@ inline typename R::Register takeBytes(typename R::Register crc, const unsigned c
 }
 
 /// Takes in one byte.
-template <class R, std::size_t kSlices = kDefaultSlices>
+template <class R, std::size_t kSlices = kSlicesOf<R>>
 inline typename R::Register byteStep(typename R::Register crc, unsigned char byte) {
     return takeBytes<R, kSlices>(crc, &byte, std::make_index_sequence<1>());
 }
 
 /// Takes in @p length bytes, one at a time.
-template <class R, std::size_t kSlices = kDefaultSlices>
+template <class R, std::size_t kSlices = kSlicesOf<R>>
 inline typename R::Register byteUpdate(typename R::Register crc, const unsigned char* p_data,
                                        std::size_t length) {
     for (; length != 0; --length, ++p_data) crc = byteStep<R, kSlices>(crc, *p_data);
@@ -107,7 +118,7 @@ inline typename R::Register byteUpdate(typename R::Register crc, const unsigned 
 
 /// Takes in @p length bytes, @p kStep at a time while there are as many, the rest in ever
 /// smaller steps.
-template <class R, std::size_t kSlices = kDefaultSlices, std::size_t kStep = kSlices>
+template <class R, std::size_t kSlices = kSlicesOf<R>, std::size_t kStep = kSlices>
 inline typename R::Register tableUpdate(typename R::Register crc, const unsigned char* p_data,
                                         std::size_t length) {
     for (; length >= kStep; length -= kStep, p_data += kStep) {
@@ -144,36 +155,41 @@ template <class R>
 inline constexpr bool kUsesMirrorTables = false;
 template <>
 inline constexpr bool kUsesMirrorTables<Crc32Mpeg2> = kReversesBitsAtOnce;
+template <>
+inline constexpr bool kUsesMirrorTables<CrcKermit> = kReversesBitsAtOnce;
 
-/// tableUpdate() of an R of 32 bits with the tables of its mirror: the reversed bytes in, the
-/// reversed register out.
-template <class R, std::size_t kSlices = kDefaultSlices>
-inline std::uint32_t mirroredUpdate(std::uint32_t crc, const unsigned char* p_data,
-                                    std::size_t length) {
-    static_assert(R::kWidth == 32);
+/// @p crc with its bits in reverse order.
+template <class R>
+inline typename R::Register registerReversed(typename R::Register crc) {
+    return static_cast<typename R::Register>(wordReversed(crc) >> (32 - R::kWidth));
+}
+
+/// tableUpdate() with the tables of the mirror: the reversed bytes in, the reversed register out.
+template <class R, std::size_t kSlices = kSlicesOf<MirrorOf<R>>>
+inline typename R::Register mirroredUpdate(typename R::Register crc, const unsigned char* p_data,
+                                           std::size_t length) {
+    static_assert(R::kWidth <= 32);
     using Mirror = MirrorOf<R>;
     constexpr std::size_t kStep = sizeof(std::uint32_t);
-    constexpr auto takeWord = [](std::uint32_t reversed, std::uint32_t word) {
-        unsigned char bytes[kStep];
-        std::memcpy(bytes, &word, kStep);
-        return tableUpdate<Mirror, kSlices, (kSlices < kStep ? kSlices : kStep)>(reversed, bytes,
-                                                                                 kStep);
-    };
-    std::uint32_t reversed = wordReversed(crc);
+    typename R::Register reversed = registerReversed<R>(crc);
     for (; length >= kStep; length -= kStep, p_data += kStep) {
         std::uint32_t word;
         std::memcpy(&word, p_data, kStep);
-        reversed = takeWord(reversed, __builtin_bswap32(wordReversed(word)));
+        word = __builtin_bswap32(wordReversed(word));
+        unsigned char bytes[kStep];
+        std::memcpy(bytes, &word, kStep);
+        reversed = tableUpdate<Mirror, kSlices, (kSlices < kStep ? kSlices : kStep)>(reversed,
+                                                                                     bytes, kStep);
     }
     for (; length != 0; --length, ++p_data) {
         const auto byte = static_cast<unsigned char>(wordReversed(*p_data) >> 24);
         reversed = byteStep<Mirror, kSlices>(reversed, byte);
     }
-    return wordReversed(reversed);
+    return registerReversed<R>(reversed);
 }
 
 /// Takes in @p length bytes by table, whichever table it is.
-template <class R, std::size_t kStep = kDefaultSlices>
+template <class R, std::size_t kStep = kSlicesOf<R>>
 inline typename R::Register lookedUp(typename R::Register crc, const unsigned char* p_data,
                                      std::size_t length) {
     if constexpr (kUsesMirrorTables<R>) {
@@ -181,7 +197,7 @@ inline typename R::Register lookedUp(typename R::Register crc, const unsigned ch
     } else if constexpr (kStep == 1) {
         return byteUpdate<R>(crc, p_data, length);
     } else {
-        return tableUpdate<R, kDefaultSlices, kStep>(crc, p_data, length);
+        return tableUpdate<R, kSlicesOf<R>, kStep>(crc, p_data, length);
     }
 }
 

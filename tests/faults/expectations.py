@@ -256,23 +256,23 @@ EXPECTATIONS = [
                 lines=[r"[B-LOG] utils.cpp:#:rmDir(): Fail to delete dir:'tree[\w/ ]*', "
                        r"error:(39-'Directory not empty').\n\n*"],
                 says={"removed": ("-3",)}),
-    Expectation("openat|fdopendir", r"^(?!.*removeSubfolder).*removeFolder",
+    Expectation("openat|fdopendir", r"^(?!.*removeAt.*removeAt).*removeFolder",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to opendir('tree').\n\n"],
                 says={"removed": "-2"}),
-    Expectation("openat|fdopendir", r"removeSubfolder",
+    Expectation("openat|fdopendir", r"removeAt.*removeAt",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to opendir('tree/[\w ]+').\n\n",
                        "[B-LOG] folder_removal.cpp:#:removeFolder(): Fail to delete dir:'tree', "
                        "error:(39-'Directory not empty').\\n\\n"],
                 says={"removed": "-3"}),
-    Expectation("unlinkat", r"removeEntry",
+    Expectation("unlinkat", r"^[^<]*::empty",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to delete:'tree/[\w/ ]+', error:(#-'%').\n\n",
                        r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to delete dir:'tree[\w/ ]*', error:(39-'Directory not empty').\n\n*"],
                 says={"removed": "-3"}),
-    Expectation("unlinkat", r"removeEmptied",
+    Expectation("unlinkat", r"^[^<]*::removeAt",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to delete dir:'tree[\w/ ]*', error:(#-'%').\n\n",
                        "[B-LOG] folder_removal.cpp:#:removeFolder(): Fail to delete dir:'tree', "

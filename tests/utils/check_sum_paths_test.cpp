@@ -133,18 +133,24 @@ TYPED_TEST(CrcPathsTest, EveryNumberOfSlicesGivesTheSame) {
 }
 
 // What a processor that reverses bits at once does, here on any.
-TEST(CrcMirrorTest, TheTablesOfTheMirrorGiveTheSame) {
+template <class R>
+void expectMirrorsTables() {
     const auto data = randomBytes(400, 19);
-    std::uint32_t start = 0xFFFFFFFF;
+    auto start = static_cast<typename R::Register>(0xFFFFFFFF);
     for (std::size_t length = 0; length <= 300; ++length) {
         const unsigned char* p_data = data.data() + length % 32;
-        const auto expected = plainUpdate<Crc32Mpeg2>(start, p_data, length);
-        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 1>(start, p_data, length)), expected) << length;
-        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 2>(start, p_data, length)), expected) << length;
-        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 4>(start, p_data, length)), expected) << length;
-        ASSERT_EQ((mirroredUpdate<Crc32Mpeg2, 16>(start, p_data, length)), expected) << length;
+        const auto expected = plainUpdate<R>(start, p_data, length);
+        ASSERT_EQ((mirroredUpdate<R, 1>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<R, 2>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<R, 4>(start, p_data, length)), expected) << length;
+        ASSERT_EQ((mirroredUpdate<R, 16>(start, p_data, length)), expected) << length;
         start = expected;
     }
+}
+
+TEST(CrcMirrorTest, TheTablesOfTheMirrorGiveTheSame) {
+    expectMirrorsTables<Crc32Mpeg2>();
+    expectMirrorsTables<CrcKermit>();
 }
 
 TYPED_TEST(CrcPathsTest, EveryFoldGivesTheSameAtEveryLengthAndAlignment) {

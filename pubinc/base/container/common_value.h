@@ -234,6 +234,7 @@ private:
     bool isEqualInteger(const CommonValue& integer) const;
     bool isEqualLeaf(const CommonValue& other) const;
 
+    TEVALON_BASE_LOCAL static const CommonValue& undefined();
     int convertToInt() const;
     template <typename T>
     TEVALON_BASE_LOCAL T toInteger() const;

@@ -117,13 +117,12 @@ public:
 private:
     TEVALON_BASE_LOCAL void addLongNames(const char* longName, bool hasArgument, int value,
                                          const std::vector<const char*>& aliases);
-    TEVALON_BASE_LOCAL void takeOptionWithoutLetter(int value);
     TEVALON_BASE_LOCAL void keepNotUnderstood(std::vector<std::string>* p_notUnderstood) const;
     TEVALON_BASE_LOCAL void appendHelpLine(const char* longName, char shortName, bool hasLongName,
                                            const std::string& description, bool hasArgument,
                                            const std::vector<const char*>& aliases);
     TEVALON_BASE_LOCAL void finishParsing();
-    TEVALON_BASE_LOCAL void takeOption(char letter, int longIndex);
+    TEVALON_BASE_LOCAL void takeOption(int value, int longIndex);
 
     bool m_parsed = false;
     int m_argc;
