@@ -164,19 +164,20 @@ def header(entries):
              "/// A log message: its name in docs/what-a-line-means.md and in tevalon-explain, and what its",
              "/// lines have in common.",
              "struct LogMessage {",
-             "    const char* name;",
+             "    const char* name;     ///< As it is called there.",
              "    std::uint16_t level;  ///< 0 where the caller's, or beyond all levels.",
-             "    const char* tag;",
-             "    const char* format;  ///< Of the text behind the line's place, with its line end.",
+             "    const char* tag;      ///< At the front of its lines.",
+             "    const char* format;   ///< Of the text behind the line's place, with its line end.",
              "};", "",
-             "namespace log_messages {", ""]
+             "namespace log_messages {", "",
+             "/// @{", "/// The message of that name."]
     lines += ["// clang-format off"]
     for entry in entries:
         name = "k" + "".join(word.capitalize() for word in entry["id"].split("-"))
         values = [json.dumps(entry["id"]), str(entry["level"]), json.dumps(entry["tag"]),
                   json.dumps(entry["text"])]
         lines += [f"inline constexpr LogMessage {name} = {{{', '.join(values)}}};"]
-    lines += ["// clang-format on", "", "}  // namespace log_messages", "}  // namespace tevalon::testkit", "",
+    lines += ["// clang-format on", "/// @}", "", "}  // namespace log_messages", "}  // namespace tevalon::testkit", "",
               "#endif  // TESTKIT_LOG_MESSAGES_H"]
     return "\n".join(lines) + "\n"
 
