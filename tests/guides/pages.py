@@ -2,7 +2,8 @@
 """Holds the pages in docs/ and the programs in examples/ against each other.
 
 usage: pages.py check           every block that begins with a file's first line is that file; every
-                                file of examples/guides and examples/getting_started is on a page
+                                file of examples/guides and examples/getting_started is on a page;
+                                every test that a page names exists
        pages.py write           writes the files into their blocks
        pages.py run PROGRAM FILE   runs the commands `$ ...` of the blocks that call PROGRAM, which is
                                 built as FILE, and compares what they print
@@ -47,8 +48,30 @@ def filled(page, shown):
     return BLOCK.sub(fill, page.read_text())
 
 
+def tests():
+    """The names of all suites, and of all tests as SUITE.NAME."""
+    names = set()
+    for path in (ROOT / "tests").rglob("*"):
+        if path.suffix == ".cpp":
+            for suite, name in re.findall(r"^(?:TYPED_)?TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)",
+                                          path.read_text(), re.M):
+                names |= {suite, f"{suite}.{name}"}
+        elif path.name == "CMakeLists.txt":
+            for suite, name in re.findall(r"NAME (\w+Test)\.(\w+)", path.read_text()):
+                names |= {suite, f"{suite}.{name}"}
+    return names
+
+
+def unknown_tests():
+    known = tests()
+    for page in pages():
+        for name in re.findall(r"`(\w+Test(?:\.\w+)?)`", page.read_text()):
+            if name not in known:
+                yield f"{page.name} names a test that is not there: {name}"
+
+
 def check():
-    shown, faults = set(), []
+    shown, faults = set(), list(unknown_tests())
     for page in pages():
         if filled(page, shown) != page.read_text():
             faults.append(f"{page.name} shows another version of a file: run tests/guides/pages.py write")
