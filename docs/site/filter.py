@@ -44,6 +44,12 @@ def link(source, text, target):
     return f"[{text}](@ref {where})"
 
 
+def unlinked(line):
+    """Doxygen drops a %, which keeps a word from becoming a link; a scheme is one even in code."""
+    return re.sub(r"`[^`]+`", lambda code: re.sub(
+        r"\bfile:", "%file:", code[0].replace("%", "%%")), line)
+
+
 def markdown(source, text):
     lines = []
     fence = None
@@ -79,6 +85,7 @@ def markdown(source, text):
     text = "\n".join(lines) + "\n"
     blocks = re.split(r"(^```.*?^```\n)", text, flags=re.S | re.M)
     for i in range(0, len(blocks), 2):
+        blocks[i] = re.sub(r"^(?!    ).*$", lambda found: unlinked(found[0]), blocks[i], flags=re.M)
         blocks[i] = re.sub(r"(?<!!)\[((?:[^\[\]]|\[[^\]]*\])*)\]\(([^()\s]+)\)",
                            lambda found: link(source, found[1], found[2]), blocks[i])
     return "".join(blocks)
@@ -89,6 +96,8 @@ def header(text):
     # Instances, specialisations and deduction guides are no names of their own.
     text = re.sub(r"^(?:extern template|template <>)[^;]*;|^\w+\([^()]*\)\s*->[^;]*;",
                   lambda found: "\n" * found[0].count("\n"), text, flags=re.M)
+    text = re.sub(r"^( *///| *\*|  \*)(?! {5})(.*)$",
+                  lambda found: found[1] + re.sub(r"%(?=\w)", "%%", found[2]), text, flags=re.M)
     # What is written as global is not looked up.
     text = re.sub(r"(///.*?[\s`])::(?=\w)", r"\1\::", text)
     lines = text.splitlines()

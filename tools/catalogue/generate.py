@@ -8,6 +8,7 @@ usage: generate.py [--check]    with --check only says which of them is not what
 import json
 import re
 import sys
+import textwrap
 
 from catalogue import LEVEL_NAMES, ROOT, layout_of, load
 
@@ -77,7 +78,8 @@ def page(entries):
 
 def described(entry):
     name = LEVEL_NAMES[entry["level"]]
-    lines = [f"### {entry['id']}", "", f"    {plain_text(entry)}", "", entry["meaning"], ""]
+    text = textwrap.indent(plain_text(entry), "    ")
+    lines = [f"### {entry['id']}", "", text, "", entry["meaning"], ""]
     if entry["failure"]:
         lines += [f"- Failed: {entry['failure']}."]
     if not entry["next"].startswith("Nothing: "):

@@ -84,7 +84,7 @@ public:
     /// Sends and blocks until a handler replies. Returns the reply; 1 when none came in
     /// time; -1 when the event could not be sent or armed.
     ///
-    /// @param event    Not null.
+    /// @param event    Null is reported, and answered by -1.
     /// @param target   The receiving module's id, or kAnyModule.
     /// @param timeout  In milliseconds; -1 waits without limit.
     std::int32_t sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
