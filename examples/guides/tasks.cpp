@@ -27,16 +27,16 @@ void finish(TimerThread* p_thread, int delayMs) {
 
 int main() {
     TimerThread thread;
-    thread.postTask(say("second, in 60 ms"), 60);
+    thread.postTask(say("second, in 200 ms"), 200);
     thread.postTask(say("first, at once"), 0);
     thread.postTask(std::make_shared<CallableTimerTask>([] { std::printf("never\n"); }, kPrefetch),
-                    30);
+                    60'000);
     const auto alone = say("never");
-    thread.postTask(alone, 30);
+    thread.postTask(alone, 60'000);
     thread.cancelTaskByTaskId(kPrefetch);
     thread.cancelTaskBySessionId(alone->sessionId());
-    finish(&thread, 60);  // Of equal times, in the order of posting.
-    thread.stop();        // Queued tasks would stay, for the next post.
+    finish(&thread, 200);  // Of equal times, in the order of posting.
+    thread.stop();         // Queued tasks would stay, for the next post.
 
     // The pool's threads are there for the whole process, and for everybody.
     std::promise<bool> wasMain;
