@@ -36,6 +36,8 @@ def link(source, text, target):
     page = (source.parent / name).resolve() if name else source
     if page.suffix in (".svg", ".png"):
         return f"[{text}]({target})"
+    if not page.exists():
+        return f"@ref {name}"  # Doxygen's to complain of.
     if not is_page(page):
         return text
     where = f"{page_id(page)}--{anchor}" if anchor else page_id(page)
