@@ -135,9 +135,6 @@ std::int32_t convert2HexStr(T value, std::string& out, bool upper) {
 
 template std::int32_t convert2HexStr(char, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned char, std::string&, bool);
-template std::int32_t convert2HexStr(signed char, std::string&, bool);
-template std::int32_t convert2HexStr(short, std::string&, bool);
-template std::int32_t convert2HexStr(unsigned short, std::string&, bool);
 template std::int32_t convert2HexStr(int, std::string&, bool);
 template std::int32_t convert2HexStr(unsigned int, std::string&, bool);
 template std::int32_t convert2HexStr(long, std::string&, bool);

@@ -30,13 +30,17 @@ ExitStatus refuse(const std::string& why) {
     return ExitStatus::Refused;
 }
 
-// Whether every line of the session can be played.
+// Whether every line of the session can be played. Reports all that cannot.
 bool rehearse(SessionReader session) {
     Command unused;
-    SessionReader::Status status = SessionReader::Status::Ok;
-    while (status == SessionReader::Status::Ok) status = session.next(&unused);
-    if (status == SessionReader::Status::Error) complain(session.error());
-    return status == SessionReader::Status::End;
+    bool isGood = true;
+    while (true) {
+        const SessionReader::Status status = session.next(&unused);
+        if (status == SessionReader::Status::End) return isGood;
+        if (status == SessionReader::Status::Ok) continue;
+        complain(session.error());
+        isGood = false;
+    }
 }
 
 // A path below the working directory as one types it there.
@@ -52,11 +56,19 @@ void showFirstPage(const std::string& url, SessionPlayer* p_player) {
     p_player->play(command::Show{"url"});
 }
 
+bool isTypedAtAKeyboard(const BrowserOptions& options) {
+    return options.session == kStandardInput && isatty(STDIN_FILENO) != 0;
+}
+
 // Plays until the session quits, ends or is refused.
-SessionReader::Status playAll(SessionReader* p_session, SessionPlayer* p_player) {
+SessionReader::Status playAll(SessionReader* p_session, SessionPlayer* p_player, bool forgives) {
     Command command;
     while (!p_player->finished()) {
         const SessionReader::Status status = p_session->next(&command);
+        if (status == SessionReader::Status::Error && forgives) {
+            complain(p_session->error());  // Whoever typed it types it again.
+            continue;
+        }
         if (status != SessionReader::Status::Ok) return status;
         p_player->play(command);
     }
@@ -77,7 +89,7 @@ ExitStatus perform(SessionReader* p_session, const std::string& title,
     SessionPlayer player(timeline);
     if (screen.isTerminal()) player.summariseReports();
     showFirstPage(options.url, &player);
-    const SessionReader::Status end = playAll(p_session, &player);
+    const SessionReader::Status end = playAll(p_session, &player, isTypedAtAKeyboard(options));
     timeline.chapter("The set is turned off.");
     player.prepareTurnOff();
     television.turnOff();
@@ -100,7 +112,7 @@ ExitStatus performAndReport(SessionReader session, const std::string& title,
 }
 
 ExitStatus performStandardInput(const BrowserOptions& options) {
-    if (isatty(STDIN_FILENO) != 0) complain("type one command a line: " + knownCommands());
+    if (isTypedAtAKeyboard(options)) complain("type one command a line: " + knownCommands());
     const ExitStatus status =
         performAndReport(SessionReader(std::cin, "<stdin>", ""), "standard input", options);
     // A stream tells a failed read and the end of its input apart no longer than stdio does.

@@ -19,7 +19,7 @@ SessionReader::Status SessionReader::next(Command* p_command) {
         ++m_lineNumber;
         ParsedLine parsed = parseLine(line);
         if (!parsed.error.empty()) {
-            return refuse(parsed.error + "; the commands are: " + knownCommands());
+            return refuse(parsed.error + listOnce());
         }
         if (!parsed.command) continue;
 
@@ -29,6 +29,11 @@ SessionReader::Status SessionReader::next(Command* p_command) {
         return Status::Ok;
     }
     return Status::End;
+}
+
+std::string SessionReader::listOnce() {
+    if (std::exchange(m_hasListedCommands, true)) return "";
+    return "; the commands are: " + knownCommands();
 }
 
 SessionReader::Status SessionReader::refuse(const std::string& why) {

@@ -19,7 +19,7 @@ public:
     enum class Status {
         Ok,     ///< *p_command was written.
         End,    ///< No line is left.
-        Error,  ///< The line was refused; see error().
+        Error,  ///< The line was refused; see error(). The next call reads the one behind it.
     };
 
     /// @param input       Must outlive the reader.
@@ -31,18 +31,20 @@ public:
     /// readable at that moment, or the line is refused.
     Status next(Command* p_command);
 
-    /// "name:line: why" of the line that was refused; for one that was not understood, with
-    /// the commands that are known.
+    /// "name:line: why" of the line that was refused last; for the first one that was not
+    /// understood, with the commands that are known.
     const std::string& error() const { return m_error; }
 
 private:
     Status refuse(const std::string& why);
+    std::string listOnce();
     bool findPage(Command* p_command, std::string* p_why) const;
 
     std::istream& m_input;
     const std::string m_name;
     const std::string m_pageFolder;
     std::size_t m_lineNumber = 0;  // Of the line read last, counted from 1.
+    bool m_hasListedCommands = false;
     std::string m_error;
 };
 

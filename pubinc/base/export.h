@@ -3,6 +3,7 @@
 #ifndef BASE_EXPORT_H
 #define BASE_EXPORT_H
 
+/// On a class or function: the library shows it.
 #define TEVALON_BASE_EXPORT __attribute__((visibility("default")))
 
 /// A part of an exported class that only the library itself calls.

@@ -22,9 +22,9 @@ class TimerImpl;
 /// where they leave a negative part of a second, the timer fires with the next whole second, and a
 /// CONTINUE timer whose sum is zero or less fires at once and then every millisecond.
 struct TimeoutTime {
-    std::int32_t sec;
-    std::int32_t msec;
-    std::int32_t usec;
+    std::int32_t sec;   ///< Seconds.
+    std::int32_t msec;  ///< Milliseconds; may be 1000 and more.
+    std::int32_t usec;  ///< Microseconds; may be 1000 and more.
 };
 
 /// @p timeout rounded up to whole microseconds, so that no timer fires early; nothing where it is
@@ -41,6 +41,7 @@ constexpr TimeoutTime toTimeoutTime(std::chrono::duration<Rep, Period> timeout) 
             static_cast<std::int32_t>(usec % 1'000'000)};
 }
 
+/// How often a timer fires.
 enum TimerType_e : std::int32_t {
     ONCE = 0,      ///< Fires once and is stopped then.
     CONTINUE = 1,  ///< Fires after every timeout. The next one begins when an expiry is processed:
@@ -83,7 +84,11 @@ public:
     /// work (CONTINUE with a timeout of zero, or no handler) is made all the same, and start()
     /// refuses it.
     ///
+    /// @param name      For log lines and reports.
+    /// @param timeout   From start() to the handler, and between its calls.
+    /// @param handler   Called when the timeout is over.
     /// @param userData  Handed to the handler; not owned.
+    /// @param type      Once or over and over.
     Timer(std::string name, TimeoutTime timeout, TimerHandler handler, void* userData,
           TimerType_e type);
     /// The same for a std::chrono duration.
@@ -97,6 +102,7 @@ public:
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
+    /// @{
     /// Set everything anew, or one thing; only while the timer is stopped. A CONTINUE timer
     /// does not take a timeout of zero. setProperty() makes any timer fit to start, even
     /// without a handler; it must have one when it fires.
@@ -105,6 +111,7 @@ public:
     int changeTimeout(const TimeoutTime& timeout);
     int changeType(TimerType_e type);
     int changeHandler(TimerHandler handler, void* userData);
+    /// @}
 
     /// Starts the timeout now. On a started timer it does nothing.
     int start();
@@ -115,9 +122,11 @@ public:
     /// stop() and start().
     int restart();
 
+    /// Whether it waits for its next expiry.
     bool isStarted();
     /// True once a stop was asked for, until the next start: for long-running handlers to ask.
     bool needStop();
+    /// As given at construction.
     std::string name();
 
 private:

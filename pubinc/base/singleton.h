@@ -13,6 +13,7 @@ namespace tevalon::base {
 /// as visible as its arguments, and the singleton's word has to be seen by the whole process.
 template <typename T>
 struct TEVALON_BASE_EXPORT DefaultSingletonTraits {
+    /// Called once, on the thread that asks for the instance first.
     static T* create() { return new T(); }
 };
 

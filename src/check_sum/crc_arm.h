@@ -7,7 +7,7 @@
 
 // Only GCC compiles single functions for another ARM processor than the rest of the build.
 #if defined(__arm__) && !defined(__ARMEB__) && !defined(__SOFTFP__) && !defined(__clang__) && \
-    TEVALON_BASE_CRC_SLICES != 1
+    TEVALON_BASE_CRC_SLICES > 1
 #define TEVALON_BASE_CRC_ARM 1
 
 #include "check_sum/crc_engine.h"

@@ -13,7 +13,7 @@
 namespace tevalon::base::utils::crc {
 
 /// Whether there are any but the tables. On ARM who asks for the smallest ones does without.
-#if defined(__arm__) && TEVALON_BASE_CRC_SLICES == 1
+#if defined(__arm__) && TEVALON_BASE_CRC_SLICES <= 1
 inline constexpr bool kHasEngines = false;
 #else
 inline constexpr bool kHasEngines = true;

@@ -348,6 +348,19 @@ TEST(SessionFileTest, ALineThatIsNotUnderstoodKeepsAllOfItFromBeingPlayed) {
     EXPECT_EQ(result.output, "");
 }
 
+TEST(SessionFileTest, EachWrongLineIsNamed) {
+    const test::ScratchFile file("wrong.session", "tune\ntune 1\nlaunch a /no.html\nnonsense\n");
+
+    const ChildResult result = playFile(file.path());
+
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(result.errors, "tv_browser: " + file.path() + ":1: 'tune CHANNEL' lacks CHANNEL; " +
+                                 kCommands + "tv_browser: " + file.path() +
+                                 ":3: cannot read page '/no.html': No such file or directory\n" +
+                                 "tv_browser: " + file.path() + ":4: unknown command 'nonsense'\n");
+    EXPECT_EQ(result.output, "");
+}
+
 TEST(SessionFileTest, AMissingPageKeepsAllOfItFromBeingPlayed) {
     const test::ScratchFile file("page.session", "tune 1\nlaunch news no/such/page.html\n");
 

@@ -51,6 +51,18 @@ TEST(SessionReaderTest, ARefusedLineIsNamedWithItsFileAndNumberAndTheKnownComman
               "evening:4: unknown command 'nonsense'; the commands are: " + knownCommands());
 }
 
+TEST(SessionReaderTest, BehindARefusedLineItGoesOnAndListsTheCommandsOnce) {
+    std::istringstream input("nonsense\ntune 1\nmore nonsense\n");
+    SessionReader reader(input, "evening", "");
+    Command command;
+
+    EXPECT_EQ(reader.next(&command), Status::Error);
+    EXPECT_EQ(reader.next(&command), Status::Ok);
+    EXPECT_EQ(reader.next(&command), Status::Error);
+    EXPECT_EQ(reader.error(), "evening:3: unknown command 'more'");
+    EXPECT_EQ(reader.next(&command), Status::End);
+}
+
 TEST(SessionReaderTest, ARelativePageIsFoundInThePageFolder) {
     const test::ScratchFile page("reader.html", "<title>t</title>");
     std::istringstream input("launch a " + page.name() + "\n");

@@ -12,7 +12,8 @@
 namespace test {
 
 TerminalResult runOnTerminal(const std::vector<std::string>& arguments, unsigned short columns,
-                             const std::vector<std::pair<std::string, std::string>>& variables) {
+                             const std::vector<std::pair<std::string, std::string>>& variables,
+                             const std::string& typed) {
     std::vector<char*> pointers;
     pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
@@ -32,6 +33,9 @@ TerminalResult runOnTerminal(const std::vector<std::string>& arguments, unsigned
     }
 
     TerminalResult result;
+    if (write(controller, typed.data(), typed.size()) != static_cast<ssize_t>(typed.size())) {
+        throw std::runtime_error("nothing typed");
+    }
     char piece[4096];
     for (ssize_t got = 0; (got = read(controller, piece, sizeof piece)) > 0;) {
         result.shown.append(piece, static_cast<std::size_t>(got));

@@ -15,9 +15,11 @@ struct TerminalResult {
 };
 
 /// Runs @p arguments to its end with a new terminal of so many columns as its standard input,
-/// output and error, and with @p variables set beside ours.
+/// output and error, and with @p variables set beside ours. @p typed is typed on it at once, and
+/// shown there too.
 TerminalResult runOnTerminal(const std::vector<std::string>& arguments, unsigned short columns,
-                             const std::vector<std::pair<std::string, std::string>>& variables);
+                             const std::vector<std::pair<std::string, std::string>>& variables,
+                             const std::string& typed = "");
 
 /// What is left without colours.
 std::string withoutColours(const std::string& shown);

@@ -22,7 +22,7 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 const std::string kEvening = "--session=" TV_BROWSER_SESSIONS "/evening.session";
 
 TerminalResult play(std::vector<std::string> options, unsigned short columns,
-                    const Variables& more = {}) {
+                    const Variables& more = {}, const std::string& typed = "") {
     options.insert(options.begin(), TV_BROWSER);
     Variables variables = {{"TERM", "xterm"},
                            {"NO_COLOR", ""},
@@ -30,7 +30,7 @@ TerminalResult play(std::vector<std::string> options, unsigned short columns,
                            {"ZOR_DEBUG_FILE", ""},
                            {"ZOR_DEBUG_PREFIX", ""}};
     variables.insert(variables.end(), more.begin(), more.end());
-    return test::runOnTerminal(options, columns, variables);
+    return test::runOnTerminal(options, columns, variables, typed);
 }
 
 std::string contentsOf(const std::string& path) {
@@ -201,6 +201,22 @@ TEST(TerminalTest, ALogThatCannotBeWrittenStandsInTheStory) {
         << result.shown;
     EXPECT_GE(timesFound(result.shown, R"(\[EventDispatcher\] )"), 1);
     EXPECT_EQ(timesFound(result.shown, "The log is in"), 0);
+}
+
+TEST(TerminalTest, AWrongLineThatIsTypedIsNamedAndTheSessionGoesOn) {
+    const ScratchFile log("typed.log", "");
+
+    const TerminalResult result =
+        play({"--session=-", "--save-log=" + log.path()}, 80, {}, "nonsense\ntune 2\nquit\n");
+    const std::string shown = withoutColours(result.shown);
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(timesFound(shown,
+                         "\ntv_browser: <stdin>:1: unknown command 'nonsense'; the commands are: "),
+              1)
+        << shown;
+    EXPECT_EQ(timesFound(shown, " viewer              -> hbbtv_controller: tune to channel 2\n"), 1)
+        << shown;
 }
 
 TEST(TerminalTest, AComplaintIsShown) {

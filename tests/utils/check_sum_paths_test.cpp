@@ -153,6 +153,17 @@ TEST(CrcMirrorTest, TheTablesOfTheMirrorGiveTheSame) {
     expectMirrorsTables<CrcKermit>();
 }
 
+TYPED_TEST(CrcPathsTest, HalfBytesGiveTheSame) {
+    const auto data = randomBytes(400, 20);
+    for (std::size_t length = 0; length <= 300; ++length) {
+        const unsigned char* p_data = data.data() + length % 32;
+        const auto start = this->randomRegister();
+        ASSERT_EQ(halfByteUpdate<TypeParam>(start, p_data, length),
+                  plainUpdate<TypeParam>(start, p_data, length))
+            << length;
+    }
+}
+
 TYPED_TEST(CrcPathsTest, EveryFoldGivesTheSameAtEveryLengthAndAlignment) {
     const auto data = randomBytes(300 + 64, 12);
     this->forEachFold([&](Fold fold) {

@@ -8,6 +8,7 @@ usage: generate.py [--check]    with --check only says which of them is not what
 import json
 import re
 import sys
+import textwrap
 
 from catalogue import LEVEL_NAMES, ROOT, layout_of, load
 
@@ -77,7 +78,8 @@ def page(entries):
 
 def described(entry):
     name = LEVEL_NAMES[entry["level"]]
-    lines = [f"### {entry['id']}", "", f"    {plain_text(entry)}", "", entry["meaning"], ""]
+    text = textwrap.indent(plain_text(entry), "    ")
+    lines = [f"### {entry['id']}", "", text, "", entry["meaning"], ""]
     if entry["failure"]:
         lines += [f"- Failed: {entry['failure']}."]
     if not entry["next"].startswith("Nothing: "):
@@ -164,19 +166,20 @@ def header(entries):
              "/// A log message: its name in docs/what-a-line-means.md and in tevalon-explain, and what its",
              "/// lines have in common.",
              "struct LogMessage {",
-             "    const char* name;",
+             "    const char* name;     ///< As it is called there.",
              "    std::uint16_t level;  ///< 0 where the caller's, or beyond all levels.",
-             "    const char* tag;",
-             "    const char* format;  ///< Of the text behind the line's place, with its line end.",
+             "    const char* tag;      ///< At the front of its lines.",
+             "    const char* format;   ///< Of the text behind the line's place, with its line end.",
              "};", "",
-             "namespace log_messages {", ""]
+             "namespace log_messages {", "",
+             "/// @{", "/// The message of that name."]
     lines += ["// clang-format off"]
     for entry in entries:
         name = "k" + "".join(word.capitalize() for word in entry["id"].split("-"))
         values = [json.dumps(entry["id"]), str(entry["level"]), json.dumps(entry["tag"]),
                   json.dumps(entry["text"])]
         lines += [f"inline constexpr LogMessage {name} = {{{', '.join(values)}}};"]
-    lines += ["// clang-format on", "", "}  // namespace log_messages", "}  // namespace tevalon::testkit", "",
+    lines += ["// clang-format on", "/// @}", "", "}  // namespace log_messages", "}  // namespace tevalon::testkit", "",
               "#endif  // TESTKIT_LOG_MESSAGES_H"]
     return "\n".join(lines) + "\n"
 

@@ -32,23 +32,25 @@ namespace tevalon::base::container {
 /// one thread at a time. Allocation failures are std::bad_alloc.
 class TEVALON_BASE_EXPORT CommonValue {
 public:
+    /// The kinds, by the C++ type that each holds.
     enum Type : std::int32_t {
-        kNull = 0,
-        kInt = 1,
-        kUInt = 2,
-        kShort = 3,
-        kUShort = 4,
-        kLongLong = 5,
-        kULongLong = 6,
-        kBool = 7,
-        kFloat = 8,
-        kDouble = 9,
-        kString = 10,
-        kPoint = 11,
-        kArray = 12,
+        kNull = 0,         ///< No value, on purpose.
+        kInt = 1,          ///< int
+        kUInt = 2,         ///< unsigned int
+        kShort = 3,        ///< short
+        kUShort = 4,       ///< unsigned short
+        kLongLong = 5,     ///< long long
+        kULongLong = 6,    ///< unsigned long long
+        kBool = 7,         ///< bool
+        kFloat = 8,        ///< float
+        kDouble = 9,       ///< double
+        kString = 10,      ///< std::string
+        kPoint = 11,       ///< Point
+        kArray = 12,       ///< Array
         kUndefined = 255,  ///< Nothing assigned yet.
     };
 
+    /// What a value of kind kArray holds.
     using Array = std::vector<CommonValue>;
 
 private:
@@ -70,6 +72,8 @@ public:
     /// A null.
     static CommonValue null();
 
+    /// @{
+    /// Of the kind of its argument, which is copied.
     CommonValue(bool value) { setScalar(kBool, &Scalar::asBool, value); }
     CommonValue(short value) { setScalar(kShort, &Scalar::asShort, value); }
     CommonValue(unsigned short value) { setScalar(kUShort, &Scalar::asUShort, value); }
@@ -81,13 +85,14 @@ public:
     CommonValue(double value) { setScalar(kDouble, &Scalar::asDouble, value); }
     CommonValue(const std::string& value);
     CommonValue(const Point& value);
+    CommonValue(Array value);
+    /// @}
     /// Of the kind of the same width: kInt or kLongLong.
     CommonValue(long value);
     /// Likewise.
     CommonValue(unsigned long value);
     /// A text; null is the empty one.
     CommonValue(const char* text);
-    CommonValue(Array value);
     /// An array of what is listed: `CommonValue::list({1, "two", CommonValue::list({3.0})})`.
     static CommonValue list(std::initializer_list<CommonValue> values) {
         return CommonValue(Array(values));
@@ -112,6 +117,8 @@ public:
     /// Leaves @p other its kind, with an empty text and array.
     CommonValue& operator=(CommonValue&& other) noexcept;
 
+    /// @{
+    /// Sets kind and value, as the constructor with the same argument does.
     CommonValue& operator=(bool value) { return setScalar(kBool, &Scalar::asBool, value); }
     CommonValue& operator=(short value) { return setScalar(kShort, &Scalar::asShort, value); }
     CommonValue& operator=(unsigned short value) {
@@ -133,7 +140,9 @@ public:
     CommonValue& operator=(unsigned long value);
     CommonValue& operator=(const char* text);
     CommonValue& operator=(Array value);
+    /// @}
 
+    /// The kind.
     Type type() const { return m_type; }
 
     /// The elements; none unless this is an array. Valid until the value changes.
@@ -177,6 +186,8 @@ public:
         return !right.isEqual(CommonValue(left));
     }
 
+    /// @{
+    /// The value as another type, by the rules above.
     operator bool() const;
     operator short() const;
     operator unsigned short() const;
@@ -186,10 +197,14 @@ public:
     operator unsigned long long() const;
     operator float() const;
     operator double() const;
+    /// @}
     /// {0, 0} unless this is a Point.
     operator Point() const;
+    /// convertToStringType().
     operator std::string() const;
+    /// convertToVectorT<unsigned int>().
     operator std::vector<unsigned int>() const;
+    /// convertToVectorT<std::string>().
     operator std::vector<std::string>() const;
 
     /// "null", a number, "TRUE", "1.5", the text itself, "(3,-4)", "[1,[2,3]]", "Undefined".

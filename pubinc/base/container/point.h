@@ -7,9 +7,10 @@
 
 namespace tevalon::base::container {
 
+/// A pair of coordinates, in whatever unit its user means.
 struct Point {
-    std::int32_t x = 0;
-    std::int32_t y = 0;
+    std::int32_t x = 0;  ///< Horizontal.
+    std::int32_t y = 0;  ///< Vertical.
 };
 
 }  // namespace tevalon::base::container

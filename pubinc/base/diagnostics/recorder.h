@@ -9,8 +9,6 @@
 
 #include "base/export.h"
 
-namespace tevalon::base::diagnostics {
-
 /// While it runs, the library's events, tasks, timers, watches, hubs and long waits, and what
 /// clients add below, are recorded into memory that is set aside once: the oldest is overwritten.
 /// Records of one thread are in exact order; all carry the monotonic clock. `tevalon-trace` shows
@@ -27,25 +25,31 @@ namespace tevalon::base::diagnostics {
 ///
 /// Thread-safety: everything here may be called from any thread at any time, from inside handlers
 /// and tasks too. In a forked child nothing is recorded until that starts a recording of its own.
+namespace tevalon::base::diagnostics {
 
+/// How a call of this family ended.
 enum class Status {
-    Ok,
+    Ok,                ///< Done.
     AlreadyRecording,  ///< Stop first.
     NotRecording,      ///< There is nothing to stop, or nothing was recorded yet.
     Busy,              ///< Another thread starts, stops or writes at this moment; try again later.
     BadArgument,       ///< A size outside its limits; a name that is null or empty.
-    NoMemory,
-    FileExists,     ///< Also a link, wherever it leads.
-    FileNotOpened,  ///< errno tells why.
-    NoRoom,         ///< The file system has not so much, or there is no room for the name.
-    WriteFailed,    ///< errno tells why.
-    AlreadyNamed,   ///< The first name stays.
-    NotSupported,   ///< The library was built without this family.
+    NoMemory,          ///< The system has none left.
+    FileExists,        ///< Also a link, wherever it leads.
+    FileNotOpened,     ///< errno tells why.
+    NoRoom,            ///< The file system has not so much, or there is no room for the name.
+    WriteFailed,       ///< errno tells why.
+    AlreadyNamed,      ///< The first name stays.
+    NotSupported,      ///< The library was built without this family.
 };
 
+/// @{
+/// Limits of RecordingOptions::bytes.
 inline constexpr std::size_t kLeastRecordingBytes = std::size_t{16} * 1024;
 inline constexpr std::size_t kMostRecordingBytes = std::size_t{1024} * 1024 * 1024;
+/// @}
 
+/// How much is recorded, and where to.
 struct RecordingOptions {
     /// For everything: from kLeastRecordingBytes to kMostRecordingBytes.
     std::size_t bytes = std::size_t{256} * 1024;
@@ -96,10 +100,10 @@ TEVALON_BASE_EXPORT Status giveName(Named what, std::int32_t id, const char* nam
 
 }  // namespace internal
 
+/// @{
 /// Give a module id, an event type or a task id a name for all that shows it: this recorder's
-/// readers and the state report. To be done once, before or while something is recorded.
-///
-/// @param name  Copied; cut at 23 bytes.
+/// readers and the state report. To be done once, before or while something is recorded. The name
+/// is copied, and cut at 23 bytes.
 ///
 /// Status: Ok; AlreadyNamed; BadArgument; NoRoom after 512 names.
 inline Status nameModule(std::int32_t moduleId, const char* name) {
@@ -111,6 +115,7 @@ inline Status nameEvent(std::int32_t eventType, const char* name) {
 inline Status nameTask(std::int32_t taskId, const char* name) {
     return internal::giveName(internal::Named::Task, taskId, name);
 }
+/// @}
 
 /// Whether something is recorded at this moment. A load and a branch, as each of the following is
 /// while nothing is recorded. Async-signal-safe, as the following are.
@@ -128,7 +133,8 @@ inline void mark(const char* text, std::int64_t value = 0) {
 
 /// Records a figure that goes up and down.
 ///
-/// @param name  Copied; cut at 40 bytes.
+/// @param name   Copied; cut at 40 bytes.
+/// @param value  The figure now.
 inline void counter(const char* name, std::int64_t value) {
     if (isRecording()) internal::record(internal::Entry::Counter, name, value);
 }

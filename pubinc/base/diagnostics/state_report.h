@@ -8,11 +8,13 @@
 
 namespace tevalon::base::diagnostics {
 
+/// How much writeState() writes.
 struct StateOptions {
     /// All entries of all lists. Else ten of each, and how many more there are.
     bool isWhole = false;
 };
 
+/// @{
 /// Writes a text for people to @p fd, one screen of a healthy process: process, time and build; the
 /// recorder; the hubs with their threads, the events that wait and the handler in hand; the threads
 /// that wait, for a reply or inside a stop, a destructor or an unregister, and who waits for whom,
@@ -29,13 +31,13 @@ struct StateOptions {
 /// begins to wait just then, which waits for it.
 ///
 /// Any thread, also in a handler, a task or a run; not async-signal-safe. A process that has
-/// crashed calls it on a thread that has not. Uses no heap.
+/// crashed calls it on a thread that has not. Uses no heap. @p fd stays open.
 ///
-/// @param fd  Stays open. Where it does not take all: WriteFailed.
-///
-/// Status: Ok; WriteFailed; NoMemory where parts of the text are missing; NotSupported.
+/// Status: Ok; WriteFailed where @p fd does not take all; NoMemory where parts of the text are
+/// missing; NotSupported.
 [[nodiscard]] TEVALON_BASE_EXPORT Status writeState(int fd);
 [[nodiscard]] TEVALON_BASE_EXPORT Status writeState(int fd, const StateOptions& options);
+/// @}
 
 }  // namespace tevalon::base::diagnostics
 

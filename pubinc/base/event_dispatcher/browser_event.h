@@ -41,6 +41,8 @@ class EventHubImpl;
 /// have returned before another thread sees the event.
 class TEVALON_BASE_EXPORT BrowserEvent {
 public:
+    /// @param srcModule  The module that sends it.
+    /// @param eventType  What it is about; the modules agree on the numbers.
     /// @param param  Owned from here on; deleted with the event. May be null.
     BrowserEvent(std::int32_t srcModule, std::int32_t eventType, EventParam* param);
     ~BrowserEvent();
@@ -69,8 +71,8 @@ public:
     std::int32_t waitForResult(std::int32_t timeout);
 
     std::int32_t srcModule;  ///< The module whose hub made the event.
-    std::int32_t eventType;
-    EventParam* param;  ///< Owned; may be null.
+    std::int32_t eventType;  ///< What it is about, as sender and receiver agreed.
+    EventParam* param;       ///< Owned; may be null.
     // Made and freed together by the event: not to be replaced once it is armed.
     std::mutex* waitResultMtx;              ///< Owned; null until armed.
     std::condition_variable* waitResultCv;  ///< Owned; null until armed.

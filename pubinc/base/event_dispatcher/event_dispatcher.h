@@ -31,8 +31,11 @@ public:
     EventDispatcher(const EventDispatcher&) = delete;
     EventDispatcher& operator=(const EventDispatcher&) = delete;
 
+    /// @{
+    /// The process's dispatcher, made on first use. Any thread.
     static EventDispatcher* GetInstance();
     static EventDispatcher* getInstance();
+    /// @}
 
     /// Adds @p p_hub at the end of the list. Returns 0; 1 when this very hub is listed
     /// already; 2 when it is null. Several hubs may share a module id.

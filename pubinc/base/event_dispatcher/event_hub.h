@@ -54,6 +54,7 @@ inline constexpr std::int32_t kEventQueueFull = 3;
 /// answers -1.
 class TEVALON_BASE_EXPORT EventHub {
 public:
+    /// Called on the hub's thread with the event, which it may keep.
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
     using ReplyCallback = std::function<void(EventResult, const std::shared_ptr<BrowserEvent>&)>;
 
@@ -66,6 +67,7 @@ public:
     EventHub(const EventHub&) = delete;
     EventHub& operator=(const EventHub&) = delete;
 
+    /// As given at construction.
     std::int32_t moduleId() const;
 
     /// Registers @p handler for events of @p eventType from any module. Returns 0; 1 when a
@@ -89,6 +91,8 @@ public:
     /// Sends and blocks until a handler replies. Returns the reply; 1 when none came in
     /// time; -1 when the event could not be sent or armed.
     ///
+    /// @param event    Null is reported, and answered by -1.
+    /// @param target   The receiving module's id, or kAnyModule.
     /// @param timeout  In milliseconds; -1 waits without limit.
     std::int32_t sendEventSync(std::shared_ptr<BrowserEvent> event, std::int32_t target,
                                std::int32_t timeout);

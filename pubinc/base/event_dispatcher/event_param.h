@@ -22,10 +22,14 @@ namespace tevalon::base::event_dispatcher {
 class TEVALON_BASE_EXPORT EventParam {
 public:
     EventParam() = default;
+    /// @{
+    /// Payloads may be copied; the base has nothing that is.
     EventParam(const EventParam&) = default;
     EventParam& operator=(const EventParam&) = default;
+    /// @}
     virtual ~EventParam();
 
+    /// @{
     /// As the global ones; the first throws std::bad_alloc. Each block comes from the global
     /// operator new, so that a module which was built without these may free it by the global
     /// delete. Any thread may call any of them.
@@ -33,7 +37,9 @@ public:
     static void operator delete(void* p_memory, std::size_t size) noexcept;
     static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept;
     static void operator delete(void* p_memory, const std::nothrow_t& tag) noexcept;
-    // The forms that these would hide.
+    /// @}
+    /// @{
+    /// As the global ones: the forms that the others would hide.
     static void* operator new(std::size_t /*size*/, void* p_place) noexcept { return p_place; }
     static void operator delete(void* /*p_memory*/, void* /*p_place*/) noexcept {}
 #ifdef __cpp_aligned_new  // Not before C++17, nor where it is switched off.
@@ -53,6 +59,7 @@ public:
         ::operator delete(p_memory, alignment, tag);
     }
 #endif
+    /// @}
 
     /// One number, for payloads that are little more. 0 unless overridden.
     virtual std::int32_t intValue();

@@ -23,6 +23,7 @@
 #define BLOG_MODULE ::tevalon::base::kBlogModule
 #endif
 
+/// @{
 /// The file that this source file's lines and traces name, and the number in them. A source that
 /// was split off another defines them before its first include, to keep the other's name in the log
 /// and to stay clear of its numbers.
@@ -32,6 +33,7 @@
 #ifndef BLOG_LINE
 #define BLOG_LINE __LINE__
 #endif
+/// @}
 
 /// BLOG(level, format, ...): writes "[tag] file:line:function(): " and the message in one
 /// output call, if @p level is on. Arguments are evaluated only then.

@@ -19,6 +19,7 @@ TEVALON_BASE_EXPORT const char* blog_base_name(const char* path);
 /// @param levelIndex  0 to 4, for the levels 1, 1000, 3000, 4000, 5000; any other index
 ///                    writes nothing.
 /// @param tag,file,function  Null is taken as "".
+/// @param line        As it is to be shown.
 /// @param format      printf format without a line end; null writes nothing at all.
 ///
 /// Any thread, at any time. Reports no failure.

@@ -21,7 +21,9 @@ namespace tevalon::base {
 /// shown as given, with its folders. Belongs to one thread.
 class FunctionTracer {
 public:
+    /// Writes the line of the entry, with these in it.
     TEVALON_BASE_EXPORT FunctionTracer(const char* function, const char* file, int line);
+    /// Writes the line of the way out, with the same.
     TEVALON_BASE_EXPORT ~FunctionTracer();
 
     FunctionTracer(const FunctionTracer&) = delete;

@@ -11,12 +11,14 @@ namespace tevalon::base {
 
 using ::DebugLevelRecord;
 
+/// @{
 /// The levels in use. A smaller number is more important; the platform decides which are on.
 inline constexpr std::uint16_t kLogAlways = 1;    ///< Progress lines meant to show always.
 inline constexpr std::uint16_t kLogError = 1000;  ///< Failures, refusals, caught exceptions.
-inline constexpr std::uint16_t kLogWarn = 3000;
-inline constexpr std::uint16_t kLogInfo = 4000;
+inline constexpr std::uint16_t kLogWarn = 3000;   ///< Odd, but gone on with.
+inline constexpr std::uint16_t kLogInfo = 4000;   ///< What is called and chosen.
 inline constexpr std::uint16_t kLogDebug = 5000;  ///< Traces and progress chatter.
+/// @}
 
 /// This library's module number in the platform's debug output.
 inline constexpr std::uint16_t kBlogModule = 0x5F;

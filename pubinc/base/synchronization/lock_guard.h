@@ -16,6 +16,7 @@ namespace tevalon::base {
 template <typename NativeMutex>
 class TEVALON_SCOPED_CAPABILITY LockGuard {
 public:
+    /// @param mutex  Not owned; must outlive the guard.
     // The analysis knows a Mutex but not what it wraps, so the bodies are not checked.
     explicit LockGuard(Mutex& mutex) TEVALON_ACQUIRE(mutex) TEVALON_NO_THREAD_SAFETY_ANALYSIS
         : LockGuard(*mutex.nativeHandle()) {}

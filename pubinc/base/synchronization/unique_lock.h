@@ -16,10 +16,12 @@ namespace tevalon::base {
 template <typename NativeMutex>
 class TEVALON_SCOPED_CAPABILITY UniqueLock {
 public:
+    /// @param mutex  Not owned; must outlive the guard.
     // The analysis knows a Mutex but not what it wraps, so the bodies are not checked.
     explicit UniqueLock(Mutex& mutex) TEVALON_ACQUIRE(mutex) TEVALON_NO_THREAD_SAFETY_ANALYSIS
         : UniqueLock(mutex.nativeHandle()) {}
 
+    /// @param mutex  Not owned; must outlive the lock.
     explicit UniqueLock(NativeMutex& mutex) TEVALON_UNCHECKED_MUTEX : UniqueLock(&mutex) {}
 
     /// @param p_mutex  Not owned; must outlive the lock. Null makes a lock that holds nothing.

@@ -23,6 +23,7 @@ public:
 /// where it may go away during the call, the owner has to see to that.
 class TEVALON_BASE_EXPORT TimerExecutionContext {
 public:
+    /// What aliveMagic holds while the executable is there.
     static constexpr std::uint32_t kAliveMagic = 0xADDECEFA;
 
     /// @param p_executable  Not owned; may be null.
@@ -33,9 +34,11 @@ public:
     TimerExecutionContext(const TimerExecutionContext&) = delete;
     TimerExecutionContext& operator=(const TimerExecutionContext&) = delete;
 
+    /// To be called before the executable goes away. Cannot be undone.
     void markAsDead();
 
     std::atomic<std::uint32_t> aliveMagic;  ///< kAliveMagic, or 0 once marked dead.
+    /// As given at construction, dead or alive. Not owned; may be null.
     TimerExecutable* const executable;
 };
 

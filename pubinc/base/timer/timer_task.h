@@ -35,6 +35,7 @@ public:
     /// @param fireTime  Seconds on the monotonic clock. 0.0 is no time: before posting it means
     ///                  as soon as possible, on a queued task that it is cancelled.
     void setNextFireTime(double fireTime);
+    /// The fire time, in the same seconds; 0.0 when there is none.
     double getNextFireTime() const;
 
     std::int32_t sessionId() const;  ///< Tells this task from every other one.

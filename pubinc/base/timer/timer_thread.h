@@ -111,6 +111,7 @@ public:
     /// Sleeps until the first task is due, a task is posted that is due sooner, or the time is
     /// over.
     void waitNextTaskWithTimeOut(double timeoutSeconds);
+    /// Takes the first task off the queue; null when there is none.
     std::shared_ptr<TimerTaskBase> popFirstTask();
 
     /// Does nothing: the place where the queue is looked at when its order is in doubt.

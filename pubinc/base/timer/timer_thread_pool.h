@@ -35,21 +35,30 @@ public:
     TimerThreadPool(const TimerThreadPool&) = delete;
     TimerThreadPool& operator=(const TimerThreadPool&) = delete;
 
+    /// @{
+    /// The process's pool, made on first use. Any thread.
     static TimerThreadPool* GetInstance();
     static TimerThreadPool* getInstance();
+    /// @}
 
     /// @param maxWorkers  How many workers there may be; 2 unless set. Workers that exist
     ///                    already stay. Without any, tasks for workers are reported and dropped.
     static void init(std::int32_t maxWorkers);
 
+    /// @{
     /// Whether the caller is a task on that thread. False before the thread has first run.
     static bool isMainThread();
     static bool isForegroundThread();
     static bool isBackgroundThread();
+    /// @}
 
+    /// @{
+    /// Posts to that thread, for the task's fire time; see TimerThread::postTask(). The task of
+    /// postMainThreadTask() must not be null.
     static void postMainThreadTask(std::shared_ptr<TimerTaskBase> task);
     static void postForegroundTask(std::shared_ptr<TimerTaskBase> task);
     static void postBackgroundTask(std::shared_ptr<TimerTaskBase> task);
+    /// @}
 
     /// Posts to the first worker whose queue is empty, though it may be busy with a task for
     /// however long; else to a new one while there may be more; else to the one with the fewest

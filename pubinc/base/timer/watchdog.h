@@ -41,6 +41,8 @@ class OwnWatch;
 /// cancellation) ends all watching; the destructor works as ever.
 class TEVALON_BASE_EXPORT WatchDog {
 public:
+    /// The operations that can be watched: those of application management, each called by the
+    /// function or the step that carries it out.
     enum WATCH_ID : std::int32_t {
         eWatchIDNull = 0,
         eWatchID_StartUp,
@@ -103,6 +105,7 @@ public:
     /// not throw.
     ///
     /// @param p_context  As given with the callback.
+    /// @param id         The operation that is overdue.
     /// @param seconds    Since the watch began, up to the check that found it overdue.
     using TimeoutCallback = void (*)(void* p_context, WATCH_ID id, double seconds);
 
@@ -120,11 +123,13 @@ public:
     /// Reports go to @p callback from now on, instead of to the log as error lines. Once set it
     /// stays: a second one is reported and ignored.
     ///
+    /// @param callback   Called for each report; null leaves things as they are.
     /// @param p_context  Not owned; must live as long as this object.
     void setTimeoutCallback(TimeoutCallback callback, void* p_context) TEVALON_EXCLUDES(m_mutex);
 
     /// Begins to watch @p id, or begins anew. An @p id that cannot be watched is reported.
     ///
+    /// @param id       From eWatchIDNull to the one before eWatchIDCount.
     /// @param seconds  Allowed; 0 or less is overdue at every check.
     void beginWatch(WATCH_ID id, double seconds) TEVALON_EXCLUDES(m_mutex);
     /// The same for a std::chrono duration. Of its own name, for clients take beginWatch()'s

@@ -71,17 +71,25 @@ public:
 
     // One more byte. No start value, no final complement, no swap.
 
+    /// For crc_8.
     unsigned char update_crc_8(unsigned char crc, unsigned char byte);
     /// For crc_16 and crc_modbus.
     unsigned short update_crc_16(unsigned short crc, unsigned char byte);
+    /// For crc_32.
     unsigned int update_crc_32(unsigned int crc, unsigned char byte);
     unsigned int update_crc_32_mpeg_2(unsigned int crc, unsigned char byte);
     /// For crc_64_ecma and crc_64_we.
     unsigned long long update_crc_64(unsigned long long crc, unsigned char byte);
     /// For crc_xmodem, crc_ccitt_1d0f and crc_ccitt_ffff.
     unsigned short update_crc_ccitt(unsigned short crc, unsigned char byte);
+    /// For crc_dnp: complement and swap are the caller's.
     unsigned short update_crc_dnp(unsigned short crc, unsigned char byte);
+    /// For crc_kermit: the swap is the caller's.
     unsigned short update_crc_kermit(unsigned short crc, unsigned char byte);
+    /// For crc_sick: the swap is the caller's.
+    ///
+    /// @param crc           The running value; 0 at first.
+    /// @param byte          The next byte.
     /// @param previousByte  The byte before @p byte; 0 for the first.
     unsigned short update_crc_sick(unsigned short crc, unsigned char byte,
                                    unsigned char previousByte);

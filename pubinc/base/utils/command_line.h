@@ -38,10 +38,14 @@ public:
     /// @param addDefaults  Whether to call AddDefaultOptions().
     CommandLine(int argc, char** argv, const std::string& usageText, const std::string& extraText,
                 bool addDefaults);
+    /// @{
+    /// A copy shares the argument vector, and has what was declared and parsed so far.
     CommandLine(const CommandLine&);
     CommandLine& operator=(const CommandLine&);
+    /// @}
     ~CommandLine();
 
+    /// As given at construction.
     int argc() const { return m_argc; }
     /// The vector given at construction, with what Parse() erased.
     char** argv() const { return m_argv; }

@@ -30,10 +30,12 @@ public:
     /// Starts a new message, whatever was hashed before.
     void init();
 
+    /// @{
     /// Appends @p length bytes. Null is allowed where @p length is 0. On a finalized object the
     /// bytes are taken, but the digest no longer changes.
     void update(const unsigned char* input, unsigned int length);
     void update(const char* input, unsigned int length);
+    /// @}
 
     /// Closes the message and computes the digest; does nothing on a finalized object.
     /// @return This object.

@@ -9,7 +9,7 @@
 
 /// Not tevalon::base. Whoever opens namespace tevalon, or says `using namespace tevalon`, has two
 /// namespaces called base: inside the first, `base` is tevalon::base, which has no process
-/// properties; after the second it is ambiguous. `::base::get_process_property(...)` is right
+/// properties; after the second it is ambiguous. `::base::get_process_property` is right
 /// everywhere.
 namespace base {
 

@@ -53,19 +53,21 @@ struct ScenarioOptions {
     const char* meantFailure = nullptr;
 };
 
+/// The most threads that a schedule may have at once.
 inline constexpr int kMostThreads = 16;
 
 /// Registers a scenario; made by TEVALON_SCENARIO.
 class Scenario {
 public:
+    /// Adds itself to the program's scenarios. None of the arguments is copied but the options.
     Scenario(const char* name, ScenarioBody body, const ScenarioOptions& options);
     Scenario(const Scenario&) = delete;
     Scenario& operator=(const Scenario&) = delete;
 
-    const char* const name;
-    const ScenarioBody body;
-    const ScenarioOptions options;
-    Scenario* p_next = nullptr;
+    const char* const name;         ///< As it is called on the command line.
+    const ScenarioBody body;        ///< What it does.
+    const ScenarioOptions options;  ///< What it asks for.
+    Scenario* p_next = nullptr;     ///< The one that was registered before it.
 };
 
 /// While it lives, time must not have to pass: a wait that only a time-out can end fails the

@@ -12,14 +12,16 @@ namespace tevalon::testkit {
 /// A log message: its name in docs/what-a-line-means.md and in tevalon-explain, and what its
 /// lines have in common.
 struct LogMessage {
-    const char* name;
+    const char* name;     ///< As it is called there.
     std::uint16_t level;  ///< 0 where the caller's, or beyond all levels.
-    const char* tag;
-    const char* format;  ///< Of the text behind the line's place, with its line end.
+    const char* tag;      ///< At the front of its lines.
+    const char* format;   ///< Of the text behind the line's place, with its line end.
 };
 
 namespace log_messages {
 
+/// @{
+/// The message of that name.
 // clang-format off
 inline constexpr LogMessage kOptionCleared = {"option-cleared", 5000, "B-LOG", "clear  %s done\n"};
 inline constexpr LogMessage kOptionTaken = {"option-taken", 1000, "B-LOG", "Command line argument -%c is already used for --%s\n"};
@@ -144,6 +146,7 @@ inline constexpr LogMessage kZorDebugLost = {"zor-debug-lost", 0, "zor-debug", "
 inline constexpr LogMessage kZorDebugLimit = {"zor-debug-limit", 0, "zor-debug", "zor-debug: cannot begin '%.300s' anew: %s; it grows on\n"};
 inline constexpr LogMessage kTracePoint = {"trace-point", 5000, "B-LOG", "[TRACE] %s:%d:%s\n"};
 // clang-format on
+/// @}
 
 }  // namespace log_messages
 }  // namespace tevalon::testkit

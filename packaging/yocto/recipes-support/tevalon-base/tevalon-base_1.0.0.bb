@@ -38,6 +38,7 @@ FILES:${PN} = "${libdir}/libtevalon-base.so.*"
 FILES:${PN}-tools = " \
     ${bindir}/tevalon-explain \
     ${bindir}/tevalon-trace \
+    ${datadir}/bash-completion \
     ${datadir}/tevalon-base/lnav \
     ${datadir}/tevalon-base/messages.toml \
     ${datadir}/tevalon-base/page \

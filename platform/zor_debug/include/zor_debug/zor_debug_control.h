@@ -95,6 +95,7 @@ ZOR_DEBUG_EXPORT int zorDebugSetPrefix(const char* p_text);
 
 /** Receives one call's text in place of the output.
  *
+ *  @param p_context As given with the capture.
  *  @param p_record  The record that the calling thread last had checked and found on; all
  *                   zero when there is none. Valid during the call.
  *  @param p_text    The formatted text as it stands, with a zero behind it. Valid during the
