@@ -14,16 +14,17 @@ PICTURE = ROOT / "docs/house.svg"
 
 # Sources and headers by where they stand; the first pattern that matches.
 FAMILIES = [
+    ("time", r"pubinc/base/utils/monotonic_time"),
     ("logging", r"src/(logging|debug_memory)|pubinc/base/logging"),
     ("synchronization", r"src/synchronization|pubinc/base/synchronization"),
     ("singleton", r"src/singleton|pubinc/base/singleton"),
     ("threading", r"src/(runnable|current_thread)|pubinc/base/threading"),
-    ("watchdog", r"src/timer/watch|pubinc/base/timer/watchdog"),
+    ("watchdog", r"src/timer/(watch|own_watch)|pubinc/base/timer/(internal/own_watch|named_watch|scoped_watch|watchdog)"),
     ("simple timers", r"src/timer/|pubinc/base/simple_timer"),
     ("timer threads", r"src/timer_|pubinc/base/timer"),
     ("events", r"src/event_dispatcher|pubinc/base/event_dispatcher"),
     ("container", r"src/common_value|pubinc/base/container"),
-    ("utils", r"src/(utils|command_line|md5|check_sum|process_property)|pubinc/base/utils"),
+    ("utils", r"src/(utils|command_line|folder_removal|md5|check_sum|process_property)|pubinc/base/utils"),
     ("diagnostics", r"src/diagnostics|pubinc/base/diagnostics"),
     ("activity", r"src/activity"),
     ("record", r"src/record"),

@@ -152,12 +152,15 @@ public:
     /// Valid until the value changes.
     const CommonValue& operator[](std::size_t index) const;
 
+    /// @{
     /// The elements of an array in order, none of what is no array:
     /// `for (const CommonValue& element : value)`. As array(), in all.
     Array::const_iterator begin() const { return array().begin(); }
     Array::const_iterator end() const { return array().end(); }
     std::size_t size() const { return array().size(); }
+    /// @}
 
+    /// @{
     /// Equal are numbers of the same value, whichever of the number kinds they are; and otherwise
     /// values of one kind with the same content, arrays element by element. A bool is no number,
     /// NaN equals nothing, and what is out of sight does not count. Needs no stack for nested
@@ -185,6 +188,7 @@ public:
     friend bool operator!=(const T& left, const CommonValue& right) {
         return !right.isEqual(CommonValue(left));
     }
+    /// @}
 
     /// @{
     /// The value as another type, by the rules above.

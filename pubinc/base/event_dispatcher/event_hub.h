@@ -56,6 +56,7 @@ class TEVALON_BASE_EXPORT EventHub {
 public:
     /// Called on the hub's thread with the event, which it may keep.
     using Handler = std::function<void(std::shared_ptr<BrowserEvent>)>;
+    /// What sendAsync() calls: with the reply, and the event that was sent.
     using ReplyCallback = std::function<void(EventResult, const std::shared_ptr<BrowserEvent>&)>;
 
     /// Starts no thread.
@@ -111,8 +112,11 @@ public:
     /// event is null or
     /// @p callback empty).
     ///
-    /// @param timeout  In milliseconds; -1 waits without limit. kEventResultTimeout is the reply
-    ///                 when it has passed.
+    /// @param event     Not sent before.
+    /// @param target    As for sendEvent().
+    /// @param timeout   In milliseconds; -1 waits without limit. kEventResultTimeout is the reply
+    ///                  when it has passed.
+    /// @param callback  Must not throw. Destroyed after its call.
     ///
     /// kEventResultNone is the reply once nobody is left who could give one: all receivers have let
     /// go of the event. So it is where the hub's end comes first: what is still out when the hub is

@@ -27,8 +27,10 @@ public:
     explicit HubRegistration(EventHub* p_hub)
         : m_status(evtdispch_register_hub(p_hub)), m_hub(m_status == 0 ? p_hub : nullptr) {}
 
+    /// The hub is registered for this one from now on.
     HubRegistration(HubRegistration&& other) noexcept
         : m_status(other.m_status), m_hub(std::exchange(other.m_hub, nullptr)) {}
+    /// Unregisters what it had, if anything.
     HubRegistration& operator=(HubRegistration&& other) noexcept {
         if (this == &other) return *this;
         reset();

@@ -51,7 +51,9 @@ public:
     void wait(UniqueLock<NativeMutex>& lock) {
         waitOnce(nativeHandleOf(lock));
     }
+    /// The same.
     void wait(RelockableLock& lock) { waitOnce(nativeHandleOf(lock)); }
+    /// The same.
     void wait(std::unique_lock<Mutex>& lock) { waitOnce(nativeHandleOf(lock)); }
 
     /// Waits until @p isDone() is true; not at all where it is already. Throws as above, and where

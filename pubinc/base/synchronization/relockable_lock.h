@@ -55,6 +55,7 @@ public:
         m_mutex.unlock();
     }
 
+    /// Whether it holds the mutex now.
     [[nodiscard]] bool owns_lock() const { return m_isHeld; }
 
     /// The POSIX mutex while it is held, or null. Not owned.

@@ -35,6 +35,7 @@ public:
 
     /// On the process's watchdog.
     ///
+    /// @param name      For the callback.
     /// @param seconds   Allowed; 0 or less is overdue at every check.
     /// @param callback  Must not be empty.
     NamedWatch(std::string name, double seconds, Callback callback)
@@ -50,6 +51,7 @@ public:
           m_client(new Client{std::move(name), std::move(callback)}) {
         begin();
     }
+    /// The same for a std::chrono duration.
     template <typename Rep, typename Period>
     NamedWatch(WatchDog& dog, std::string name, std::chrono::duration<Rep, Period> allowed,
                Callback callback)
@@ -60,6 +62,7 @@ public:
     /// Begins to watch anew, as a sign of life.
     void restart() { begin(); }
 
+    /// As it was given.
     const std::string& name() const { return m_client->name; }
 
 private:

@@ -20,6 +20,7 @@ class ScopedWatch {
 public:
     /// On the process's watchdog.
     ///
+    /// @param id       The operation.
     /// @param seconds  See WatchDog::beginWatch().
     ScopedWatch(WatchDog::WATCH_ID id, double seconds)
         : ScopedWatch(*GlobalWatchDog(), id, seconds) {}
@@ -32,6 +33,7 @@ public:
     ScopedWatch(WatchDog& dog, WatchDog::WATCH_ID id, double seconds) : m_dog(dog), m_id(id) {
         m_dog.beginWatch(m_id, seconds);
     }
+    /// The same for a std::chrono duration.
     template <typename Rep, typename Period>
     ScopedWatch(WatchDog& dog, WatchDog::WATCH_ID id, std::chrono::duration<Rep, Period> allowed)
         : ScopedWatch(dog, id, toSeconds(allowed)) {}

@@ -65,6 +65,7 @@ public:
     /// tasks, the one in hand included.
     static void postWorkerTask(std::shared_ptr<TimerTaskBase> task);
 
+    /// The threads that take posts.
     enum class Thread : std::int32_t {
         Main,
         Foreground,
@@ -91,6 +92,7 @@ public:
     static TaskHandle post(Thread thread, Work&& work, std::int32_t delayMs) {
         return post(thread, std::forward<Work>(work), std::chrono::milliseconds(delayMs));
     }
+    /// The same for a std::chrono duration.
     template <typename Work, typename Rep, typename Period>
     static TaskHandle post(Thread thread, Work&& work, std::chrono::duration<Rep, Period> delay) {
         auto task = internal::makePostedTask(std::forward<Work>(work));

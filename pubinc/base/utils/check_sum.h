@@ -77,6 +77,7 @@ public:
     unsigned short update_crc_16(unsigned short crc, unsigned char byte);
     /// For crc_32.
     unsigned int update_crc_32(unsigned int crc, unsigned char byte);
+    /// For crc_32_mpeg_2.
     unsigned int update_crc_32_mpeg_2(unsigned int crc, unsigned char byte);
     /// For crc_64_ecma and crc_64_we.
     unsigned long long update_crc_64(unsigned long long crc, unsigned char byte);

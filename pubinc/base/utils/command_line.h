@@ -114,6 +114,7 @@ public:
         (void)ReadOptionValue(longName, &value);
         return value;
     }
+    /// The same for a text.
     std::string GetOptionValue(const std::string& longName, const char* fallback) const {
         return GetOptionValue(longName, std::string(fallback != nullptr ? fallback : ""));
     }
