@@ -66,6 +66,7 @@ TEST_F(HubRegistrationTest, LeavesAHubThatWasRegisteredAlready) {
 }
 
 TEST_F(HubRegistrationTest, OfNoHubIsNone) {
+    (void)EventDispatcher::GetInstance();  // Which says so when it is created.
     const test::LogCapture log(kLogError);
     std::int32_t status = 0;
     {

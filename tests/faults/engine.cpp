@@ -43,6 +43,7 @@ constexpr const char* kNames[] = {
     "pthread_join",
     "pthread_cond_timedwait",
     "sem_wait",
+    "sem_clockwait",
     "sem_post",
     "clock_gettime",
     "sched_yield",

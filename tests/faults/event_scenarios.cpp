@@ -1,5 +1,6 @@
 // Events, hubs and the dispatcher.
 
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -167,6 +168,39 @@ void hubs(Run& run) {
     run.say("reply then", here->sendEventSync(here->createEvent(kType + 1), kThere, 1000));
 }
 
+// With a payload and a reply that carries data.
+void asyncSends(Run& run) {
+    Handled* const p_handled = newHandled();
+    Handled* const p_called = newHandled();
+    RegisteredHub here(&run, kHere);
+    RegisteredHub there(&run, kThere);
+    const EventHub hub(kHere);
+    const auto handler = [p_handled](const std::shared_ptr<BrowserEvent>& event) {
+        if (!fillReply<std::int32_t>(event, 42)) return;
+        // So that the sender has gone to sleep.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ++p_handled->count;
+        event->replyResult(42);
+    };
+    const auto count = [p_called](EventResult, const std::shared_ptr<BrowserEvent>&) {
+        ++p_called->count;
+    };
+    (void)there->registerHandler(kType, handler);
+    const auto request = makeRequest<std::int32_t, std::int32_t>(hub, kType, 7);
+    const std::int32_t sent = here->sendAsync(request, kThere, 5000, count);
+    run.say("sent", sent);
+    if (sent == 0) (void)run.waitFor("called", p_called->count, 1);
+    run.calm();
+    (void)there->registerHandler(kType + 1, handler);
+    const int before = p_called->count;
+    const auto then = makeRequest<std::int32_t, std::int32_t>(hub, kType + 1, 7);
+    const std::int32_t sentThen = here->sendAsync(then, kThere, 5000, count);
+    run.say("sent then", sentThen);
+    if (sentThen == 0) (void)run.waitFor("called then", p_called->count, before + 1);
+    const int* const p_reply = replyOf<std::int32_t>(then);
+    run.say("reply then", p_reply != nullptr ? *p_reply : -1);
+}
+
 // Enough of them that queue and tables grow.
 void hubsMany(Run& run) {
     constexpr int kMany = 40;
@@ -199,6 +233,7 @@ std::vector<Scenario> eventScenarios() {
         {"payloads across threads", payloadsAcrossThreads},
         {"hubs", hubs, makeDispatcher},
         {"hubs, all lines", hubs, makeDispatcher, Module::Library, 5000},
+        {"asynchronous sends", asyncSends, makeDispatcher},
         {"hubs with many handlers", hubsMany, makeDispatcher},
     };
 }

@@ -63,6 +63,7 @@ ERRORS = {
     "pthread_cond_signal": ["EINVAL+"],
     "pthread_cond_broadcast": ["EINVAL+"],
     "sem_wait": ["EINTR"],
+    "sem_clockwait": ["EINTR"],
     "clock_gettime": ["EINVAL"],
     "nanosleep": ["EINTR"],
     "clock_nanosleep": ["EINTR"],
@@ -131,7 +132,7 @@ LATER = {
     for name, errors in ERRORS.items()
     if "(" not in name and not errors[0].endswith("+") and name not in
     ("pthread_mutex_lock", "pthread_mutex_trylock", "pthread_cond_wait", "pthread_cond_clockwait",
-     "pthread_cond_timedwait", "sem_wait")
+     "pthread_cond_timedwait", "sem_wait", "sem_clockwait")
 }
 LATER["syscall"] = "EIO"
 

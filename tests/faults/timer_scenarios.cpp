@@ -1,8 +1,10 @@
 // Simple timers, timer threads, the pool and the watchdog.
 
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/simple_timer.h"
@@ -239,7 +241,11 @@ void watchdog(Run& run) {
 
 void ownWatch(Run& run) {
     std::atomic<int>* const p_reports = &newCounts()->first;
-    const auto note = [p_reports](const std::string&, double) { ++*p_reports; };
+    // Takes a while, so that the watch is ended meanwhile, and waits.
+    const auto note = [p_reports](const std::string&, double) {
+        ++*p_reports;
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    };
     timer::WatchDog dog;
     {
         const timer::NamedWatch watch(dog, "own", 0.001, note);

@@ -268,6 +268,9 @@ TEVALON_TEST_INTERPOSE(PthreadJoin, ErrorNumber, pthread_join, int,
                        nullptr, (nextCall, thread, pp_result))
 TEVALON_TEST_INTERPOSE(SemWait, MinusOneAndErrno, sem_wait, int, (sem_t* p_semaphore),
                        p_semaphore, (nextCall, p_semaphore))
+TEVALON_TEST_INTERPOSE(SemClockwait, MinusOneAndErrno, sem_clockwait, int,
+                       (sem_t* p_semaphore, clockid_t clock, const timespec* p_deadline),
+                       p_semaphore, (nextCall, p_semaphore, clock, p_deadline))
 TEVALON_TEST_INTERPOSE(SemPost, MinusOneAndErrno, sem_post, int, (sem_t* p_semaphore),
                        p_semaphore, (nextCall, p_semaphore))
 TEVALON_TEST_INTERPOSE(ClockGettime, MinusOneAndErrno, clock_gettime, int,

@@ -38,6 +38,7 @@ enum class Call {
     PthreadJoin,
     PthreadCondTimedwait,
     SemWait,
+    SemClockwait,
     SemPost,
     ClockGettime,
     SchedYield,
