@@ -16,6 +16,24 @@
 
 namespace tevalon::base::container {
 
+class CommonValue;
+
+namespace internal {
+
+template <typename T>
+inline constexpr bool kIsText =
+    std::is_same_v<std::decay_t<T>, const char*> || std::is_same_v<std::decay_t<T>, char*>;
+
+/// What a value is compared with as with a value made of it. No enumerations and no other pointers:
+/// the operators are found for Type and for pointers to values too, and would make what those
+/// compare with ambiguous.
+template <typename T>
+using ComparedByValue =
+    std::enable_if_t<std::is_arithmetic_v<T> || kIsText<T> || std::is_same_v<T, std::string> ||
+                     std::is_same_v<T, Point> || std::is_same_v<T, std::vector<CommonValue>>>;
+
+}  // namespace internal
+
 /// A tagged value: a number, a bool, a text, a Point, an array of values, null, or nothing yet.
 ///
 /// Conversions never fail. What is no number or bool converts to 0 and false: texts are not
@@ -53,18 +71,6 @@ public:
     /// What a value of kind kArray holds.
     using Array = std::vector<CommonValue>;
 
-private:
-    // No enumerations and no other pointers: the operators are found for Type and for pointers to
-    // values too, and would make what those compare with ambiguous.
-    template <typename T>
-    static constexpr bool kIsText =
-        std::is_same_v<std::decay_t<T>, const char*> || std::is_same_v<std::decay_t<T>, char*>;
-    template <typename T>
-    using ComparedByValue =
-        std::enable_if_t<std::is_arithmetic_v<T> || kIsText<T> || std::is_same_v<T, std::string> ||
-                         std::is_same_v<T, Point> || std::is_same_v<T, Array>>;
-
-public:
     // What is done with numbers all the time is inline; what may allocate is not.
 
     /// Undefined.
@@ -172,19 +178,19 @@ public:
         return !left.isEqual(right);
     }
     // Beside what converts to a value; the conversions of CommonValue itself would be as good.
-    template <typename T, typename = ComparedByValue<T>>
+    template <typename T, typename = internal::ComparedByValue<T>>
     friend bool operator==(const CommonValue& left, const T& right) {
         return left.isEqual(CommonValue(right));
     }
-    template <typename T, typename = ComparedByValue<T>>
+    template <typename T, typename = internal::ComparedByValue<T>>
     friend bool operator!=(const CommonValue& left, const T& right) {
         return !left.isEqual(CommonValue(right));
     }
-    template <typename T, typename = ComparedByValue<T>>
+    template <typename T, typename = internal::ComparedByValue<T>>
     friend bool operator==(const T& left, const CommonValue& right) {
         return right.isEqual(CommonValue(left));
     }
-    template <typename T, typename = ComparedByValue<T>>
+    template <typename T, typename = internal::ComparedByValue<T>>
     friend bool operator!=(const T& left, const CommonValue& right) {
         return !right.isEqual(CommonValue(left));
     }
