@@ -309,3 +309,22 @@ TEVALON_SCENARIO(HubQueueLimitHolds) {
     release.post();
     release.post();
 }
+
+// The handler fetches a value while another one is sent: the last value always arrives, once.
+TEVALON_SCENARIO(NewestEventAgainstFetch) {
+    Semaphore arrived;
+    RegisteredHub sender(kSender);
+    RegisteredHub receiver(kReceiver);
+    tevalon::base::event_dispatcher::NewestEvent<int> event(sender, kType, kReceiver);
+    int last = 0;
+    (void)receiver.registerHandler(kType, [&](const Event& received) {
+        const auto value = tevalon::base::event_dispatcher::newest<int>(received);
+        TEVALON_EXPECT(value && *value > last);
+        last = *value;
+        if (last == 2) arrived.post();
+    });
+    const TimeStandsStill still;
+    TEVALON_EXPECT(event.send(1) == 0);
+    TEVALON_EXPECT(event.send(2) == 0);
+    arrived.wait();
+}

@@ -10,5 +10,6 @@
 #include "base/event_dispatcher/event_param.h"
 #include "base/event_dispatcher/event_payload.h"
 #include "base/event_dispatcher/hub_registration.h"
+#include "base/event_dispatcher/newest_event.h"
 
 #endif  // BASE_EVENT_DISPATCHER_H

@@ -118,7 +118,7 @@ TEST(MutexTest, WorksInTheGuardsOfTheStandardLibrary) {
         EXPECT_TRUE(isHeld(first.nativeHandle()));
     }
     {
-        const std::scoped_lock lock(first, second);
+        const std::scoped_lock<Mutex, Mutex> lock(first, second);
         EXPECT_TRUE(isHeld(first.nativeHandle()));
         EXPECT_TRUE(isHeld(second.nativeHandle()));
     }

@@ -121,7 +121,7 @@ TEST(RelockableLockTest, IsALockOfTheStandardLibrary) {
     RelockableLock lock(first);
     lock.unlock();
 
-    { const std::scoped_lock both(lock, second); }
+    { const std::scoped_lock<RelockableLock, Mutex> both(lock, second); }
 
     EXPECT_FALSE(lock.owns_lock());
     EXPECT_FALSE(std::is_copy_constructible<RelockableLock>::value);
