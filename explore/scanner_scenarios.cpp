@@ -22,6 +22,13 @@ Air oneFrequency(std::chrono::milliseconds lockTime) {
     return {{474, 90, lockTime, {makeSection(0, 0, {{1, "One"}})}}};
 }
 
+/// With so many threads there are too many schedules with more preemptions than that.
+tevalon::testkit::ScenarioOptions upTo(int preemptions) {
+    tevalon::testkit::ScenarioOptions options;
+    options.bound = preemptions;
+    return options;
+}
+
 std::size_t channelsFound() {
     EventHub hub(9);
     const auto request = makeRequest<Channels>(hub, kListChannels);
@@ -32,7 +39,7 @@ std::size_t channelsFound() {
 
 }  // namespace
 
-TEVALON_SCENARIO(ScannerFindsWhatIsBroadcast) {
+TEVALON_SCENARIO_WITH(ScannerFindsWhatIsBroadcast, upTo(0)) {
     const Air air = oneFrequency(1ms);
     const Tuner tuner(air);
     const Demultiplexer demultiplexer;
@@ -44,7 +51,7 @@ TEVALON_SCENARIO(ScannerFindsWhatIsBroadcast) {
 }
 
 // The answer and the end of the patience come at one moment.
-TEVALON_SCENARIO(ScannerLosesPatienceAsTheTunerLocks) {
+TEVALON_SCENARIO_WITH(ScannerLosesPatienceAsTheTunerLocks, upTo(1)) {
     const Air air = oneFrequency(kPatience.forLock);
     const Tuner tuner(air);
     int lines = 0;
@@ -55,7 +62,7 @@ TEVALON_SCENARIO(ScannerLosesPatienceAsTheTunerLocks) {
 }
 
 // In the middle of a scan; the tuner last, which still holds the request.
-TEVALON_SCENARIO(ScannerIsDestroyedInTheMiddle) {
+TEVALON_SCENARIO_WITH(ScannerIsDestroyedInTheMiddle, upTo(1)) {
     const Air air = oneFrequency(1ms);
     const Tuner tuner(air);
     Scanner scanner(kPatience, [](const std::string&) {});
