@@ -15,7 +15,7 @@
 #include "base/timer.h"
 #include "base/utils.h"
 
-#if defined(__cpp_exceptions) || defined(__cpp_rtti)
+#if defined(__cpp_exceptions) || (defined(__cpp_rtti) && !defined(TEVALON_TEST_WITH_RTTI))
 #error "This is the client without either."
 #endif
 

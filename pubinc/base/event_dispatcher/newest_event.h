@@ -23,10 +23,6 @@ struct TEVALON_BASE_LOCAL NewestSlot {
     std::mutex mutex;
     std::optional<T> value;
     const void* p_queued = nullptr;  // The payload of the event that is queued, if any.
-
-    void dequeue(const void* p_payload) {
-        if (p_queued == p_payload) p_queued = nullptr;
-    }
 };
 
 template <typename T>
@@ -35,7 +31,7 @@ struct TEVALON_BASE_LOCAL NewestPayload {
     // Refused, or dropped with a hub's queue: the next one is sent again.
     ~NewestPayload() {
         const std::lock_guard<std::mutex> lock(slot->mutex);
-        slot->dequeue(this);
+        if (slot->p_queued == this) slot->p_queued = nullptr;
     }
 
     NewestPayload(const NewestPayload&) = delete;
@@ -108,7 +104,8 @@ TEVALON_BASE_LOCAL std::optional<T> newest(const std::shared_ptr<BrowserEvent>& 
     if (p_payload == nullptr) return value;
     internal::NewestSlot<T>& slot = *p_payload->slot;
     const std::lock_guard<std::mutex> lock(slot.mutex);
-    slot.dequeue(p_payload);
+    if (slot.p_queued != p_payload) return value;  // What is there is another event's.
+    slot.p_queued = nullptr;
     value.swap(slot.value);
     return value;
 }
