@@ -29,7 +29,7 @@ constexpr std::size_t tableSize() {
 template <class... R>
 constexpr std::size_t kConstantsSize = (0 + ... + (tableSize<R>() + sizeof(crc::FoldConstants)));
 static_assert(kConstantsSize<Crc8, Crc16, CrcCcitt, CrcDnp, CrcKermit, Crc32, Crc32Mpeg2, Crc64> <
-                      24 * 1024 ||
+                      std::size_t{24} * 1024 ||
                   crc::kDefaultSlices > 4 || !crc::kReversesBitsAtOnce,
               "the television set's share of the flash");
 
