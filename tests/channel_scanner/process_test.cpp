@@ -1,11 +1,15 @@
 // The program as a user meets it.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
-#include <cstdio>
+#include <cstddef>
+#include <cstdlib>
 #include <regex>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -14,17 +18,35 @@ struct Outcome {
     std::string output;  ///< Both streams.
 };
 
-Outcome run(const std::string& arguments) {
-    const std::string command = "ZOR_DEBUG=off " CHANNEL_SCANNER " " + arguments + " 2>&1";
+[[noreturn]] void become(std::vector<std::string>* p_words, int output) {
+    (void)dup2(output, STDOUT_FILENO);
+    (void)dup2(output, STDERR_FILENO);
+    (void)setenv("ZOR_DEBUG", "off", 1);
+    std::vector<char*> pointers;
+    for (std::string& word : *p_words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    (void)execv(pointers[0], pointers.data());
+    _exit(127);
+}
+
+Outcome run(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = {CHANNEL_SCANNER};
+    words.insert(words.end(), arguments.begin(), arguments.end());
     Outcome outcome = {-1, ""};
-    std::FILE* const p_pipe = popen(command.c_str(), "r");
-    if (p_pipe == nullptr) return outcome;
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0) return outcome;
+    const pid_t child = fork();
+    if (child == 0) become(&words, ends[1]);
+    (void)close(ends[1]);
     char buffer[4096];
-    for (std::size_t count; (count = std::fread(buffer, 1, sizeof buffer, p_pipe)) > 0;) {
-        outcome.output.append(buffer, count);
+    for (ssize_t count; (count = read(ends[0], buffer, sizeof buffer)) > 0;) {
+        outcome.output.append(buffer, static_cast<std::size_t>(count));
     }
-    const int status = pclose(p_pipe);
-    if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
+    (void)close(ends[0]);
+    int status = 0;
+    if (waitpid(child, &status, 0) == child && WIFEXITED(status)) {
+        outcome.status = WEXITSTATUS(status);
+    }
     return outcome;
 }
 
@@ -42,14 +64,14 @@ const std::string kScan =
     "301 Shopping at 506 MHz\n";
 
 TEST(ChannelScannerTest, ListsWhatIsBroadcast) {
-    const Outcome outcome = run("--patience 2000");
+    const Outcome outcome = run({"--patience", "2000"});
 
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, kScan);
 }
 
 TEST(ChannelScannerTest, SaysWhatItDoesNotUnderstand) {
-    const Outcome outcome = run("--patience=soon --loud -x");
+    const Outcome outcome = run({"--patience=soon", "--loud", "-x"});
 
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.output,
@@ -59,7 +81,7 @@ TEST(ChannelScannerTest, SaysWhatItDoesNotUnderstand) {
 }
 
 TEST(ChannelScannerTest, HelpsWithItsOptions) {
-    const Outcome outcome = run("--help");
+    const Outcome outcome = run({"--help"});
 
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output,
@@ -70,7 +92,7 @@ TEST(ChannelScannerTest, HelpsWithItsOptions) {
 }
 
 TEST(ChannelScannerTest, ShowsWhatItsModulesDo) {
-    const Outcome outcome = run("--patience=3000 --state");
+    const Outcome outcome = run({"--patience=3000", "--state"});
 
     EXPECT_EQ(outcome.status, 0);
     for (const char* name : {"tuner", "demultiplexer", "scanner", "channel list"}) {
