@@ -11,7 +11,7 @@
 #include "check_sum/crc_rule.h"
 
 // How many bytes the tables take in at once: 1, 2, 4, 8 or 16; or 0 for half a byte. One slice of
-// every table is 4,096 bytes or more; the tables for half bytes are 272. A television set has more
+// every table is 4,096 bytes or more; the tables for half bytes are 400. A television set has more
 // use for the flash than for the last bit of speed.
 #ifndef TEVALON_BASE_CRC_SLICES
 #ifdef __arm__
