@@ -289,12 +289,13 @@ TEST(NamedWatchThreadTest, IsReportedByItsOwnWatchDogOnly) {
         HeldWatchDog dog;
         TurnedClock clock(100);
         int reports = 0;
-        const NamedWatch watch("elsewhere", 1s, [&](const std::string&, double) { ++reports; });
+        const NamedWatch watch(*dog.operator->(), "elsewhere", 1s,
+                               [&](const std::string&, double) { ++reports; });
         clock.set(200);
 
-        (void)dog->checkTimers();
-        EXPECT_EQ(reports, 0);
         (void)GlobalWatchDog()->checkTimers();
+        EXPECT_EQ(reports, 0);
+        (void)dog->checkTimers();
         EXPECT_EQ(reports, 1);
     });
 }
