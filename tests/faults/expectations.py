@@ -290,10 +290,11 @@ EXPECTATIONS = [
                        "[B-LOG] folder_removal.cpp:#:removeFolder(): Fail to delete dir:'tree', "
                        r"error:(39-'Directory not empty').\n\n*"],
                 says={"removed": "-3"}),
+    # As with rmDir(): nothing is amiss where all had been removed before.
     Expectation("readdir", r"removeFolder",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
                        r"Fail to delete dir:'tree[\w/ ]*', error:(39-'Directory not empty').\n\n*"],
-                says={"removed": "-3"}),
+                says={"removed": ("-3",)}),
     # What cannot be told to be of the same file system is left.
     Expectation("fstat", r"removeFolder",
                 lines=[r"[B-LOG] folder_removal.cpp:#:removeFolder(): "
