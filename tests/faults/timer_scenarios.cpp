@@ -104,9 +104,10 @@ void timersMany(Run& run) {
                                                  nullptr, simple_timer::ONCE));
         started += timers.back()->start() == 0 ? 1 : 0;
     }
-    run.say("started", started);
     Timer soon("soon", kSoon, counting(&p_counts->second), nullptr, simple_timer::ONCE);
-    run.say("start", soon.start());
+    const int start = soon.start();
+    run.say("started", started + (start == 0 ? 1 : 0));  // One less, whichever fails.
+    run.say("start", start);
     (void)run.waitFor("fired", p_counts->second, 1);
     timers.clear();
     run.calm();
