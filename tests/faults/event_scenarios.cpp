@@ -158,7 +158,11 @@ void hubs(Run& run) {
     run.say("handler", registerCounting(there, kType, p_handled));
     const std::int32_t sent = here->sendEvent(here->createEvent(kType), kThere);
     run.say("sent", sent);
-    if (sent == 0) (void)run.waitFor("handled", p_handled->count, 1);
+    if (sent == 0) {
+        (void)run.waitFor("handled", p_handled->count, 1);
+    } else {
+        run.say("handled", "no");
+    }
     run.say("reply", here->sendEventSync(here->createEvent(kType), kThere, 1000));
     run.calm();
     run.say("handler then", registerCounting(there, kType + 1, p_handled));

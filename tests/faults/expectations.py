@@ -32,6 +32,7 @@ NOW_FAILED = "Fail to get now time, errorno(22):'%'.\\n"
 NOT_ARMED = r"[EventDispatcher] event.cpp:#:waitForResult(): " \
             r"waitResultMtx or waitResultCv is NULL.\n"
 NO_HUB = r"[EventDispatcher] event_hub.cpp:#:\w+(): m_impl is NULL.\n*"
+NOT_SENT = r"[EventDispatcher] event_hub.cpp:#:sendEventSync(): Fail to send event.\n*"
 NO_IMPL = r"[B-LOG] timer.cpp:#:\w+(): m_impl is NULL.\n*"
 
 
@@ -192,8 +193,9 @@ EXPECTATIONS = [
                 then={"*": ("-1", "0"), "called then": ANY}, then_lines=[NO_HUB]),
     Expectation("new", r"EventHub::EventHub\b",
                 lines=[r"[EventDispatcher] event_hub.cpp:#:EventHub(): "
-                       r"Fail to create EventHubImpl.\n", NO_HUB],
-                says={"*": ("-1", "0", "no")}, then={"*": ("-1", "0", "no")}, then_lines=[NO_HUB]),
+                       r"Fail to create EventHubImpl.\n", NO_HUB, NOT_SENT],
+                says={"*": ("-1", "0", "no")}, then={"*": ("-1", "0", "no")},
+                then_lines=[NO_HUB, NOT_SENT, NO_HUB]),
     # Without a thread of the sender's nothing is sent; without one of the receiver's nobody replies.
     Expectation("new|pthread_create", r"ensureThread", scenario="asynchronous sends",
                 lines=[r"[EventDispatcher] event_hub.cpp:#:registerHandler(): "
