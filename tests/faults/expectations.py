@@ -207,7 +207,7 @@ EXPECTATIONS = [
                 says={"handled": ANY, "reply": ("1", "42"), "worked": "no"}),
 
     # ---- diagnostics ----
-    Expectation(r"syscall\(write\)", error="EIO|ENOSPC|EAGAIN|EPIPE",
+    Expectation(r"syscall\(write\)", r"diagnostics::", error="EIO|ENOSPC|EAGAIN|EPIPE",
                 says={"write": "9", "state": "9", "written": ANY}),
     Expectation("clock_nanosleep", r"diagnostics::", says={"written": ANY}),
     Expectation("vsnprintf", r"diagnostics::", says={"state": "5", "written": ANY}),
@@ -223,9 +223,12 @@ EXPECTATIONS = [
     Expectation("open", r"makeRecordingMemory", says={"start": "7", "write": "2", "stop": "2", "written": "0"}),
 
     # ---- the substitute debug library ----
-    # Without standard error its lines are lost, and told in the next file.
+    # What was lost is told where the output goes next, in a line of its own.
     Expectation("open|fcntl", r"zor_debug::Destination::useFile",
-                "output without standard error", says={"file": ("-1",)}, then={"lines then": ("6",)}),
+                "output (without standard error|to a full disk)",
+                says={"file": ("-1",), "other file": ("-1",)}, then={"lines then": ("6",)}),
+    Expectation(r"syscall\(write\)", scenario="output .*", error="EIO|ENOSPC|EPIPE",
+                then={"lines then": ("6",)}),
     Expectation("open", r"zor_debug::Destination::useFile", says={"file": "-1", "other file": "-1"}),
     Expectation("fcntl", r"zor_debug::moveAboveStandard", says={"file": "-1"}),
 
