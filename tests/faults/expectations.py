@@ -227,7 +227,7 @@ EXPECTATIONS = [
     Expectation("open|fcntl", r"zor_debug::Destination::useFile",
                 "output (without standard error|to a full disk)",
                 says={"file": ("-1",), "other file": ("-1",)}, then={"lines then": ("6",)}),
-    Expectation(r"syscall\(write\)", scenario="output .*", error="EIO|ENOSPC|EPIPE",
+    Expectation(r"syscall\(write\)", scenario="output .*|settings.*", error="EIO|ENOSPC|EPIPE",
                 then={"lines then": ("6",)}),
     Expectation("open", r"zor_debug::Destination::useFile", says={"file": "-1", "other file": "-1"}),
     Expectation("fcntl", r"zor_debug::moveAboveStandard", says={"file": "-1"}),
