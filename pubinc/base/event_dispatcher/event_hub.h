@@ -108,9 +108,8 @@ public:
 
     /// Sends, and has this hub's thread call @p callback with the event and the reply. Returns what
     /// the send has: 0 and the callback is called exactly once, never from in here; else never (-1
-    /// when the event could not be sent or armed, or there is no thread; kEventQueueFull; 2 when @p
-    /// event is null or
-    /// @p callback empty).
+    /// when the event could not be sent or armed, or there is no thread; kEventQueueFull; 2 when
+    /// @p event is null or @p callback empty).
     ///
     /// @param event     Not sent before.
     /// @param target    As for sendEvent().
