@@ -165,7 +165,7 @@ def main():
     kinds.add_argument("--long", action="store_true")
     kinds.add_argument("--merge", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     known = sorted(path.stem for path in (ROOT / "fuzz").glob("*.cpp"))
     for target in arguments.targets:
         if target not in known:
