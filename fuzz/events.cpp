@@ -19,7 +19,7 @@ using namespace tevalon::base::event_dispatcher;
 
 constexpr std::int32_t kGateType = 1000;
 constexpr std::int32_t kMarkType = 1001;
-constexpr std::int32_t kTypes = 3;
+constexpr std::int32_t kTypes = 12;  // More than a list of handlers holds.
 constexpr std::int32_t kModules = 3;
 
 /// One more for each event, which is its reply too.

@@ -143,6 +143,8 @@ private:
                 // Never fired, but for the order of what is.
                 m_thread.postTask(makeTask(INT32_MAX, 0, 0), kHourMs);
                 return 1;
+            case 5:
+                return burst(p_input);
             default: {
                 const double time = timeOf(p_input);
                 const std::int32_t taskId = static_cast<std::int32_t>(p_input->below(3));
@@ -153,6 +155,20 @@ private:
                 return 1;
             }
         }
+    }
+
+    // More than a block of the queue holds, in rising, falling or mixed order.
+    std::int32_t burst(fuzz::Input* p_input) {
+        const auto count = static_cast<int>(p_input->byte());
+        const unsigned factor = p_input->byte();
+        for (int i = 0; i < count; ++i) {
+            const double time =
+                kFirst + 1e-4 * (1 + static_cast<int>(factor * static_cast<unsigned>(i) % 256U));
+            const auto task = makeTask(++m_count, 7, 0);
+            post(task, time);
+            insert(&m_queue, {m_count, time, task->sessionId(), 7, 0});
+        }
+        return count;
     }
 
     // Few times, so that many are equal.
