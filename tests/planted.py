@@ -5,7 +5,7 @@
 
 Builds the copy in FOLDER with each patch in turn, and fails unless each is found: one of faults by
 faults.py, one of ends by the test that its first line names, one of fuzz by the target that its first
-line names, from the corpus in the tree and within a minute.
+line names, from the corpus in the tree and within a minute, or by readers.py.
 """
 
 import os
@@ -61,6 +61,10 @@ def find_by_fuzzing(tree, build, patch):
     """What the target says of the input that it does not stand, or None."""
     with open(patch, encoding="utf-8") as file:
         target = re.match(r"Found by (\w+)\.", file.read())[1]
+    if target == "readers":
+        result = run(sys.executable, "-B", os.path.join(tree, "fuzz/readers.py"), "--seconds=60")
+        told = re.search(r"^mutation \d+", result.stdout, re.M)
+        return told and told[0]
     must("cmake", "--build", build, "--target", f"fuzz_{target}")
     # With nothing that an earlier run has learnt.
     for kept in "corpora", "found":

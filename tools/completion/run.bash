@@ -70,7 +70,7 @@ _tevalon_run() {
             ;;
         faults) _tevalon_offer --all --planted ;;
         fuzz)
-            _tevalon_offer "--seconds= --long --merge --planted $(find "$root/fuzz" -maxdepth 1 \
+            _tevalon_offer "--seconds= --long --merge --planted readers $(find "$root/fuzz" -maxdepth 1 \
                 -name '*.cpp' -exec basename -s .cpp {} +)"
             ;;
         ends) _tevalon_offer --planted ;;
