@@ -73,6 +73,7 @@ _tevalon_run() {
             _tevalon_offer "--seconds= --long --merge --planted readers $(find "$root/fuzz" -maxdepth 1 \
                 -name '*.cpp' -exec basename -s .cpp {} +)"
             ;;
+        soak) _tevalon_offer --hours= --only= ;;
         ends) _tevalon_offer --planted ;;
         bench) _tevalon_offer --quick ;;
         fresh) _tevalon_offer demo 'test' docs explore ;;
