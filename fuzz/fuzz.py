@@ -141,8 +141,10 @@ def merge(run):
     merged.mkdir(parents=True)
     seeds = CORPUS / run.target
     seeds.mkdir(parents=True, exist_ok=True)
-    subprocess.run(run.command("-merge=1", merged, seeds, run.corpus), env=environment(), check=True,
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    # By what is reached, not how often: a tenth as many inputs.
+    subprocess.run(run.command("-merge=1", "-use_counters=0", merged, seeds, run.corpus),
+                   env=environment(), check=True, stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL)
     for old in seeds.iterdir():
         old.unlink()
     size = 0
