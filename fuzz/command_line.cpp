@@ -163,7 +163,7 @@ std::string nameOf(fuzz::Input* p_input) {
     constexpr const char* kNames[] = {"url", "sw", "hw-dfb", "hw-gles",
                                       "a",   "ab", "abc",    "no-input"};
     const std::size_t choice = p_input->below(std::size(kNames) + 2);
-    return choice < std::size(kNames) ? kNames[choice] : p_input->text(6).c_str();
+    return choice < std::size(kNames) ? kNames[choice] : p_input->textWithoutZero(6);
 }
 
 // Not -W followed by a semicolon, nor at the front what changes how operands are taken: programs
@@ -198,7 +198,7 @@ std::string argumentOf(fuzz::Input* p_input) {
             return "--" + nameOf(p_input);
         case 1: {
             const std::string name = nameOf(p_input);
-            return "--" + name + "=" + p_input->text(6).c_str();
+            return "--" + name + "=" + p_input->textWithoutZero(6);
         }
         case 2: {
             const std::string name = nameOf(p_input);
@@ -213,7 +213,7 @@ std::string argumentOf(fuzz::Input* p_input) {
         case 6:
             return "prog-u--url";
         default:
-            return p_input->text(10).c_str();
+            return p_input->textWithoutZero(10);
     }
 }
 

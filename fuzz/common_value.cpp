@@ -263,7 +263,7 @@ void assignLong(fuzz::Input* p_input, Pair* p_pair) {
 
 // Values that are equal across kinds, or nearly so, are rare among random bits.
 void assignSmall(fuzz::Input* p_input, Pair* p_pair) {
-    const int small = p_input->number<signed char>();
+    const int small = int{p_input->byte()} - 128;
     const auto power = std::ldexp(1.0, static_cast<int>(p_input->below(66)));
     switch (p_input->below(6)) {
         case 0:

@@ -21,7 +21,7 @@ using Argument = std::variant<int, long, long long, std::size_t, double, const c
 
 // Percent signs begin what is made by the other functions.
 std::string plainText(fuzz::Input* p_input) {
-    std::string text = p_input->text(24).c_str();
+    std::string text = p_input->textWithoutZero(24);
     for (std::size_t at = 0; (at = text.find('%', at)) != std::string::npos; at += 2) {
         text.insert(at, 1, '%');
     }
@@ -84,7 +84,8 @@ Argument directive(fuzz::Input* p_input, std::string* p_format, std::string* p_t
             return p_input->number<double>();
         case 5:
             *p_format += "%" + fitting(flagsAndWidth(p_input), "-") + "s";
-            *p_text = p_input->text(200).c_str();
+            if (p_input->below(16) == 0) return static_cast<const char*>(nullptr);
+            *p_text = p_input->textWithoutZero(200);
             return p_text->c_str();
         case 6:
             *p_format += "%" + withoutPrecision(fitting(flagsAndWidth(p_input), "-")) + "p";

@@ -179,7 +179,7 @@ std::string settingOf(fuzz::Input* p_input) {
                     std::to_string(p_input->number<std::uint16_t>()) + ",";
         }
     }
-    return text.c_str();
+    return text.substr(0, text.find('\0'));
 }
 
 }  // namespace

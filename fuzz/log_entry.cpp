@@ -30,7 +30,7 @@ void setLevel(unsigned level) {
 /// A text of the C library's, or none.
 struct Text {
     explicit Text(fuzz::Input* p_input) {
-        if (p_input->below(8) != 0) text = p_input->text(40).c_str();
+        if (p_input->below(8) != 0) text = p_input->textWithoutZero(40);
     }
 
     const char* get() const { return text ? text->c_str() : nullptr; }
@@ -61,7 +61,7 @@ void print(fuzz::Input* p_input, fuzz::LogText* p_log) {
     const Text file(p_input);
     const Text function(p_input);
     const int line = p_input->number<int>();
-    const std::string message = p_input->text(60).c_str();
+    const std::string message = p_input->textWithoutZero(60);
     const auto print = p_input->flag() ? print_browser_log : print_hbbtv_controller_log;
 
     Pieces expected = lineOf("[" + tag.orEmpty() + "]" + baseNameModel(file.orEmpty()) + ":" +
@@ -150,8 +150,8 @@ void locate(fuzz::Input* p_input) {
 }
 
 void trace(fuzz::Input* p_input, fuzz::LogText* p_log) {
-    const std::string function = p_input->text(40).c_str();
-    const std::string file = p_input->text(40).c_str();
+    const std::string function = p_input->textWithoutZero(40);
+    const std::string file = p_input->textWithoutZero(40);
     const int line = p_input->number<int>();
     const unsigned before = g_highestOn;
     const unsigned after = p_input->flag() ? 5000U : 4999U;

@@ -47,6 +47,12 @@ public:
         return text;
     }
 
+    /// The same, up to the first zero byte.
+    std::string textWithoutZero(std::size_t most) {
+        const std::string whole = text(most);
+        return whole.substr(0, whole.find('\0'));
+    }
+
     std::string rest() {
         const std::string text(reinterpret_cast<const char*>(m_data), m_left);
         skip(m_left);
