@@ -35,6 +35,7 @@ MOST_EXECUTIONS = 10 ** 8
 MERGED_BYTES = 8192
 
 PROGRESS = re.compile(r"^#(\d+)\s+\S+\s+cov: (\d+)")
+EXECUTIONS = re.compile(r"^stat::number_of_executed_units:\s+(\d+)")
 
 
 class Limits:
@@ -85,6 +86,9 @@ class Run:
             log.write(line)
             progress = PROGRESS.match(line)
             if not progress:
+                # At the end, also of one that finds something.
+                total = EXECUTIONS.match(line)
+                self.executions = int(total[1]) if total else self.executions
                 continue
             self.executions = int(progress[1])
             if int(progress[2]) > self.coverage:
