@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Shows that tests find mistakes: plants each of faults/planted/ or ends/planted/ in a copy of the
-tree.
+"""Shows that tests find mistakes: plants each of a suite's in a copy of the tree.
 
-    planted.py ROOT FOLDER faults|ends [NAME...]
+    planted.py ROOT FOLDER faults|ends|fuzz [NAME...]
 
-Builds the copy in FOLDER with each patch in turn, and fails unless each is found: one of faults/ by
-faults.py, one of ends/ by the test that its first line names.
+Builds the copy in FOLDER with each patch in turn, and fails unless each is found: one of faults by
+faults.py, one of ends by the test that its first line names, one of fuzz by the target that its first
+line names, from the corpus in the tree and within a minute, or by readers.py.
 """
 
 import os
@@ -57,6 +57,27 @@ def find_by_faults(tree, build, _patch):
     return lines[0] + " ... " + lines[2] if len(lines) > 2 else " ".join(lines)
 
 
+def find_by_fuzzing(tree, build, patch):
+    """What the target says of the input that it does not stand, or None."""
+    with open(patch, encoding="utf-8") as file:
+        target = re.match(r"Found by (\w+)\.", file.read())[1]
+    if target == "readers":
+        result = run(sys.executable, "-B", os.path.join(tree, "fuzz/readers.py"), "--seconds=60")
+        told = re.search(r"^mutation \d+", result.stdout, re.M)
+        return told and told[0]
+    must("cmake", "--build", build, "--target", f"fuzz_{target}")
+    # With nothing that an earlier run has learnt.
+    for kept in "corpora", "found":
+        shutil.rmtree(os.path.join(build, "fuzz", kept), ignore_errors=True)
+    result = run(sys.executable, "-B", os.path.join(tree, "fuzz/fuzz.py"), build, "--seconds=60",
+                 target)
+    if f"fuzz: failed: {target}" not in result.stdout:
+        return None
+    told = re.search(r"^not as expected: .*|^SUMMARY: .*", result.stdout, re.M)
+    executions = re.search(r"([\d,]+) executions", result.stdout)
+    return f"{told[0]}, after {executions[1]} executions" if told and executions else None
+
+
 def find_by_test(_tree, build, patch):
     """The test that fails or hangs, or None."""
     with open(patch, encoding="utf-8") as file:
@@ -71,11 +92,12 @@ def find_by_test(_tree, build, patch):
 
 def main():
     root, folder, suite, *wanted = sys.argv[1:]
-    find = {"faults": find_by_faults, "ends": find_by_test}[suite]
-    patches = os.path.join(root, "tests", suite, "planted")
+    find = {"faults": find_by_faults, "ends": find_by_test, "fuzz": find_by_fuzzing}[suite]
+    preset = "fuzz" if suite == "fuzz" else "dev"
+    patches = os.path.join(root, "fuzz" if suite == "fuzz" else f"tests/{suite}", "planted")
     names = sorted(name[:-6] for name in os.listdir(patches) if name.endswith(".patch"))
     tree = os.path.join(folder, "tree")
-    build = os.path.join(tree, "build/dev")
+    build = os.path.join(tree, "build", preset)
     missed = []
     for name in names:
         if wanted and name not in wanted:
@@ -84,7 +106,7 @@ def main():
         copy_tree(root, tree)
         must("patch", "-p1", "--batch", "--input", patch, cwd=tree)
         if not os.path.exists(os.path.join(build, "build.ninja")):
-            must("cmake", "--preset", "dev", cwd=tree)
+            must("cmake", "--preset", preset, cwd=tree)
         begin = time.monotonic()
         found = find(tree, build, patch)
         if found is None:

@@ -194,6 +194,13 @@ class LinesTest(unittest.TestCase):
         self.assertIs(self.knowledge.look("[Mine] utils.cpp:3:rmDir(): something else"), CLIENT)
 
 
+    def test_a_damaged_date_is_no_time(self):
+        line = "[{}T00:00:00.000000+00:00] [B-LOG] timer.cpp:51:start(): Fail to start timer:'x'.\n"
+        for date in ("2026-13-01", "2026-02-30", "0000-01-01"):
+            output, _ = explain("--summary", text=line.format(date).encode())
+            self.assertEqual(counts(output), {"timer-not-started": 1}, date)
+
+
 class LogsTest(unittest.TestCase):
     def setUp(self):
         self.folder = Path(tempfile.mkdtemp())

@@ -57,6 +57,11 @@ class RunTest(unittest.TestCase):
         self.assertEqual(self.offered("./run", "explore", ""),
                          names | {"--all", "--planted", "--bound"})
 
+    def test_fuzz_targets(self):
+        names = {path.stem for path in (ROOT / "fuzz").glob("*.cpp")}
+        self.assertEqual(self.offered("./run", "fuzz", ""),
+                         names | {"--seconds=", "--long", "--merge", "--planted", "readers"})
+
     def test_another_projects_run_is_left_alone(self):
         self.assertEqual(self.offered("/usr/run", ""), set())
 

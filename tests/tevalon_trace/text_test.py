@@ -165,6 +165,13 @@ class LogTest(Scratch):
                                       "1000.001500000  Evt:7             4001  log: and more of it",
                                       f"1000.002000000  {MAIN}counter 'frames' 25"])
 
+    def test_what_has_too_many_digits_is_no_time(self):
+        odd = "[" + "9" * 5000 + ".000000] odd"
+        lines = self.lines(f"[ 1000.000000] [4001 Evt:7] tuning\n{odd}\n")
+        self.assertEqual(lines[1:3],
+                         ["1000.000000000  Evt:7             4001  log: tuning",
+                          f"1000.000000000  Evt:7             4001  log: {odd}"])
+
     def test_dates_are_placed_by_the_time_of_day(self):
         lines = self.lines("2023-11-14 22:13:20.001500 tuned\n")
         self.assertEqual(lines[-2], "1000.001500000                          log: tuned")

@@ -542,6 +542,16 @@ TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
     }
 }
 
+TEST(CommandLineTest, AMissingValueInAnEmptiedWordIsListedByItsLetter) {
+    Arguments arguments = {"prog", "-su"};
+    CommandLine commandLine = withDefaults(arguments);
+    std::vector<std::string> notUnderstood;
+
+    commandLine.Parse(&notUnderstood);
+
+    EXPECT_EQ(notUnderstood, std::vector<std::string>{"-u"});
+}
+
 TEST(CommandLineTest, WhatIsUnderstoodIsNotListed) {
     Arguments arguments = {"prog", "-s", "word", "--url", "page", "--", "-z"};
     CommandLine commandLine = withDefaults(arguments);

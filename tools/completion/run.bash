@@ -69,6 +69,11 @@ _tevalon_run() {
                 's/^TEVALON_SCENARIO\(_WITH\)\?(\([A-Za-z0-9]*\)[,)].*/\2/p' "$root"/explore/*.cpp)"
             ;;
         faults) _tevalon_offer --all --planted ;;
+        fuzz)
+            _tevalon_offer "--seconds= --long --merge --planted readers $(find "$root/fuzz" -maxdepth 1 \
+                -name '*.cpp' -exec basename -s .cpp {} +)"
+            ;;
+        soak) _tevalon_offer --hours= --only= ;;
         ends) _tevalon_offer --planted ;;
         bench) _tevalon_offer --quick ;;
         fresh) _tevalon_offer demo 'test' docs explore ;;

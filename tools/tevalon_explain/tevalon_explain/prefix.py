@@ -33,7 +33,7 @@ class Prefix:
         if match["time"]:
             time = float(match["time"])
         elif match["wall"]:
-            time = datetime.fromisoformat(match["wall"]).timestamp()
+            time = seconds(match["wall"])
         if match["id"]:
             thread, name = match["id"], match["name"]
         return time, thread, name, match["level"], match["module"]
@@ -55,5 +55,5 @@ def seconds(text):
         pass
     try:
         return datetime.fromisoformat(text).timestamp()
-    except ValueError:
+    except (ValueError, OverflowError):  # A damaged line, as with month 13, or with year 0.
         return None

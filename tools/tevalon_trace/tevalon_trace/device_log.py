@@ -13,7 +13,8 @@ import re
 Line = collections.namedtuple("Line", "time_ns kernel_id thread_name text")
 
 _COLOUR = re.compile(r"\x1b\[[0-9;]*m")
-_MONOTONIC = re.compile(r"\[ *(\d+)\.(\d{1,9})\] ?(?:\[(\d+) ([^\]]*)\] ?)?")
+# No more digits than a time has: Python refuses to read thousands of them.
+_MONOTONIC = re.compile(r"\[ *(\d{1,18})\.(\d{1,9})\] ?(?:\[(\d{1,18}) ([^\]]*)\] ?)?")
 _DATE = re.compile(r"(\d{4}-\d\d-\d\d)[ T](\d\d:\d\d:\d\d)(?:[.,](\d{1,9}))?Z?(?: UTC)?:? *")
 
 
