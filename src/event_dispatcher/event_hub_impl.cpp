@@ -106,10 +106,9 @@ bool EventHubImpl::ensureThread() {
     // must neither wait for that join nor start a second thread.
     if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
     exited = std::move(m_thread);
-    resetExitState();
     inEachForkedChild(HandlerThread::allOwnersAreGone);
     try {
-        if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
+        prepareThread();
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
     } catch (const std::exception&) {
         m_thread = nullptr;  // No thread, or no memory for one.
@@ -120,10 +119,11 @@ bool EventHubImpl::ensureThread() {
     return isStarted;
 }
 
-void EventHubImpl::resetExitState() {
+void EventHubImpl::prepareThread() {
     const MutexGuard lock(m_queueMtx);
     m_exit = false;
     m_hasExited = false;
+    if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
 }
 
 // A thread that was told to leave from one of its own handlers goes on if it has not exited yet, so
@@ -202,10 +202,10 @@ std::uint32_t EventHubImpl::queueLength() {
     return countWaiting();
 }
 
-// There are no events before the first handler, with which the thread's part comes. Relaxed: the
+// The thread's part comes with the first handler, unless there was no memory for it. Relaxed: the
 // thread takes the queue under the lock, and counts down what it has taken without.
 std::uint32_t EventHubImpl::countWaiting() const {
-    if (m_handlers.empty()) return 0;
+    if (m_ofThread == nullptr) return m_eventQueue.pushed();
     return m_eventQueue.pushed() + m_ofThread->takenLeft.load(std::memory_order_relaxed);
 }
 
