@@ -123,6 +123,7 @@ void EventHubImpl::prepareThread() {
     const MutexGuard lock(m_queueMtx);
     m_exit = false;
     m_hasExited = false;
+    m_haveCallbacksEnded = false;
     if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
 }
 
@@ -132,6 +133,7 @@ bool EventHubImpl::staysForNewHandler() {
     const MutexGuard lock(m_queueMtx);
     if (m_hasExited) return false;
     m_exit = false;
+    m_haveCallbacksEnded = false;
     return true;
 }
 
@@ -376,9 +378,11 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
         lock.lock();
         if (isTimeOver) m_areCallbacksDue = true;
     }
-    // Those that are out are called before the thread ends.
+    // Those that are out are called before the thread ends; not what is sent meanwhile, of which
+    // there may be no end.
     m_ofThread->areCallbacksNext =
-        std::exchange(m_areCallbacksDue, false) || (m_exit && hasCallbacks());
+        m_exit ? hasCallbacks() && !std::exchange(m_haveCallbacksEnded, true)
+               : std::exchange(m_areCallbacksDue, false);
     if (m_ofThread->areCallbacksNext) return true;
     if (m_exit) {
         m_hasExited = true;

@@ -172,6 +172,8 @@ private:
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
     std::uint32_t m_queueLimit TEVALON_GUARDED_BY(m_queueMtx) = UINT32_MAX;
     bool m_areCallbacksDue TEVALON_GUARDED_BY(m_queueMtx) = false;
+    // A thread that was told to leave has called, or is about to, what was out then.
+    bool m_haveCallbacksEnded TEVALON_GUARDED_BY(m_queueMtx) = false;
     // Hint for spinning without the lock; may be stale. Set after unlocking, so that the handler
     // thread does not meet the mutex.
     std::atomic<bool> m_hasNews{false};
