@@ -43,7 +43,9 @@ __attribute__((noinline, cold)) void reportNoThread() {
 
 EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
 
+// Not cancelled: callbacks are called, and clients' destructors.
 EventHubImpl::~EventHubImpl() {
+    const NoCancellation noCancellation;
     if (isFromParent(m_process)) abandonThread();
     {
         const MutexGuard lock(m_threadMtx);

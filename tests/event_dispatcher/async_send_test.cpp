@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -303,7 +304,8 @@ public:
     void send() {
         EXPECT_EQ(m_hub->sendAsync(m_hub->createEvent(kType), kReceiver, kNoLimit,
                                    [this](EventResult, const Event&) {
-                                                                      if (++calls < mostCalls) std::thread([&] { send(); }).join();
+                                       pthread_testcancel();
+                                       if (++calls < mostCalls) std::thread([&] { send(); }).join();
                                    }),
                   0);
     }
@@ -325,6 +327,24 @@ TEST_F(AsyncSendTest, UnregisteringWaitsForNoCallbackOfWhatIsSentMeanwhile) {
     EXPECT_EQ(sends.calls, 1);
     sends.mostCalls = 0;
     m_sender.reset();
+    EXPECT_EQ(sends.calls, 2);
+}
+
+// Cancelled in a destructor, the process would end.
+TEST_F(AsyncSendTest, ACancelledThreadMayDestroyTheHubAndCallTheRest) {
+    answer(m_inbox.handler());
+    EndlessSends sends(m_sender.get());
+    sends.send();
+    evtdispch_unregister_hub(m_sender.get());
+    sends.mostCalls = 0;
+
+    std::thread([&] {
+        (void)pthread_cancel(pthread_self());
+        m_sender.reset();
+        pthread_testcancel();
+        ADD_FAILURE() << "not cancelled";
+    }).join();
+
     EXPECT_EQ(sends.calls, 2);
 }
 
