@@ -530,7 +530,7 @@ TEST(CommandLineTest, SaysWhatItDidNotUnderstand) {
 }
 
 TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
-    for (const char* typed : {"-u", "--profile", "-su"}) {
+    for (const char* typed : {"-u", "--profile", "--url"}) {
         Arguments arguments = {"prog", "--sw", typed};
         CommandLine commandLine = withDefaults(arguments);
         commandLine.AddOption("profile", "Play in this profile", true);
@@ -539,6 +539,19 @@ TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
         commandLine.Parse(&notUnderstood);
 
         EXPECT_EQ(notUnderstood, std::vector<std::string>{typed});
+    }
+}
+
+// Whether or not the letters before it have emptied the argument.
+TEST(CommandLineTest, ALetterWhoseValueIsMissingIsListedByItself) {
+    for (const char* before : {"--sw", "word"}) {
+        Arguments arguments = {"prog", before, "-su"};
+        CommandLine commandLine = withDefaults(arguments);
+        std::vector<std::string> notUnderstood;
+
+        commandLine.Parse(&notUnderstood);
+
+        EXPECT_EQ(notUnderstood, std::vector<std::string>{"-u"}) << before;
     }
 }
 
