@@ -596,6 +596,10 @@ TEST(CommandLineTest, ReadsNumbersThatAreWholeAndInRange) {
     EXPECT_EQ(readAs("18446744073709551615", 1ULL), 18446744073709551615ULL);
     EXPECT_EQ(readAs("-1.5e3", 1.0), -1500.0);
     EXPECT_EQ(readAs("1,5", 1.0), 1.0);
+    for (const char* noNumber : {"nan", "inf", "-inf", "infinity", "nan(1)"}) {
+        EXPECT_EQ(readAs(noNumber, 1.0), 1.0) << noNumber;
+        EXPECT_EQ(readAs(noNumber, 1.0F), 1.0F) << noNumber;
+    }
 }
 
 TEST(CommandLineTest, ReadsBoolsAndTexts) {
