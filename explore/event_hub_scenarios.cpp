@@ -328,3 +328,13 @@ TEVALON_SCENARIO(NewestEventAgainstFetch) {
     TEVALON_EXPECT(event.send(2) == 0);
     arrived.wait();
 }
+
+// Nobody takes the event: neither of two senders may be told that its value goes with the other's.
+TEVALON_SCENARIO(NewestEventRefusedToTwo) {
+    EventHub sender(kSender);
+    tevalon::base::event_dispatcher::NewestEvent<int> event(sender, kType, kReceiver);
+    const TimeStandsStill still;
+    std::thread other([&] { TEVALON_EXPECT(event.send(1) == -1); });
+    TEVALON_EXPECT(event.send(2) == -1);
+    other.join();
+}

@@ -174,15 +174,16 @@ void CommandLine::takeOption(int value, int longIndex) {
 }
 
 // The parser leaves in optopt: an unknown letter; nothing for an unknown long option; and for an
-// option whose value is missing, or which takes none, what it would have returned for it. Where an
-// earlier letter of the same word had it emptied, the letter is all that is left to name.
+// option whose value is missing, or which takes none, what it would have returned for it. The
+// parser stands behind that one's argument, which letters in front of it may have emptied.
 void CommandLine::keepNotUnderstood(std::vector<std::string>* p_notUnderstood) const {
+    const char* const typed = m_argv[optind - 1];
     const auto letter = static_cast<char>(optopt);
     const bool isDeclared = optopt >= kWithoutLetter || m_shortToLong.count(letter) != 0;
-    if (optopt != 0 && (!isDeclared || m_argv[optind - 1][0] == '\0')) {
+    if (optopt != 0 && !(isDeclared && std::strncmp(typed, "--", 2) == 0)) {
         p_notUnderstood->push_back(std::string("-") + letter);
     } else {
-        p_notUnderstood->push_back(m_argv[optind - 1]);
+        p_notUnderstood->push_back(typed);
     }
 }
 

@@ -43,7 +43,9 @@ __attribute__((noinline, cold)) void reportNoThread() {
 
 EventHubImpl::EventHubImpl(std::int32_t moduleId) : m_moduleId(moduleId) {}
 
+// Not cancelled: callbacks are called, and clients' destructors.
 EventHubImpl::~EventHubImpl() {
+    const NoCancellation noCancellation;
     if (isFromParent(m_process)) abandonThread();
     {
         const MutexGuard lock(m_threadMtx);
@@ -106,10 +108,9 @@ bool EventHubImpl::ensureThread() {
     // must neither wait for that join nor start a second thread.
     if (m_thread != nullptr && (m_isJoining || staysForNewHandler())) return true;
     exited = std::move(m_thread);
-    resetExitState();
     inEachForkedChild(HandlerThread::allOwnersAreGone);
     try {
-        if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
+        prepareThread();
         m_thread = std::make_shared<std::thread>(handleEventTask, this);
     } catch (const std::exception&) {
         m_thread = nullptr;  // No thread, or no memory for one.
@@ -120,10 +121,12 @@ bool EventHubImpl::ensureThread() {
     return isStarted;
 }
 
-void EventHubImpl::resetExitState() {
+void EventHubImpl::prepareThread() {
     const MutexGuard lock(m_queueMtx);
     m_exit = false;
     m_hasExited = false;
+    m_haveCallbacksEnded = false;
+    if (m_ofThread == nullptr) m_ofThread = std::make_unique<OfThread>();
 }
 
 // A thread that was told to leave from one of its own handlers goes on if it has not exited yet, so
@@ -132,6 +135,7 @@ bool EventHubImpl::staysForNewHandler() {
     const MutexGuard lock(m_queueMtx);
     if (m_hasExited) return false;
     m_exit = false;
+    m_haveCallbacksEnded = false;
     return true;
 }
 
@@ -202,10 +206,10 @@ std::uint32_t EventHubImpl::queueLength() {
     return countWaiting();
 }
 
-// There are no events before the first handler, with which the thread's part comes. Relaxed: the
+// The thread's part comes with the first handler, unless there was no memory for it. Relaxed: the
 // thread takes the queue under the lock, and counts down what it has taken without.
 std::uint32_t EventHubImpl::countWaiting() const {
-    if (m_handlers.empty()) return 0;
+    if (m_ofThread == nullptr) return m_eventQueue.pushed();
     return m_eventQueue.pushed() + m_ofThread->takenLeft.load(std::memory_order_relaxed);
 }
 
@@ -376,9 +380,11 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
         lock.lock();
         if (isTimeOver) m_areCallbacksDue = true;
     }
-    // Those that are out are called before the thread ends.
+    // Those that are out are called before the thread ends; not what is sent meanwhile, of which
+    // there may be no end.
     m_ofThread->areCallbacksNext =
-        std::exchange(m_areCallbacksDue, false) || (m_exit && hasCallbacks());
+        m_exit ? hasCallbacks() && !std::exchange(m_haveCallbacksEnded, true)
+               : std::exchange(m_areCallbacksDue, false);
     if (m_ofThread->areCallbacksNext) return true;
     if (m_exit) {
         m_hasExited = true;

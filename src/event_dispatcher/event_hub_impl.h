@@ -91,7 +91,8 @@ private:
     void renew();
     void abandonThread();
     bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
-    void resetExitState() TEVALON_EXCLUDES(m_queueMtx);
+    /// May throw std::bad_alloc.
+    void prepareThread() TEVALON_EXCLUDES(m_queueMtx);
     bool staysForNewHandler() TEVALON_EXCLUDES(m_queueMtx);
     bool addUnlessExists(InnerHandler_t record) TEVALON_EXCLUDES(m_handlerMtx);
     /// Blocks for the next event; false when the thread is to end.
@@ -145,7 +146,8 @@ private:
     // Tells the handler thread to leave its loop. Set without m_queueMtx, cleared under it; the
     // decision to exit is made under it.
     std::atomic<bool> m_exit{false};
-    std::unique_ptr<OfThread> m_ofThread;  // Since the first handler.
+    // Since the first handler or callback; set under m_queueMtx, for whoever counts.
+    std::unique_ptr<OfThread> m_ofThread;
     // What the next points to. It outlives the hub where somebody may still reply.
     std::shared_ptr<AsyncSends> m_ownAsyncSends TEVALON_GUARDED_BY(m_threadMtx);
     std::atomic<AsyncSends*> m_asyncSends{nullptr};  // Since the first one.
@@ -170,6 +172,8 @@ private:
     bool m_isWaiting TEVALON_GUARDED_BY(m_queueMtx) = false;
     std::uint32_t m_queueLimit TEVALON_GUARDED_BY(m_queueMtx) = UINT32_MAX;
     bool m_areCallbacksDue TEVALON_GUARDED_BY(m_queueMtx) = false;
+    // A thread that was told to leave has called, or is about to, what was out then.
+    bool m_haveCallbacksEnded TEVALON_GUARDED_BY(m_queueMtx) = false;
     // Hint for spinning without the lock; may be stale. Set after unlocking, so that the handler
     // thread does not meet the mutex.
     std::atomic<bool> m_hasNews{false};

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -292,6 +293,59 @@ TEST_F(AsyncSendTest, ACallbackAtTheEndCannotSendAgain) {
 
     EXPECT_EQ(statuses, std::vector<std::int32_t>{-1});
     EXPECT_FALSE(m_replies.isAny());
+}
+
+/// Each callback has another thread send once more, for as long as that is wanted. The receiver
+/// holds on to the events.
+class EndlessSends {
+public:
+    explicit EndlessSends(EventHub* p_hub) : m_hub(p_hub) {}
+
+    void send() {
+        EXPECT_EQ(m_hub->sendAsync(m_hub->createEvent(kType), kReceiver, kNoLimit,
+                                   [this](EventResult, const Event&) {
+                                       pthread_testcancel();
+                                       if (++calls < mostCalls) std::thread([&] { send(); }).join();
+                                   }),
+                  0);
+    }
+
+    std::atomic<int> calls{0};
+    std::atomic<int> mostCalls{20};
+
+private:
+    EventHub* const m_hub;
+};
+
+TEST_F(AsyncSendTest, UnregisteringWaitsForNoCallbackOfWhatIsSentMeanwhile) {
+    answer(m_inbox.handler());
+    EndlessSends sends(m_sender.get());
+    sends.send();
+
+    evtdispch_unregister_hub(m_sender.get());
+
+    EXPECT_EQ(sends.calls, 1);
+    sends.mostCalls = 0;
+    m_sender.reset();
+    EXPECT_EQ(sends.calls, 2);
+}
+
+// Cancelled in a destructor, the process would end.
+TEST_F(AsyncSendTest, ACancelledThreadMayDestroyTheHubAndCallTheRest) {
+    answer(m_inbox.handler());
+    EndlessSends sends(m_sender.get());
+    sends.send();
+    evtdispch_unregister_hub(m_sender.get());
+    sends.mostCalls = 0;
+
+    std::thread([&] {
+        (void)pthread_cancel(pthread_self());
+        m_sender.reset();
+        pthread_testcancel();
+        ADD_FAILURE() << "not cancelled";
+    }).join();
+
+    EXPECT_EQ(sends.calls, 2);
 }
 
 TEST_F(AsyncSendTest, ACallbackMaySendAgain) {

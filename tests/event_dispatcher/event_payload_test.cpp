@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <utility>
 
 #include "event_dispatcher/event_fixtures.h"
 #include "event_dispatcher/payload_module.h"
@@ -31,6 +33,30 @@ struct ChannelInfo {
     std::string name;
 };
 }  // namespace other
+
+/// Local types in functions of every kind.
+struct WithLocalTypes {
+    static auto ofStatic() {
+        struct Local {};
+        return Local{};
+    }
+    auto ofConst() const {
+        struct Local {};
+        return Local{};
+    }
+    auto ofVolatile() const volatile {
+        struct Local {};
+        return Local{};
+    }
+    auto ofLvalue() & {
+        struct Local {};
+        return Local{};
+    }
+    auto ofRvalue() const&& {
+        struct Local {};
+        return Local{};
+    }
+};
 
 namespace {
 
@@ -388,6 +414,22 @@ TEST(TypeNameTest, IsTheTypesNameAlone) {
     EXPECT_EQ(TypeNameOf<other::ChannelInfo>::text(), "other::ChannelInfo");
     EXPECT_EQ(TypeNameOf<SharedList<int>>::text(), "SharedList<int>");
 }
+
+#ifndef __clang__  // Leaves the function out of the name.
+TEST(TypeNameTest, ATypeOfAnyFunctionIsOfOneUnit) {
+    using internal::TypeNameOf;
+    const auto isOfOneUnit = [](const auto& value) {
+        return TypeNameOf<std::decay_t<decltype(value)>>::isOfOneUnit();
+    };
+    WithLocalTypes functions;
+
+    EXPECT_TRUE(isOfOneUnit(WithLocalTypes::ofStatic()));
+    EXPECT_TRUE(isOfOneUnit(functions.ofConst()));
+    EXPECT_TRUE(isOfOneUnit(functions.ofVolatile()));
+    EXPECT_TRUE(isOfOneUnit(functions.ofLvalue()));
+    EXPECT_TRUE(isOfOneUnit(std::move(functions).ofRvalue()));
+}
+#endif
 
 TEST(TypeNameTest, TellsWhatOtherFilesMayCallTheSame) {
     using internal::TypeNameOf;

@@ -101,6 +101,17 @@ TEST_F(NewestEventTest, RefusedItIsSentAgain) {
     EXPECT_EQ(fetched(), Texts{"taken"});
 }
 
+// None goes with an event that is about to be refused.
+TEST_F(NewestEventTest, OfSendersAtOnceAllAreRefused) {
+    NewestEvent<int> toNobody(m_sender, kType, kReceiver + 1);
+    const auto send = [&] {
+        for (int i = 0; i < 20000; ++i) ASSERT_EQ(toNobody.send(i), -1);
+    };
+    std::thread other(send);
+    send();
+    other.join();
+}
+
 TEST_F(NewestEventTest, DroppedWithTheQueueItIsSentAgain) {
     NewestEvent<std::string> toAnother(m_sender, kType, kReceiver + 1);
     {

@@ -111,6 +111,29 @@ TEST_F(QueueLimitTest, IsTakenAway) {
     EXPECT_EQ(send(), 0);
 }
 
+// The handler is registered all the same; the next registration tries again.
+TEST(QueueLimitWithoutMemoryTest, HoldsWhereThereIsNoMemoryForTheThread) {
+    test::LogCapture log(kLogError);
+    Inbox inbox;
+    EventHub hub(kModule);
+    hub.setQueueLimit(1);
+    {
+        const test::FailCall fail(test::Call::New, 0);
+        ASSERT_EQ(hub.registerHandler(kType, inbox.handler()), 0);
+        ASSERT_EQ(fail.hits(), 1);
+    }
+    EXPECT_EQ(log.entriesWithoutLineNumbers(),
+              std::vector<test::LogEntry>{
+                  hubLine(kLogError, "registerHandler", "Fail to create EventHandlerThread.\n")});
+
+    EXPECT_EQ(hub.queueLength(), 0U);
+    EXPECT_EQ(hub.receiveEvent(hub.createEvent(kType)), 0);
+    EXPECT_EQ(hub.receiveEvent(hub.createEvent(kType)), kEventQueueFull);
+    EXPECT_EQ(hub.queueLength(), 1U);
+    EXPECT_EQ(hub.registerHandler(kHeld, inbox.handler()), 0);
+    EXPECT_TRUE(inbox.waitFor(1));
+}
+
 TEST_F(QueueLimitTest, SendsSaySo) {
     const HubRegistration registration(&m_hub);
     hold();

@@ -14,6 +14,7 @@
 #include <limits>
 #include <mutex>
 #include <new>
+#include <ratio>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -372,6 +373,25 @@ TEST(ConditionVariableTest, NoDurationIsTooLongOrTooShortForAWait) {
     EXPECT_EQ(script.deadline.tv_sec, 2'000'000'000);
     (void)condition.wait_until(lock, std::chrono::steady_clock::time_point::min());
     EXPECT_EQ(script.deadline.tv_sec, 0);
+}
+
+// Units in which a second's nanoseconds are no whole number: samples, ticks of a transport stream.
+TEST(ConditionVariableTest, LongDurationsMayBeCountedInAnyUnit) {
+    using Samples = std::chrono::duration<std::int64_t, std::ratio<1, 44100>>;
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 90000>>;
+    using Fields = std::chrono::duration<std::int64_t, std::ratio<1001, 60000>>;
+    constexpr std::int64_t kYears = 1'500'000'000;  // 47 of them.
+    const auto at = [](auto sinceStart) { return tevalon::base::internal::deadlineAt(sinceStart); };
+
+    EXPECT_EQ(at(Samples(44100 * kYears + 1)).tv_sec, kYears);
+    EXPECT_EQ(at(Samples(44100 * kYears + 1)).tv_nsec, 22676);  // 22675.7
+    EXPECT_EQ(at(Ticks(90000 * kYears + 90)).tv_sec, kYears);
+    EXPECT_EQ(at(Ticks(90000 * kYears + 90)).tv_nsec, 1'000'000);
+    EXPECT_EQ(at(Fields(60000 * (kYears / 1001))).tv_sec, kYears / 1001 * 1001);
+    EXPECT_EQ(at(std::chrono::duration<double>(1.25)).tv_nsec, 250'000'000);
+    const std::int64_t before = std::chrono::steady_clock::now().time_since_epoch() / 1s;
+    EXPECT_GE(tevalon::base::internal::deadlineIn(Samples(44100LL * 900'000'000)).tv_sec,
+              before + 900'000'000);
 }
 
 TEST(ConditionVariableTest, WithoutAClockTheTimeIsOver) {

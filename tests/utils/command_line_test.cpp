@@ -530,7 +530,7 @@ TEST(CommandLineTest, SaysWhatItDidNotUnderstand) {
 }
 
 TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
-    for (const char* typed : {"-u", "--profile", "-su"}) {
+    for (const char* typed : {"-u", "--profile", "--url"}) {
         Arguments arguments = {"prog", "--sw", typed};
         CommandLine commandLine = withDefaults(arguments);
         commandLine.AddOption("profile", "Play in this profile", true);
@@ -542,14 +542,17 @@ TEST(CommandLineTest, AMissingValueIsNotUnderstood) {
     }
 }
 
-TEST(CommandLineTest, AMissingValueInAnEmptiedWordIsListedByItsLetter) {
-    Arguments arguments = {"prog", "-su"};
-    CommandLine commandLine = withDefaults(arguments);
-    std::vector<std::string> notUnderstood;
+// Whether or not the letters before it have emptied the argument.
+TEST(CommandLineTest, ALetterWhoseValueIsMissingIsListedByItself) {
+    for (const char* before : {"--sw", "word"}) {
+        Arguments arguments = {"prog", before, "-su"};
+        CommandLine commandLine = withDefaults(arguments);
+        std::vector<std::string> notUnderstood;
 
-    commandLine.Parse(&notUnderstood);
+        commandLine.Parse(&notUnderstood);
 
-    EXPECT_EQ(notUnderstood, std::vector<std::string>{"-u"});
+        EXPECT_EQ(notUnderstood, std::vector<std::string>{"-u"}) << before;
+    }
 }
 
 TEST(CommandLineTest, WhatIsUnderstoodIsNotListed) {
@@ -593,6 +596,10 @@ TEST(CommandLineTest, ReadsNumbersThatAreWholeAndInRange) {
     EXPECT_EQ(readAs("18446744073709551615", 1ULL), 18446744073709551615ULL);
     EXPECT_EQ(readAs("-1.5e3", 1.0), -1500.0);
     EXPECT_EQ(readAs("1,5", 1.0), 1.0);
+    for (const char* noNumber : {"nan", "inf", "-inf", "infinity", "nan(1)"}) {
+        EXPECT_EQ(readAs(noNumber, 1.0), 1.0) << noNumber;
+        EXPECT_EQ(readAs(noNumber, 1.0F), 1.0F) << noNumber;
+    }
 }
 
 TEST(CommandLineTest, ReadsBoolsAndTexts) {

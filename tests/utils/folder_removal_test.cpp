@@ -180,6 +180,22 @@ TEST_F(RemoveFolderTest, GoesOnBehindWhatItCannotDelete) {
     expectRemoval(0, {});
 }
 
+// A folder that may not be deleted itself may hold what may: the kernel refuses to unlink it with
+// another error than others then.
+TEST_F(RemoveFolderTest, EntersFoldersThatItCannotDelete) {
+    const std::string sub = m_scratch.folder("dir/sub");
+    const std::string file = m_scratch.file("dir/sub/file");
+    for (const int error : {EACCES, EPERM}) {
+        m_scratch.file("dir/sub/file");
+        const FailCall asFile(Call::Unlinkat, error);
+        const FailCall asFolder(Call::Unlinkat, error, When().nth(3));
+
+        expectRemoval(-3, {folderFailed(sub, error), folderFailed(m_dir, ENOTEMPTY)});
+
+        EXPECT_FALSE(isThere(file));
+    }
+}
+
 /// A folder on which a file system of its own is mounted; skips the test where none can be.
 class MountedFolder {
 public:

@@ -75,19 +75,28 @@ public:
     /// std::bad_alloc.
     std::int32_t send(T value) {
         std::optional<T> replaced(std::move(value));  // Destroyed without the lock.
-        std::shared_ptr<BrowserEvent> event;
-        {
-            const std::lock_guard<std::mutex> lock(m_slot->mutex);
-            m_slot->value.swap(replaced);
-            if (m_slot->p_queued != nullptr) return 0;
-            event = makeEvent<Payload>(m_hub, m_eventType, m_slot);
-            m_slot->p_queued = payload<Payload>(event);
-        }
-        return m_hub.sendEvent(std::move(event), m_target);
+        std::shared_ptr<BrowserEvent> event;          // Likewise: its payload takes the lock.
+        const std::lock_guard<std::mutex> lock(m_slot->mutex);
+        m_slot->value.swap(replaced);
+        if (m_slot->p_queued != nullptr) return 0;
+        event = makeEvent<Payload>(m_hub, m_eventType, m_slot);
+        m_slot->p_queued = payload<Payload>(event);
+        // Under the lock, lest another sender leaves its value to an event that is then refused.
+        const ForgetUnqueued forget{*m_slot, event};
+        return m_hub.sendEvent(event, m_target);
     }
 
 private:
     using Payload = internal::NewestPayload<T>;
+
+    // Also where the send throws. Nobody else has the event, nor ever will.
+    struct ForgetUnqueued {
+        ~ForgetUnqueued() {
+            if (event.use_count() == 1) slot.p_queued = nullptr;
+        }
+        internal::NewestSlot<T>& slot;
+        const std::shared_ptr<BrowserEvent>& event;
+    };
 
     EventHub& m_hub;
     const std::int32_t m_eventType;

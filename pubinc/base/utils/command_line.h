@@ -4,6 +4,7 @@
 #define BASE_UTILS_COMMAND_LINE_H
 
 #include <charconv>
+#include <cmath>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -157,6 +158,9 @@ bool CommandLine::ReadOptionValue(const std::string& longName, T* p_value) const
         const char* const p_end = text.data() + text.size();
         const std::from_chars_result result = std::from_chars(text.data(), p_end, number);
         if (result.ec != std::errc() || result.ptr != p_end) return false;
+        if constexpr (std::is_floating_point_v<T>) {
+            if (!std::isfinite(number)) return false;  // Read from "inf" or "nan".
+        }
         *p_value = number;
     } else {
         *p_value = text;

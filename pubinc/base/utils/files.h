@@ -36,8 +36,9 @@ TEVALON_BASE_EXPORT std::int32_t rmDir(const char* dirPath);
 ///
 /// Each thing that it cannot remove is reported by an error line, as by rmDir(), and it goes on
 /// with the rest. Returns 0; -1 for null; -2 when the folder cannot be opened; -3 when it cannot be
-/// removed in the end. Holds one descriptor per level of folders. Throws std::bad_alloc. Any
-/// thread; two may remove the same folder, then one of them may report what the other has removed.
+/// removed in the end. Holds one descriptor per level of folders, and up to half a KiB of the
+/// stack. Throws std::bad_alloc. Any thread; two may remove the same folder, then one of them may
+/// report what the other has removed.
 TEVALON_BASE_EXPORT std::int32_t removeFolder(const char* dirPath);
 
 }  // namespace tevalon::base

@@ -65,10 +65,11 @@ struct TEVALON_BASE_LOCAL TypeNameOf {
         return text().find(part) != std::string_view::npos;
     }
 
-    // Without a name, or in an unnamed namespace or a function.
+    // Without a name, or in an unnamed namespace or a function, such as "f() const &::X".
     static constexpr bool isOfOneUnit() {
         return has("{anonymous}") || has("(anonymous") || has("<unnamed") || has("(unnamed") ||
-               has("<lambda") || has("(lambda") || has(")::");
+               has("<lambda") || has("(lambda") || has(")::") || has(") const::") ||
+               has(" volatile::") || has("&::");
     }
 
     static constexpr const char* textOfFunction() { return __PRETTY_FUNCTION__; }

@@ -11,6 +11,14 @@
 
 namespace tevalon::base::internal {
 
+/// Rounded up. Seconds apart: times a thousand million, the count of a long duration may overflow,
+/// in units such as 1/44100 s before a year is over.
+template <typename Rep, typename Period>
+std::chrono::nanoseconds toNanoseconds(std::chrono::duration<Rep, Period> duration) {
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(duration);
+    return whole + std::chrono::ceil<std::chrono::nanoseconds>(duration - whole);
+}
+
 /// @p sinceStart rounded up, so that no wait ends early; no less than the clock's start, which
 /// POSIX rejects, and no more than 63 years after it, which 32 bits hold.
 template <typename Rep, typename Period>
@@ -23,7 +31,7 @@ timespec deadlineAt(std::chrono::duration<Rep, Period> sinceStart) {
         deadline.tv_sec = static_cast<time_t>(kLatest);
         return deadline;
     }
-    const auto exact = std::chrono::ceil<std::chrono::nanoseconds>(sinceStart);
+    const auto exact = toNanoseconds(sinceStart);
     const auto whole = std::chrono::duration_cast<std::chrono::seconds>(exact);
     deadline.tv_sec = static_cast<time_t>(whole.count());
     deadline.tv_nsec = static_cast<long>((exact - whole).count());
@@ -38,8 +46,7 @@ timespec deadlineIn(std::chrono::duration<Rep, Period> duration) {
     timespec now = {};
     const double seconds = toSeconds(duration);
     if (!(seconds > 0) || clock_gettime(CLOCK_MONOTONIC, &now) != 0) return {};
-    const auto left =
-        seconds < 1e9 ? std::chrono::ceil<std::chrono::nanoseconds>(duration) : kLongest;
+    const auto left = seconds < 1e9 ? toNanoseconds(duration) : kLongest;
     return deadlineAt(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec) +
                       left);
 }
