@@ -140,13 +140,14 @@ private:
         *p_arguments[optind - (isApart ? 2 : 1)] = '\0';
     }
 
-    // An unknown letter; what lacks its value, or has one too many, as it was typed, unless nothing
-    // is left of it. Within a word of several letters the parser still stands before the word;
-    // there it stops only at letters that are unknown.
+    // An unknown letter, and one that lacks its value; a long option as it was typed. Within a word
+    // of several letters the parser still stands before the word; there it stops only at letters
+    // that are unknown.
     void noteNotUnderstood(char** p_arguments) {
         const bool isUnknownLetter = optopt != 0 && m_names.count(optopt) == 0;
         const std::string typed = p_arguments[optind - 1];
-        const bool isShownTyped = !isUnknownLetter && (optopt == 0 || !typed.empty());
+        const bool isShownTyped =
+            !isUnknownLetter && (optopt == 0 || typed.compare(0, 2, "--") == 0);
         m_notUnderstood.push_back(isShownTyped ? typed
                                                : std::string("-") + static_cast<char>(optopt));
     }
