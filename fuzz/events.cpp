@@ -167,6 +167,7 @@ public:
                 break;
             case 1:
                 box->hold();
+                box->setLimit(static_cast<std::uint32_t>(p_input->below(4)));
                 break;
             case 2:
                 box->release();
@@ -185,6 +186,10 @@ public:
             case 8:
                 sendAsync(p_input, box.get());
                 break;
+            case 9:
+                // So many of one kind that a limit is met.
+                for (int i = 0; i < 6; ++i) send(0, static_cast<std::int32_t>(index), box.get());
+                break;
             default:
                 send(p_input, box.get());
         }
@@ -200,6 +205,7 @@ public:
 private:
     void add(std::size_t index) {
         m_boxes[index] = std::make_unique<Box>(static_cast<std::int32_t>(index));
+        m_boxes[index]->registerHandler(kAnyModule, 0);
         m_order.push_back(index);
     }
 
@@ -238,7 +244,11 @@ private:
 
     void send(fuzz::Input* p_input, Box* p_box) {
         const std::int32_t target = moduleOf(p_input);
-        const std::shared_ptr<BrowserEvent> event = makeEvent(&p_box->hub(), typeOf(p_input));
+        send(typeOf(p_input), target, p_box);
+    }
+
+    void send(std::int32_t eventType, std::int32_t target, Box* p_box) {
+        const std::shared_ptr<BrowserEvent> event = makeEvent(&p_box->hub(), eventType);
         const std::int32_t expected = sendModel(*event, target);
         fuzz::expectEqual(p_box->hub().sendEvent(event, target), expected, "a send");
     }

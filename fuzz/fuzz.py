@@ -133,7 +133,9 @@ def environment():
     """The log off, where a target does not look at it, and the sanitizers told what they need."""
     # What is freed is held back for a while, by which its use is noticed; inputs are small.
     address = "quarantine_size_mb=16:allocator_may_return_null=1:detect_stack_use_after_return=1"
-    return {**os.environ, "ZOR_DEBUG": "off", "ASAN_OPTIONS": address,
+    others = {name: value for name, value in os.environ.items()
+              if not name.startswith("ZOR_DEBUG")}
+    return {**others, "ZOR_DEBUG": "off", "ASAN_OPTIONS": address,
             "UBSAN_OPTIONS": "print_stacktrace=1"}
 
 
