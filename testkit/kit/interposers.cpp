@@ -33,6 +33,13 @@ void* next(void** pp_known, const char* name) {
     return p_known;
 }
 
+void* definitionOfTheSystem(const char* name) {
+    static void* const s_library = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    void* const p_function = s_library != nullptr ? dlsym(s_library, name) : nullptr;
+    if (p_function == nullptr) std::abort();
+    return p_function;
+}
+
 }  // namespace tevalon::testkit::kit
 
 // clang-format off

@@ -17,6 +17,10 @@ namespace tevalon::testkit::kit {
 /// The definition behind the program's own.
 void* next(void** pp_known, const char* name);
 
+/// The C library's own definition. Sanitizers take no notice of its use, so it may be called for
+/// another thread, and by one that has ended for them.
+void* definitionOfTheSystem(const char* name);
+
 /// Does nothing but have the linker take the definitions out of the archive.
 void linkInterposers();
 

@@ -15,7 +15,9 @@
 
 TEVALON_KIT_NEXT(syscall, long, (long, const void*, long, long, const void*, long, long))
 TEVALON_KIT_NEXT(clock_gettime, int, (clockid_t, timespec*))
-TEVALON_KIT_NEXT(nanosleep, int, (const timespec*, timespec*))
+TEVALON_KIT_NEXT(pthread_rwlock_rdlock, int, (pthread_rwlock_t*))
+TEVALON_KIT_NEXT(pthread_rwlock_wrlock, int, (pthread_rwlock_t*))
+TEVALON_KIT_NEXT(pthread_rwlock_unlock, int, (pthread_rwlock_t*))
 
 namespace tevalon::testkit::kit {
 
@@ -66,6 +68,20 @@ Nanoseconds g_waitedUntil = kNever;  // Of the test's wait without a limit.
 Nanoseconds g_realTimeOffset;
 pthread_key_t g_ends;
 thread_local Thread* t_self;
+pthread_rwlock_t g_testsSteps = PTHREAD_RWLOCK_INITIALIZER;
+
+// What a test's step by runUntilIdle() or advance() orders, for the thread sanitizer to see: what
+// the test did before it comes before what threads do in it, which comes before what the test does
+// behind it. Readers are not ordered among each other, so that races between threads stay visible.
+void noteThreadsPartOfStep() {
+    (void)next_pthread_rwlock_rdlock()(&g_testsSteps);
+    (void)next_pthread_rwlock_unlock()(&g_testsSteps);
+}
+
+void noteTestsPartOfStep() {
+    (void)next_pthread_rwlock_wrlock()(&g_testsSteps);
+    (void)next_pthread_rwlock_unlock()(&g_testsSteps);
+}
 
 template <typename T>
 T load(const T* p_value) {
@@ -93,7 +109,9 @@ void sleepForARealMillisecond() {
     const int savedErrno = errno;
     timespec duration = {};
     duration.tv_nsec = kMillisecond;
-    (void)next_nanosleep()(&duration, nullptr);
+    static const auto s_sleep =
+        reinterpret_cast<int (*)(const timespec*, timespec*)>(definitionOfTheSystem("nanosleep"));
+    (void)s_sleep(&duration, nullptr);
     errno = savedErrno;
 }
 
@@ -261,8 +279,10 @@ void pass(Thread* p_self) {
         if (p_self == g_testThread) g_waitedUntil = kNever;
         return;
     }
+    if (p_self != g_testThread) noteThreadsPartOfStep();
     giveTurn(p_next);
     awaitTurn(p_self);
+    if (p_self != g_testThread) noteThreadsPartOfStep();
 }
 
 // The clean-up of thread-specific data is the thread's last code. What others clean up there may
@@ -270,6 +290,7 @@ void pass(Thread* p_self) {
 void endThread(void* p_thread) {
     auto* const p_self = static_cast<Thread*>(p_thread);
     if (++p_self->endRounds < PTHREAD_DESTRUCTOR_ITERATIONS) {
+        noteThreadsPartOfStep();  // Not in the last round, when the sanitizer knows no thread.
         (void)pthread_setspecific(g_ends, p_self);
         return;
     }
@@ -379,7 +400,9 @@ void wakeAll(Wait wait, const void* p_object) {
 }
 
 void awaitIdleness() {
+    noteTestsPartOfStep();
     (void)block(Wait::Idleness, nullptr, kNever);
+    noteTestsPartOfStep();
 }
 
 // One at a time, in the order of their times, each followed by all that it gives the others to do.
@@ -422,6 +445,7 @@ void* runThread(void* p_thread) {
     auto* const p_self = static_cast<Thread*>(p_thread);
     t_self = p_self;
     awaitTurn(p_self);
+    noteThreadsPartOfStep();
     (void)pthread_setspecific(g_ends, p_self);
     return p_self->start(p_self->p_argument);
 }

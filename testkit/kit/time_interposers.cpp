@@ -23,7 +23,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "interposition.h"
 #include "schedule.h"
@@ -79,15 +78,6 @@ void sleepUntil(Nanoseconds deadline) {
     } while (now() < deadline);
 }
 
-// The C library's own function, where a sanitizer's would take notice.
-template <typename Function>
-Function ofTheSystem(const char* name) {
-    static void* const s_library = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
-    void* const p_function = s_library != nullptr ? dlsym(s_library, name) : nullptr;
-    if (p_function == nullptr) std::abort();
-    return reinterpret_cast<Function>(p_function);
-}
-
 using MutexFunction = int (*)(pthread_mutex_t*);
 
 bool isOwnErrorCheckingMutex(const pthread_mutex_t* p_mutex) {
@@ -98,8 +88,10 @@ bool isOwnErrorCheckingMutex(const pthread_mutex_t* p_mutex) {
 // Whether the mutex cannot be locked now, and can be later. Asked so that the sanitizers do not see
 // an attempt, for they learn less from that than from a lock.
 bool isLockedByOther(pthread_mutex_t* p_mutex) {
-    static const auto s_tryLock = ofTheSystem<MutexFunction>("pthread_mutex_trylock");
-    static const auto s_unlock = ofTheSystem<MutexFunction>("pthread_mutex_unlock");
+    static const auto s_tryLock =
+        reinterpret_cast<MutexFunction>(definitionOfTheSystem("pthread_mutex_trylock"));
+    static const auto s_unlock =
+        reinterpret_cast<MutexFunction>(definitionOfTheSystem("pthread_mutex_unlock"));
     constexpr int kKinds = 3;
     if ((p_mutex->__data.__kind & ~kKinds) != 0) return false;  // Robust or with priorities.
     const int error = s_tryLock(p_mutex);
@@ -113,6 +105,21 @@ bool awaitMutex(pthread_mutex_t* p_mutex, Nanoseconds deadline) {
         if (!block(Wait::Mutex, p_mutex, deadline)) return !isLockedByOther(p_mutex);
     }
     return true;
+}
+
+// Without blocking.
+int pollOfTheSystem(pollfd* p_entries, nfds_t count) {
+    static const auto s_poll =
+        reinterpret_cast<int (*)(pollfd*, nfds_t, int)>(definitionOfTheSystem("poll"));
+    return s_poll(p_entries, count, 0);
+}
+
+int selectOfTheSystem(int count, fd_set* p_read, fd_set* p_write, fd_set* p_except) {
+    static const auto s_select =
+        reinterpret_cast<int (*)(int, fd_set*, fd_set*, fd_set*, timeval*)>(
+            definitionOfTheSystem("select"));
+    timeval none = {};
+    return s_select(count, p_read, p_write, p_except, &none);
 }
 
 }  // namespace
@@ -517,16 +524,20 @@ TEVALON_KIT_DEFINE(select, int,
             return static_cast<std::size_t>((count + kBitsPerWord - 1) / kBitsPerWord) *
                    sizeof(unsigned long);
         }
+        // Not by memcpy(), which sanitizers replace: see definitionOfTheSystem().
+        static void copy(const fd_set* p_set, std::size_t words, Set* p_copy) {
+            const auto* const p_words = reinterpret_cast<const volatile unsigned long*>(p_set);
+            for (std::size_t word = 0; word < words; ++word) (*p_copy)[word] = p_words[word];
+        }
         int ready() const {
             std::array<Set, 3> copies;
             std::array<fd_set*, 3> asked = {};
             for (std::size_t i = 0; i < sets.size(); ++i) {
                 if (sets[i] == nullptr) continue;
-                std::memcpy(copies[i].data(), sets[i], bytes());
+                copy(sets[i], bytes() / sizeof(unsigned long), &copies[i]);
                 asked[i] = reinterpret_cast<fd_set*>(copies[i].data());
             }
-            timeval none = {};
-            return next_select()(count, asked[0], asked[1], asked[2], &none);
+            return kit::selectOfTheSystem(count, asked[0], asked[1], asked[2]);
         }
     };
     const Sets sets = {std::clamp(count, 0, 65536), {p_read, p_write, p_except}};
@@ -566,7 +577,7 @@ TEVALON_KIT_DEFINE(poll, int, (pollfd * p_entries, nfds_t count, int timeoutMs))
     const Readiness readiness = {
         [](const void* p_context) {
             const auto* const p_polled = static_cast<const Polled*>(p_context);
-            return next_poll()(p_polled->p_entries, p_polled->count, 0) != 0;
+            return kit::pollOfTheSystem(p_polled->p_entries, p_polled->count) != 0;
         },
         &polled};
     const Nanoseconds deadline = timeoutMs < 0 ? kNever : after(Nanoseconds{timeoutMs} * 1'000'000);
@@ -584,7 +595,7 @@ static bool awaitReadable(int descriptor, Nanoseconds deadline) {
     const Readiness readiness = {
         [](const void* p_descriptor) {
             pollfd entry = {*static_cast<const int*>(p_descriptor), POLLIN, 0};
-            return next_poll()(&entry, 1, 0) != 0;
+            return kit::pollOfTheSystem(&entry, 1) != 0;
         },
         &descriptor};
     while (!readiness.isReady(&descriptor)) {

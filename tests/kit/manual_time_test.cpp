@@ -14,6 +14,7 @@
 #include "base/threading.h"
 #include "base/timer.h"
 #include "base/utils.h"
+#include "kit/story.h"
 #include "testkit/spy_hub.h"
 #include "testkit/watchdog_reports.h"
 
@@ -88,15 +89,14 @@ TEST(ManualTimeTest, AHubHandlesNothingUntilItIsRun) {
 }
 
 TEST(ManualTimeTest, HubsRunInTheOrderInWhichTheyWereGivenSomething) {
-    std::vector<std::string> story;
+    test::Story story;
     EventHub first(kModule);
     EventHub second(kModule + 1);
     first.registerHandler(1, [&](const std::shared_ptr<BrowserEvent>&) {
-        story.emplace_back("first");
+        story.add("first");
         first.sendEvent(first.createEvent(1), kModule + 1);
     });
-    second.registerHandler(
-        1, [&](const std::shared_ptr<BrowserEvent>&) { story.emplace_back("second"); });
+    second.registerHandler(1, [&](const std::shared_ptr<BrowserEvent>&) { story.add("second"); });
     evtdispch_register_hub(&first);
     evtdispch_register_hub(&second);
     runUntilIdle();  // Both threads have begun.
@@ -107,7 +107,7 @@ TEST(ManualTimeTest, HubsRunInTheOrderInWhichTheyWereGivenSomething) {
 
         runUntilIdle();
 
-        EXPECT_THAT(story, ElementsAre("second", "first", "second")) << "in round " << i;
+        EXPECT_THAT(story.events(), ElementsAre("second", "first", "second")) << "in round " << i;
     }
     evtdispch_unregister_hub(&first);
     evtdispch_unregister_hub(&second);

@@ -17,6 +17,10 @@ namespace tevalon::testkit {
 /// - The clocks, CLOCK_MONOTONIC and CLOCK_REALTIME and what is made of them, stand still. So a
 ///   test runs the same each time.
 ///
+/// What the test does before and after a step by one of these functions, and what threads do in it,
+/// is ordered, so a test needs no locks for what its handlers count, and the thread sanitizer
+/// reports nothing there. Races of the module's threads with each other it reports as ever.
+///
 /// Timers, task threads, watches, synchronous time-outs, sleeps and the time limits of locks and
 /// condition variables obey that clock, in tevalon-base, in the module and in the C++ library
 /// alike.
