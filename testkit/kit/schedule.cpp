@@ -59,7 +59,25 @@ constexpr int kPatienceInMilliseconds = 30'000;
 // How far the clock may go on by itself while the test waits without a limit.
 constexpr Nanoseconds kLongestWait = 24 * 3600 * kSecond;
 
-Thread g_threads[kMostThreads];
+// Those that there have been are at its front.
+class Threads {
+public:
+    Thread* begin() { return m_threads; }
+    Thread* end() { return m_threads + m_count; }
+    /// One that is free; null where there are too many.
+    Thread* find() {
+        for (Thread& thread : *this) {
+            if (thread.state == State::Free) return &thread;
+        }
+        return m_count < kMostThreads ? &m_threads[m_count++] : nullptr;
+    }
+
+private:
+    Thread m_threads[kMostThreads];
+    int m_count;
+};
+
+Threads g_threads;
 Thread* g_testThread;
 std::uint64_t g_order;
 int g_yields;
@@ -321,7 +339,7 @@ void takeOver() {
     g_realTimeOffset = realClock(CLOCK_REALTIME) - g_now;
     if (pthread_key_create(&g_ends, endThread) != 0) std::abort();
     (void)pthread_atfork(nullptr, nullptr, reduceToThisThread);
-    Thread& self = g_threads[0];
+    Thread& self = *g_threads.find();
     self.state = State::Runnable;
     self.handle = pthread_self();
     t_self = &self;
@@ -429,16 +447,14 @@ int processor() {
 }
 
 Thread* newThread(void* (*start)(void*), void* p_argument) {
-    for (Thread& thread : g_threads) {
-        if (thread.state != State::Free) continue;
-        thread = Thread{};
-        thread.start = start;
-        thread.p_argument = p_argument;
-        thread.handle = pthread_self();  // Its own follows; none is null.
-        makeRunnable(&thread, false);
-        return &thread;
-    }
-    giveUp("more threads at once than can be kept apart");
+    Thread* const p_thread = g_threads.find();
+    if (p_thread == nullptr) giveUp("more threads at once than can be kept apart");
+    *p_thread = Thread{};
+    p_thread->start = start;
+    p_thread->p_argument = p_argument;
+    p_thread->handle = pthread_self();  // Its own follows; none is null.
+    makeRunnable(p_thread, false);
+    return p_thread;
 }
 
 void* runThread(void* p_thread) {
