@@ -49,20 +49,20 @@ if [[ $kind == armhf ]]; then
     exit 0
 fi
 
-warnings="-Wall -Wextra -Wpedantic -Werror"
-for compiler in g++ clang++; do
-    for static in OFF ON; do
-        for sanitizer in none address,undefined thread; do
-            folder=$work/$compiler-$static-$sanitizer
-            flags=$warnings
-            # What the sanitizer has in the standard headers draws warnings from GCC.
-            [[ $sanitizer == none ]] || flags="-g -fsanitize=$sanitizer"
-            build "$folder" -DCMAKE_CXX_COMPILER=$compiler -DCMAKE_CXX_FLAGS="$flags" \
-                -DTESTED_MODULE_STATIC=$static
-            run "$folder" env LD_LIBRARY_PATH="$libdir" setarch "$(uname -m)" -R
-        done
-    done
+# combination COMPILER STATIC SANITIZER
+combination() {
+    local folder=$work/$1-$2-$3 flags="-Wall -Wextra -Wpedantic -Werror"
+    # What the sanitizers have in the standard headers draws warnings from GCC.
+    [[ $3 == none ]] || flags="-g -fsanitize=$3"
+    build "$folder" -DCMAKE_CXX_COMPILER="$1" -DCMAKE_CXX_FLAGS="$flags" -DTESTED_MODULE_STATIC="$2"
+    run "$folder" env LD_LIBRARY_PATH="$libdir" setarch "$(uname -m)" -R
+}
+for sanitizer in none address,undefined thread; do
+    combination g++ OFF $sanitizer
+    combination g++ ON $sanitizer
+    combination clang++ OFF $sanitizer
 done
+combination clang++ ON none
 ctest --test-dir "$work/g++-ON-none" >"$work/ctest.log" 2>&1 || fail "running them by ctest"
 grep -q '100% tests passed, 0 tests failed out of 5' "$work/ctest.log" || fail "finding them by ctest"
 # A test that holds something wrong fails, and shows the log.
