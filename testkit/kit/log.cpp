@@ -1,5 +1,6 @@
 #include "testkit/log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr std::uint16_t kErrorLevel = 1000;
 constexpr std::chrono::seconds kPatience{30};
+constexpr std::size_t kMostShown = 500;  // Of a log's lines.
 
 struct Capture {
     std::mutex mutex;
@@ -159,9 +161,14 @@ void PrintTo(const LogLine& line, std::ostream* p_stream) {
 void PrintTo(const CapturedLog& log, std::ostream* p_stream) {
     const std::vector<LogLine> lines = log.lines();
     *p_stream << "a log of " << lines.size() << " lines";
-    for (const LogLine& line : lines) {
+    const std::size_t leftOut = lines.size() - std::min(lines.size(), kMostShown);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (leftOut > 0 && i == kMostShown / 2) {
+            *p_stream << "\n    ... " << leftOut << " lines ...";
+            i += leftOut;
+        }
         *p_stream << "\n    ";
-        PrintTo(line, p_stream);
+        PrintTo(lines[i], p_stream);
     }
 }
 

@@ -192,6 +192,18 @@ TEST(LogMatchersTest, ShowTheWholeLogWhereTheyFail) {
     EXPECT_THAT(shown, testing::EndsWith("\n    (warning) \"[t]t.cpp:1:f:last\\n\""));
 }
 
+TEST(LogMatchersTest, ShowTheEndsOfALongLog) {
+    const CapturedLog log;
+    for (int i = 0; i < 503; ++i) print_browser_log(1, "t", "t.cpp", 1, "f", "line %d.", i);
+
+    const std::string shown = testing::PrintToString(log);
+
+    EXPECT_THAT(shown, testing::StartsWith("a log of 503 lines\n"));
+    EXPECT_THAT(shown, HasSubstr("line 249.\\n\"\n    ... 3 lines ...\n    (error) "
+                                 "\"[t]t.cpp:1:f:line 253."));
+    EXPECT_THAT(shown, testing::EndsWith("line 502.\\n\""));
+}
+
 TEST(LogMatchersTest, DescribeThemselves) {
     std::ostringstream stream;
 

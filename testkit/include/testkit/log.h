@@ -30,11 +30,13 @@ struct LogLine {
 ///     EXPECT_THAT(log, LoggedNoError());
 ///     EXPECT_THAT(log, Logged(Message(log_messages::kTaskEmpty)));
 ///
-/// Where such an expectation fails, the whole log is shown.
+/// Where such an expectation fails, the log is shown; of more than 500 lines the first and the
+/// last.
 ///
 /// Thread-safety: any thread may log meanwhile, and any thread may call any method.
 class CapturedLog {
 public:
+    /// All levels that there can be.
     static constexpr std::uint16_t kEveryLevel = UINT16_MAX;
 
     /// Has every level up to @p level on, of every module: 1000 for errors alone.
@@ -56,7 +58,7 @@ public:
     [[nodiscard]] bool waitFor(const LogMessage& message, std::size_t count = 1) const;
 };
 
-/// The lines, each with its level.
+/// The lines, each with its level; of more than 500 the first and the last.
 void PrintTo(const CapturedLog& log, std::ostream* p_stream);
 /// The level and the text.
 void PrintTo(const LogLine& line, std::ostream* p_stream);
@@ -64,6 +66,7 @@ void PrintTo(const LogLine& line, std::ostream* p_stream);
 /// What a line is to be: made by Message() or Text(). A matcher of LogLine.
 class LineMatcher {
 public:
+    /// What makes it one.
     using is_gtest_matcher = void;
 
     /// A line of @p message; its first values, as they stand in the line, are @p values.
@@ -105,6 +108,7 @@ inline LineMatcher Text(std::string part) {
 /// What a whole log is to be. A matcher of CapturedLog, made by the functions below.
 class LogMatcher {
 public:
+    /// What makes it one.
     using is_gtest_matcher = void;
 
     /// How the lines are compared.

@@ -28,7 +28,9 @@ namespace tevalon::testkit {
 /// Thread-safety: any thread may call any method but the destructor.
 class SpyHub {
 public:
+    /// As handlers get it.
     using Event = std::shared_ptr<base::event_dispatcher::BrowserEvent>;
+    /// What an event is answered with.
     using EventResult = base::event_dispatcher::EventResult;
     /// What to reply to an event. Called on the hub's thread, without a lock.
     using Reply = std::function<EventResult(const base::event_dispatcher::BrowserEvent&)>;
