@@ -57,7 +57,7 @@ constexpr Nanoseconds kSecond = 1'000'000'000;
 // How long threads may wait for a descriptor, on the real clock, while nothing else happens.
 constexpr int kPatienceInMilliseconds = 30'000;
 // How far the clock may go on by itself while the test waits without a limit.
-constexpr Nanoseconds kLongestWait = 24 * 3600 * kSecond;
+constexpr Nanoseconds kLongestWait = Nanoseconds{24} * 3600 * kSecond;
 
 // Those that there have been are at its front.
 class Threads {

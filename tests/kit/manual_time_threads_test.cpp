@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <future>
 #include <mutex>
 #include <shared_mutex>
@@ -409,6 +410,43 @@ TEST(ManualTimeDeathTest, AnEventThatNeverComesIsTold) {
         },
         "the test has waited for a day on the clock, in vain");
 }
+
+#ifdef __SANITIZE_THREAD__
+// That threads take turns must not hide from the sanitizer that nothing orders them.
+TEST(ManualTimeDeathTest, TheThreadSanitizerSeesRacesBetweenThreads) {
+    const auto race = [] {
+        int counter = 0;
+        std::thread first([&] { ++counter; });
+        std::thread second([&] { ++counter; });
+        runUntilIdle();
+        first.join();
+        second.join();
+        std::exit(counter);
+    };
+
+    EXPECT_EXIT(race(), testing::ExitedWithCode(66), "data race");
+}
+
+TEST(ManualTimeDeathTest, TheThreadSanitizerSeesNoRaceBetweenATestsSteps) {
+    const auto count = [] {
+        int counter = 0;
+        std::thread thread([&] {
+            for (int i = 0; i < 3; ++i) {
+                ++counter;
+                std::this_thread::sleep_for(1s);
+            }
+        });
+        runUntilIdle();
+        counter += 10;
+        advance(2s);
+        counter += 10;
+        thread.join();
+        std::exit(counter);
+    };
+
+    EXPECT_EXIT(count(), testing::ExitedWithCode(23), "");
+}
+#endif
 
 TEST(ManualTimeDeathTest, OnlyTheTestsThreadTurnsTheClock) {
     EXPECT_DEATH(std::thread([] { runUntilIdle(); }).join(),
