@@ -15,6 +15,10 @@ function(tevalon_add_kit_test name)
     target_link_options(${name} PRIVATE LINKER:--no-as-needed)
     # Shared libraries are to find the program's definitions of the system's functions.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
-    # Found when ctest runs, on the machine that runs them, rather than after each link.
-    gtest_discover_tests(${name} NO_PRETTY_TYPES NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST)
+    # Found when ctest runs, rather than after each link, where CMake can do that.
+    set(discovery NO_PRETTY_TYPES NO_PRETTY_VALUES)
+    if(NOT CMAKE_VERSION VERSION_LESS 3.18)
+        list(APPEND discovery DISCOVERY_MODE PRE_TEST)
+    endif()
+    gtest_discover_tests(${name} ${discovery})
 endfunction()

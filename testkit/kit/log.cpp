@@ -259,6 +259,14 @@ void LogMatcher::DescribeNegationTo(std::ostream* p_stream) const {
 
 namespace testkit = tevalon::testkit;
 
+extern "C" {
+// As the macro declares them, and with what the compiler checks formats by.
+int tevalonKit_zorDebugOutputV(const char* p_format, va_list arguments) __asm__("zorDebugOutputV")
+    __attribute__((format(printf, 1, 0)));
+int tevalonKit_zorDebugOutput0(const char* p_format, ...) __asm__("zorDebugOutput0")
+    __attribute__((format(printf, 1, 2)));
+}
+
 TEVALON_KIT_DEFINE(zorDebugCheckLevelGetFrameAndChunk, std::int32_t,
                    (DebugLevelRecord * p_record)) {
     const unsigned level = testkit::g_level.load(std::memory_order_relaxed);

@@ -335,6 +335,10 @@ Thread* findThread(pthread_t handle) {
 
 void takeOver() {
     if (g_testThread != nullptr) return;
+    if (sizeof(time_t) > sizeof(long)) {
+        // The C library has other functions for these, which are not replaced.
+        giveUp("not supported: 64-bit times on a 32-bit system");
+    }
     g_now = realClock(CLOCK_MONOTONIC);
     g_realTimeOffset = realClock(CLOCK_REALTIME) - g_now;
     if (pthread_key_create(&g_ends, endThread) != 0) std::abort();
