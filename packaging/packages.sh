@@ -104,6 +104,8 @@ test_installations() {
     "$tests/consumer.sh" "$work/amd64/machine/usr" "$work/consumer-amd64" some
     "$tests/consumer.sh" "$work/armhf/machine/usr" "$work/consumer-armhf" armhf
     "$tests/explored.sh" "$work/amd64/machine/usr" "$work/explored"
+    "$tests/kit.sh" "$work/amd64/machine/usr" "$work/kit" all
+    "$tests/kit.sh" "$work/armhf/machine/usr" "$work/kit-armhf" armhf
     "$tests/getting_started.sh" "$work/amd64/machine/usr" "$work/getting-started"
     "$tests/platform_library.sh" "$build/package-amd64" "$work/platform"
     "$tests/recipe.sh" "$build/package-amd64" "$work/recipe"

@@ -2,7 +2,7 @@
 """Holds the pages in docs/ and the programs in examples/ against each other.
 
 usage: pages.py check           every block that begins with a file's first line is that file; every
-                                file of examples/guides and examples/getting_started is on a page;
+                                file of examples/guides, getting_started and tested_module is on a page;
                                 every test that a page names exists
        pages.py write           writes the files into their blocks
        pages.py run PROGRAM FILE   runs the commands `$ ...` of the blocks that call PROGRAM, which is
@@ -18,8 +18,9 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-FOLDERS = ("examples/guides", "examples/getting_started", "cmake/toolchains")
-WHOLE_FOLDERS = FOLDERS[:2]
+FOLDERS = ("examples/guides", "examples/getting_started", "examples/tested_module",
+           "cmake/toolchains")
+WHOLE_FOLDERS = FOLDERS[:3]
 BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.S | re.M)
 
 
@@ -31,10 +32,11 @@ def file_of(block):
     name = re.match(r"(?://|#) ([\w.]+\.\w+): ", block)
     if not name:
         return None
-    for folder in FOLDERS:
-        if (ROOT / folder / name[1]).exists():
-            return ROOT / folder / name[1]
-    return None
+    files = [ROOT / folder / name[1] for folder in FOLDERS if (ROOT / folder / name[1]).exists()]
+    # Several folders may have a file of that name: it is the one that begins as the block does.
+    begins = [path for path in files
+              if path.read_text().splitlines()[0] == block.splitlines()[0]]
+    return (begins or files or [None])[0]
 
 
 def filled(page, shown):

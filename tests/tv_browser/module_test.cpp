@@ -1,12 +1,11 @@
 #include "module.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <stdexcept>
-#include <thread>
 
-#include "support/event.h"
-#include "support/log_capture.h"
+#include "testkit/log.h"
+#include "testkit/manual_time.h"
 #include "tv_browser/story.h"
 
 namespace tv_browser {
@@ -14,7 +13,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kLong = std::chrono::milliseconds(30000);  // Only turns a hang into a failure.
+using testing::ElementsAre;
+using namespace tevalon::testkit;
+
+constexpr auto kPatience = 20ms;  // On the clock that the tests turn.
 
 std::unique_ptr<KeyRequest> press(const std::string& key) {
     return std::make_unique<KeyRequest>(EventType::PressKey, key);
@@ -30,8 +32,8 @@ public:
                             [this](const AppNotice& notice) { followApp(notice); });
     }
 
-    test::Event appStopped;
-    test::Event calledForStandby;
+    bool hasAppStopped = false;
+    bool wasCalledForStandby = false;
 
 private:
     static Reply pressKey(const std::string& key) {
@@ -40,9 +42,9 @@ private:
         return Reply::Ok;
     }
     void followApp(const AppNotice& notice) {
-        if (notice.state == AppState::Stopped) appStopped.set();
+        if (notice.state == AppState::Stopped) hasAppStopped = true;
     }
-    void standby() override { calledForStandby.set(); }
+    void standby() override { wasCalledForStandby = true; }
 };
 
 class ModuleTest : public testing::Test {
@@ -63,39 +65,37 @@ protected:
 TEST_F(ModuleTest, AskReturnsWhatTheHandlerReplied) {
     ASSERT_TRUE(m_answering.start());
 
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kLong), Reply::KeyNotUsed);
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kLong), Reply::Ok);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kPatience), Reply::KeyNotUsed);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kPatience), Reply::Ok);
 
-    EXPECT_EQ(story(), (std::vector<std::string>{
-                           "hbbtv_controller is ready, as module 20",
-                           "viewer -> hbbtv_controller: key red",
-                           "viewer <- hbbtv_controller: page has no use for it",
-                           "viewer -> hbbtv_controller: key ok",
-                           "viewer <- hbbtv_controller: ok",
-                       }));
+    EXPECT_THAT(story(), ElementsAre("hbbtv_controller is ready, as module 20",
+                                     "viewer -> hbbtv_controller: key red",
+                                     "viewer <- hbbtv_controller: page has no use for it",
+                                     "viewer -> hbbtv_controller: key ok",
+                                     "viewer <- hbbtv_controller: ok"));
 }
 
 TEST_F(ModuleTest, AskOfAModuleThatIsNotStartedIsNotDelivered) {
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kLong), Reply::NotDelivered);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kPatience),
+              Reply::NotDelivered);
 
-    EXPECT_EQ(story(), (std::vector<std::string>{
-                           "viewer -> hbbtv_controller: key red",
-                           "viewer <- hbbtv_controller: could not be delivered",
-                       }));
+    EXPECT_THAT(story(), ElementsAre("viewer -> hbbtv_controller: key red",
+                                     "viewer <- hbbtv_controller: could not be delivered"));
 }
 
 TEST_F(ModuleTest, AskOfAModuleThatIsStoppedIsNotDelivered) {
     ASSERT_TRUE(m_answering.start());
     m_answering.stop();
 
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kLong), Reply::NotDelivered);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kPatience),
+              Reply::NotDelivered);
 }
 
 TEST_F(ModuleTest, APayloadOfAnotherTypeFails) {
     ASSERT_TRUE(m_answering.start());
 
     EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController,
-                           std::make_unique<Message>(EventType::PressKey, "no key"), kLong),
+                           std::make_unique<Message>(EventType::PressKey, "no key"), kPatience),
               Reply::Failed);
 }
 
@@ -103,39 +103,48 @@ TEST_F(ModuleTest, ASlowAnswerTimesOutAndComesLate) {
     ASSERT_TRUE(m_answering.start());
     m_asking.tell(ModuleId::HbbtvController, std::make_unique<SlowNotice>(60000));
 
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), 20ms), Reply::TimedOut);
-    m_answering.stop();  // Ends the delay.
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kPatience), Reply::TimedOut);
+    advance(60s);
 
-    EXPECT_TRUE(test::tellsInOrder(
-        story(), {
-                     "viewer => hbbtv_controller: take 60000 ms over the next answer",
-                     "viewer -> hbbtv_controller: key red",
-                     "hbbtv_controller is busy for 60000 ms",
-                     "viewer !! hbbtv_controller: no answer within 20 ms",
-                     "hbbtv_controller !! answers 'key red' only now: page has no use for it",
-                 }));
+    EXPECT_THAT(
+        story(),
+        ElementsAre("hbbtv_controller is ready, as module 20",
+                    "viewer => hbbtv_controller: take 60000 ms over the next answer",
+                    "viewer -> hbbtv_controller: key red", "hbbtv_controller is busy for 60000 ms",
+                    "viewer !! hbbtv_controller: no answer within 20 ms",
+                    "hbbtv_controller !! answers 'key red' only now: page has no use for it"));
+}
+
+TEST_F(ModuleTest, StopEndsASlowAnswer) {
+    ASSERT_TRUE(m_answering.start());
+    m_asking.tell(ModuleId::HbbtvController, std::make_unique<SlowNotice>(60000));
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("red"), kPatience), Reply::TimedOut);
+    const auto before = Timeline::Clock::now();
+
+    m_answering.stop();
+
+    EXPECT_EQ(Timeline::Clock::now(), before);
 }
 
 TEST_F(ModuleTest, OnlyTheNextAnswerIsSlow) {
     ASSERT_TRUE(m_answering.start());
     m_asking.tell(ModuleId::HbbtvController, std::make_unique<SlowNotice>(1));
 
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kLong), Reply::Ok);
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kLong), Reply::Ok);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kPatience), Reply::Ok);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kPatience), Reply::Ok);
 
     EXPECT_EQ(test::timesTold(story(), "is busy for 1 ms"), 1);
 }
 
 TEST_F(ModuleTest, AHandlerThatThrowsLosesItsEventAndNothingElse) {
     ASSERT_TRUE(m_answering.start());
-    const test::LogCapture log;
+    const CapturedLog log;
 
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("exit"), 20ms), Reply::TimedOut);
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kLong), Reply::Ok);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("exit"), kPatience), Reply::TimedOut);
+    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kPatience), Reply::Ok);
 
-    EXPECT_EQ(log.texts(tevalon::base::kLogError).size(), 1U);
-    EXPECT_TRUE(
-        log.waitFor("'hbbtv_controller' drops event 2 from module 101, 'key exit': no exit.\n"));
+    EXPECT_THAT(log, LoggedTimes(1, Text("'hbbtv_controller' drops event 2 from module 101, "
+                                         "'key exit': no exit.\n")));
 }
 
 TEST_F(ModuleTest, TellReachesTheHandlerForItsSource) {
@@ -144,27 +153,27 @@ TEST_F(ModuleTest, TellReachesTheHandlerForItsSource) {
 
     manager.tell(ModuleId::Everybody, std::make_unique<AppNotice>("news", AppState::Stopped));
 
-    EXPECT_TRUE(m_answering.appStopped.wait());
+    runUntilIdle();
+    EXPECT_TRUE(m_answering.hasAppStopped);
 }
 
 TEST_F(ModuleTest, TellFromAnotherSourceIsNotTaken) {
     ASSERT_TRUE(m_answering.start());
 
     m_asking.tell(ModuleId::Everybody, std::make_unique<AppNotice>("news", AppState::Stopped));
-    // Ordered behind it, had it been taken.
-    EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController, press("ok"), kLong), Reply::Ok);
 
-    EXPECT_FALSE(m_answering.appStopped.isSet());
+    runUntilIdle();
+    EXPECT_FALSE(m_answering.hasAppStopped);
 }
 
 TEST_F(ModuleTest, StandbyCallsTheModuleAndIsAnsweredAfterThat) {
     ASSERT_TRUE(m_answering.start());
 
     EXPECT_EQ(m_asking.ask(ModuleId::HbbtvController,
-                           std::make_unique<Message>(EventType::Standby, "finish"), kLong),
+                           std::make_unique<Message>(EventType::Standby, "finish"), kPatience),
               Reply::Ok);
 
-    EXPECT_TRUE(m_answering.calledForStandby.isSet());
+    EXPECT_TRUE(m_answering.wasCalledForStandby);
 }
 
 TEST_F(ModuleTest, StopTwiceOrWithoutStartDoesNothing) {

@@ -170,6 +170,8 @@ def header(entries):
              "    std::uint16_t level;  ///< 0 where the caller's, or beyond all levels.",
              "    const char* tag;      ///< At the front of its lines.",
              "    const char* format;   ///< Of the text behind the line's place, with its line end.",
+             "    /// Those that its lines name, with commas between them; empty where it is not one of few.",
+             "    const char* functions;",
              "};", "",
              "namespace log_messages {", "",
              "/// @{", "/// The message of that name."]
@@ -177,7 +179,7 @@ def header(entries):
     for entry in entries:
         name = "k" + "".join(word.capitalize() for word in entry["id"].split("-"))
         values = [json.dumps(entry["id"]), str(entry["level"]), json.dumps(entry["tag"]),
-                  json.dumps(entry["text"])]
+                  json.dumps(entry["text"]), json.dumps(",".join(entry["functions"]))]
         lines += [f"inline constexpr LogMessage {name} = {{{', '.join(values)}}};"]
     lines += ["// clang-format on", "/// @}", "", "}  // namespace log_messages", "}  // namespace tevalon::testkit", "",
               "#endif  // TESTKIT_LOG_MESSAGES_H"]

@@ -53,17 +53,23 @@ FILES:${PN}-dev = " \
     ${libdir}/libtevalon-base.so \
     ${libdir}/cmake/tevalon-base/FindUuid.cmake \
     ${libdir}/cmake/tevalon-base/TevalonExplored.cmake \
+    ${libdir}/cmake/tevalon-base/TevalonKit.cmake \
     ${libdir}/cmake/tevalon-base/tevalon-base-config*.cmake \
     ${libdir}/cmake/tevalon-base/tevalon-base-targets*.cmake \
     ${libdir}/cmake/tevalon-base/tevalon-base-static-targets*.cmake \
+    ${libdir}/cmake/tevalon-base/tevalon-kit-targets*.cmake \
     ${libdir}/cmake/tevalon-base/tevalon-testkit-targets*.cmake \
     ${libdir}/pkgconfig/tevalon-base.pc \
     ${libdir}/pkgconfig/tevalon-base-static.pc \
     ${datadir}/gdb/auto-load \
     ${datadir}/tevalon-base/gdb \
 "
-# The second, and what goes with it, only for 64-bit systems, and where it is asked for.
-FILES:${PN}-staticdev = "${libdir}/libtevalon-base.a ${libdir}/libtevalon-testkit.a"
+# The last, and what goes with it, only for 64-bit systems, and where it is asked for.
+FILES:${PN}-staticdev = " \
+    ${libdir}/libtevalon-base.a \
+    ${libdir}/libtevalon-kit.a \
+    ${libdir}/libtevalon-testkit.a \
+"
 FILES:${PN}-doc = "${docdir}/tevalon-base ${mandir}/man1/tevalon-explain.1 ${mandir}/man1/tevalon-trace.1"
 
 INSANE_SKIP:zor-debug = "dev-so"

@@ -1,0 +1,297 @@
+#include "testkit/log.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <ostream>
+#include <string_view>
+#include <thread>
+
+#include "interposition.h"
+#include "message_text.h"
+#include "zor_debug/zor_debug.h"
+
+namespace tevalon::testkit {
+namespace {
+
+constexpr std::uint16_t kErrorLevel = 1000;
+constexpr std::chrono::seconds kPatience{30};
+constexpr std::size_t kMostShown = 500;  // Of a log's lines.
+
+struct Capture {
+    std::mutex mutex;
+    std::condition_variable grown;
+    bool isOn = false;  // All guarded by the mutex.
+    std::vector<LogLine> lines;
+    std::map<std::thread::id, LogLine> pieces;  // Of lines that have not ended.
+};
+
+// Never destroyed: there may be logging for as long as the process lives.
+Capture& capture() {
+    static auto* const s_capture = new Capture;
+    return *s_capture;
+}
+
+// 0 while there is no capture. A level that is just being switched on may be missed.
+std::atomic<unsigned> g_level{0};
+thread_local DebugLevelRecord t_lastOn;
+
+// False without a capture.
+bool take(std::string_view text) {
+    Capture& to = capture();
+    const std::lock_guard<std::mutex> lock(to.mutex);
+    if (!to.isOn) return false;
+    LogLine& piece = to.pieces[std::this_thread::get_id()];
+    if (piece.text.empty()) piece = {t_lastOn.level, t_lastOn.module, {}};
+    piece.text += text;
+    if (text.empty() || text.back() != '\n') return true;
+    to.lines.push_back(std::move(piece));
+    to.pieces.erase(std::this_thread::get_id());
+    to.grown.notify_all();
+    return true;
+}
+
+std::string formatted(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
+
+std::string formatted(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length <= 0) return {};
+    std::string text(static_cast<std::size_t>(length) + 1, '\0');
+    (void)std::vsnprintf(text.data(), text.size(), format, arguments);
+    text.pop_back();
+    return text;
+}
+
+std::size_t countOf(const LineMatcher& wanted, const std::vector<LogLine>& lines) {
+    std::size_t count = 0;
+    for (const LogLine& line : lines) count += wanted.matches(line) ? 1 : 0;
+    return count;
+}
+
+// Of the matchers, in order, how many lines were found for.
+std::size_t foundInOrder(const std::vector<LineMatcher>& wanted,
+                         const std::vector<LogLine>& lines) {
+    std::size_t found = 0;
+    for (const LogLine& line : lines) {
+        if (found < wanted.size() && wanted[found].matches(line)) ++found;
+    }
+    return found;
+}
+
+std::string nameOf(std::uint16_t level) {
+    switch (level) {
+        case 1:
+            return "always";
+        case kErrorLevel:
+            return "error";
+        case 3000:
+            return "warning";
+        case 4000:
+            return "info";
+        case 5000:
+            return "debug";
+        default:
+            return "level " + std::to_string(level);
+    }
+}
+
+}  // namespace
+
+CapturedLog::CapturedLog(std::uint16_t level) {
+    Capture& to = capture();
+    const std::lock_guard<std::mutex> lock(to.mutex);
+    if (to.isOn) {
+        (void)std::fputs("testkit: one CapturedLog at a time\n", stderr);
+        std::abort();
+    }
+    to.isOn = true;
+    to.lines.clear();
+    to.pieces.clear();
+    g_level = level;
+}
+
+CapturedLog::~CapturedLog() {
+    Capture& to = capture();
+    const std::lock_guard<std::mutex> lock(to.mutex);
+    g_level = 0;
+    to.isOn = false;
+}
+
+std::vector<LogLine> CapturedLog::lines() const {
+    Capture& from = capture();
+    const std::lock_guard<std::mutex> lock(from.mutex);
+    return from.lines;
+}
+
+void CapturedLog::clear() {
+    Capture& to = capture();
+    const std::lock_guard<std::mutex> lock(to.mutex);
+    to.lines.clear();
+}
+
+bool CapturedLog::waitFor(const LogMessage& message, std::size_t count) const {
+    const LineMatcher wanted = Message(message);
+    Capture& from = capture();
+    std::unique_lock<std::mutex> lock(from.mutex);
+    return from.grown.wait_for(lock, kPatience,
+                               [&] { return countOf(wanted, from.lines) >= count; });
+}
+
+void PrintTo(const LogLine& line, std::ostream* p_stream) {
+    *p_stream << "(" << nameOf(line.level) << ") \"";
+    for (const char letter : line.text) {
+        if (letter == '\n') {
+            *p_stream << "\\n";
+        } else {
+            *p_stream << letter;
+        }
+    }
+    *p_stream << "\"";
+}
+
+void PrintTo(const CapturedLog& log, std::ostream* p_stream) {
+    const std::vector<LogLine> lines = log.lines();
+    *p_stream << "a log of " << lines.size() << " lines";
+    const std::size_t leftOut = lines.size() - std::min(lines.size(), kMostShown);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (leftOut > 0 && i == kMostShown / 2) {
+            *p_stream << "\n    ... " << leftOut << " lines ...";
+            i += leftOut;
+        }
+        *p_stream << "\n    ";
+        PrintTo(lines[i], p_stream);
+    }
+}
+
+bool LineMatcher::matches(const LogLine& line) const {
+    if (m_message == nullptr) return line.text.find(m_texts.front()) != std::string::npos;
+    if (m_message->level != 0 && m_message->level != line.level) return false;
+    const auto values = kit::valuesOf(*m_message, line.text);
+    if (!values || values->size() < m_texts.size()) return false;
+    return std::equal(m_texts.begin(), m_texts.end(), values->begin());
+}
+
+void LineMatcher::DescribeTo(std::ostream* p_stream) const {
+    if (m_message == nullptr) {
+        *p_stream << "has \"" << m_texts.front() << "\" in it";
+        return;
+    }
+    *p_stream << "is '" << m_message->name << "'";
+    for (std::size_t i = 0; i < m_texts.size(); ++i) {
+        *p_stream << (i == 0 ? " of \"" : ", \"") << m_texts[i] << "\"";
+    }
+}
+
+void LineMatcher::DescribeNegationTo(std::ostream* p_stream) const {
+    *p_stream << "not one that ";
+    DescribeTo(p_stream);
+}
+
+bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explanation) const {
+    const std::vector<LogLine> lines = log.lines();
+    std::ostringstream explanation;
+    bool isMatch = true;
+    switch (m_kind) {
+        case Kind::NoError:
+            for (const LogLine& line : lines) {
+                if (line.level != kErrorLevel) continue;
+                explanation << (isMatch ? "errors: " : ", ");
+                PrintTo(line, &explanation);
+                isMatch = false;
+            }
+            break;
+        case Kind::Times:
+        case Kind::AtLeast: {
+            const std::size_t count = countOf(m_lines.front(), lines);
+            explanation << count << " such lines";
+            isMatch = m_kind == Kind::Times ? count == m_count : count >= m_count;
+            break;
+        }
+        case Kind::InOrder: {
+            const std::size_t found = foundInOrder(m_lines, lines);
+            isMatch = found == m_lines.size();
+            if (isMatch) break;
+            explanation << "behind the first " << found << " there is none that ";
+            m_lines[found].DescribeTo(&explanation);
+            break;
+        }
+    }
+    if (p_explanation != nullptr) *p_explanation << explanation.str();
+    return isMatch;
+}
+
+void LogMatcher::DescribeTo(std::ostream* p_stream) const {
+    switch (m_kind) {
+        case Kind::NoError:
+            *p_stream << "has no error in it";
+            return;
+        case Kind::Times:
+            *p_stream << "has exactly " << m_count << " lines of which each ";
+            break;
+        case Kind::AtLeast:
+            *p_stream << "has at least " << m_count << " lines of which each ";
+            break;
+        case Kind::InOrder:
+            *p_stream << "has in this order a line that ";
+            break;
+    }
+    for (std::size_t i = 0; i < m_lines.size(); ++i) {
+        if (i > 0) *p_stream << ", one that ";
+        m_lines[i].DescribeTo(p_stream);
+    }
+}
+
+void LogMatcher::DescribeNegationTo(std::ostream* p_stream) const {
+    *p_stream << "not one that ";
+    DescribeTo(p_stream);
+}
+
+}  // namespace tevalon::testkit
+
+namespace testkit = tevalon::testkit;
+
+extern "C" {
+// As the macro declares them, and with what the compiler checks formats by.
+int tevalonKit_zorDebugOutputV(const char* p_format, va_list arguments) __asm__("zorDebugOutputV")
+    __attribute__((format(printf, 1, 0)));
+int tevalonKit_zorDebugOutput0(const char* p_format, ...) __asm__("zorDebugOutput0")
+    __attribute__((format(printf, 1, 2)));
+}
+
+TEVALON_KIT_DEFINE(zorDebugCheckLevelGetFrameAndChunk, std::int32_t,
+                   (DebugLevelRecord * p_record)) {
+    const unsigned level = testkit::g_level.load(std::memory_order_relaxed);
+    if (level == 0) return next_zorDebugCheckLevelGetFrameAndChunk()(p_record);
+    if (p_record->level > level) return 0;
+    testkit::t_lastOn = *p_record;
+    return 1;
+}
+
+TEVALON_KIT_DEFINE(zorDebugOutputV, int, (const char* p_format, va_list arguments)) {
+    if (p_format == nullptr) return 0;
+    if (testkit::g_level.load(std::memory_order_relaxed) != 0) {
+        va_list copy;
+        va_copy(copy, arguments);
+        const std::string text = testkit::formatted(p_format, copy);
+        va_end(copy);
+        if (testkit::take(text)) return static_cast<int>(text.size());
+    }
+    return next_zorDebugOutputV()(p_format, arguments);
+}
+
+TEVALON_KIT_DEFINE(zorDebugOutput0, int, (const char* p_format, ...)) {
+    va_list arguments;
+    va_start(arguments, p_format);
+    const int written = tevalonKit_zorDebugOutputV(p_format, arguments);
+    va_end(arguments);
+    return written;
+}

@@ -1,0 +1,218 @@
+#include "testkit/log.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+#include <thread>
+
+#include "base/event_dispatcher.h"
+#include "base/logging.h"
+#include "base/utils.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using tevalon::testkit::CapturedLog;
+using tevalon::testkit::Logged;
+using tevalon::testkit::LoggedInOrder;
+using tevalon::testkit::LoggedNoError;
+using tevalon::testkit::LoggedTimes;
+using tevalon::testkit::LogLine;
+using tevalon::testkit::Message;
+using tevalon::testkit::Text;
+namespace log_messages = tevalon::testkit::log_messages;
+
+// What the library says to a null folder, and nothing else: an error.
+void removeNullFolder() {
+    EXPECT_EQ(tevalon::base::rmDir(nullptr), -1);
+}
+
+template <typename Matcher>
+std::string explanationOf(const Matcher& matcher, const CapturedLog& log) {
+    testing::StringMatchResultListener listener;
+    EXPECT_FALSE(matcher.MatchAndExplain(log, listener.stream()));
+    return listener.str();
+}
+
+TEST(CapturedLogTest, HasTheLibrarysLinesAndTheModules) {
+    const CapturedLog log;
+
+    removeNullFolder();
+    print_browser_log(1, "tuner", "tuner.cpp", 12, "tune", "no signal on %d", 7);
+
+    ASSERT_EQ(log.lines().size(), 2U);
+    EXPECT_EQ(log.lines()[0].level, 1000);
+    EXPECT_EQ(log.lines()[0].module, 0x5F);
+    EXPECT_THAT(log.lines()[0].text, testing::EndsWith("rmDir(): dirPath is NULL.\n\n"));
+    EXPECT_EQ(log.lines()[1].text, "[tuner]tuner.cpp:12:tune:no signal on 7\n");
+}
+
+TEST(CapturedLogTest, KeepsLevelsAboveTheGivenOneOff) {
+    const CapturedLog log(1000);
+
+    print_browser_log(4, "tuner", "tuner.cpp", 1, "tune", "debug");
+    print_browser_log(1, "tuner", "tuner.cpp", 2, "tune", "error");
+
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_EQ(log.lines()[0].text, "[tuner]tuner.cpp:2:tune:error\n");
+}
+
+TEST(CapturedLogTest, EndsWithItsLifeAndBeginsEmpty) {
+    {
+        const CapturedLog log;
+        removeNullFolder();
+    }
+
+    const CapturedLog log;
+
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(CapturedLogTest, ForgetsWhatIsCleared) {
+    CapturedLog log;
+    removeNullFolder();
+
+    log.clear();
+
+    EXPECT_THAT(log, LoggedNoError());
+}
+
+TEST(CapturedLogTest, PutsThePiecesOfEachThreadsLinesTogether) {
+    const CapturedLog log;
+    constexpr int kLines = 100;
+    const auto write = [](const char* tag) {
+        for (int i = 0; i < kLines; ++i) {
+            print_browser_log(1, tag, "t.cpp", 1, "f", "words of %s", tag);
+        }
+    };
+    std::thread other([&] { write("other"); });
+    write("this");
+    other.join();
+
+    EXPECT_THAT(log, LoggedTimes(kLines, Text("[this]t.cpp:1:f:words of this\n")));
+    EXPECT_THAT(log, LoggedTimes(kLines, Text("[other]t.cpp:1:f:words of other\n")));
+}
+
+TEST(CapturedLogTest, WaitsForALineOfAnotherThread) {
+    const CapturedLog log;
+    std::thread other(removeNullFolder);
+
+    const bool hasCome = log.waitFor(log_messages::kFolderNull);
+
+    EXPECT_TRUE(hasCome);
+    other.join();
+}
+
+TEST(CapturedLogTest, KeepsLongTextsWhole) {
+    const CapturedLog log;
+    const std::string text(100000, 'x');
+
+    print_browser_log(1, "t", "t.cpp", 1, "f", "%s", text.c_str());
+
+    EXPECT_EQ(log.lines()[0].text, "[t]t.cpp:1:f:" + text + "\n");
+}
+
+TEST(LogMatchersTest, TellErrorsFromOtherLines) {
+    const CapturedLog log;
+    print_browser_log(2, "tuner", "tuner.cpp", 1, "tune", "a warning");
+    EXPECT_THAT(log, LoggedNoError());
+
+    removeNullFolder();
+
+    EXPECT_THAT(log, Not(LoggedNoError()));
+    EXPECT_THAT(explanationOf(LoggedNoError(), log), HasSubstr("dirPath is NULL."));
+}
+
+TEST(LogMatchersTest, KnowAMessageByLevelTextAndFunction) {
+    const CapturedLog log;
+    removeNullFolder();
+
+    EXPECT_THAT(log, Logged(Message(log_messages::kFolderNull)));
+    // The same text, of another function.
+    EXPECT_THAT(log, Not(Logged(Message(log_messages::kRemovalNull))));
+    EXPECT_THAT(log, Not(Logged(Message(log_messages::kFolderNotOpened))));
+}
+
+TEST(LogMatchersTest, CompareTheValuesOfAMessage) {
+    const CapturedLog log;
+
+    EXPECT_EQ(tevalon::base::rmDir("/no/such/folder"), -2);
+
+    EXPECT_THAT(log, Logged(Message(log_messages::kFolderNotOpened, "/no/such/folder")));
+    EXPECT_THAT(log, Not(Logged(Message(log_messages::kFolderNotOpened, "/no/such"))));
+    EXPECT_THAT(log, Not(Logged(Message(log_messages::kFolderNotOpened, "/no/such/folder", 1))));
+}
+
+TEST(LogMatchersTest, KnowMessagesOfHubsByTheirValues) {
+    const CapturedLog log;
+    tevalon::base::event_dispatcher::EventHub hub(42);
+
+    tevalon::base::event_dispatcher::evtdispch_register_hub(&hub);
+    tevalon::base::event_dispatcher::evtdispch_unregister_hub(&hub);
+
+    EXPECT_THAT(
+        log, LoggedInOrder(Message(log_messages::kHubRegistering, static_cast<void*>(&hub), 42),
+                           Message(log_messages::kHubUnregistering, static_cast<void*>(&hub), 42),
+                           Message(log_messages::kHubHadNoThread)));
+}
+
+TEST(LogMatchersTest, CountLines) {
+    const CapturedLog log;
+    removeNullFolder();
+    removeNullFolder();
+
+    EXPECT_THAT(log, LoggedTimes(2, Message(log_messages::kFolderNull)));
+    EXPECT_THAT(log, Not(LoggedTimes(1, Message(log_messages::kFolderNull))));
+    EXPECT_THAT(log, LoggedTimes(0, Message(log_messages::kRemovalNull)));
+    EXPECT_EQ(explanationOf(LoggedTimes(3, Message(log_messages::kFolderNull)), log),
+              "2 such lines");
+}
+
+TEST(LogMatchersTest, WantAnOrderWithRoomForOthers) {
+    const CapturedLog log;
+    print_browser_log(1, "t", "t.cpp", 1, "f", "first");
+    removeNullFolder();
+    print_browser_log(1, "t", "t.cpp", 1, "f", "last");
+
+    EXPECT_THAT(log, LoggedInOrder(Text("first"), Text("last")));
+    EXPECT_THAT(log, LoggedInOrder(Text("first"), Message(log_messages::kFolderNull)));
+    EXPECT_EQ(explanationOf(LoggedInOrder(Text("last"), Text("first")), log),
+              "behind the first 1 there is none that has \"first\" in it");
+}
+
+TEST(LogMatchersTest, ShowTheWholeLogWhereTheyFail) {
+    const CapturedLog log;
+    removeNullFolder();
+    print_browser_log(2, "t", "t.cpp", 1, "f", "last");
+
+    const std::string shown = testing::PrintToString(log);
+
+    EXPECT_THAT(shown, testing::StartsWith("a log of 2 lines\n    (error) \"[B-LOG] "));
+    EXPECT_THAT(shown, testing::EndsWith("\n    (warning) \"[t]t.cpp:1:f:last\\n\""));
+}
+
+TEST(LogMatchersTest, ShowTheEndsOfALongLog) {
+    const CapturedLog log;
+    for (int i = 0; i < 503; ++i) print_browser_log(1, "t", "t.cpp", 1, "f", "line %d.", i);
+
+    const std::string shown = testing::PrintToString(log);
+
+    EXPECT_THAT(shown, testing::StartsWith("a log of 503 lines\n"));
+    EXPECT_THAT(shown, HasSubstr("line 249.\\n\"\n    ... 3 lines ...\n    (error) "
+                                 "\"[t]t.cpp:1:f:line 253."));
+    EXPECT_THAT(shown, testing::EndsWith("line 502.\\n\""));
+}
+
+TEST(LogMatchersTest, DescribeThemselves) {
+    std::ostringstream stream;
+
+    LoggedInOrder(Message(log_messages::kTimerNotStarted, "news", 7), Text("x"))
+        .DescribeTo(&stream);
+
+    EXPECT_EQ(stream.str(),
+              "has in this order a line that is 'timer-not-started' of \"news\", \"7\", one that "
+              "has \"x\" in it");
+}
+
+}  // namespace
