@@ -61,6 +61,12 @@ def build(tree, command):
     expect(os.path.exists(f"{folder}/platform/zor_debug/libzor-debug.so"), command, "no library")
 
 
+def install(tree, command):
+    run(tree, command.replace("~", str(tree)))
+    package = list((tree / "tevalon").rglob("tevalon-base-config.cmake"))
+    expect(len(package) == 1, command, str(package))
+
+
 def record(tree, command):
     """The next command's recording: of the session that is played here."""
     tools = f"{tree}/build/release/tools"
@@ -87,6 +93,7 @@ COMMANDS = [
     (r"tevalon-trace --summary \S+$", summarise),
     (r"\./run demo --session=\S+deadlock\.session$", demo_of_a_deadlock),
     (r"cmake --preset release && cmake --build --preset release$", build),
+    (r"cmake --install build/release --prefix ~/tevalon$", install),
 ]
 
 

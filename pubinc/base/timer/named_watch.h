@@ -33,7 +33,7 @@ public:
     /// @param seconds  Since construction, up to the check that found the watch overdue.
     using Callback = std::function<void(const std::string& name, double seconds)>;
 
-    /// On the process's watchdog.
+    /// On the process's watchdog. Throws as GlobalWatchDog() does where this is its first use.
     ///
     /// @param name      For the callback.
     /// @param seconds   Allowed; 0 or less is overdue at every check.

@@ -18,7 +18,7 @@ namespace tevalon::base::timer {
 /// the outer scope too.
 class ScopedWatch {
 public:
-    /// On the process's watchdog.
+    /// On the process's watchdog. Throws as GlobalWatchDog() does where this is its first use.
     ///
     /// @param id       The operation.
     /// @param seconds  See WatchDog::beginWatch().
