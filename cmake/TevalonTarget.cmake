@@ -14,6 +14,11 @@ function(tevalon_target target)
             $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-psabi>
             $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety -Wctad-maybe-unsupported>)
     endif()
+    if(TEVALON_BASE_COVERAGE)
+        # Atomically: threads that run when the process ends count, too.
+        target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+        target_link_options(${target} PRIVATE --coverage)
+    endif()
     if(TEVALON_BASE_SANITIZE)
         # The libraries fast enough to run; the tests, which are most of the code, fast to build.
         get_target_property(type ${target} TYPE)
