@@ -244,9 +244,9 @@ bool explore(Runner* p_runner, const Scenario& scenario, const Arguments& argume
 
 bool replay(Runner* p_runner, const Scenario& scenario, const Arguments& arguments) {
     p_runner->record().isSilent = false;
-    const Outcome outcome = p_runner->replay(scenario, arguments.trace, true);
+    const Outcome outcome = p_runner->replay(scenario, arguments.trace, arguments.isTold);
     std::printf("%s: %s: %s\n", scenario.name, nameOf(outcome), p_runner->record().text);
-    tellStory(p_runner->record(), stdout);
+    if (arguments.isTold) tellStory(p_runner->record(), stdout);
     return !isFailure(outcome);
 }
 

@@ -41,6 +41,12 @@ FAULTS = {
     "folder-not-empty": "rmdir() failed; rmDir() returned -3",
 }
 
+# As GCC and Clang name them in __func__; the first one is a lambda's.
+FUNCTIONS = ("operator()", "~Recorder", "operator==", "operator<<=", "operator->", "operator,",
+             "operator[]", "operator new []", "operator delete", 'operator""_ms', "operator int",
+             "operator const char *", "operator std::map<int, const char*>", "operator void (*)()",
+             "operator {anonymous}::Name", "operators", "f")
+
 OWN_PREFIX = re.compile(r"^(\[[^\]]*\d{6}[^\]]*\] )?(\[[AEWID]\] )?(\[0x[0-9a-f]+\] )?"
                         r"(\[\d+ [^\]]*\] )?")
 
@@ -193,6 +199,21 @@ class LinesTest(unittest.TestCase):
         # Of a client's source of the same name.
         self.assertIs(self.knowledge.look("[Mine] utils.cpp:3:rmDir(): something else"), CLIENT)
 
+    def test_a_function_may_have_any_name_that_a_compiler_gives_it(self):
+        for function in FUNCTIONS:
+            for line, name in ((f"[Recorder] recorder.cpp:69:{function}(): saved", CLIENT),
+                               (f"[TRACE -> {function}(IN)] recorder.cpp:69:{function}() ",
+                                "trace-scope-in"),
+                               (f"[TRACE <- {function}(OUT)] recorder.cpp:69:{function}() ",
+                                "trace-scope-out"),
+                               (f"[Recorder]recorder.cpp:69:{function}:saved", "client-line")):
+                found = self.knowledge.look("[I] [0x60] [7 a b] " + line)
+                self.assertEqual(getattr(getattr(found, "message", None), "id", found), name, line)
+        output, _ = explain("--summary", text="".join(
+            f"[Recorder] recorder.cpp:69:{function}(): saved\n" for function in FUNCTIONS).encode())
+        count = len(FUNCTIONS)
+        self.assertIn(f"{count} lines: 0 of tevalon-base, {count} of other modules, 0 of others\n",
+                      output)
 
     def test_a_damaged_date_is_no_time(self):
         line = "[{}T00:00:00.000000+00:00] [B-LOG] timer.cpp:51:start(): Fail to start timer:'x'.\n"

@@ -38,7 +38,10 @@ class LnavTest(unittest.TestCase):
         return result.stdout
 
     def select(self, log, what):
-        output = self.lnav("-n", "-c", f";SELECT {what}", "-c", ":write-json-to -", LOGS / f"{log}.log")
+        return self.select_of(LOGS / f"{log}.log", what)
+
+    def select_of(self, path, what):
+        output = self.lnav("-n", "-c", f";SELECT {what}", "-c", ":write-json-to -", path)
         return json.loads(output)
 
     def test_lnav_finds_nothing_wrong_with_the_format(self):
@@ -65,6 +68,19 @@ class LnavTest(unittest.TestCase):
                           row["function"]), ("0x5f", "faulty_set", "unique_lock.h", 33, "UniqueLock"))
         self.assertIn(f"[{row['monotonic']:.6f}]".encode(), line.replace(" ", "").encode())
         self.assertTrue(row["log_body"].startswith("An runtime_error has been caught:"))
+
+    def test_a_function_may_have_any_name_that_a_compiler_gives_it(self):
+        functions = ["operator()", "~Recorder", "operator==", "operator[]", "operator new []",
+                     'operator""_ms', "operator const char *", "operator void (*)()", "operators"]
+        path = self.folder / "recorder.log"
+        path.write_text("".join(
+            f"[2026-11-22T20:15:00.{number:06}+01:00] [I] [0x60] [7 a b] "
+            f"[Recorder] recorder.cpp:69:{function}(): saved (): x\n"
+            for number, function in enumerate(functions)))
+        rows = self.select_of(path, "tag, source, source_line, function, log_body FROM tevalon_base_log")
+        self.assertEqual([tuple(row.values()) for row in rows],
+                         [("Recorder", "recorder.cpp", 69, function, "saved (): x")
+                          for function in functions])
 
     def test_all_levels_are_lnavs(self):
         rows = self.select("mutex-misused", "DISTINCT log_level FROM tevalon_base_log")

@@ -486,7 +486,8 @@ def debug_information_may_lie_apart(setup):
     output = setup.at_ready('tevalon state', 'tevalon record saved')
     expect(output, r'^tevalon: no debug information for .*/stripped/libtevalon-base\.so\.1: '
            r'install the package libtevalon-base1-dbgsym of the same version as the library '
-           r'\(build id %s\), or ' % build_id)
+           r'\(build id %s\), or name its folder with `set debug-file-directory`; one that you build '
+           r'yourself needs -g, as CMAKE_BUILD_TYPE=RelWithDebInfo gives it\.?$' % build_id)
     assert "process " not in output and not os.path.exists(setup.path('saved')), output
 
     os.unlink(setup.path('recording'))

@@ -58,6 +58,14 @@ def stories_name_threads_and_lines(failures, _):
         assert part in story, (part, story)
 
 
+def replays_tell_the_story_unless_told_not_to(failures, _):
+    (name, kind, _, trace), = FAILURE.findall(run(failures, "--no-story", "Deadlock"))
+    told = run(failures, "--replay", trace, name, status=1).splitlines()
+    brief = run(failures, "--no-story", "--replay", trace, name, status=1).splitlines()
+    assert told[0].startswith(f"{name}: {kind}: ") and "  in the end" in told, told
+    assert brief == told[:1], brief
+
+
 def searches_resume(_, orders):
     """In small pieces a search runs as many schedules as in one."""
     import tempfile

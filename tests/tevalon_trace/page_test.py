@@ -143,6 +143,17 @@ class PageTest(Scratch):
         self.assertIn("show not answered within 800 ms", self.page.evaluate(
             "document.getElementById('details').textContent"))
 
+    def test_of_what_goes_on_in_a_copy_only_the_least_is_told(self):
+        recording = answered()
+        recording.event(10 * MS, 2, BEGUN, 0x310, TUNE, VIEWER, (TUNER, 0))
+        recording.event(11 * MS, 3, BEGUN, 0x320, TUNE, VIEWER, (SCREEN, 0))
+        facts = "[...document.querySelectorAll('#findings small')].map((each) => each.textContent)"
+        for stop_ns, expected in ((0, "at least 1.00 ms · Evt:7 · at 1000.010000000 s"),
+                                  (1020 * 10**9, "19.990 s · Evt:7 · at 1000.010000000 s")):
+            recording.stop_ns = stop_ns
+            self.open(recording)
+            self.assertIn(expected, self.page.evaluate(facts))
+
     def test_the_findings_worth_a_look_come_first(self):
         self.open(evening())
         self.assertEqual(self.page.evaluate(

@@ -16,8 +16,18 @@ WORTH_A_LOOK = ("circles", "time-outs", "overruns", "unanswered requests", "stil
                 "events that may never be freed", "growing memory")
 
 
-def line(time, duration, thread, said):
-    return f"  {time:>15}  {duration:>14}  {thread:<22}  {said}"
+def line(time, duration, thread, said, width=14):
+    return f"  {time:>15}  {duration:>{width}}  {thread:<22}  {said}"
+
+
+def hang(recording):
+    """The tuner has once answered within 1 ms. Now its handler does not return: the screen waits,
+    and soon the viewer too, and then nobody records anything."""
+    answered(recording)
+    ask(recording, 10 * MS, 3, SCREEN, 0x310, TUNE, TUNER)
+    recording.event(10 * MS + 100, 2, BEGUN, 0x310, TUNE, SCREEN, (TUNER, 0))
+    ask(recording, 10 * MS + 5000, 1, VIEWER, 0x320, TUNE, TUNER)
+    return recording
 
 
 class SummaryTest(Scratch):
@@ -81,8 +91,8 @@ class SummaryTest(Scratch):
             line("1000.800000000", "", "main              4000",
                  "tune not answered within 800 ms")])
         self.assertEqual(found["slowest handlers"], [
-            line("1000.000000000", "800.000 ms", "Evt:7             4001",
-                 "tune in tuner, not ended")])
+            line("1000.000000000", "at least 800.000 ms", "Evt:7             4001",
+                 "tune in tuner, not ended", 19)])
 
     def test_a_reply_that_was_forgotten_is_no_circle(self):
         recording = modules()
@@ -101,6 +111,53 @@ class SummaryTest(Scratch):
         found = self.sections(recording)
         self.assertIn("circles", found["none"])
         self.assertEqual(len(found["still waiting"]), 1)
+
+    def test_of_what_goes_on_in_a_copy_only_the_least_is_known(self):
+        found = self.sections(hang(modules()))
+        self.assertEqual(found["still waiting"], [
+            line("1000.010000030", "at least 0.005 ms", "Evt:9             4002",
+                 "wait for tune", 17),
+            line("1000.010005030", "at least 0.000 ms", "main              4000",
+                 "wait for tune", 17)])
+        # Before what took longer up to there, for nobody knows how long it takes.
+        self.assertEqual(found["slowest handlers"], [
+            line("1000.010000100", "at least 0.005 ms", "Evt:7             4001",
+                 "tune in tuner, not ended", 17),
+            line("1000.000000100", "1.000 ms", "Evt:7             4001", "tune in tuner", 17)])
+
+    def test_what_goes_on_is_counted_to_the_end_of_the_recording(self):
+        recording = hang(modules())
+        recording.stop_ns = recording.start_ns + 3010 * MS
+        found = self.sections(recording)
+        self.assertEqual(found["still waiting"], [
+            line("1000.010000030", "3000.000 ms", "Evt:9             4002", "wait for tune"),
+            line("1000.010005030", "2999.995 ms", "main              4000", "wait for tune")])
+        self.assertEqual(found["slowest handlers"][0], line(
+            "1000.010000100", "3000.000 ms", "Evt:7             4001", "tune in tuner, not ended"))
+        # Whatever was behind the chosen time is not known.
+        path = self.write(recording)
+        self.assertIn("  at least 0.000 ms  Evt:9             4002  wait for tune\n",
+                      self.show("--summary", "--to", "1000.010000050", path))
+
+    def test_what_goes_on_leaves_room_for_what_has_ended(self):
+        recording = modules()
+        for number in range(15):
+            recording.event(number, 2, BEGUN, 0x300, TUNE, VIEWER, (TUNER, 0))
+            recording.event(number + 1, 2, ENDED, 0x300, TUNE, VIEWER, (TUNER, 0))
+            recording.thread(10 + number, 5000 + number, "Evt:7")
+            recording.event(number, 10 + number, BEGUN, 0x310 + number, TUNE, VIEWER, (TUNER, 0))
+        found = self.sections(recording)["slowest handlers (20 of 25)"]
+        self.assertEqual(["at least" in each for each in found], [True] * 10 + [False] * 10)
+
+    def test_a_circle_that_lasts_took_so_long_at_least(self):
+        recording = modules()
+        circle(recording, 0)
+        for block in recording.blocks:
+            if block[0] in (2, 3):
+                del block[3][-(24 + 32):]
+        self.assertIn("  at least ", self.sections(recording)["circles"][0])
+        recording.stop_ns = recording.start_ns + 3000 * MS
+        self.assertIn("  3000.000 ms  ", self.sections(recording)["circles"][0])
 
     def test_an_overrun_tells_what_was_watched(self):
         recording = modules()

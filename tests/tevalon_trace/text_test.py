@@ -176,6 +176,45 @@ class LogTest(Scratch):
         lines = self.lines("2023-11-14 22:13:20.001500 tuned\n")
         self.assertEqual(lines[-2], "1000.001500000                          log: tuned")
 
+    def test_the_prefix_wall_is_a_time(self):
+        lines = self.lines("[2023-11-14T23:13:20.001500+01:00] [E] [0x5f] [4001 Evt:7] "
+                           "[B-LOG] a.cpp:1:f(): tuned\n")
+        self.assertEqual(lines[-2], "1000.001500000  Evt:7             4001  "
+                                    "log: [E] [0x5f] [B-LOG] a.cpp:1:f(): tuned")
+
+    def test_a_date_may_have_an_offset_from_utc(self):
+        for form in ("[{}] ", "{} ", "{}: "):
+            for date in ("2023-11-14T22:13:20.001500+00:00", "2023-11-14 22:13:20.001500Z",
+                         "2023-11-14T23:13:20.001500+01:00", "2023-11-14 19:43:20.001500-02:30",
+                         "2023-11-15T03:43:20,001500+0530", "2023-11-14 22:13:20.001500"):
+                lines = self.lines(form.format(date) + "tuned\n")
+                self.assertEqual(lines[-2], "1000.001500000                          log: tuned",
+                                 form.format(date))
+
+    def test_the_monotonic_time_counts_where_both_are_there(self):
+        lines = self.lines("[2023-11-14T22:13:29.000000+00:00] [ 1000.001500] [I] tuned\n")
+        self.assertEqual(lines[-2], "1000.001500000                          log: [I] tuned")
+
+    def test_a_damaged_date_is_no_time(self):
+        for date in ("2023-13-14T22:13:20.000000+00:00", "2023-11-14T22:13:20.000000+99:00"):
+            lines = self.lines(f"[ 1000.001500] tuned\n[{date}] more\n")
+            self.assertEqual(lines[-2],
+                             f"1000.001500000                          log: [{date}] more")
+
+    def test_a_log_that_the_library_wrote_is_placed_whole(self):
+        log = os.path.join(os.path.dirname(__file__), "../explain/logs/evening.log")
+        expected = []
+        with open(log, encoding="utf-8") as file:
+            for line in file:
+                _, level, module, thread, rest = line.rstrip("\n").split("] ", 4)
+                kernel_id, name = thread[1:].split(" ", 1)
+                if rest:
+                    expected.append(f"{name:<15} {kernel_id:>6}  log: {level}] {module}] {rest}")
+        output = self.show("--text", "--log", log, self.write(answered()))
+        shown = [line.split("  ", 1)[1] for line in output.splitlines() if "  log: " in line]
+        self.assertGreater(len(shown), 500)
+        self.assertEqual(sorted(shown), sorted(expected))
+
     def test_a_clock_that_was_set_meanwhile(self):
         recording = answered()
         # At 10 s it is an hour later than it was.

@@ -44,7 +44,9 @@ LNAV_LINE = (
     r"(?:\[(?<level>[AEWID-])\] )?"
     r"(?:\[(?<module>0x[0-9a-f]+)\] )?"
     r"(?:\[(?<thread_id>\d+) (?<thread>[^\]]*)\] )?"
-    r"(?:\[(?<tag>[^\]\s]+)\] (?<source>[\w.+-]+):(?<source_line>\d+):(?<function>~?\w+)\(\): )?"
+    r"(?:\[(?<tag>[^\]\s]+)\] (?<source>[\w.+-]+):(?<source_line>\d+):"
+    # As a compiler names it: in a lambda "operator()".
+    r'(?<function>operator(?:[^\w\s]{1,3}|(?: |"" ?)[\w:<>,*&(){}\[\] ]+?)|~?\w+)\(\): )?'
     r"(?<body>.*)$")
 
 CONVERSION = re.compile(r"%[-+ #0]*[\d.*]*(?:hh|h|ll|l|z|j)?[a-zA-Z]")

@@ -74,11 +74,12 @@ def linked(name, type_name):
         return 0
 
 
-def _what_to_install():
+def _what_helps():
     objfile = library()
     of_build = ' (build id %s)' % objfile.build_id if objfile and objfile.build_id else ''
     return ('install the package libtevalon-base1-dbgsym of the same version as the library%s, '
-            'or name its folder with `set debug-file-directory`' % of_build)
+            'or name its folder with `set debug-file-directory`; one that you build yourself needs '
+            '-g, as CMAKE_BUILD_TYPE=RelWithDebInfo gives it' % of_build)
 
 
 def _why_missing():
@@ -89,7 +90,7 @@ def _why_missing():
         return ('the library was built without recorder and state report '
                 '(TEVALON_BASE_DIAGNOSTICS=OFF): it keeps no list of what its threads do')
     if objfile is not None:
-        return 'no debug information for %s: %s' % (objfile.filename, _what_to_install())
+        return 'no debug information for %s: %s' % (objfile.filename, _what_helps())
     return ('no libtevalon-base.so is loaded: for a core, name the folder that has the libraries '
             'of its machine with `set sysroot FOLDER` or `set solib-search-path FOLDER`; one that '
             'is cut off has lost them')
@@ -101,7 +102,7 @@ def type_of(name):
         return gdb.lookup_type(BASE + name)
     except gdb.error:
         raise Failure("the type %s%s is not in the debug information: %s"
-                      % (BASE, name, _what_to_install()))
+                      % (BASE, name, _what_helps()))
 
 
 def at(address, value_type):

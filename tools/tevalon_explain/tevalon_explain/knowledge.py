@@ -11,8 +11,12 @@ CONVERTED = {"d": r"(-?\d+)", "i": r"(-?\d+)", "u": r"(\d+)", "x": r"([0-9a-f]+)
              "X": r"([0-9A-F]+)", "p": r"(0x[0-9a-f]+|\(nil\))",
              "f": r"(-?(?:\d+(?:\.\d+)?|inf|nan))", "c": r"(.)", "s": r"(.*?)"}
 
+# A function as a compiler names it in __func__: in a lambda it is "operator()", and what an operator
+# converts to has blanks and brackets.
+FUNCTION = r'(?:operator(?:[^\w\s]{1,3}|(?: |"" ?)[\w:<>,*&(){}\[\] ]+?)|~?\w+)'
+
 # "[tag] file:line:function(): " and what stands behind it.
-STATEMENT = re.compile(r"\[([^\]\s]+)\] ([\w.+-]+):(\d+):(~?\w+)\(\): (.*)", re.S)
+STATEMENT = re.compile(rf"\[([^\]\s]+)\] ([\w.+-]+):(\d+):({FUNCTION})\(\): (.*)", re.S)
 
 # The end of a place whose beginning has been cut off.
 CUT_PLACE = re.compile(r"(~?\w+)\(\): (.*)", re.S)
@@ -111,13 +115,13 @@ class Knowledge:
         report.match = re.compile(r"==(.*)==\s*", re.S).fullmatch
         self.by_place[(report.files[0], "showFileContents")].append(report)
         self.others = [(self.by_id[name], re.compile(expression, re.S)) for name, expression in (
-            ("trace-scope-in", r"\[TRACE -> (\S+)\(IN\)\] [\w.+-]+:\d+:\S+\(\) "),
-            ("trace-scope-out", r"\[TRACE <- (\S+)\(OUT\)\] [\w.+-]+:\d+:\S+\(\) "),
+            ("trace-scope-in", r"\[TRACE -> (\S+|operator .+?)\(IN\)\] [\w.+-]+:\d+:.+\(\) "),
+            ("trace-scope-out", r"\[TRACE <- (\S+|operator .+?)\(OUT\)\] [\w.+-]+:\d+:.+\(\) "),
             ("trace-point", r"\[TRACE\] [\w.+-]+:\d+:(.*)"),
             ("trace-function-in", r"TRACE -> \[(.*)\(IN\)\] :.*:\d+ "),
             ("trace-function-out", r"TRACE <- \[(.*)\(OUT\)\] :.*:\d+ "))]
         self.own_lines = [m for m in self.messages if m.layout == "own line"]
-        self.client = re.compile(r"\[([^\]\s]*)\][\w.+-]*:\d+:(~?\w*):(.*)", re.S)
+        self.client = re.compile(rf"\[([^\]\s]*)\][\w.+-]*:\d+:({FUNCTION}|):(.*)", re.S)
         self.dump = re.compile(r"\[\]:0::DUMPMEM\([0-9A-F]{8}d\):, ((?:[0-9A-F]{2} ){1,16}$)?")
         # A text without its place: by its longest piece, where only one message has that.
         pieces = {}

@@ -67,8 +67,9 @@ function makeEntry(item, model, show, revealTime) {
             revealTime(item);
         };
     }
+    const least = item.isLeast ? "at least " : "";
     const facts = [
-        item.durationNs === undefined ? "" : formatMs(item.durationNs / 1e6),
+        item.durationNs === undefined ? "" : least + formatMs(item.durationNs / 1e6),
         item.thread ?? "",
         item.at === undefined ? "" : `at ${item.at}`,
     ].filter((fact) => fact !== "");

@@ -12,8 +12,9 @@ from .timeline import (FOREIGN_STOP, HANDLER, LONG_WAIT, OVERRUN, REFUSED, REPLY
 MOST = 10  # Of each sort.
 MIN_GROWTH = 4 * 2**20  # Of the private memory, to be worth a line.
 
-# place is a Slice, an Instant or None.
-Finding = collections.namedtuple("Finding", "ns duration_ns thread text place")
+# place is a Slice, an Instant or None; with is_least it took that long or longer.
+Finding = collections.namedtuple("Finding", "ns duration_ns thread text place is_least",
+                                 defaults=(False,))
 
 SLOW = {HANDLER: "slowest handlers", TASK: "slowest tasks", TIMER: "slowest timer runs",
         SCOPE: "longest scopes", LONG_WAIT: "longest waits for locks and threads"}
@@ -29,6 +30,10 @@ ORDER = ("circles", INSTANTS[TIME_OUT], INSTANTS[OVERRUN], INSTANTS[UNANSWERED],
 USUAL = frozenset({*SLOW.values(), "longest queues", "busiest threads"})
 
 
+def longest_first(slices):
+    return sorted(slices, key=lambda each: -each.duration_ns())
+
+
 class Findings:
     """A sink of a Timeline; set timeline before it is fed."""
 
@@ -37,6 +42,7 @@ class Findings:
         self.timeline = None
         self._order = itertools.count()
         self._slowest = {category: [] for category in SLOW}
+        self._cut = {category: [] for category in SLOW}
         self._longest_queues = {}
         self._instants = collections.defaultdict(list)
         self._counts = collections.Counter()
@@ -55,6 +61,9 @@ class Findings:
             self._waiting.append(old)
         slowest = self._slowest.get(old.category)
         if slowest is None:
+            return
+        if old.is_cut:  # At most one of them for each level of each thread.
+            self._cut[old.category].append(old)
             return
         entry = (old.end_ns - old.begin_ns, -next(self._order), old)
         if len(slowest) < MOST:
@@ -80,12 +89,12 @@ class Findings:
         elif name == "memory":
             self._memory.append((ns, values["private MiB"] * 2**20))
 
-    def circle(self, ns, way):
+    def circle(self, ns, way, is_cut):
         names = [self._member(thread) for thread in way]
         waits = [thread.stack[-1] for thread in way]
         text = " -> ".join(names + names[:1])
         self._circles.append(Finding(ns, ns - max(wait.begin_ns for wait in waits), way[0],
-                                     text, waits[0]))
+                                     text, waits[0], is_cut))
 
     def kept_events(self, event_type, created, kept):
         self._kept.append((kept, created, event_type))
@@ -104,8 +113,11 @@ class Findings:
             found[heading] = (self._counts[category],
                               [self._of_instant(each) for each in self._instants[category]])
         for category, heading in SLOW.items():
-            slowest = sorted(self._slowest[category], reverse=True)
-            found[heading] = (len(slowest), [self._of_slice(each) for _, _, each in slowest])
+            # What hangs is the slowest of all, however little of it is in the recording.
+            cut = longest_first(self._cut[category])
+            slowest = [each for _, _, each in sorted(self._slowest[category], reverse=True)]
+            found[heading] = (len(cut) + len(slowest),
+                              [self._of_slice(each) for each in cut[:MOST] + slowest])
         return [(heading, *found[heading]) for heading in ORDER]
 
     def _member(self, thread):
@@ -122,7 +134,8 @@ class Findings:
             name += ", not ended"
         if each.category != LONG_WAIT and each.waited_ns:
             name += f", of it waiting {milliseconds(each.waited_ns)}"
-        return Finding(each.begin_ns, each.duration_ns(), each.thread, printable(name), each)
+        return Finding(each.begin_ns, each.duration_ns(), each.thread, printable(name), each,
+                       each.is_cut)
 
     def _of_instant(self, each):
         name = each.name
@@ -132,7 +145,7 @@ class Findings:
 
     def _still_waiting(self):
         waiting = [Finding(each.begin_ns, each.duration_ns(), each.thread, printable(each.name),
-                           each) for each in self._waiting]
+                           each, each.is_cut) for each in longest_first(self._waiting)]
         return len(waiting), waiting[:MOST]
 
     def _kept_events(self, end_ns):

@@ -73,7 +73,8 @@ def make_parser():
                         dest="to_ns", help="leave out what was after")
     parser.add_argument("--log", action="append", default=[], metavar="LOG",
                         help="merge in a log whose lines begin with their time, as "
-                             "ZOR_DEBUG_PREFIX=time,thread writes them, or with a date in UTC")
+                             "ZOR_DEBUG_PREFIX=time,thread or wall,thread writes them, or with a "
+                             "date, in UTC where it has no offset")
     parser.add_argument("-o", "--output", metavar="OUT",
                         help="write to this file, which is there whole or not at all; otherwise to "
                              "the standard output")

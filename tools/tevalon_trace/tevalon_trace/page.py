@@ -336,6 +336,8 @@ class Document:
                 item["ns"] = each.ns - start_ns
         if each.duration_ns is not None:
             item["durationNs"] = each.duration_ns
+        if each.is_least:
+            item["isLeast"] = True
         if each.place is not None and number_of(each.place) is not None:
             item["item"] = each.place.number
         return item

@@ -22,12 +22,17 @@ def analyse(collection):
     return analysed
 
 
-def line_of(finding, recording):
+def duration_of(finding):
+    if finding.duration_ns is None:
+        return ""
+    return "at least " * finding.is_least + milliseconds(finding.duration_ns)
+
+
+def line_of(finding, recording, width):
     time = seconds(finding.ns) if finding.ns is not None else ""
-    duration = milliseconds(finding.duration_ns) if finding.duration_ns is not None else ""
     thread = (thread_column(recording.threads[finding.thread.number])
               if finding.thread is not None else "")
-    return f"  {time:>15}  {duration:>14}  {thread:<22}  {finding.text}"
+    return f"  {time:>15}  {duration_of(finding):>{width}}  {thread:<22}  {finding.text}"
 
 
 def write_summary(collection, out):
@@ -42,8 +47,9 @@ def write_summary(collection, out):
                 continue
             of_all = f" ({len(listed)} of {count})" if count > len(listed) else ""
             out.write(f"{heading}{of_all}:\n")
+            width = max(14, *(len(duration_of(finding)) for finding in listed))
             for finding in listed:
-                out.write(line_of(finding, recording) + "\n")
+                out.write(line_of(finding, recording, width) + "\n")
         if nothing:
             out.write(f"none: {', '.join(nothing)}\n")
     for log in collection.logs:

@@ -7,7 +7,8 @@ A Timeline is fed the records of one recording in order of time, and calls a sin
     arrow(tail, tail_ns, head, head_ns) from one slice to another
     instant(instant)
     counter(ns, name, values)
-    circle(ns, threads, modules)        none of these threads goes on before a time-out
+    circle(ns, threads, is_cut)         none of these threads goes on before a time-out; is_cut as
+                                        a slice has it
     kept_events(type, created, kept)    at the end: events that seem never to be freed
 """
 
@@ -30,7 +31,7 @@ class Slice:
     """What a thread did from begin_ns to end_ns. The records at its ends are (kind, fields)."""
 
     __slots__ = ("thread", "category", "name", "key", "begin_ns", "end_ns", "depth", "record",
-                 "end_record", "is_whole", "number", "waited_ns")
+                 "end_record", "is_whole", "is_cut", "number", "waited_ns")
 
     def __init__(self, thread, category, name, key, begin_ns, record):
         self.thread = thread
@@ -43,6 +44,7 @@ class Slice:
         self.record = record
         self.end_record = None
         self.is_whole = False
+        self.is_cut = False  # It went on when the recording ended, nobody knows for how long.
         self.waited_ns = 0  # Of it, in waits.
 
     def duration_ns(self):
@@ -124,6 +126,7 @@ class Timeline:
         self._event_names = {}
         self._last_ns = 0
         self._circles = set()
+        self._cuts = False
         self._on = {
             Kind.EVENT_CREATED: self._event_created,
             Kind.EVENT_SENT: self._event_sent,
@@ -183,8 +186,12 @@ class Timeline:
             handle(thread, ns, fields)
 
     def finish(self, end_ns):
-        """What goes on still ends here, as far as can be told."""
+        """What goes on still ends here, as far as can be told.
+
+        Of a copy, or where the process was killed, only the last record's time is known.
+        """
         end_ns = max(end_ns, self._last_ns)
+        self._cuts = self.recording.head.stop_ns == 0 or end_ns < self.recording.last_ns()
         for thread in self.threads.values():
             if thread.stack and thread.stack[-1].category == REPLY_WAIT:
                 self._look_for_circle(thread, end_ns)
@@ -220,6 +227,7 @@ class Timeline:
         top.end_ns = max(ns, top.begin_ns)
         top.end_record = record
         top.is_whole = is_whole
+        top.is_cut = self._cuts and not is_whole
         duration = top.end_ns - top.begin_ns
         if top.category == REPLY_WAIT or top.category == LONG_WAIT:
             top.waited_ns = duration
@@ -381,7 +389,7 @@ class Timeline:
         key = frozenset((each.number, each.stack[-1].begin_ns) for each in way)
         if key not in self._circles:
             self._circles.add(key)
-            self._sink.circle(ns, way)
+            self._sink.circle(ns, way, self._cuts)
 
     def _waits_for(self, thread):
         """The thread that would have to reply; None where it waits for no reply."""

@@ -96,7 +96,7 @@ class Process:
         self._write(f',\n{{"ph":"C","ts":{ns / 1000:.3f},"name":{self._name(name)},'
                     f'"pid":{self.pid},"args":{{{numbers}}}}}')
 
-    def circle(self, ns, way):
+    def circle(self, ns, way, is_cut):
         names = [self.timeline.thread_name(thread) for thread in way]
         text = quoted("circle: " + " -> ".join(names + names[:1]))
         self._write(f',\n{{"ph":"i","s":"p","ts":{ns / 1000:.3f},"cat":"circle","name":{text},'
