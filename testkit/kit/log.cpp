@@ -1,5 +1,7 @@
 #include "testkit/log.h"
 
+#include <sys/syscall.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -7,14 +9,17 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <ostream>
 #include <string_view>
 #include <thread>
 
+#include "abnormal_end.h"
 #include "interposition.h"
 #include "message_text.h"
+#include "schedule.h"
 #include "zor_debug/zor_debug.h"
 
 namespace tevalon::testkit {
@@ -22,12 +27,15 @@ namespace {
 
 constexpr std::uint16_t kErrorLevel = 1000;
 constexpr std::chrono::seconds kPatience{30};
-constexpr std::size_t kMostShown = 500;  // Of a log's lines.
+constexpr std::size_t kMostShown = 500;         // Of a log's lines.
+constexpr std::size_t kMostShownAtTheEnd = 50;  // Of the process.
+constexpr int kAttempts = 10'000;               // At a lock, when the process ends.
 
 struct Capture {
     std::mutex mutex;
     std::condition_variable grown;
-    bool isOn = false;  // All guarded by the mutex.
+    bool isOn = false;       // All guarded by the mutex.
+    bool isWritten = false;  // By writeLastLines().
     std::vector<LogLine> lines;
     std::map<std::thread::id, LogLine> pieces;  // Of lines that have not ended.
 };
@@ -69,6 +77,43 @@ std::string formatted(const char* format, va_list arguments) {
     (void)std::vsnprintf(text.data(), text.size(), format, arguments);
     text.pop_back();
     return text;
+}
+
+// The handler before this capture's; exchanged for null by whoever calls or restores it.
+std::atomic<std::terminate_handler> g_previousTerminate{nullptr};
+
+// The process is about to end abnormally: the captured lines would be lost. Once for a capture.
+// Tries for the lock only: this thread may have it.
+void writeLastLines() {
+    // Takes no turns, or no more: for the thread sanitizer it may have ended.
+    if (kit::isOn() && !kit::isManaged()) return;
+    if (g_level.load() == 0) return;
+    Capture& from = capture();
+    std::unique_lock<std::mutex> lock(from.mutex, std::try_to_lock);
+    for (int i = 0; i < kAttempts && !lock.owns_lock(); ++i) {
+        (void)kit::systemCall(SYS_sched_yield);
+        (void)lock.try_lock();
+    }
+    if (!lock.owns_lock() || !from.isOn || from.isWritten) return;
+    from.isWritten = true;
+    const std::size_t count = std::min(from.lines.size(), kMostShownAtTheEnd);
+    std::ostringstream text;
+    text << "testkit: the process ends abnormally; the captured log's last " << count << " of "
+         << from.lines.size() << (from.lines.size() == 1 ? " line:" : " lines:");
+    for (std::size_t i = from.lines.size() - count; i < from.lines.size(); ++i) {
+        text << "\n    ";
+        PrintTo(from.lines[i], &text);
+    }
+    (void)std::fprintf(stderr, "%s\n", text.str().c_str());
+}
+
+[[noreturn]] void onTerminate() {
+    writeLastLines();
+    // At most once: a handler that was installed over this one calls it, and may have become the
+    // previous one of the next capture.
+    const std::terminate_handler previous = g_previousTerminate.exchange(nullptr);
+    if (previous != nullptr) previous();
+    std::abort();
 }
 
 std::size_t countOf(const LineMatcher& wanted, const std::vector<LogLine>& lines) {
@@ -114,9 +159,12 @@ CapturedLog::CapturedLog(std::uint16_t level) {
         std::abort();
     }
     to.isOn = true;
+    to.isWritten = false;
     to.lines.clear();
     to.pieces.clear();
     g_level = level;
+    kit::callBeforeAbort(writeLastLines);
+    g_previousTerminate = std::set_terminate(onTerminate);
 }
 
 CapturedLog::~CapturedLog() {
@@ -124,6 +172,10 @@ CapturedLog::~CapturedLog() {
     const std::lock_guard<std::mutex> lock(to.mutex);
     g_level = 0;
     to.isOn = false;
+    // One that the test has installed meanwhile stays, and goes on to this one.
+    if (std::get_terminate() == onTerminate) {
+        (void)std::set_terminate(g_previousTerminate.exchange(nullptr));
+    }
 }
 
 std::vector<LogLine> CapturedLog::lines() const {

@@ -2,7 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "base/event_dispatcher.h"
@@ -111,6 +116,104 @@ TEST(CapturedLogTest, KeepsLongTextsWhole) {
     print_browser_log(1, "t", "t.cpp", 1, "f", "%s", text.c_str());
 
     EXPECT_EQ(log.lines()[0].text, "[t]t.cpp:1:f:" + text + "\n");
+}
+
+void logNumbered(int count) {
+    for (int i = 1; i <= count; ++i) print_browser_log(1, "t", "t.cpp", 1, "f", "line %d.", i);
+}
+
+using CapturedLogDeathTest = testing::Test;
+
+TEST(CapturedLogDeathTest, ItsLinesAreWrittenBeforeTheProcessTerminates) {
+    const auto terminate = [] {
+        const CapturedLog log;
+        logNumbered(2);
+        std::thread([] { throw std::runtime_error("not caught"); }).join();
+    };
+
+    EXPECT_DEATH(terminate(),
+                 "testkit: the process ends abnormally; the captured log's last 2 of 2 lines:\n"
+                 "    \\(error\\) \"\\[t\\]t.cpp:1:f:line 1.\\\\n\"\n"
+                 "    \\(error\\) \"\\[t\\]t.cpp:1:f:line 2.\\\\n\"\n"
+                 "terminate called after throwing an instance of 'std::runtime_error'\n");
+}
+
+TEST(CapturedLogDeathTest, ItsLastLinesAreWrittenBeforeTheProcessAborts) {
+    const auto abort = [] {
+        const CapturedLog log;
+        logNumbered(60);
+        std::abort();
+    };
+
+    EXPECT_DEATH(abort(), testing::AllOf(HasSubstr("the captured log's last 50 of 60 lines:\n"
+                                                   "    (error) \"[t]t.cpp:1:f:line 11.\\n\"\n"),
+                                         HasSubstr("line 60.\\n\"\n")));
+}
+
+#ifndef NDEBUG
+TEST(CapturedLogDeathTest, ItsLinesAreWrittenBeforeAnAssertionEndsTheProcess) {
+    const auto fail = [] {
+        const CapturedLog log;
+        logNumbered(1);
+        assert(log.lines().empty());
+    };
+
+    EXPECT_DEATH(fail(), "last 1 of 1 line:\n    .*line 1.\\\\n\"\n.*log.lines\\(\\).empty\\(\\)");
+}
+#endif
+
+TEST(CapturedLogDeathTest, TheTerminateHandlerThatWasThereIsCalled) {
+    const auto terminate = [] {
+        std::set_terminate([] {
+            (void)std::fputs("the test's own handler\n", stderr);
+            std::_Exit(7);
+        });
+        const CapturedLog log;
+        logNumbered(1);
+        std::terminate();
+    };
+
+    EXPECT_EXIT(terminate(), testing::ExitedWithCode(7), "line 1.\\\\n\"\nthe test's own handler");
+}
+
+TEST(CapturedLogDeathTest, ATerminateHandlerOverItsOwnIsCalledToo) {
+    static std::terminate_handler s_captures;
+    const auto terminate = [] {
+        {
+            const CapturedLog log;
+            s_captures = std::set_terminate([] {
+                (void)std::fputs("the test's own handler\n", stderr);
+                s_captures();
+            });
+        }
+        const CapturedLog log;
+        logNumbered(1);
+        std::terminate();
+    };
+
+    EXPECT_DEATH(terminate(), "line 1.\\\\n\"\nthe test's own handler\n");
+}
+
+TEST(CapturedLogDeathTest, NothingIsWrittenWithoutACapture) {
+    const auto abort = [] {
+        {
+            const CapturedLog log;
+            logNumbered(1);
+        }
+        std::abort();
+    };
+
+    EXPECT_DEATH(abort(), Not(HasSubstr("captured log")));
+}
+
+TEST(CapturedLogTest, RestoresTheTerminateHandler) {
+    const std::terminate_handler before = std::get_terminate();
+    {
+        const CapturedLog log;
+        EXPECT_NE(std::get_terminate(), before);
+    }
+
+    EXPECT_EQ(std::get_terminate(), before);
 }
 
 TEST(LogMatchersTest, TellErrorsFromOtherLines) {

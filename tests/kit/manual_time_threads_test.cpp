@@ -21,7 +21,9 @@
 #include <thread>
 #include <vector>
 
+#include "base/logging.h"
 #include "kit/story.h"
+#include "testkit/log.h"
 #include "testkit/manual_time.h"
 
 namespace {
@@ -403,6 +405,19 @@ TEST(ManualTimeDeathTest, ADeadlockIsToldWithWhatEachThreadWaitsForAndWhoHasIt) 
                  "nobody can run, and no time would change that: a deadlock\n"
                  "    the test, '[^']+', waits for a mutex, 0x[0-9a-f]+, locked by thread 1\n"
                  "    thread 1, 'crossing', waits for a mutex, 0x[0-9a-f]+, locked by the test\n");
+}
+
+TEST(ManualTimeDeathTest, TheCapturedLogFollowsWhatIsToldOfADeadlock) {
+    const auto waitForEver = [] {
+        const tevalon::testkit::CapturedLog log;
+        std::thread thread([] {
+            print_browser_log(1, "t", "t.cpp", 1, "f", "before the wait");
+            std::promise<void>().get_future().wait();
+        });
+        thread.join();
+    };
+
+    EXPECT_DEATH(waitForEver(), "a deadlock\n.*last 1 of 1 line:\n    .*before the wait");
 }
 
 TEST(ManualTimeDeathTest, AThreadThatLocksAgainWhatItHasIsTold) {
