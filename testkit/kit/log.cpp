@@ -79,6 +79,10 @@ std::string formatted(const char* format, va_list arguments) {
     return text;
 }
 
+std::string counted(std::size_t count, const char* noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 // The handler before this capture's; exchanged for null by whoever calls or restores it.
 std::atomic<std::terminate_handler> g_previousTerminate{nullptr};
 
@@ -99,7 +103,7 @@ void writeLastLines() {
     const std::size_t count = std::min(from.lines.size(), kMostShownAtTheEnd);
     std::ostringstream text;
     text << "testkit: the process ends abnormally; the captured log's last " << count << " of "
-         << from.lines.size() << (from.lines.size() == 1 ? " line:" : " lines:");
+         << counted(from.lines.size(), "line") << ":";
     for (std::size_t i = from.lines.size() - count; i < from.lines.size(); ++i) {
         text << "\n    ";
         PrintTo(from.lines[i], &text);
@@ -212,11 +216,11 @@ void PrintTo(const LogLine& line, std::ostream* p_stream) {
 
 void PrintTo(const CapturedLog& log, std::ostream* p_stream) {
     const std::vector<LogLine> lines = log.lines();
-    *p_stream << "a log of " << lines.size() << " lines";
+    *p_stream << "a log of " << counted(lines.size(), "line");
     const std::size_t leftOut = lines.size() - std::min(lines.size(), kMostShown);
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (leftOut > 0 && i == kMostShown / 2) {
-            *p_stream << "\n    ... " << leftOut << " lines ...";
+            *p_stream << "\n    ... " << counted(leftOut, "line") << " ...";
             i += leftOut;
         }
         *p_stream << "\n    ";
@@ -233,19 +237,22 @@ bool LineMatcher::matches(const LogLine& line) const {
 }
 
 void LineMatcher::DescribeTo(std::ostream* p_stream) const {
-    if (m_message == nullptr) {
-        *p_stream << "has \"" << m_texts.front() << "\" in it";
-        return;
-    }
-    *p_stream << "is '" << m_message->name << "'";
-    for (std::size_t i = 0; i < m_texts.size(); ++i) {
-        *p_stream << (i == 0 ? " of \"" : ", \"") << m_texts[i] << "\"";
-    }
+    describe(true, p_stream);
 }
 
 void LineMatcher::DescribeNegationTo(std::ostream* p_stream) const {
-    *p_stream << "not one that ";
-    DescribeTo(p_stream);
+    describe(false, p_stream);
+}
+
+void LineMatcher::describe(bool isWanted, std::ostream* p_stream) const {
+    if (m_message == nullptr) {
+        *p_stream << (isWanted ? "has \"" : "does not have \"") << m_texts.front() << "\" in it";
+        return;
+    }
+    *p_stream << (isWanted ? "is '" : "is not '") << m_message->name << "'";
+    for (std::size_t i = 0; i < m_texts.size(); ++i) {
+        *p_stream << (i == 0 ? " of \"" : ", \"") << m_texts[i] << "\"";
+    }
 }
 
 bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explanation) const {
@@ -264,7 +271,7 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
         case Kind::Times:
         case Kind::AtLeast: {
             const std::size_t count = countOf(m_lines.front(), lines);
-            explanation << count << " such lines";
+            explanation << counted(count, "such line");
             isMatch = m_kind == Kind::Times ? count == m_count : count >= m_count;
             break;
         }
@@ -272,7 +279,12 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
             const std::size_t found = foundInOrder(m_lines, lines);
             isMatch = found == m_lines.size();
             if (isMatch) break;
-            explanation << "behind the first " << found << " there is none that ";
+            if (found == 0) {
+                explanation << "there is no line that ";
+            } else {
+                explanation << "after the first " << (found == 1 ? "" : std::to_string(found) + " ")
+                            << "of these there is none that ";
+            }
             m_lines[found].DescribeTo(&explanation);
             break;
         }
@@ -282,29 +294,43 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
 }
 
 void LogMatcher::DescribeTo(std::ostream* p_stream) const {
-    switch (m_kind) {
-        case Kind::NoError:
-            *p_stream << "has no error in it";
-            return;
-        case Kind::Times:
-            *p_stream << "has exactly " << m_count << " lines of which each ";
-            break;
-        case Kind::AtLeast:
-            *p_stream << "has at least " << m_count << " lines of which each ";
-            break;
-        case Kind::InOrder:
-            *p_stream << "has in this order a line that ";
-            break;
-    }
-    for (std::size_t i = 0; i < m_lines.size(); ++i) {
-        if (i > 0) *p_stream << ", one that ";
-        m_lines[i].DescribeTo(p_stream);
-    }
+    describe(true, p_stream);
 }
 
 void LogMatcher::DescribeNegationTo(std::ostream* p_stream) const {
-    *p_stream << "not one that ";
-    DescribeTo(p_stream);
+    describe(false, p_stream);
+}
+
+void LogMatcher::describe(bool isWanted, std::ostream* p_stream) const {
+    const char* const each = m_count == 1 ? " that " : " each of which ";
+    switch (m_kind) {
+        case Kind::NoError:
+            *p_stream << (isWanted ? "has no error in it" : "has an error in it");
+            return;
+        case Kind::Times:
+            if (m_count == 0) {
+                *p_stream << (isWanted ? "has no line that " : "has a line that ");
+            } else {
+                *p_stream << (isWanted ? "has exactly " : "does not have exactly ")
+                          << counted(m_count, "line") << each;
+            }
+            break;
+        case Kind::AtLeast:
+            if (m_count == 1) {
+                *p_stream << (isWanted ? "has a line that " : "has no line that ");
+            } else {
+                *p_stream << (isWanted ? "has at least " : "has fewer than ")
+                          << counted(m_count, "line") << each;
+            }
+            break;
+        case Kind::InOrder:
+            *p_stream << (isWanted ? "has" : "does not have") << ", in this order, a line that ";
+            break;
+    }
+    for (std::size_t i = 0; i < m_lines.size(); ++i) {
+        if (i > 0) *p_stream << ", then one that ";
+        m_lines[i].DescribeTo(p_stream);
+    }
 }
 
 }  // namespace tevalon::testkit

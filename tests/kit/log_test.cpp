@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "base/event_dispatcher.h"
 #include "base/logging.h"
@@ -281,7 +282,9 @@ TEST(LogMatchersTest, WantAnOrderWithRoomForOthers) {
     EXPECT_THAT(log, LoggedInOrder(Text("first"), Text("last")));
     EXPECT_THAT(log, LoggedInOrder(Text("first"), Message(log_messages::kFolderNull)));
     EXPECT_EQ(explanationOf(LoggedInOrder(Text("last"), Text("first")), log),
-              "behind the first 1 there is none that has \"first\" in it");
+              "after the first of these there is none that has \"first\" in it");
+    EXPECT_EQ(explanationOf(LoggedInOrder(Text("none"), Text("first")), log),
+              "there is no line that has \"none\" in it");
 }
 
 TEST(LogMatchersTest, ShowTheWholeLogWhereTheyFail) {
@@ -307,15 +310,37 @@ TEST(LogMatchersTest, ShowTheEndsOfALongLog) {
     EXPECT_THAT(shown, testing::EndsWith("line 502.\\n\""));
 }
 
-TEST(LogMatchersTest, DescribeThemselves) {
-    std::ostringstream stream;
+TEST(LogMatchersTest, DescribeThemselvesAndTheirNegations) {
+    using testing::DescribeMatcher;
+    using testing::Matcher;
+    const auto descriptions = [](const Matcher<const CapturedLog&>& matcher) {
+        return std::make_pair(DescribeMatcher<const CapturedLog&>(matcher),
+                              DescribeMatcher<const CapturedLog&>(matcher, /*negation=*/true));
+    };
 
-    LoggedInOrder(Message(log_messages::kTimerNotStarted, "news", 7), Text("x"))
-        .DescribeTo(&stream);
-
-    EXPECT_EQ(stream.str(),
-              "has in this order a line that is 'timer-not-started' of \"news\", \"7\", one that "
-              "has \"x\" in it");
+    EXPECT_THAT(descriptions(LoggedNoError()), testing::Pair("has no error in it",  //
+                                                             "has an error in it"));
+    EXPECT_THAT(descriptions(Logged(Message(log_messages::kFolderNull))),
+                testing::Pair("has a line that is 'folder-null'",  //
+                              "has no line that is 'folder-null'"));
+    EXPECT_THAT(descriptions(LoggedTimes(0, Text("x"))),
+                testing::Pair("has no line that has \"x\" in it",  //
+                              "has a line that has \"x\" in it"));
+    EXPECT_THAT(descriptions(LoggedTimes(1, Text("x"))),
+                testing::Pair("has exactly 1 line that has \"x\" in it",
+                              "does not have exactly 1 line that has \"x\" in it"));
+    EXPECT_THAT(descriptions(LoggedTimes(2, Text("x"))),
+                testing::Pair("has exactly 2 lines each of which has \"x\" in it",
+                              "does not have exactly 2 lines each of which has \"x\" in it"));
+    EXPECT_THAT(
+        descriptions(LoggedInOrder(Message(log_messages::kTimerNotStarted, "news", 7), Text("x"))),
+        testing::Pair("has, in this order, a line that is 'timer-not-started' of \"news\", \"7\", "
+                      "then one that has \"x\" in it",
+                      "does not have, in this order, a line that is 'timer-not-started' of "
+                      "\"news\", \"7\", then one that has \"x\" in it"));
+    EXPECT_EQ(DescribeMatcher<const LogLine&>(Text("x"), true), "does not have \"x\" in it");
+    EXPECT_EQ(DescribeMatcher<const LogLine&>(Message(log_messages::kFolderNull), true),
+              "is not 'folder-null'");
 }
 
 }  // namespace

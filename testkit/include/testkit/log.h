@@ -87,6 +87,8 @@ public:
     /// @}
 
 private:
+    void describe(bool isWanted, std::ostream* p_stream) const;
+
     const LogMessage* m_message = nullptr;  // Null where m_texts is a part of the line.
     std::vector<std::string> m_texts;
 };
@@ -134,6 +136,8 @@ public:
     /// @}
 
 private:
+    void describe(bool isWanted, std::ostream* p_stream) const;
+
     const Kind m_kind;
     const std::vector<LineMatcher> m_lines;
     const std::size_t m_count;
