@@ -220,8 +220,8 @@ void printWait(const Thread& thread) {
         const bool isLasting = thread.wait != Wait::Descriptors;  // Not an argument of a call.
         if (thread.p_object != nullptr && isLasting) {
             (void)std::fprintf(stderr, ", %p", thread.p_object);
+            printOwner(thread);
         }
-        printOwner(thread);
     }
     if (thread.deadline != kNever) {
         (void)std::fprintf(stderr, ", for %.6f s at most",

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -68,7 +69,7 @@ TEST(SpyHubTest, AnswersByTheEvent) {
 
 struct Page {
     std::string genre;
-    int number;
+    std::size_t number;
 };
 
 TEST(SpyHubTest, AnswersARequestWithWhatItFillsIt) {
@@ -79,7 +80,7 @@ TEST(SpyHubTest, AnswersARequestWithWhatItFillsIt) {
         return fillReply<std::vector<std::string>>(request, p_page->number, p_page->genre) ? 0 : -3;
     });
     EventHub asking(kAsking);
-    const auto request = makeRequest<std::vector<std::string>, Page>(asking, 1, "film", 2);
+    const auto request = makeRequest<std::vector<std::string>, Page>(asking, 1, "film", 2U);
 
     EXPECT_EQ(asking.sendEventSync(request, kSpy, kNoLimit), 0);
 
@@ -163,14 +164,14 @@ TEST(SpyHubTest, SendsAnEventThatWasMadeWithItsPayload) {
     SpyHub other(kAsking);
     other.take(5);
 
-    EXPECT_EQ(spy.send(makeEvent<Page>(spy.hub(), 5, "news", 3), kAsking), 0);
+    EXPECT_EQ(spy.send(makeEvent<Page>(spy.hub(), 5, "news", 3U), kAsking), 0);
 
     ASSERT_TRUE(other.waitFor(5));
     EXPECT_EQ(other.received()[0]->srcModule, kSpy);
     const Page* const p_page = payload<Page>(other.received(5).back());
     ASSERT_NE(p_page, nullptr);
     EXPECT_EQ(p_page->genre, "news");
-    EXPECT_EQ(p_page->number, 3);
+    EXPECT_EQ(p_page->number, 3U);
 }
 
 }  // namespace
