@@ -13,6 +13,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using testing::Not;
 using namespace tevalon::testkit;
 
 class SignalMonitorTest : public testing::Test {
@@ -32,6 +33,7 @@ TEST_F(SignalMonitorTest, AsksTheTunerEveryHalfSecond) {
 
     EXPECT_EQ(tuner.count(tv::kSignalAsked), 4U);  // At 0, 500, 1000 and 1500 ms.
     EXPECT_EQ(viewer.count(tv::kSignalLost), 0U);
+    EXPECT_THAT(log, Not(Logged(Text("no signal"))));
     EXPECT_THAT(log, LoggedNoError());
 }
 

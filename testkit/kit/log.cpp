@@ -1,5 +1,7 @@
 #include "testkit/log.h"
 
+#include <sys/syscall.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -7,14 +9,17 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <ostream>
 #include <string_view>
 #include <thread>
 
+#include "abnormal_end.h"
 #include "interposition.h"
 #include "message_text.h"
+#include "schedule.h"
 #include "zor_debug/zor_debug.h"
 
 namespace tevalon::testkit {
@@ -22,12 +27,15 @@ namespace {
 
 constexpr std::uint16_t kErrorLevel = 1000;
 constexpr std::chrono::seconds kPatience{30};
-constexpr std::size_t kMostShown = 500;  // Of a log's lines.
+constexpr std::size_t kMostShown = 500;         // Of a log's lines.
+constexpr std::size_t kMostShownAtTheEnd = 50;  // Of the process.
+constexpr int kAttempts = 10'000;               // At a lock, when the process ends.
 
 struct Capture {
     std::mutex mutex;
     std::condition_variable grown;
-    bool isOn = false;  // All guarded by the mutex.
+    bool isOn = false;       // All guarded by the mutex.
+    bool isWritten = false;  // By writeLastLines().
     std::vector<LogLine> lines;
     std::map<std::thread::id, LogLine> pieces;  // Of lines that have not ended.
 };
@@ -69,6 +77,47 @@ std::string formatted(const char* format, va_list arguments) {
     (void)std::vsnprintf(text.data(), text.size(), format, arguments);
     text.pop_back();
     return text;
+}
+
+std::string counted(std::size_t count, const char* noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+// The handler before this capture's; exchanged for null by whoever calls or restores it.
+std::atomic<std::terminate_handler> g_previousTerminate{nullptr};
+
+// The process is about to end abnormally: the captured lines would be lost. Once for a capture.
+// Tries for the lock only: this thread may have it.
+void writeLastLines() {
+    // Takes no turns, or no more: for the thread sanitizer it may have ended.
+    if (kit::isOn() && !kit::isManaged()) return;
+    if (g_level.load() == 0) return;
+    Capture& from = capture();
+    std::unique_lock<std::mutex> lock(from.mutex, std::try_to_lock);
+    for (int i = 0; i < kAttempts && !lock.owns_lock(); ++i) {
+        (void)kit::systemCall(SYS_sched_yield);
+        (void)lock.try_lock();
+    }
+    if (!lock.owns_lock() || !from.isOn || from.isWritten) return;
+    from.isWritten = true;
+    const std::size_t count = std::min(from.lines.size(), kMostShownAtTheEnd);
+    std::ostringstream text;
+    text << "testkit: the process ends abnormally; the captured log's last " << count << " of "
+         << counted(from.lines.size(), "line") << ":";
+    for (std::size_t i = from.lines.size() - count; i < from.lines.size(); ++i) {
+        text << "\n    ";
+        PrintTo(from.lines[i], &text);
+    }
+    (void)std::fprintf(stderr, "%s\n", text.str().c_str());
+}
+
+[[noreturn]] void onTerminate() {
+    writeLastLines();
+    // At most once: a handler that was installed over this one calls it, and may have become the
+    // previous one of the next capture.
+    const std::terminate_handler previous = g_previousTerminate.exchange(nullptr);
+    if (previous != nullptr) previous();
+    std::abort();
 }
 
 std::size_t countOf(const LineMatcher& wanted, const std::vector<LogLine>& lines) {
@@ -114,9 +163,12 @@ CapturedLog::CapturedLog(std::uint16_t level) {
         std::abort();
     }
     to.isOn = true;
+    to.isWritten = false;
     to.lines.clear();
     to.pieces.clear();
     g_level = level;
+    kit::callBeforeAbort(writeLastLines);
+    g_previousTerminate = std::set_terminate(onTerminate);
 }
 
 CapturedLog::~CapturedLog() {
@@ -124,6 +176,10 @@ CapturedLog::~CapturedLog() {
     const std::lock_guard<std::mutex> lock(to.mutex);
     g_level = 0;
     to.isOn = false;
+    // One that the test has installed meanwhile stays, and goes on to this one.
+    if (std::get_terminate() == onTerminate) {
+        (void)std::set_terminate(g_previousTerminate.exchange(nullptr));
+    }
 }
 
 std::vector<LogLine> CapturedLog::lines() const {
@@ -160,11 +216,11 @@ void PrintTo(const LogLine& line, std::ostream* p_stream) {
 
 void PrintTo(const CapturedLog& log, std::ostream* p_stream) {
     const std::vector<LogLine> lines = log.lines();
-    *p_stream << "a log of " << lines.size() << " lines";
+    *p_stream << "a log of " << counted(lines.size(), "line");
     const std::size_t leftOut = lines.size() - std::min(lines.size(), kMostShown);
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (leftOut > 0 && i == kMostShown / 2) {
-            *p_stream << "\n    ... " << leftOut << " lines ...";
+            *p_stream << "\n    ... " << counted(leftOut, "line") << " ...";
             i += leftOut;
         }
         *p_stream << "\n    ";
@@ -181,19 +237,22 @@ bool LineMatcher::matches(const LogLine& line) const {
 }
 
 void LineMatcher::DescribeTo(std::ostream* p_stream) const {
-    if (m_message == nullptr) {
-        *p_stream << "has \"" << m_texts.front() << "\" in it";
-        return;
-    }
-    *p_stream << "is '" << m_message->name << "'";
-    for (std::size_t i = 0; i < m_texts.size(); ++i) {
-        *p_stream << (i == 0 ? " of \"" : ", \"") << m_texts[i] << "\"";
-    }
+    describe(true, p_stream);
 }
 
 void LineMatcher::DescribeNegationTo(std::ostream* p_stream) const {
-    *p_stream << "not one that ";
-    DescribeTo(p_stream);
+    describe(false, p_stream);
+}
+
+void LineMatcher::describe(bool isWanted, std::ostream* p_stream) const {
+    if (m_message == nullptr) {
+        *p_stream << (isWanted ? "has \"" : "does not have \"") << m_texts.front() << "\" in it";
+        return;
+    }
+    *p_stream << (isWanted ? "is '" : "is not '") << m_message->name << "'";
+    for (std::size_t i = 0; i < m_texts.size(); ++i) {
+        *p_stream << (i == 0 ? " of \"" : ", \"") << m_texts[i] << "\"";
+    }
 }
 
 bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explanation) const {
@@ -212,7 +271,7 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
         case Kind::Times:
         case Kind::AtLeast: {
             const std::size_t count = countOf(m_lines.front(), lines);
-            explanation << count << " such lines";
+            explanation << counted(count, "such line");
             isMatch = m_kind == Kind::Times ? count == m_count : count >= m_count;
             break;
         }
@@ -220,7 +279,12 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
             const std::size_t found = foundInOrder(m_lines, lines);
             isMatch = found == m_lines.size();
             if (isMatch) break;
-            explanation << "behind the first " << found << " there is none that ";
+            if (found == 0) {
+                explanation << "there is no line that ";
+            } else {
+                explanation << "after the first " << (found == 1 ? "" : std::to_string(found) + " ")
+                            << "of these there is none that ";
+            }
             m_lines[found].DescribeTo(&explanation);
             break;
         }
@@ -230,29 +294,43 @@ bool LogMatcher::MatchAndExplain(const CapturedLog& log, std::ostream* p_explana
 }
 
 void LogMatcher::DescribeTo(std::ostream* p_stream) const {
-    switch (m_kind) {
-        case Kind::NoError:
-            *p_stream << "has no error in it";
-            return;
-        case Kind::Times:
-            *p_stream << "has exactly " << m_count << " lines of which each ";
-            break;
-        case Kind::AtLeast:
-            *p_stream << "has at least " << m_count << " lines of which each ";
-            break;
-        case Kind::InOrder:
-            *p_stream << "has in this order a line that ";
-            break;
-    }
-    for (std::size_t i = 0; i < m_lines.size(); ++i) {
-        if (i > 0) *p_stream << ", one that ";
-        m_lines[i].DescribeTo(p_stream);
-    }
+    describe(true, p_stream);
 }
 
 void LogMatcher::DescribeNegationTo(std::ostream* p_stream) const {
-    *p_stream << "not one that ";
-    DescribeTo(p_stream);
+    describe(false, p_stream);
+}
+
+void LogMatcher::describe(bool isWanted, std::ostream* p_stream) const {
+    const char* const each = m_count == 1 ? " that " : " each of which ";
+    switch (m_kind) {
+        case Kind::NoError:
+            *p_stream << (isWanted ? "has no error in it" : "has an error in it");
+            return;
+        case Kind::Times:
+            if (m_count == 0) {
+                *p_stream << (isWanted ? "has no line that " : "has a line that ");
+            } else {
+                *p_stream << (isWanted ? "has exactly " : "does not have exactly ")
+                          << counted(m_count, "line") << each;
+            }
+            break;
+        case Kind::AtLeast:
+            if (m_count == 1) {
+                *p_stream << (isWanted ? "has a line that " : "has no line that ");
+            } else {
+                *p_stream << (isWanted ? "has at least " : "has fewer than ")
+                          << counted(m_count, "line") << each;
+            }
+            break;
+        case Kind::InOrder:
+            *p_stream << (isWanted ? "has" : "does not have") << ", in this order, a line that ";
+            break;
+    }
+    for (std::size_t i = 0; i < m_lines.size(); ++i) {
+        if (i > 0) *p_stream << ", then one that ";
+        m_lines[i].DescribeTo(p_stream);
+    }
 }
 
 }  // namespace tevalon::testkit

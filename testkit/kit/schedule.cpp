@@ -40,6 +40,8 @@ struct Thread {
     int wakerProcessor;
     unsigned wakeUps;
     int endRounds;
+    int number;    // In the order of creation, for people; 0 is the test's.
+    int systemId;  // As mutexes have their owner; 0 before its first turn.
     pthread_t handle;
     void* (*start)(void*);
     void* p_argument;
@@ -78,6 +80,7 @@ private:
 };
 
 Threads g_threads;
+int g_created;  // Threads, but for the test's.
 Thread* g_testThread;
 std::uint64_t g_order;
 int g_yields;
@@ -133,6 +136,10 @@ void sleepForARealMillisecond() {
     errno = savedErrno;
 }
 
+int systemId() {
+    return static_cast<int>(systemCall(SYS_gettid));
+}
+
 const char* nameOf(Wait wait) {
     switch (wait) {
         case Wait::Nothing:
@@ -161,21 +168,77 @@ const char* nameOf(Wait wait) {
     return "";
 }
 
+void printName(const Thread& thread) {
+    char name[16] = "?";
+    (void)pthread_getname_np(thread.handle, name, sizeof(name));
+    if (&thread == g_testThread) {
+        (void)std::fprintf(stderr, "the test, '%s',", name);
+    } else {
+        (void)std::fprintf(stderr, "thread %d, '%s',", thread.number, name);
+    }
+}
+
+// The system's number of the thread that has locked what is waited for; 0 where that is not known.
+int ownerOf(const Thread& waiting) {
+    if (waiting.wait == Wait::Mutex) {
+        return static_cast<const pthread_mutex_t*>(waiting.p_object)->__data.__owner;
+    }
+    if (waiting.wait == Wait::ReadWriteLock) {
+        return static_cast<const pthread_rwlock_t*>(waiting.p_object)->__data.__cur_writer;
+    }
+    return 0;
+}
+
+void printOwner(const Thread& waiting) {
+    const int owner = ownerOf(waiting);
+    if (owner == 0) return;
+    (void)std::fputs(", locked by ", stderr);
+    if (owner == waiting.systemId) {
+        (void)std::fputs("itself", stderr);
+        return;
+    }
+    for (const Thread& thread : g_threads) {
+        if (thread.state == State::Free || thread.systemId != owner) continue;
+        if (&thread == g_testThread) {
+            (void)std::fputs("the test", stderr);
+        } else {
+            (void)std::fprintf(stderr, "thread %d", thread.number);
+        }
+        return;
+    }
+    (void)std::fputs("a thread that has ended", stderr);
+}
+
+void printWait(const Thread& thread) {
+    (void)std::fputs(" waits ", stderr);
+    if (thread.wait == Wait::Thread) {
+        (void)std::fputs("for ", stderr);
+        printName(*static_cast<const Thread*>(thread.p_object));
+        (void)std::fputs(" to end", stderr);
+    } else {
+        (void)std::fputs(nameOf(thread.wait), stderr);
+        const bool isLasting = thread.wait != Wait::Descriptors;  // Not an argument of a call.
+        if (thread.p_object != nullptr && isLasting) {
+            (void)std::fprintf(stderr, ", %p", thread.p_object);
+            printOwner(thread);
+        }
+    }
+    if (thread.deadline != kNever) {
+        (void)std::fprintf(stderr, ", for %.6f s at most",
+                           static_cast<double>(thread.deadline - g_now) / 1e9);
+    }
+}
+
 [[noreturn]] void giveUp(const char* reason) {
     (void)std::fprintf(stderr, "testkit: %s\n", reason);
-    for (Thread& thread : g_threads) {
+    for (const Thread& thread : g_threads) {
         if (thread.state == State::Free) continue;
-        char name[16] = "?";
-        (void)pthread_getname_np(thread.handle, name, sizeof(name));
-        (void)std::fprintf(stderr, "    %s '%s' %s",
-                           &thread == g_testThread ? "the test," : "thread", name,
-                           thread.state == State::Runnable ? "can run" : "waits ");
-        if (thread.state == State::Blocked) {
-            (void)std::fprintf(stderr, "%s, %p", nameOf(thread.wait), thread.p_object);
-            if (thread.deadline != kNever) {
-                (void)std::fprintf(stderr, ", for %.6f s at most",
-                                   static_cast<double>(thread.deadline - g_now) / 1e9);
-            }
+        (void)std::fputs("    ", stderr);
+        printName(thread);
+        if (thread.state == State::Runnable) {
+            (void)std::fputs(" can run", stderr);
+        } else {
+            printWait(thread);
         }
         (void)std::fputs("\n", stderr);
     }
@@ -324,6 +387,8 @@ void reduceToThisThread() {
         if (&thread != t_self) thread = Thread{};
     }
     g_testThread = t_self;
+    g_testThread->systemId = systemId();
+    g_created = 0;
 }
 
 Thread* findThread(pthread_t handle) {
@@ -346,6 +411,7 @@ void takeOver() {
     Thread& self = *g_threads.find();
     self.state = State::Runnable;
     self.handle = pthread_self();
+    self.systemId = systemId();
     t_self = &self;
     store(&g_testThread, &self);
 }
@@ -457,6 +523,7 @@ Thread* newThread(void* (*start)(void*), void* p_argument) {
     p_thread->start = start;
     p_thread->p_argument = p_argument;
     p_thread->handle = pthread_self();  // Its own follows; none is null.
+    p_thread->number = ++g_created;
     makeRunnable(p_thread, false);
     return p_thread;
 }
@@ -464,6 +531,7 @@ Thread* newThread(void* (*start)(void*), void* p_argument) {
 void* runThread(void* p_thread) {
     auto* const p_self = static_cast<Thread*>(p_thread);
     t_self = p_self;
+    p_self->systemId = systemId();
     awaitTurn(p_self);
     noteThreadsPartOfStep();
     (void)pthread_setspecific(g_ends, p_self);

@@ -23,8 +23,7 @@ SpyHub& SpyHub::take(std::int32_t eventType) {
 }
 
 SpyHub& SpyHub::answer(std::int32_t eventType, EventResult result) {
-    return answer(eventType,
-                  [result](const base::event_dispatcher::BrowserEvent&) { return result; });
+    return answer(eventType, [result](const Event&) { return result; });
 }
 
 SpyHub& SpyHub::answer(std::int32_t eventType, Reply reply) {
@@ -41,6 +40,10 @@ std::int32_t SpyHub::send(std::int32_t eventType, std::int32_t target,
                           std::unique_ptr<base::event_dispatcher::EventParam> param) {
     Event event = m_hub.createEvent(eventType);
     event->param = param.release();
+    return send(std::move(event), target);
+}
+
+std::int32_t SpyHub::send(Event event, std::int32_t target) {
     return m_hub.sendEvent(std::move(event), target);
 }
 
@@ -51,7 +54,7 @@ void SpyHub::onEvent(const Event& event) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         reply = m_replies[event->eventType];
     }
-    if (reply) event->replyResult(reply(*event));
+    if (reply) event->replyResult(reply(event));
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_received.push_back(event);
     m_grown.notify_all();

@@ -2,8 +2,15 @@
 
 #include <gmock/gmock.h>
 
-#include <sstream>
+#include <cassert>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "base/event_dispatcher.h"
 #include "base/logging.h"
@@ -113,6 +120,106 @@ TEST(CapturedLogTest, KeepsLongTextsWhole) {
     EXPECT_EQ(log.lines()[0].text, "[t]t.cpp:1:f:" + text + "\n");
 }
 
+void logNumbered(int count) {
+    for (int i = 1; i <= count; ++i) print_browser_log(1, "t", "t.cpp", 1, "f", "line %d.", i);
+}
+
+using CapturedLogDeathTest = testing::Test;
+
+TEST(CapturedLogDeathTest, ItsLinesAreWrittenBeforeTheProcessTerminates) {
+    const auto terminate = [] {
+        const CapturedLog log;
+        logNumbered(2);
+        std::thread([] { throw std::runtime_error("not caught"); }).join();
+    };
+
+    EXPECT_DEATH(terminate(),
+                 "testkit: the process ends abnormally; the captured log's last 2 of 2 lines:\n"
+                 "    \\(error\\) \"\\[t\\]t.cpp:1:f:line 1.\\\\n\"\n"
+                 "    \\(error\\) \"\\[t\\]t.cpp:1:f:line 2.\\\\n\"\n"
+                 "terminate called after throwing an instance of 'std::runtime_error'\n");
+}
+
+TEST(CapturedLogDeathTest, ItsLastLinesAreWrittenBeforeTheProcessAborts) {
+    const auto abort = [] {
+        const CapturedLog log;
+        logNumbered(60);
+        std::abort();
+    };
+
+    EXPECT_DEATH(abort(), testing::AllOf(HasSubstr("the captured log's last 50 of 60 lines:\n"
+                                                   "    (error) \"[t]t.cpp:1:f:line 11.\\n\"\n"),
+                                         HasSubstr("line 60.\\n\"\n")));
+}
+
+#ifndef NDEBUG
+TEST(CapturedLogDeathTest, ItsLinesAreWrittenBeforeAnAssertionEndsTheProcess) {
+    const auto fail = [] {
+        const CapturedLog log;
+        logNumbered(1);
+        assert(log.lines().empty());
+    };
+
+    EXPECT_DEATH(fail(), "last 1 of 1 line:\n    .*line 1.\\\\n\"\n.*log.lines\\(\\).empty\\(\\)");
+}
+#endif
+
+TEST(CapturedLogDeathTest, TheTerminateHandlerThatWasThereIsCalled) {
+    const auto terminate = [] {
+        std::set_terminate([] {
+            (void)std::fputs("the test's own handler\n", stderr);
+            std::_Exit(7);
+        });
+        const CapturedLog log;
+        logNumbered(1);
+        std::terminate();
+    };
+
+    EXPECT_EXIT(terminate(), testing::ExitedWithCode(7), "line 1.\\\\n\"\nthe test's own handler");
+}
+
+TEST(CapturedLogDeathTest, ATerminateHandlerOverItsOwnIsCalledToo) {
+    static std::terminate_handler s_captures;
+    const auto terminate = [] {
+        {
+            const CapturedLog log;
+            s_captures = std::set_terminate([] {
+                (void)std::fputs("the test's own handler\n", stderr);
+                s_captures();
+            });
+        }
+        const CapturedLog log;
+        logNumbered(1);
+        std::terminate();
+    };
+
+    // Once, rather than until the stack overflows.
+    EXPECT_EXIT(terminate(), testing::KilledBySignal(SIGABRT),
+                "line 1.\\\\n\"\nthe test's own handler\n");
+}
+
+TEST(CapturedLogDeathTest, NothingIsWrittenWithoutACapture) {
+    const auto abort = [] {
+        {
+            const CapturedLog log;
+            logNumbered(1);
+        }
+        std::abort();
+    };
+
+    EXPECT_DEATH(abort(), Not(HasSubstr("captured log")));
+}
+
+TEST(CapturedLogTest, RestoresTheTerminateHandler) {
+    const std::terminate_handler before = std::get_terminate();
+    {
+        const CapturedLog log;
+        EXPECT_NE(std::get_terminate(), before);
+    }
+
+    EXPECT_EQ(std::get_terminate(), before);
+}
+
 TEST(LogMatchersTest, TellErrorsFromOtherLines) {
     const CapturedLog log;
     print_browser_log(2, "tuner", "tuner.cpp", 1, "tune", "a warning");
@@ -178,7 +285,9 @@ TEST(LogMatchersTest, WantAnOrderWithRoomForOthers) {
     EXPECT_THAT(log, LoggedInOrder(Text("first"), Text("last")));
     EXPECT_THAT(log, LoggedInOrder(Text("first"), Message(log_messages::kFolderNull)));
     EXPECT_EQ(explanationOf(LoggedInOrder(Text("last"), Text("first")), log),
-              "behind the first 1 there is none that has \"first\" in it");
+              "after the first of these there is none that has \"first\" in it");
+    EXPECT_EQ(explanationOf(LoggedInOrder(Text("none"), Text("first")), log),
+              "there is no line that has \"none\" in it");
 }
 
 TEST(LogMatchersTest, ShowTheWholeLogWhereTheyFail) {
@@ -204,15 +313,37 @@ TEST(LogMatchersTest, ShowTheEndsOfALongLog) {
     EXPECT_THAT(shown, testing::EndsWith("line 502.\\n\""));
 }
 
-TEST(LogMatchersTest, DescribeThemselves) {
-    std::ostringstream stream;
+TEST(LogMatchersTest, DescribeThemselvesAndTheirNegations) {
+    using testing::DescribeMatcher;
+    using testing::Matcher;
+    const auto descriptions = [](const Matcher<const CapturedLog&>& matcher) {
+        return std::make_pair(DescribeMatcher<const CapturedLog&>(matcher),
+                              DescribeMatcher<const CapturedLog&>(matcher, /*negation=*/true));
+    };
 
-    LoggedInOrder(Message(log_messages::kTimerNotStarted, "news", 7), Text("x"))
-        .DescribeTo(&stream);
-
-    EXPECT_EQ(stream.str(),
-              "has in this order a line that is 'timer-not-started' of \"news\", \"7\", one that "
-              "has \"x\" in it");
+    EXPECT_THAT(descriptions(LoggedNoError()), testing::Pair("has no error in it",  //
+                                                             "has an error in it"));
+    EXPECT_THAT(descriptions(Logged(Message(log_messages::kFolderNull))),
+                testing::Pair("has a line that is 'folder-null'",  //
+                              "has no line that is 'folder-null'"));
+    EXPECT_THAT(descriptions(LoggedTimes(0, Text("x"))),
+                testing::Pair("has no line that has \"x\" in it",  //
+                              "has a line that has \"x\" in it"));
+    EXPECT_THAT(descriptions(LoggedTimes(1, Text("x"))),
+                testing::Pair("has exactly 1 line that has \"x\" in it",
+                              "does not have exactly 1 line that has \"x\" in it"));
+    EXPECT_THAT(descriptions(LoggedTimes(2, Text("x"))),
+                testing::Pair("has exactly 2 lines each of which has \"x\" in it",
+                              "does not have exactly 2 lines each of which has \"x\" in it"));
+    EXPECT_THAT(
+        descriptions(LoggedInOrder(Message(log_messages::kTimerNotStarted, "news", 7), Text("x"))),
+        testing::Pair("has, in this order, a line that is 'timer-not-started' of \"news\", \"7\", "
+                      "then one that has \"x\" in it",
+                      "does not have, in this order, a line that is 'timer-not-started' of "
+                      "\"news\", \"7\", then one that has \"x\" in it"));
+    EXPECT_EQ(DescribeMatcher<const LogLine&>(Text("x"), true), "does not have \"x\" in it");
+    EXPECT_EQ(DescribeMatcher<const LogLine&>(Message(log_messages::kFolderNull), true),
+              "is not 'folder-null'");
 }
 
 }  // namespace

@@ -145,7 +145,7 @@ TEST(ManualTimeTest, ASynchronousSendTimesOutOnTheClock) {
 
 TEST(ManualTimeTest, ASynchronousSendIsAnsweredByWhatTimeBrings) {
     SpyHub spy(kModule);
-    spy.answer(1, [](const BrowserEvent&) {
+    spy.answer(1, [](const SpyHub::Event&) {
         (void)sleep(10);
         return 5;
     });

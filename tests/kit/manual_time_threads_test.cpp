@@ -21,15 +21,21 @@
 #include <thread>
 #include <vector>
 
+#include "base/logging.h"
 #include "kit/story.h"
+#include "testkit/log.h"
 #include "testkit/manual_time.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using test::Story;
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using tevalon::testkit::advance;
 using tevalon::testkit::runUntilIdle;
 
@@ -380,11 +386,12 @@ TEST(ManualTimeThreadsTest, AForkedChildHasTheThreadThatForked) {
 
 using ManualTimeDeathTest = testing::Test;
 
-TEST(ManualTimeDeathTest, ADeadlockIsToldWithWhatEachThreadWaitsFor) {
+TEST(ManualTimeDeathTest, ADeadlockIsToldWithWhatEachThreadWaitsForAndWhoHasIt) {
     const auto deadlock = [] {
         std::mutex first;
         std::mutex second;
         std::thread thread([&] {
+            pthread_setname_np(pthread_self(), "crossing");
             const std::lock_guard<std::mutex> lock(second);
             std::this_thread::sleep_for(1s);
             const std::lock_guard<std::mutex> other(first);
@@ -396,19 +403,83 @@ TEST(ManualTimeDeathTest, ADeadlockIsToldWithWhatEachThreadWaitsFor) {
 
     EXPECT_DEATH(deadlock(),
                  "nobody can run, and no time would change that: a deadlock\n"
-                 ".*the test, .* waits for a mutex.*\n.*thread .* waits for a mutex");
+                 "    the test, '[^']+', waits for a mutex, 0x[0-9a-f]+, locked by thread 1\n"
+                 "    thread 1, 'crossing', waits for a mutex, 0x[0-9a-f]+, locked by the test\n");
+}
+
+TEST(ManualTimeDeathTest, TheCapturedLogFollowsWhatIsToldOfADeadlock) {
+    const auto waitForEver = [] {
+        const tevalon::testkit::CapturedLog log;
+        std::thread thread([] {
+            print_browser_log(1, "t", "t.cpp", 1, "f", "before the wait");
+            std::promise<void>().get_future().wait();
+        });
+        thread.join();
+    };
+
+    EXPECT_DEATH(waitForEver(), "a deadlock\n.*last 1 of 1 line:\n    .*before the wait");
+}
+
+TEST(ManualTimeDeathTest, AThreadThatLocksAgainWhatItHasIsTold) {
+    const auto lockTwice = [] {
+        pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_lock(&mutex);
+    };
+
+    EXPECT_DEATH(lockTwice(), "the test, .* waits for a mutex, 0x[0-9a-f]+, locked by itself\n");
+}
+
+TEST(ManualTimeDeathTest, AMutexThatAThreadKeepsBeyondItsEndIsTold) {
+    const auto keep = [] {
+        pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+        std::thread([&] { pthread_mutex_lock(&mutex); }).join();
+        pthread_mutex_lock(&mutex);
+    };
+
+    EXPECT_DEATH(keep(), "waits for a mutex, 0x[0-9a-f]+, locked by a thread that has ended\n");
+}
+
+TEST(ManualTimeDeathTest, AThreadWhoseEndIsWaitedForIsToldByName) {
+    const auto join = [] {
+        std::shared_mutex mutex;
+        std::thread writer([&] {
+            pthread_setname_np(pthread_self(), "writer");
+            const std::unique_lock<std::shared_mutex> lock(mutex);
+            std::condition_variable_any never;
+            std::mutex other;
+            std::unique_lock<std::mutex> otherLock(other);
+            never.wait(otherLock);
+        });
+        runUntilIdle();
+        std::thread reader([&] {
+            pthread_setname_np(pthread_self(), "reader");
+            const std::shared_lock<std::shared_mutex> lock(mutex);
+        });
+        reader.join();
+    };
+
+    EXPECT_DEATH(
+        join(),
+        "    the test, '[^']+', waits for thread 2, 'reader', to end\n"
+        "    thread 1, 'writer', waits for a condition variable, 0x[0-9a-f]+\n"
+        "    thread 2, 'reader', waits for a read-write lock, 0x[0-9a-f]+, locked by thread 1\n");
 }
 
 TEST(ManualTimeDeathTest, AnEventThatNeverComesIsTold) {
     EXPECT_DEATH(
         {
             std::thread periodic([] {
+                pthread_setname_np(pthread_self(), "periodic");
                 while (true) std::this_thread::sleep_for(10min);
             });
             std::promise<void> never;
             never.get_future().wait();
         },
-        "the test has waited for a day on the clock, in vain");
+        AllOf(
+            HasSubstr("the test has waited for a day on the clock, in vain"),
+            ContainsRegex("thread 1, 'periodic', waits for time to pass, for [0-9.]+ s at most\n"),
+            Not(HasSubstr("(nil)"))));
 }
 
 #ifdef __SANITIZE_THREAD__

@@ -2,14 +2,22 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
+#include <string>
+#include <vector>
+
 #include "base/event_dispatcher.h"
 
 namespace {
 
-using tevalon::base::event_dispatcher::BrowserEvent;
 using tevalon::base::event_dispatcher::EventHub;
 using tevalon::base::event_dispatcher::EventParam;
+using tevalon::base::event_dispatcher::fillReply;
 using tevalon::base::event_dispatcher::kEventResultTimeout;
+using tevalon::base::event_dispatcher::makeEvent;
+using tevalon::base::event_dispatcher::makeRequest;
+using tevalon::base::event_dispatcher::payload;
+using tevalon::base::event_dispatcher::replyOf;
 using tevalon::testkit::SpyHub;
 
 constexpr int kSpy = 70;
@@ -53,10 +61,32 @@ TEST(SpyHubTest, AnswersWhatItIsToldLast) {
 
 TEST(SpyHubTest, AnswersByTheEvent) {
     SpyHub spy(kSpy);
-    spy.answer(1, [](const BrowserEvent& event) { return 2 * event.param->intValue(); });
+    spy.answer(1, [](const SpyHub::Event& event) { return 2 * event->param->intValue(); });
     EventHub asking(kAsking);
 
     EXPECT_EQ(ask(asking, 1, 21), 42);
+}
+
+struct Page {
+    std::string genre;
+    std::size_t number;
+};
+
+TEST(SpyHubTest, AnswersARequestWithWhatItFillsIt) {
+    SpyHub spy(kSpy);
+    spy.answer(1, [](const SpyHub::Event& request) {
+        const Page* const p_page = payload<Page>(request);
+        if (p_page == nullptr) return -2;
+        return fillReply<std::vector<std::string>>(request, p_page->number, p_page->genre) ? 0 : -3;
+    });
+    EventHub asking(kAsking);
+    const auto request = makeRequest<std::vector<std::string>, Page>(asking, 1, "film", 2U);
+
+    EXPECT_EQ(asking.sendEventSync(request, kSpy, kNoLimit), 0);
+
+    ASSERT_NE(replyOf<std::vector<std::string>>(request), nullptr);
+    EXPECT_THAT(*replyOf<std::vector<std::string>>(request), testing::ElementsAre("film", "film"));
+    EXPECT_EQ(ask(asking, 1), -2);
 }
 
 TEST(SpyHubTest, TakesWithoutAnAnswer) {
@@ -127,6 +157,21 @@ TEST(SpyHubTest, SendsInTheModulesName) {
     ASSERT_TRUE(other.waitFor(5));
     EXPECT_EQ(other.received()[0]->srcModule, kSpy);
     EXPECT_EQ(other.received()[0]->param->intValue(), 9);
+}
+
+TEST(SpyHubTest, SendsAnEventThatWasMadeWithItsPayload) {
+    SpyHub spy(kSpy);
+    SpyHub other(kAsking);
+    other.take(5);
+
+    EXPECT_EQ(spy.send(makeEvent<Page>(spy.hub(), 5, "news", 3U), kAsking), 0);
+
+    ASSERT_TRUE(other.waitFor(5));
+    EXPECT_EQ(other.received()[0]->srcModule, kSpy);
+    const Page* const p_page = payload<Page>(other.received(5).back());
+    ASSERT_NE(p_page, nullptr);
+    EXPECT_EQ(p_page->genre, "news");
+    EXPECT_EQ(p_page->number, 3U);
 }
 
 }  // namespace

@@ -31,7 +31,8 @@ struct LogLine {
 ///     EXPECT_THAT(log, Logged(Message(log_messages::kTaskEmpty)));
 ///
 /// Where such an expectation fails, the log is shown; of more than 500 lines the first and the
-/// last.
+/// last. Where the process ends by std::terminate(), abort() or a failed assert() meanwhile, the
+/// last 50 lines are written to standard error before that.
 ///
 /// Thread-safety: any thread may log meanwhile, and any thread may call any method.
 class CapturedLog {
@@ -86,6 +87,8 @@ public:
     /// @}
 
 private:
+    void describe(bool isWanted, std::ostream* p_stream) const;
+
     const LogMessage* m_message = nullptr;  // Null where m_texts is a part of the line.
     std::vector<std::string> m_texts;
 };
@@ -133,6 +136,8 @@ public:
     /// @}
 
 private:
+    void describe(bool isWanted, std::ostream* p_stream) const;
+
     const Kind m_kind;
     const std::vector<LineMatcher> m_lines;
     const std::size_t m_count;

@@ -33,7 +33,7 @@ public:
     /// What an event is answered with.
     using EventResult = base::event_dispatcher::EventResult;
     /// What to reply to an event. Called on the hub's thread, without a lock.
-    using Reply = std::function<EventResult(const base::event_dispatcher::BrowserEvent&)>;
+    using Reply = std::function<EventResult(const Event&)>;
 
     /// Registers the hub with the process's dispatcher.
     explicit SpyHub(std::int32_t moduleId);
@@ -47,17 +47,27 @@ public:
     SpyHub& take(std::int32_t eventType);
     /// Takes events of @p eventType and replies @p result, from now on.
     SpyHub& answer(std::int32_t eventType, EventResult result);
-    /// Takes events of @p eventType and replies what @p reply says, from now on.
+    /// Takes events of @p eventType and replies what @p reply says, from now on. It may fill a
+    /// request before that:
+    ///
+    ///     scanner.answer(kListChannels, [](const SpyHub::Event& request) {
+    ///         return fillReply<ChannelList>(request, ChannelList{"News"}) ? 0 : -2;
+    ///     });
     SpyHub& answer(std::int32_t eventType, Reply reply);
 
-    /// For sending, in the name of the module.
+    /// For making events and sending them, in the name of the module.
     base::event_dispatcher::EventHub& hub() { return m_hub; }
     /// Sends an event of @p eventType, with @p param, to @p target; what EventHub::sendEvent()
     /// returns. The event owns @p param.
     std::int32_t send(std::int32_t eventType, std::int32_t target,
                       std::unique_ptr<base::event_dispatcher::EventParam> param = nullptr);
+    /// Sends @p event, which hub() has made, to @p target; what EventHub::sendEvent() returns.
+    ///
+    ///     tuner.send(makeEvent<Channel>(tuner.hub(), kTuned, 7, "Seven"), kGuide);
+    std::int32_t send(Event event, std::int32_t target);
 
-    /// All events that have come, in their order, each as it was when it came.
+    /// All events that have come, in their order, each as it was when it came. What they carry is
+    /// got by payload<T>().
     std::vector<Event> received() const;
     /// Those of @p eventType.
     std::vector<Event> received(std::int32_t eventType) const;
