@@ -497,6 +497,8 @@ def judge_recovery(plan, expectation, baseline, report, problems):
 # Freed events and payloads are kept for the next ones: which thread frees which decides how many,
 # up to 32 KiB in all and 16 of each size a thread. Where it is not told of a thread's end, that
 # thread keeps none, and others keep them instead.
+# What the address sanitizer fills allocated memory with, as no text has it.
+NEVER_SET = r"\xbe\xbe"
 KEPT_MORE = 32
 WATCH_ENDS_OF_THREADS = ("pthread_key_create", "pthread_setspecific")
 KEPT_AT_MOST = 1000
@@ -512,6 +514,8 @@ def judge(plan, functions, baseline, report):
             return []
         return [f"ends with status {report.status}: {report.errors.strip()[-300:]}"]
     problems = []
+    if NEVER_SET in report.errors:
+        problems.append("writes memory that was never set")
     if not report.is_complete:
         problems.append("ends before its report does")
     if report.alive is not None and report.alive > baseline.alive:

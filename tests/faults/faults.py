@@ -320,7 +320,8 @@ class Runner:
     def start(self, scenario, blocks, *plan, patience_ms=500):
         folder = tempfile.mkdtemp(prefix="faults.")
         try:
-            with tempfile.TemporaryFile("w+") as output, tempfile.TemporaryFile("w+") as errors:
+            with (tempfile.TemporaryFile("w+", errors="backslashreplace") as output,
+                  tempfile.TemporaryFile("w+", errors="backslashreplace") as errors):
                 environment = {name: value for name, value in os.environ.items()
                                if not name.startswith("ZOR_DEBUG") and name != "NO_COLOR"}
                 environment["FAULTS_PATIENCE_MS"] = str(patience_ms)

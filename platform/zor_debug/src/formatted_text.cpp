@@ -33,12 +33,14 @@ void FormattedText::formatFully(const char* p_format, va_list args) {
 
 void FormattedText::formatLong(const char* p_format, va_list args) {
     m_onHeap = static_cast<char*>(std::malloc(m_length + 1));
-    if (m_onHeap == nullptr) {
-        m_length = kCapacity - 1;
+    if (m_onHeap != nullptr && std::vsnprintf(m_onHeap, m_length + 1, p_format, args) >= 0) {
+        m_begin = m_onHeap;
         return;
     }
-    std::vsnprintf(m_onHeap, m_length + 1, p_format, args);
-    m_begin = m_onHeap;
+    // The beginning is there already.
+    std::free(m_onHeap);
+    m_onHeap = nullptr;
+    m_length = kCapacity - 1;
 }
 
 bool FormattedText::prepend(std::string_view front) {
