@@ -127,7 +127,7 @@ bool timers(const Settings& settings) {
         if (i % 10 == 9) std::this_thread::sleep_for(1ms);  // Spread over the ten seconds.
     }
     std::this_thread::sleep_for(settings.duration);  // The duration itself.
-    const long expected = settings.size * (settings.duration / 10s) / 2;
+    const auto expected = settings.size * static_cast<long>(settings.duration / 10s) / 2;
     for (const std::unique_ptr<Timer>& timer : timers) (void)timer->stopNoBlock();
     timers.clear();
     return fired >= expected;
