@@ -136,8 +136,9 @@ TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfATimer) {
     auto timer = std::make_unique<Timer>(
         "blink", TimeoutTime{0, 1, 0},
         [&](Timer* p_timer, void*) {
-            if (++runs == 1) return first();
-            if (runs == 2) {
+            const int run = ++runs;
+            if (run == 1) return first();
+            if (run == 2) {
                 (void)p_timer->stopNoBlock();
                 second();
             }
