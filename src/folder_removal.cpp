@@ -53,8 +53,8 @@ void empty(DIR* p_folder, std::string* p_path) {
         p_path->append("/").append(p_entry->d_name);
         errno = 0;
         const int error = unlinkat(folder, p_entry->d_name, 0) == 0 ? 0 : errno;
-        // Where the folder around it may not be changed that error comes first; not so in the
-        // folder.
+        // Of a folder that may not be deleted, unlinkat() gives EACCES or EPERM instead of EISDIR;
+        // what is in it may be deletable all the same.
         if (error == EISDIR || (error != 0 && p_entry->d_type == DT_DIR)) {
             (void)removeAt(folder, p_entry->d_name, p_path);  // It has reported its own failure.
         } else if (error != 0) {

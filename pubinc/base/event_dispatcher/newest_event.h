@@ -81,7 +81,9 @@ public:
         if (m_slot->p_queued != nullptr) return 0;
         event = makeEvent<Payload>(m_hub, m_eventType, m_slot);
         m_slot->p_queued = payload<Payload>(event);
-        // Under the lock, lest another sender leaves its value to an event that is then refused.
+        // Under the lock, or another sender could leave its value to an event that is then refused.
+        // That cannot deadlock: what holds a lock that a send takes, the dispatcher's or a queue's,
+        // neither fetches a value nor destroys an event meanwhile.
         const ForgetUnqueued forget{*m_slot, event};
         return m_hub.sendEvent(event, m_target);
     }
