@@ -4,9 +4,9 @@
 usage: process_ends.py [--times N] [--state FILE] [--jobs N] [--seed N] [--way WAY]... STRESS
 
 Each time the process has to end by what was asked, the status or the signal, within a minute, and
-without a word. With --state the number of good ends by way is kept in FILE, for this very program;
-a run that is broken off goes on from there. Prints a table; status 1 at the first end that is
-wrong.
+without a word. With --state the number of good ends by way is kept in FILE, for this very program
+and its libraries; a run that is broken off goes on from there. Prints a table; status 1 at the
+first end that is wrong.
 """
 
 import argparse
@@ -81,12 +81,22 @@ def end_once(program, way, after_us):
     return None
 
 
+def identity(program):
+    """Of the program and what it loads: it is the library that is tested."""
+    loaded = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
+    files = [program] + sorted(word for word in loaded.split() if word.startswith("/"))
+    whole = hashlib.sha256()
+    for file in files:
+        whole.update(hashlib.sha256(pathlib.Path(file).read_bytes()).digest())
+    return whole.hexdigest()
+
+
 class State:
     """Good ends by way, of one program, in a file."""
 
     def __init__(self, path, program):
         self.path = path
-        self.program = hashlib.sha256(pathlib.Path(program).read_bytes()).hexdigest()
+        self.program = identity(program)
         self.counts = collections.Counter()
         if path and path.exists():
             kept = json.loads(path.read_text())
