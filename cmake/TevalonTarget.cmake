@@ -34,7 +34,24 @@ function(tevalon_target target)
         target_compile_options(${target} PRIVATE
             $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
         target_link_options(${target} PRIVATE -fsanitize=${TEVALON_BASE_SANITIZE})
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND TEVALON_BASE_SANITIZE MATCHES "address"
+                AND NOT TEVALON_BASE_SANITIZE MATCHES "fuzzer")
+            tevalon_shared_sanitizer(${target})
+        endif()
     endif()
+endfunction()
+
+# Clang's address sanitizer as GCC's is: a shared library, which the functions that the tests stand
+# in for are passed on to, and a macro that says so.
+function(tevalon_shared_sanitizer target)
+    if(NOT DEFINED TEVALON_SANITIZER_FOLDER)
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir
+            OUTPUT_VARIABLE folder OUTPUT_STRIP_TRAILING_WHITESPACE)
+        set(TEVALON_SANITIZER_FOLDER ${folder} CACHE INTERNAL "Where the sanitizers' libraries are")
+    endif()
+    target_compile_definitions(${target} PRIVATE __SANITIZE_ADDRESS__=1)
+    target_link_options(${target} PRIVATE
+        -shared-libasan LINKER:-rpath,${TEVALON_SANITIZER_FOLDER})
 endfunction()
 
 # How our shared libraries are linked. Their threads and their threads' clean-up may outlive every

@@ -116,7 +116,7 @@ CANNOT_FAIL = """
     sigemptyset sigismember uuid_generate mallinfo2 getauxval getenv secure_getenv getpid exit
     getopt_long dirfd geteuid localtime_r snprintf strerror strerror_r tolower ceil ldexp free
     __errno_location
-    memchr memcmp memcpy memmove memrchr memset strcmp strlen strncmp strnlen strrchr strstr
+    bcmp memchr memcmp memcpy memmove memrchr memset strcmp strlen strncmp strnlen strrchr strstr
     atexit __cxa_atexit __cxa_finalize __tls_get_addr __stack_chk_fail
     zorDebugCheckLevelGetFrameAndChunk zorDebugOutput0 zorDebugOutputV
     syscall(gettid) syscall(getcpu)

@@ -111,9 +111,9 @@ TEST(TaskHandleTest, WorkOfEqualTimesIsDoneInTheOrderOfPosting) {
 
 TEST(TaskHandleTest, WorkNeedNotBeCopyableNorReturnNothing) {
     test::Event done;
+    int seen = 0;
     TimerThread thread;
     auto number = std::make_unique<int>(7);
-    int seen = 0;
 
     thread.post(
         [&, number = std::move(number)]() mutable {
