@@ -71,10 +71,12 @@ LOCKS = {
 LEFT_OUT_TESTS = re.compile(r"^(GdbTest|planted_fits|package|tidy|RunTest|soak|EnduranceTest\.)")
 # What only compiles, and these mutants' own tests.
 LEFT_OUT_FOLDERS = ("tests/headers/CMakeLists.txt", "tests/mutants/CMakeLists.txt")
+# Macros that declare what ends with the scope that they stand in.
+DECLARING = re.compile(r"BLOG_TRACE_SCOPE\(")
 PATIENCE_SECONDS = 10
 PATIENCE_FACTOR = 5
 LONGEST_TEST_SECONDS = 20
-EXPLORER_SECONDS = 20
+EXPLORER_SECONDS = 60
 TSAN_FACTOR = 10
 FILTER_LENGTH = 150
 
@@ -231,7 +233,7 @@ class Build:
             cache.write_bytes(pickle.dumps(known))
         self.sites, self.texts = known["sites"], known["texts"]
         self.entries = number_mutants(self.sites, self.texts)
-        self.by_number = {entry.number: entry for entry in self.entries}
+        self.dropped |= {entry.number for entry in self.entries if DECLARING.match(entry.original)}
 
     def drop(self, numbers):
         self.dropped |= set(numbers)
@@ -345,7 +347,7 @@ class Test:
 def list_tests(folder):
     shown = subprocess.run(["ctest", "--show-only=json-v1"], cwd=folder, check=True,
                            stdout=subprocess.PIPE, text=True).stdout
-    tests = []
+    tests, names = [], collections.Counter()
     for item in json.loads(shown)["tests"]:
         if "command" not in item or LEFT_OUT_TESTS.search(item["name"]):
             continue
@@ -358,6 +360,11 @@ def list_tests(folder):
         for argument in item["command"][1:]:
             if argument.startswith("--gtest_filter="):
                 test.program, test.filter = item["command"][0], argument[len("--gtest_filter="):]
+                test.name = f"{pathlib.PurePath(test.program).name}: {test.filter}"
+        # Of some there are two by one name, for two processors or with two settings.
+        names[test.name] += 1
+        if names[test.name] > 1:
+            test.name += f" ({names[test.name]})"
         tests.append(test)
     return tests
 
@@ -405,23 +412,33 @@ class Suite:
         self.build = build
         self.folder = folder
         self.cache = build.folder / "reach.json"
+        self.programs = {}
+
+    def key(self, test):
+        """Of what a test's result depends on."""
+        program = test.program or test.command[0]
+        if program not in self.programs:
+            is_built = program.startswith(str(self.build.folder))
+            self.programs[program] = hashlib.sha256(
+                pathlib.Path(program).read_bytes()).hexdigest()[:16] if is_built \
+                else self.build.tests_digest
+        return f"{self.build.digest} {self.programs[program]}"
 
     def measure(self):
-        key = f"{self.build.digest} {self.build.tests_digest} {sorted(self.build.dropped)}"
         tests = list_tests(self.folder) + list_scenarios(self.folder)
         known = json.loads(self.cache.read_text()) if self.cache.exists() else {}
-        if known.get("key") != key:
-            say(f"running {len(tests)} tests one by one, to see what each reaches")
+        todo = [test for test in tests
+                if known.get(test.name, {}).get("key") != self.key(test) or
+                not known[test.name]["good"] and known[test.name]["dropped"] != self.dropped()]
+        if todo:
+            say(f"running {len(todo)} tests one by one, to see what each reaches")
             with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-                results = list(pool.map(self.try_alone, tests))
-            known = {"key": key, "tests": {test.name: result
-                                           for test, result in zip(tests, results)}}
+                for test, result in zip(todo, pool.map(self.try_alone, todo)):
+                    known[test.name] = {"key": self.key(test), "dropped": self.dropped(), **result}
             self.cache.write_text(json.dumps(known))
         self.tests, unfit = [], []
         for test in tests:
-            result = known["tests"].get(test.name)
-            if result is None:
-                continue
+            result = known[test.name]
             if not result["good"]:
                 unfit.append(test.name)
             elif result["reached"]:
@@ -435,6 +452,9 @@ class Suite:
         for test in self.tests:
             for number in test.reached:
                 self.by_mutant[number].append(test)
+
+    def dropped(self):
+        return hashlib.sha256(str(sorted(self.build.dropped)).encode()).hexdigest()[:16]
 
     def try_alone(self, test):
         with tempfile.NamedTemporaryFile(dir=self.build.folder) as table:
@@ -476,20 +496,22 @@ class Trial:
             found = found and f"{found} (thread sanitizer)"
         return found
 
-    def affinity(self, name):
-        """Tests that are named as the file is come first."""
-        stem = pathlib.PurePath(self.entry.file).stem
-        program = pathlib.PurePath(name).name
-        return 0 if program.startswith(stem) else 1
+    def affinity(self, test):
+        """Programs that are named as the file or its folder is come first."""
+        path = pathlib.PurePath(self.entry.file)
+        name = pathlib.PurePath(test.program or test.name).name
+        return 0 if name.startswith(path.stem) else 1 if name.startswith(path.parent.name) else 2
 
     def by_tests(self, tests, prefix, factor):
         groups = collections.defaultdict(list)
         for test in tests:
-            groups[test.program or test.name].append(test)
-        order = sorted(groups.items(),
-                       key=lambda item: (self.affinity(item[0]),
-                                         sum(test.seconds for test in item[1])))
-        for _, group in order:
+            # What one process can run: without a filter every test is a group of its own.
+            groups[tuple(test.command) if not test.filter else
+                   tuple(part for part in test.command if not part.startswith("--gtest_filter=")),
+                   tuple(test.environment.items())].append(test)
+        order = sorted(groups.values(), key=lambda group: (self.affinity(group[0]),
+                                                           sum(test.seconds for test in group)))
+        for group in order:
             group.sort(key=lambda test: (test.seconds, len(test.reached)))
             for start in range(0, len(group), FILTER_LENGTH):
                 found = self.by_group(group[start:start + FILTER_LENGTH], prefix, factor)
