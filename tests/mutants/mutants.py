@@ -486,10 +486,11 @@ class Trial:
             return None
         ordinary = [test for test in tests if not test.name.startswith("explore.")]
         found = self.by_tests(ordinary, [], 1)
-        if found is None:
-            found = self.by_scenarios(sorted((test for test in tests if test not in ordinary),
-                                             key=lambda test: test.seconds))
-        if found is None and self.tsan is not None and self.entry.kind in KINDS_OF_LOCKS:
+        if found is not None or self.entry.kind not in KINDS_OF_LOCKS:
+            return found
+        found = self.by_scenarios(sorted((test for test in tests if test not in ordinary),
+                                         key=lambda test: test.seconds))
+        if found is None and self.tsan is not None:
             there = [test for test in ordinary if test.program and
                      pathlib.Path(self.moved(test, ["-"])[1]).exists()]
             found = self.by_tests(there, fixed_addresses(), TSAN_FACTOR)
@@ -616,7 +617,8 @@ class Equivalent:
 class Results:
     """What was found so far, of these sources."""
 
-    def __init__(self, build):
+    def __init__(self, build, is_with_tsan):
+        self.is_with_tsan = is_with_tsan
         self.path = build.folder / "results" / f"{build.digest}.jsonl"
         self.path.parent.mkdir(exist_ok=True)
         self.tests_digest = build.tests_digest
@@ -629,13 +631,15 @@ class Results:
 
     def of(self, entry):
         item = self.known.get(entry.key)
-        if item is None or not item["found"] and item["tests"] != self.tests_digest:
-            return None
-        return item
+        if item is None or item["found"]:
+            return item
+        is_tried = item["tests"] == self.tests_digest and \
+            (item.get("tsan") or not self.is_with_tsan or entry.kind not in KINDS_OF_LOCKS)
+        return item if is_tried else None
 
     def put(self, entry, found, seconds):
         item = {"key": entry.key, "found": found, "seconds": round(seconds, 1),
-                "tests": self.tests_digest}
+                "tests": self.tests_digest, "tsan": self.is_with_tsan}
         with self.lock:
             self.known[entry.key] = item
             with open(self.path, "a", encoding="utf-8") as file:
@@ -691,7 +695,7 @@ def parsed_arguments():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--build", default=str(ROOT / "build" / "mutants"))
     parser.add_argument("--list", action="store_true", help="only say which there are")
-    parser.add_argument("--no-tsan", action="store_true")
+    parser.add_argument("--no-tsan", action="store_true", help="without the thread sanitizer's build")
     return parser.parse_args()
 
 
@@ -722,7 +726,7 @@ def main():
         build.build(tsan)
     suite = Suite(build, plain)
     suite.measure()
-    results = Results(build)
+    results = Results(build, tsan is not None)
     todo = [entry for entry in entries
             if results.of(entry) is None and not equivalent.reason(entry)]
     say(f"{len(build.entries) - len(build.dropped)} mutants, {len(build.dropped)} more do not compile; "
