@@ -91,6 +91,24 @@ TEST_F(ReportedTimersTest, RunsThatGoOn) {
     busy.letGo();
 }
 
+TEST_F(ReportedTimersTest, OfALongNameTheBeginning) {
+    const std::string shown(39, 'n');
+    Busy busy;
+    Timer timer(
+        shown + "ot shown", {0, 0, 1}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+    ASSERT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+    ASSERT_EQ(timer.start(), 0);
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers", "'" + shown + "' in [0-9]+\\.[0-9]{3} s, 1 run going on");
+    expectEntry(report, "timer runs", "'" + shown + "': " + kThread + ", for " + kSeconds);
+    (void)timer.stopNoBlock();
+    busy.letGo();
+}
+
 TEST_F(ReportedTimersTest, TimersByTheThousand) {
     std::vector<std::unique_ptr<Timer>> timers;
     for (int i = 0; i < 2000; ++i) {
