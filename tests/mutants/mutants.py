@@ -8,8 +8,9 @@ edits.py. Without arguments: all of the locks, of ends and of time, and 400 of t
 files: those in them; --count: so many of them, at random by --seed.
 
 A mutant is tried by the tests that reach it, the most specific and the shortest first, until one
-fails, and once more when it is run alone; where locks and signals are concerned also by the scenarios
-of the schedule explorer and under the thread sanitizer. What hangs for longer than ten seconds and
+fails, and once more when it is run alone; where locks, ends and time are concerned also by the scenarios
+of the schedule explorer; of locks, signals and flags under the thread sanitizer; and what survives under
+the address sanitizer. What hangs for longer than ten seconds and
 five times its time is found, too. Those that no test could find stand in equivalent.txt, with the
 reason.
 
@@ -77,7 +78,8 @@ PATIENCE_SECONDS = 10
 PATIENCE_FACTOR = 5
 LONGEST_TEST_SECONDS = 20
 EXPLORER_SECONDS = 60
-TSAN_FACTOR = 10
+# The builds that survivors are tried under, how much slower they are, and which kinds they are for.
+SANITIZERS = {"tsan": ("thread", 10, KINDS_OF_LOCKS), "asan": ("address,undefined", 4, None)}
 FILTER_LENGTH = 150
 
 
@@ -122,6 +124,7 @@ class Entry:
     original: str
     mutated: str
     key: str = ""
+    text: str = ""  # Of its line.
 
     def group(self):
         if self.kind in KINDS_OF_LOCKS:
@@ -196,6 +199,7 @@ def number_mutants(sites, texts):
                 base = "|".join((name, site.function, mutant.kind, site.original, mutant.mutated))
                 seen[base] += 1
                 entry.key = f"{base}|{seen[base]}"
+                entry.text = texts[name].split("\n")[line - 1].strip()
                 entries.append(entry)
     return entries
 
@@ -473,28 +477,27 @@ class Suite:
 class Trial:
     """Tries one mutant."""
 
-    def __init__(self, suite, tsan_folder, entry):
+    def __init__(self, suite, sanitized, entry):
         self.suite = suite
-        self.tsan = tsan_folder
+        self.sanitized = sanitized  # Builds by their names.
         self.entry = entry
         self.environment = {"MUTANT": str(entry.number)}
 
     def outcome(self):
         """The test that finds it, or None."""
         tests = self.suite.by_mutant.get(self.entry.number, [])
-        if not tests:
-            return None
         ordinary = [test for test in tests if not test.name.startswith("explore.")]
-        found = self.by_tests(ordinary, [], 1)
-        if found is not None or self.entry.kind not in KINDS_OF_LOCKS:
-            return found
-        found = self.by_scenarios(sorted((test for test in tests if test not in ordinary),
-                                         key=lambda test: test.seconds))
-        if found is None and self.tsan is not None:
-            there = [test for test in ordinary if test.program and
-                     pathlib.Path(self.moved(test, ["-"])[1]).exists()]
-            found = self.by_tests(there, fixed_addresses(), TSAN_FACTOR)
-            found = found and f"{found} (thread sanitizer)"
+        found = self.by_tests(ordinary, self.suite.folder, [], 1)
+        if found is None and self.entry.group() == "locks":
+            found = self.by_scenarios(sorted((test for test in tests if test not in ordinary),
+                                             key=lambda test: test.seconds))
+        for name, folder in self.sanitized.items():
+            _, factor, kinds = SANITIZERS[name]
+            if found is None and (kinds is None or self.entry.kind in kinds):
+                there = [test for test in ordinary if test.program and
+                         pathlib.Path(self.moved(test, folder, [])[0]).exists()]
+                found = self.by_tests(there, folder, fixed_addresses(), factor)
+                found = found and f"{found} ({name})"
         return found
 
     def affinity(self, test):
@@ -503,7 +506,7 @@ class Trial:
         name = pathlib.PurePath(test.program or test.name).name
         return 0 if name.startswith(path.stem) else 1 if name.startswith(path.parent.name) else 2
 
-    def by_tests(self, tests, prefix, factor):
+    def by_tests(self, tests, folder, prefix, factor):
         groups = collections.defaultdict(list)
         for test in tests:
             # What one process can run: without a filter every test is a group of its own.
@@ -515,24 +518,21 @@ class Trial:
         for group in order:
             group.sort(key=lambda test: (test.seconds, len(test.reached)))
             for start in range(0, len(group), FILTER_LENGTH):
-                found = self.by_group(group[start:start + FILTER_LENGTH], prefix, factor)
+                found = self.by_group(group[start:start + FILTER_LENGTH], folder, prefix, factor)
                 if found:
                     return found
         return None
 
-    def moved(self, test, prefix):
-        """The same test of the other build."""
-        if not prefix:
-            return test.command
-        command = [part.replace(str(self.suite.folder), str(self.tsan)) for part in test.command]
-        return prefix + command
+    def moved(self, test, folder, prefix):
+        """The same test of another build."""
+        return prefix + [part.replace(str(self.suite.folder), str(folder)) for part in test.command]
 
-    def by_group(self, group, prefix, factor):
+    def by_group(self, group, folder, prefix, factor):
         left = list(group)
         while left:
             seconds = PATIENCE_SECONDS + PATIENCE_FACTOR * factor * sum(test.seconds
                                                                         for test in left)
-            command = self.moved(left[0], prefix)
+            command = self.moved(left[0], folder, prefix)
             if left[0].filter and len(left) > 1:
                 together = ":".join(test.filter for test in left)
                 command = [f"--gtest_filter={together}" if part.startswith("--gtest_filter=")
@@ -543,9 +543,9 @@ class Trial:
                 return None
             suspect = self.suspect(left, text)
             if status is None:
-                return f"{suspect.name} (hangs)" if self.repeats(suspect, prefix, factor) else \
+                return f"{suspect.name} (hangs)" if self.repeats(suspect, folder, prefix, factor) else \
                     f"{suspect.program or suspect.name} (hangs)"
-            if self.repeats(suspect, prefix, factor):
+            if self.repeats(suspect, folder, prefix, factor):
                 return suspect.name
             # It disturbed another in the same process, or was seen by chance: on with the rest.
             if suspect not in left:
@@ -562,14 +562,14 @@ class Trial:
         wanted = (failed or begun or names or [""])[0 if failed else -1]
         return next((test for test in tests if test.filter == wanted), tests[0])
 
-    def repeats(self, test, prefix, factor):
+    def repeats(self, test, folder, prefix, factor):
         """Alone, and not for a busy machine: it did not fail without the mutant."""
         for _ in range(3):
-            status, _ = run(self.moved(test, prefix), test.folder,
+            status, _ = run(self.moved(test, folder, prefix), test.folder,
                             {**test.environment, **self.environment},
                             PATIENCE_SECONDS + PATIENCE_FACTOR * factor * test.seconds)
             if status != 0:
-                clean, _ = run(self.moved(test, prefix), test.folder, test.environment,
+                clean, _ = run(self.moved(test, folder, prefix), test.folder, test.environment,
                                PATIENCE_SECONDS + PATIENCE_FACTOR * factor * test.seconds)
                 return clean == 0
         return False
@@ -586,39 +586,42 @@ class Trial:
 # ---- the account ----
 
 class Equivalent:
-    """equivalent.txt: paragraphs of file, function, original, mutated and reason."""
+    """equivalent.txt: paragraphs of file, function, original, mutated and reason; with the text of the
+    line where a function has several of the kind."""
+
+    FIELDS = {"file", "function", "original", "mutated", "reason"}
 
     def __init__(self, path):
-        self.reasons = {}
+        self.paragraphs = []
         for number, paragraph in enumerate(re.split(r"\n\s*\n", path.read_text())):
             lines = [line for line in paragraph.splitlines() if line and not line.startswith("#")]
             if not lines:
                 continue
             fields = dict(line.split(": ", 1) for line in lines if ": " in line)
-            if set(fields) != {"file", "function", "original", "mutated", "reason"}:
+            if set(fields) - {"line"} != self.FIELDS or len(fields) != len(lines):
                 fail(f"{path}: paragraph {number + 1} lacks a field, or has one too many")
-            self.reasons[(fields["file"], fields["function"], fields["original"],
-                          fields["mutated"])] = fields["reason"]
-        self.used = set()
+            self.paragraphs.append(fields)
+
+    @staticmethod
+    def fits(fields, entry):
+        return (fields["file"], fields["function"], fields["original"], fields["mutated"]) == \
+            (entry.file, entry.function, entry.original, entry.mutated or "(nothing)") and \
+            fields.get("line", entry.text) == entry.text
 
     def reason(self, entry):
-        key = (entry.file, entry.function, entry.original, entry.mutated or "(nothing)")
-        if key in self.reasons:
-            self.used.add(key)
-        return self.reasons.get(key)
+        return next((fields["reason"] for fields in self.paragraphs if self.fits(fields, entry)), None)
 
     def unknown(self, entries):
-        """Those that fit no mutant of the sources any more."""
-        known = {(entry.file, entry.function, entry.original, entry.mutated or "(nothing)")
-                 for entry in entries}
-        return [key for key in self.reasons if key not in known]
+        """Those that fit no mutant of the sources, or several."""
+        return [fields for fields in self.paragraphs
+                if sum(self.fits(fields, entry) for entry in entries) != 1]
 
 
 class Results:
     """What was found so far, of these sources."""
 
-    def __init__(self, build, is_with_tsan):
-        self.is_with_tsan = is_with_tsan
+    def __init__(self, build, means):
+        self.means = sorted(means)  # The sanitized builds.
         self.path = build.folder / "results" / f"{build.digest}.jsonl"
         self.path.parent.mkdir(exist_ok=True)
         self.tests_digest = build.tests_digest
@@ -633,13 +636,12 @@ class Results:
         item = self.known.get(entry.key)
         if item is None or item["found"]:
             return item
-        is_tried = item["tests"] == self.tests_digest and \
-            (item.get("tsan") or not self.is_with_tsan or entry.kind not in KINDS_OF_LOCKS)
+        is_tried = item["tests"] == self.tests_digest and set(self.means) <= set(item.get("means", []))
         return item if is_tried else None
 
     def put(self, entry, found, seconds):
         item = {"key": entry.key, "found": found, "seconds": round(seconds, 1),
-                "tests": self.tests_digest, "tsan": self.is_with_tsan}
+                "tests": self.tests_digest, "means": self.means}
         with self.lock:
             self.known[entry.key] = item
             with open(self.path, "a", encoding="utf-8") as file:
@@ -695,7 +697,7 @@ def parsed_arguments():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--build", default=str(ROOT / "build" / "mutants"))
     parser.add_argument("--list", action="store_true", help="only say which there are")
-    parser.add_argument("--no-tsan", action="store_true", help="without the thread sanitizer's build")
+    parser.add_argument("--plain", action="store_true", help="without the sanitizers' builds")
     return parser.parse_args()
 
 
@@ -707,8 +709,8 @@ def main():
     equivalent = Equivalent(HERE / "equivalent.txt")
     stale = equivalent.unknown(build.entries)
     if stale:
-        fail("equivalent.txt has what no mutant is any more:\n" +
-             "\n".join(" | ".join(key) for key in stale))
+        fail("equivalent.txt has what fits no mutant, or several:\n" +
+             "\n".join(str(fields) for fields in stale))
     if arguments.list:
         for entry in chosen(arguments, build.entries):
             print(f"{entry.number} {entry.group()} {entry.kind} {entry}")
@@ -720,13 +722,14 @@ def main():
     build.build(plain, "scenarios")
     entries = chosen(arguments, [entry for entry in build.entries
                                  if entry.number not in build.dropped])
-    tsan = None
-    if not arguments.no_tsan and any(entry.kind in KINDS_OF_LOCKS for entry in entries):
-        tsan = build.configure("tsan", "-DTEVALON_BASE_SANITIZE=thread")
-        build.build(tsan)
+    sanitized = {}
+    for name, (sanitizer, _, _) in SANITIZERS.items():
+        if not arguments.plain:
+            sanitized[name] = build.configure(name, f"-DTEVALON_BASE_SANITIZE={sanitizer}")
+            build.build(sanitized[name])
     suite = Suite(build, plain)
     suite.measure()
-    results = Results(build, tsan is not None)
+    results = Results(build, sanitized)
     todo = [entry for entry in entries
             if results.of(entry) is None and not equivalent.reason(entry)]
     say(f"{len(build.entries) - len(build.dropped)} mutants, {len(build.dropped)} more do not compile; "
@@ -736,7 +739,7 @@ def main():
     def work(entry):
         nonlocal done
         begin = time.monotonic()
-        found = Trial(suite, tsan, entry).outcome()
+        found = Trial(suite, sanitized, entry).outcome()
         results.put(entry, found, time.monotonic() - begin)
         done += 1
         how = f"found by {found}" if found else \

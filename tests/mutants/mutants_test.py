@@ -128,7 +128,7 @@ class MutantsTest(unittest.TestCase):
 
     def outcome(self, function, mutated):
         number = self.number_of(function, mutated)
-        return mutants.Trial(self.suite(), None, self.entries[number - 1]).outcome()
+        return mutants.Trial(self.suite(), {}, self.entries[number - 1]).outcome()
 
     def test_a_mutant_is_found_where_a_test_fails(self):
         self.assertEqual(self.outcome("added", "a - b"), "sample")
