@@ -193,6 +193,14 @@ TEST(WakeUpTimeTest, AThreadThatWaitedForItsProcessorCountsNoMoreThanAnother) {
     EXPECT_EQ(time.estimate(), 9'000);
 }
 
+TEST(WakeUpTimeTest, AShorterOneTakesAnEighthOff) {
+    WakeUpTime time(8'000);
+
+    time.add(0);
+
+    EXPECT_EQ(time.estimate(), 7'000);
+}
+
 TEST(WakeUpTimeTest, StaysWithinItsBounds) {
     WakeUpTime time(8'000);
     for (int i = 0; i < 100; ++i) time.add(kSecond);
