@@ -387,6 +387,19 @@ def fixed_addresses():
     return ["setarch", os.uname().machine, "-R"]
 
 
+RUNNING = set()  # The first processes of the sessions that tests run in.
+
+
+def end_all(number, _frame):
+    """What was started ends with this process, when that is interrupted."""
+    for leader in list(RUNNING):
+        try:
+            os.killpg(leader, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+    os._exit(128 + number)
+
+
 def run(command, folder, environment, seconds):
     """The status, None where it took too long, and what was printed last. With its own session, which
     goes with it."""
@@ -395,6 +408,7 @@ def run(command, folder, environment, seconds):
         with subprocess.Popen(command, cwd=folder, env=variables, stdin=subprocess.DEVNULL,
                               stdout=output, stderr=subprocess.STDOUT,
                               start_new_session=True) as process:
+            RUNNING.add(process.pid)
             try:
                 status = process.wait(seconds)
             except subprocess.TimeoutExpired:
@@ -404,6 +418,7 @@ def run(command, folder, environment, seconds):
             except ProcessLookupError:
                 pass
             process.wait()
+            RUNNING.discard(process.pid)
         output.seek(0, os.SEEK_END)
         output.seek(max(0, output.tell() - 200000))
         return status, output.read().decode(errors="replace")
@@ -703,6 +718,8 @@ def parsed_arguments():
 
 def main():
     arguments = parsed_arguments()
+    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+        signal.signal(number, end_all)
     build = Build(pathlib.Path(arguments.build).resolve())
     build.folder.mkdir(parents=True, exist_ok=True)
     build.find()
