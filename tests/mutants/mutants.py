@@ -749,7 +749,7 @@ def main():
     results = Results(build, sanitized)
     todo = [entry for entry in entries
             if results.of(entry) is None and not equivalent.reason(entry)]
-    say(f"{len(build.entries) - len(build.dropped)} mutants, {len(build.dropped)} more do not compile; "
+    say(f"{len(build.entries) - len(build.dropped)} mutants, {len(build.dropped)} more cannot be made; "
         f"{len(entries)} chosen, {len(todo)} to try")
     done = 0
 
