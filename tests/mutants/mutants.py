@@ -557,11 +557,8 @@ class Trial:
             if status == 0:
                 return None
             suspect = self.suspect(left, text)
-            if status is None:
-                return f"{suspect.name} (hangs)" if self.repeats(suspect, folder, prefix, factor) else \
-                    f"{suspect.program or suspect.name} (hangs)"
             if self.repeats(suspect, folder, prefix, factor):
-                return suspect.name
+                return suspect.name + (" (hangs)" if status is None else "")
             # It disturbed another in the same process, or was seen by chance: on with the rest.
             if suspect not in left:
                 return None
