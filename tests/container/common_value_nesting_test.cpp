@@ -125,6 +125,16 @@ TEST(CommonValueNestingTest, ConvertsToVectorsOnASmallStack) {
     });
 }
 
+TEST(CommonValueNestingTest, AnEmptyArrayEqualsNothingElse) {
+    const CommonValue empty(Array{});
+
+    EXPECT_TRUE(empty == CommonValue(Array{}));
+    EXPECT_FALSE(empty == CommonValue(5));
+    EXPECT_FALSE(CommonValue(5) == empty);
+    EXPECT_FALSE(empty == CommonValue());
+    EXPECT_FALSE(CommonValue(Array{empty}) == CommonValue(Array{5}));
+}
+
 TEST(CommonValueNestingTest, TakesArraysFromAnArrayOfItsOwnOnASmallStack) {
     runOnSmallStack([] {
         CommonValue value = nested(kDepth);

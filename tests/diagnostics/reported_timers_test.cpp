@@ -91,6 +91,24 @@ TEST_F(ReportedTimersTest, RunsThatGoOn) {
     busy.letGo();
 }
 
+TEST_F(ReportedTimersTest, OfALongNameTheBeginning) {
+    const std::string shown(39, 'n');
+    Busy busy;
+    Timer timer(
+        shown + "ot shown", {0, 0, 1}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+    ASSERT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+    ASSERT_EQ(timer.start(), 0);
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers", "'" + shown + "' in [0-9]+\\.[0-9]{3} s, 1 run going on");
+    expectEntry(report, "timer runs", "'" + shown + "': " + kThread + ", for " + kSeconds);
+    (void)timer.stopNoBlock();
+    busy.letGo();
+}
+
 TEST_F(ReportedTimersTest, TimersByTheThousand) {
     std::vector<std::unique_ptr<Timer>> timers;
     for (int i = 0; i < 2000; ++i) {
@@ -239,6 +257,20 @@ TEST_F(ReportedTimersTest, AnIdleTimerThread) {
     EXPECT_TRUE(listOf(stateReport(), "task threads").empty());
 }
 
+TEST_F(ReportedTimersTest, ATimerThreadIsIdleUntilItsFirstTaskIsDue) {
+    TimerThread thread;
+    thread.postTask(makeTask(8), 500'000);
+    // Its thread may not have come so far yet.
+    std::vector<std::string> threads = listOf(stateReport(), "task threads");
+    while (threads.empty()) threads = listOf(stateReport(), "task threads");
+
+    EXPECT_EQ(test::countOf(threads,
+                            "'TimerThread': thread [0-9]+ 'TimerThread', 1 queued, first in "
+                            "(499|500)\\.[0-9]{3} s, idle"),
+              1)
+        << threads[0];
+}
+
 TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimerThread) {
     Busy busy;
     TimerThread thread;
@@ -290,6 +322,32 @@ TEST_F(ReportedTimersTest, WatchesThatAreLeftAndOverdue) {
                 "1 'eWatchID_StartUp': (999|1000)\\.[0-9]{3} s left of 1000.000 s");
     expectEntry(report, "watches",
                 "20 'eWatchID_app_show': overdue by " + kSeconds + " of -5.000 s");
+}
+
+TEST_F(ReportedTimersTest, AWatchDogThatStaysLocked) {
+    WatchDog dog;
+    dog.setTimeoutCallback([](void*, WatchDog::WATCH_ID, double) {}, nullptr);
+    dog.beginWatch(WatchDog::eWatchID_StartUp, 1000);
+    while (listOf(stateReport(), "watches").empty()) {
+    }
+    test::Event isHeld;
+    test::Event mayGo;
+    std::thread holder([&] {
+        const test::RunAtCall hold(test::Call::PthreadMutexUnlock, [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        });
+        dog.beginWatch(WatchDog::eWatchID_app_show, 1000);
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    const std::string report = stateReport();
+
+    EXPECT_NE(report.find("a watchdog: locked by thread "), std::string::npos) << report;
+    EXPECT_TRUE(listOf(report, "watches").empty());
+    expectEntry(report, "locks held", "watches by " + kThread);
+    mayGo.set();
+    holder.join();
 }
 
 TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfAWatchDog) {

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <string>
 
 #include "base/logging/boot_id.h"
+#include "base/utils/monotonic_time.h"
 #include "recordings.h"
 #include "state_reports.h"
 #include "support/fresh_process.h"
@@ -57,6 +60,48 @@ TEST(StateReportTest, TellsOfProcessTimeAndRecorder) {
                         "recorder: stopped, 3[0-9]{4} bytes, from monotonic [0-9]+\\.[0-9]{9}, "
                         "0 records lost\n" +
                         kNothing);
+    });
+}
+
+TEST(StateReportTest, ItsDateIsTheCalendars) {
+    timespec now = {};
+    const test::ReplaceCall<int(clockid_t, timespec*)> atTime(
+        test::Call::ClockGettime, [&](clockid_t clock, timespec* p_now) {
+            if (clock != CLOCK_REALTIME)
+                return static_cast<int>(syscall(SYS_clock_gettime, clock, p_now));
+            *p_now = now;
+            return 0;
+        });
+    // The ends of months and years, leap years and none among them, and a second before and after.
+    for (const time_t seconds :
+         {0, 1, 68255999, 68256000, 94694399, 94694400, 951782399, 951782400, 951868800, 1709164799,
+          1709164800, 1709251200, 1735689599, 1735689600, 2147483647}) {
+        now = {seconds, 7'000'000};
+        tm date = {};
+        ASSERT_NE(gmtime_r(&seconds, &date), nullptr);
+        char expected[64];
+        ASSERT_GT(strftime(expected, sizeof(expected), "\nat %Y-%m-%d %H:%M:%S.007 UTC, ", &date),
+                  0U);
+
+        const std::string report = stateReport();
+
+        EXPECT_NE(report.find(expected), std::string::npos) << expected << "is not in\n" << report;
+    }
+}
+
+TEST(StateReportTest, TellsSinceWhenItRecords) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        const double before = tevalon::base::monotonicSeconds();
+        ASSERT_EQ(startRecording(test::optionsOf(32 * 1024)), Status::Ok);
+        const double after = tevalon::base::monotonicSeconds();
+
+        const std::string report = stateReport();
+
+        std::smatch found;
+        ASSERT_TRUE(std::regex_search(report, found, std::regex("from monotonic ([0-9.]+), ")));
+        const double start = std::stod(found[1]);
+        EXPECT_GE(start, before - 1e-6);
+        EXPECT_LE(start, after + 1e-6);
     });
 }
 

@@ -171,6 +171,24 @@ TEST(ForkedFromClientCodeTest, AHandlerOfATimerEndsTheChild) {
     EXPECT_EQ(forkHere.status(), 0);
 }
 
+// The run that has forked is the parent's: nobody waits for it, nor does it come back to the timer.
+TEST(ForkedFromClientCodeTest, AHandlerMayDestroyItsTimerInTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    ForkHere forkHere;
+    std::unique_ptr<Timer> timer;
+    const pid_t parent = getpid();
+    timer = std::make_unique<Timer>(
+        "forks", kSoon,
+        [&](Timer*, void*) {
+            forkHere();
+            if (getpid() != parent) timer.reset();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+
+    EXPECT_EQ(forkHere.status(), 0);
+}
+
 TEST(ForkedFromClientCodeTest, ATaskEndsTheChildAndNoOtherRunsThere) {
     SKIP_WITHOUT_THREADS_IN_CHILDREN();
     ForkHere forkHere;
@@ -574,6 +592,30 @@ TEST(ForkedRunnableTest, DestroyedInTheChildItWaitsForNobody) {
     }
     job->resume();
     job->stop();
+    thread.join();
+}
+
+TEST(ForkedRunnableTest, TellsInTheChildWhetherItRunsThoughItsLockWasHeld) {
+    class Job : public Threading::Runnable {
+    public:
+        Job() : Runnable(-1) {}
+        void execute() override {}
+    };
+    Job job;
+    test::Event isHeld;
+    test::Event isForked;
+    std::thread thread([&] {
+        const test::RunAtCall holdTheLock(test::Call::PthreadMutexUnlock, [&] {
+            isHeld.set();
+            (void)isForked.wait();
+        });
+        (void)job.running();
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    EXPECT_EQ(runInForkedChild([&] { CHECK_IN_CHILD(job.running()); }), 0);
+
+    isForked.set();
     thread.join();
 }
 

@@ -2,6 +2,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -163,6 +164,22 @@ TEST_F(AsyncSendTest, CallsBackOnceWhenTheTimeIsOverFirst) {
 
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
     EXPECT_GE(end - begin, 20ms);
+}
+
+// Of 24 days, which the clock may not have reached yet since the machine was started.
+TEST_F(AsyncSendTest, TheTimeIsOverAtOnceWhereTheClockCannotBeRead) {
+    Event unanswered;
+    answer([&](const Event& event) { unanswered = event; });
+    {
+        const test::FailCall clock(test::Call::ClockGettime, EINVAL, test::When().everyTime());
+        ASSERT_EQ(send(INT32_MAX), 0);
+    }
+
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+    evtdispch_unregister_hub(m_receiver.get());
+    m_receiver.reset();
 }
 
 TEST_F(AsyncSendTest, TakesDurations) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 
 #include "support/fault_injection.h"
@@ -90,7 +91,29 @@ TEST_F(AdaptiveSpinTest, EndsThoughTheClockStandsStill) {
             return 0;
         });
 
-    EXPECT_LT(looksOf(&m_spin, kMany), kMany);
+    int looks = 0;
+    EXPECT_FALSE(m_spin.until([&] { return ++looks == kMany; }));
+    EXPECT_LT(looks, kMany);
+}
+
+TEST_F(AdaptiveSpinTest, EndsWithTheFirstReadingThatIsLateEnough) {
+    becomeWorthIt();
+    timespec now = {1'000'000, 0};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        Call::ClockGettime, [&](clockid_t /*clock*/, timespec* p_now) {
+            ++now.tv_sec;
+            *p_now = now;
+            return 0;
+        });
+
+    EXPECT_LT(looksOf(&m_spin, 0), 1000);
+}
+
+TEST_F(AdaptiveSpinTest, EndsAtOnceWhereTheClockCannotBeRead) {
+    becomeWorthIt();
+    const test::FailCall clock(Call::ClockGettime, EINVAL, test::When().everyTime());
+
+    EXPECT_LT(looksOf(&m_spin, 0), 1000);
 }
 
 TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
@@ -168,6 +191,14 @@ TEST(WakeUpTimeTest, AThreadThatWaitedForItsProcessorCountsNoMoreThanAnother) {
     time.add(kSecond);
 
     EXPECT_EQ(time.estimate(), 9'000);
+}
+
+TEST(WakeUpTimeTest, AShorterOneTakesAnEighthOff) {
+    WakeUpTime time(8'000);
+
+    time.add(0);
+
+    EXPECT_EQ(time.estimate(), 7'000);
 }
 
 TEST(WakeUpTimeTest, StaysWithinItsBounds) {

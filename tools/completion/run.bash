@@ -74,6 +74,7 @@ _tevalon_run() {
                 -name '*.cpp' -exec basename -s .cpp {} +)"
             ;;
         soak) _tevalon_offer --hours= --only= ;;
+        mutants) _tevalon_offer --count= --seed= --group=locks --group=rest ;;
         ends) _tevalon_offer --planted ;;
         bench) _tevalon_offer --quick ;;
         fresh) _tevalon_offer demo 'test' docs explore ;;
