@@ -23,6 +23,10 @@ function(tevalon_target target)
             -fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m%c.profraw
             -fcoverage-mapping -fprofile-update=atomic "SHELL:-mllvm -runtime-counter-relocation")
         target_link_options(${target} PRIVATE -fprofile-instr-generate)
+        get_target_property(type ${target} TYPE)
+        if(type MATCHES "EXECUTABLE|SHARED_LIBRARY|MODULE_LIBRARY")
+            target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/coverage/count_first.c)
+        endif()
     endif()
     if(TEVALON_BASE_SANITIZE)
         # The libraries fast enough to run; the tests, which are most of the code, fast to build.
