@@ -55,7 +55,8 @@ class Account:
 
 def line_counts(segments):
     """As llvm-cov counts: of a line the most that a region which begins in it has, or the one that
-    it is within."""
+    it is within. Not of a gap, though: what stands between two statements has no count of its own,
+    and may be given none at all."""
     starts = collections.defaultdict(list)
     for segment in segments:
         starts[segment[0]].append(segment)
@@ -63,12 +64,11 @@ def line_counts(segments):
     before = None
     for line in range(segments[0][0] if segments else 1, last + 1):
         here = starts.get(line, [])
-        entries = [s for s in here if s[3] and s[4] and not s[5]]
+        counts = [s[2] for s in here if s[3] and s[4] and not s[5]]
         begins_left_out = bool(here) and not here[0][3] and here[0][4]
-        if not begins_left_out and ((before and before[3]) or entries):
-            counts = [s[2] for s in entries]
-            if before and before[3]:
-                counts.append(before[2])
+        if before and before[3] and not before[5]:
+            counts.append(before[2])
+        if counts and not begins_left_out:
             yield line, max(counts)
         if here:
             before = here[-1]

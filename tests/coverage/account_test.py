@@ -62,6 +62,11 @@ class AccountTest(unittest.TestCase):
         self.assertEqual(dict(self.account.lines["src/sign.cpp"]),
                          {1: 1, 2: 1, 3: 0, 4: 0, 5: 1, 6: 1})
 
+    def test_what_only_a_gap_covers_is_not_counted(self):
+        self.add([[1, 22, 1, True, True, False], [2, 6, 0, True, True, True],
+                  [4, 5, 1, True, True, False], [6, 2, 0, False, False, False]])
+        self.assertEqual(dict(self.account.lines["src/sign.cpp"]), {1: 1, 2: 1, 4: 1, 5: 1, 6: 1})
+
     def test_a_condition_stands_for_the_lines_behind_it(self):
         self.add(SEGMENTS, (NEGATIVE, 0, 1), (POSITIVE, 1, 0))
         self.assertEqual(self.texts(), ["true: number < 0", "false: number > 0"])

@@ -105,6 +105,16 @@ TEST(ConditionVariableTest, LeavesTheMutexOfItsOwnerDestroyedWhenItCannotBeIniti
     EXPECT_EQ(destroyed.seen(), 1);
 }
 
+TEST(ConditionVariableTest, WhatIsDoneAlreadyIsNotWaitedFor) {
+    Mutex mutex;
+    ConditionVariable condition;
+    RelockableLock lock(mutex);
+    const auto isDone = [] { return true; };
+
+    EXPECT_TRUE(condition.wait_for(lock, 1h, isDone));
+    EXPECT_TRUE(condition.wait_until(lock, std::chrono::steady_clock::now() + 1h, isDone));
+}
+
 TEST(ConditionVariableTest, WaitThrowsForALockThatHoldsNothing) {
     ConditionVariable condition;
     pthread_mutex_t* const p_none = nullptr;
