@@ -1,8 +1,8 @@
 // The counters of a coverage build in the runs of the explorer: each is a process of its own, which
 // ends by a system call. It leaves there what it has passed, and the explorer takes it along.
 //
-// They are no shared mapping as in other programs: the compiler instruments what it does not know to
-// be a counter, and the explorer would find the races between them.
+// They are no shared mapping as in other programs: the compiler instruments what it does not know
+// to be a counter, and the explorer would find the races between them.
 
 #include <sys/mman.h>
 #include <sys/syscall.h>

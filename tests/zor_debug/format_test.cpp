@@ -75,6 +75,23 @@ TEST_F(FormatTest, LengthsAroundTheStepsInWhichTheyAreCopied) {
     }
 }
 
+// With what a caller of zorDebugOutputV() has: a list of arguments.
+int writeFormat(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int length = zorDebugOutputV(format, args);
+    va_end(args);
+    return length;
+}
+
+TEST_F(FormatTest, ANullFormatIsNoText) {
+    m_text = "before";
+
+    EXPECT_EQ(writeFormat(nullptr), 0);
+
+    EXPECT_EQ(m_text, "before");
+}
+
 // Directives that are almost plain.
 TEST_F(FormatTest, WidthsAndFlagsThatAreLeftToPrintf) {
     for (const char* const p_format :

@@ -752,6 +752,24 @@ TEST(OutputTest, ALineLongerThanTheLimitIsWrittenWhole) {
     EXPECT_EQ(contentsOf(path), "b\n");
 }
 
+TEST(OutputTest, AnEmptyFileTakesALineLongerThanTheLimit) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    (void)probe("write", {"a line that is long\n", "b\n"})
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "4")
+        .run();
+
+    EXPECT_EQ(contentsOf(path + ".1"), "a line that is long\n");
+    EXPECT_EQ(contentsOf(path), "b\n");
+}
+
+TEST(OutputTest, ALimitOfBlanksIsRefused) {
+    EXPECT_NE(zorDebugSetFileLimit("  "), 0);
+    EXPECT_EQ(zorDebugSetFileLimit(""), 0);
+}
+
 TEST(OutputTest, ALimitHasUnits) {
     for (const char* p_good : {"1", "64K", "10M", "2G", " 5M "}) {
         EXPECT_EQ(zorDebugSetFileLimit(p_good), 0) << p_good;
