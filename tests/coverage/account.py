@@ -240,20 +240,24 @@ def read_exceptions(lines):
 
         src/some/file.cpp
             true: condition
-                Why it never is.
             2 false: condition that stands there twice
-                Why.
+                Why these never are.
             ~ line: text of the first of some lines
                 Why only chance passes it.
     """
     exceptions = {}
     file = None
+    waiting = []  # For their reason.
     for number, line in enumerate(lines, 1):
         text = line.strip()
         depth = len(line) - len(line.lstrip())
         if not text or text.startswith("#"):
             continue
+        if depth < 8 and waiting and waiting[-1][2]:
+            waiting = []
         if depth == 0:
+            if waiting:
+                raise ValueError(f"line {number}: no reason before it")
             file = text
         elif depth == 4:
             head, _, what = text.partition(": ")
@@ -263,9 +267,11 @@ def read_exceptions(lines):
             count = int(words.pop(0)) if len(words) > 1 else 1
             if file is None or len(words) != 1 or words[0] not in ("true", "false", "jump", "line"):
                 raise ValueError(f"line {number}: {text}")
-            entry = exceptions[file, words[0], what] = [count, by_chance, ""]
+            waiting.append([count, by_chance, ""])
+            exceptions[file, words[0], what] = waiting[-1]
         else:
-            entry[2] = f"{entry[2]} {text}".strip()
+            for entry in waiting:
+                entry[2] = f"{entry[2]} {text}".strip()
     without = [key for key, entry in exceptions.items() if not entry[2]]
     if without:
         raise ValueError(f"no reason for {without}")

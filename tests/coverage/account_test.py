@@ -130,7 +130,17 @@ class AccountTest(unittest.TestCase):
         self.add(PASSED)
         self.assertEqual(self.wrong(listed), [])
 
+    def test_entries_that_follow_each_other_share_a_reason(self):
+        found = account.read_exceptions([
+            "src/sign.cpp", "    true: a", "    ~ false: b", "        Why these", "        two.",
+            "    3 line: c", "        Why this."])
+        self.assertEqual(list(found.values()), [[1, False, "Why these two."],
+                                                [1, True, "Why these two."], [3, False, "Why this."]])
+
     def test_an_entry_needs_a_reason(self):
+        with self.assertRaises(ValueError):
+            account.read_exceptions(["src/sign.cpp", "    line: return -1;", "src/other.cpp",
+                                     "    line: return 1;", "        Why."])
         with self.assertRaises(ValueError):
             account.read_exceptions(["src/sign.cpp", "    line: return -1;"])
         with self.assertRaises(ValueError):
