@@ -132,7 +132,7 @@ int keepOwnStack() {
 int failToCreate() {
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
-    (void)pthread_attr_setstacksize(&attributes, std::size_t{1} << (sizeof(void*) * 8 - 2));
+    (void)pthread_attr_setstacksize(&attributes, ~std::size_t{0xFFFFF});
     pthread_t thread;
     const auto run = [](void*) -> void* { return nullptr; };
     const int error = pthread_create(&thread, &attributes, run, nullptr);

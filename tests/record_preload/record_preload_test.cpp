@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "diagnostics/recordings.h"
+#include "ends/forked_child.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
 
@@ -169,6 +170,7 @@ TEST_F(RecordPreloadTest, AThreadThatIsRefusedIsRefusedAsEver) {
 }
 
 TEST_F(RecordPreloadTest, AForkedChildHasThreadsAndNoCopies) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
     expectSilentExit(client({"child"}).run());
 
     EXPECT_EQ(files(), (Lines{"tv", "tv.state"}));
