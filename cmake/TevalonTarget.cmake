@@ -14,10 +14,19 @@ function(tevalon_target target)
             $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-psabi>
             $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety -Wctad-maybe-unsupported>)
     endif()
-    if(TEVALON_BASE_COVERAGE)
-        # Atomically: threads that run when the process ends count, too.
-        target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
-        target_link_options(${target} PRIVATE --coverage)
+    # Not what the explorer runs: it would find the counters; see explore/counted_runs.cpp.
+    get_target_property(options ${target} COMPILE_OPTIONS)
+    if(TEVALON_BASE_COVERAGE AND NOT options MATCHES "-fsanitize=thread")
+        # The counters lie in a shared mapping of a file: processes that are killed count too. They
+        # are changed atomically, for some counts are differences of others.
+        target_compile_options(${target} PRIVATE
+            -fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m%c.profraw
+            -fcoverage-mapping -fprofile-update=atomic "SHELL:-mllvm -runtime-counter-relocation")
+        target_link_options(${target} PRIVATE -fprofile-instr-generate)
+        get_target_property(type ${target} TYPE)
+        if(type MATCHES "EXECUTABLE|SHARED_LIBRARY|MODULE_LIBRARY")
+            target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/coverage/count_first.c)
+        endif()
     endif()
     if(TEVALON_BASE_SANITIZE)
         # The libraries fast enough to run; the tests, which are most of the code, fast to build.

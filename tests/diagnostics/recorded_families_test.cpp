@@ -168,6 +168,47 @@ TEST_F(RecordedFamiliesTest, EventsThatAreRefused) {
                      "armed"}));
 }
 
+TEST_F(RecordedFamiliesTest, AnEventForAQueueThatIsFull) {
+    const EventHub sender(kSender);
+    EventHub receiver(kReceiver);
+    test::Event isThere;
+    test::Event mayGo;
+    receiver.registerHandler(kType, [&](const SharedEvent&) {
+        isThere.set();
+        EXPECT_TRUE(mayGo.wait());
+    });
+    evtdispch_register_hub(&receiver);
+    receiver.setQueueLimit(1);
+    EXPECT_EQ(evtdispch_send_event(sender.createEvent(kType), kReceiver), 0);
+    EXPECT_TRUE(isThere.wait());
+    EXPECT_EQ(evtdispch_send_event(sender.createEvent(kType), kReceiver), 0);
+    SharedEvent third = sender.createEvent(kType);
+
+    EXPECT_EQ(evtdispch_send_event(third, kReceiver), 3);
+
+    const Lines lines = ownLines();
+    mayGo.set();
+    evtdispch_unregister_hub(&receiver);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back().substr(lines.back().find(" type")),
+              " type 5 from 101 refused by 107 (tuner): its queue is full");
+}
+
+TEST_F(RecordedFamiliesTest, ATaskThatWasDueBeforeAnybodyCanSay) {
+    test::Event isDone;
+    timer::TimerThread thread;
+    const auto task = std::make_shared<timer::CallableTimerTask>([&] { isDone.set(); }, 9);
+    task->setNextFireTime(-1e30);
+
+    thread.postTask(task);
+
+    ASSERT_TRUE(isDone.wait());
+    thread.stop();
+    const Lines own = ownLines();
+    ASSERT_EQ(own.size(), 1U);
+    EXPECT_EQ(own[0].substr(0, 12), "task A id 9 ");
+}
+
 TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {
     EventHub sender(kSender);
     EventHub receiver(kReceiver);

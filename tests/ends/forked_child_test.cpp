@@ -304,6 +304,15 @@ TEST_F(ForkedTimerThreadTest, HasNeitherTasksNorAWorkerInTheChild) {
     EXPECT_EQ(m_thread->taskCount(), 2);
 }
 
+TEST_F(ForkedTimerThreadTest, HasNoFirstTaskInTheChildWhateverIsAskedFirst) {
+    EXPECT_EQ(runInForkedChild([this] {
+                  CHECK_IN_CHILD(m_thread->popFirstTask() == nullptr);
+                  m_thread.reset();
+              }),
+              0);
+    EXPECT_EQ(m_thread->taskCount(), 2);
+}
+
 TEST_F(ForkedTimerThreadTest, RunsTheChildsTasksThere) {
     SKIP_WITHOUT_THREADS_IN_CHILDREN();
     EXPECT_EQ(runInForkedChild([this] {

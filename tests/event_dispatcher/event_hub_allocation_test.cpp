@@ -34,17 +34,18 @@ void expectEverythingRefused(EventHub& hub) {
     EXPECT_EQ(hub.registerHandler(5, nullptr), -1);
     EXPECT_EQ(hub.receiveEvent(event), -1);
     EXPECT_EQ(hub.receiveEvent(nullptr), -1);
-    hub.setQueueLimit(1);
+    hub.setQueueLimit(3);
+    EXPECT_EQ(hub.queueLength(), 0U);
     hub.onHubRegistered();
     hub.onHubUnregistered();
 
     const auto refused = [](const std::string& function) {
         return hubLine(kLogError, function, "m_impl is NULL.\n");
     };
-    const std::vector<LogEntry> expected = {refused("registerHandler"),  refused("registerHandler"),
-                                            refused("registerHandler"),  refused("receiveEvent"),
-                                            refused("receiveEvent"),     refused("setQueueLimit"),
-                                            refused("onHubUnregistered")};
+    const std::vector<LogEntry> expected = {
+        refused("registerHandler"), refused("registerHandler"),  refused("registerHandler"),
+        refused("receiveEvent"),    refused("receiveEvent"),     refused("setQueueLimit"),
+        refused("queueLength"),     refused("onHubUnregistered")};
     EXPECT_EQ(log.entriesWithoutLineNumbers(), expected);
 }
 

@@ -36,6 +36,16 @@ TEST_F(HubRegistrationTest, RegistersTheHubForItsScope) {
     EXPECT_FALSE(isRegistered());
 }
 
+TEST_F(HubRegistrationTest, MovedToItselfItGoesOn) {
+    HubRegistration registration(&m_hub);
+    HubRegistration& same = registration;
+
+    registration = std::move(same);
+
+    EXPECT_EQ(registration.status(), 0);
+    EXPECT_TRUE(isRegistered());
+}
+
 TEST_F(HubRegistrationTest, StopsTheHubsThread) {
     test::Event entered;
     test::Event left;

@@ -350,6 +350,148 @@ class LogsTest(unittest.TestCase):
             self.assertRegex(output, rf"(?m)^ +1  module 0x{0x60 + number:02x}$")
 
 
+class RareTest(unittest.TestCase):
+    """Causes that no kept log has, and lines that are damaged."""
+
+    def line(self, name, *values, prefix="", cut=None):
+        """As the statement writes it."""
+        entry = next(entry for entry in catalogue.load() if entry["id"] == name)
+        given = iter(values)
+        text = CONVERSION.sub(lambda match: str(next(given)), entry["text"]).rstrip("\n")
+        number = (entry.get("fixed_lines") or [entry.get("line_offset", 0) + 321])[0]
+        return (f"{prefix}[{entry['tag']}] {entry['files'][0]}:{number}:"
+                f"{entry['functions'][0]}(): {text[:cut]}\n")
+
+    def summary(self, *lines):
+        return explain("--summary", text="".join(lines).encode())[0]
+
+    def test_threads_that_are_refused_without_a_timer_that_has_many(self):
+        refused = self.line("hub-no-thread")
+        expired = self.line("timer-once-expired", "ticker", 1)
+        for lines in ((refused,), (expired, expired, refused)):
+            output = self.summary(*lines)
+            self.assertEqual(first(output), FAULTS["threads-exhausted"])
+            self.assertNotIn("had expired", output)
+
+    def test_a_scheduler_that_has_no_pipe_for_another_reason(self):
+        output = self.summary(self.line("timer-no-pipe", 12, "Cannot allocate memory"))
+        self.assertEqual(first(output), "the simple timers' scheduler could not be made")
+        self.assertNotIn("follows from it", output)
+
+    def test_a_pipe_that_fails_by_another_error_was_not_closed_by_others(self):
+        output = self.summary(self.line("timer-command-lost", 5, "Input/output error"))
+        self.assertEqual(first(output), FAULTS["pipe-closed"])
+        self.assertNotIn("another part of the process", output)
+
+    def test_memory_and_the_clock(self):
+        self.assertEqual(first(self.summary(self.line("hub-no-impl"))), "memory ran out")
+        self.assertEqual(first(self.summary(self.line("timer-clock-unread", 22, "no"))),
+                         "the monotonic clock cannot be read")
+
+    def test_null_events(self):
+        output = self.summary(self.line("dispatcher-null-event"), self.line("event-not-sent"))
+        self.assertEqual(first(output), "a module sends null events")
+        self.assertIn("    Once; the send then fails.\n", output)
+
+    def test_watches_that_overrun(self):
+        cut = self.line("watch-overrun", 1, "x", 5, cut=12)
+        self.assertEqual(first(self.summary(cut)), "a watched operation takes too long")
+        output = self.summary(self.line("watch-overrun", 1, "eOne", "5.5"),
+                              self.line("watch-overrun", 2, "eTwo", "9.5"))
+        self.assertEqual(first(output), "the watched operation eTwo takes too long")
+        self.assertIn("    Also: eOne.\n", output)
+
+    def test_what_the_handlers_thread_wrote_last(self):
+        output = self.summary(
+            self.line("timer-once-expired", "clock", 1, prefix="[ 1.000000] [7 T:clock] "),
+            self.line("timer-stop-waits", "clock", prefix="[ 2.000000] [8 main] "),
+            "[ 9.000000] [X] a.cpp:1:f(): y\n")
+        self.assertEqual(first(output), "the handler of timer 'clock' does not return, and its stop waits")
+        self.assertIn("    The handler's thread wrote line 1 last.\n", output)
+
+    def test_tasks_that_run_late(self):
+        output = self.summary(self.line("task-times", "0x1", "2.000000", "4.500000"))
+        self.assertEqual(first(output), "tasks run up to 2.5 s late")
+
+    def test_a_task_that_goes_round_and_round(self):
+        once = self.line("task-put-back", "0x1", "0x2", 7, "2.000000", "1.000000")
+        other = self.line("task-empty")
+        self.assertEqual(first(self.summary(once, other)), "null argument; nothing was queued")
+        self.assertEqual(first(self.summary(*[once] * 101, other)),
+                         "the task is not due; it is queued again")
+
+    def test_more_than_five_causes(self):
+        output = self.summary(
+            self.line("timer-no-pipe", 24, "x"), self.line("hub-no-thread"), self.line("hub-no-impl"),
+            self.line("timer-clock-unread", 22, "no"), self.line("timer-zero-period"),
+            self.line("folder-null"), self.line("task-empty"))
+        self.assertRegex(output, r"\nAnd 2 more:\n    line \d: .*\n    line \d: ")
+
+    def test_lines_that_the_library_does_not_write(self):
+        for text in ("TRACE of something", "zor-debug: of another version", "x ]:0::DUMPMEM(z x",
+                     "rmDir(): something else", "stop(): "):
+            self.assertIn("1 lines: 0 of tevalon-base, 0 of other modules, 1 of others",
+                          self.summary(text + "\n"), text)
+
+    def test_a_clients_line_of_the_old_form_has_a_level_too(self):
+        output = self.summary("[E] [Hbbtv]app.cpp:12:launch:x=5\n",
+                              "[I] [Hbbtv]app.cpp:12:launch:[E] x=5\n")
+        self.assertIn("    1 of their lines is of that level.\n", output)
+
+    def test_what_is_cut_begins_and_ends_nothing(self):
+        output = self.summary(self.line("timer-stop-waits", "clock", cut=14))
+        self.assertEqual(first(output), "nothing")
+
+    def test_lost_lines_are_counted(self):
+        output = self.summary("zor-debug: lines that could not be written: 7, for: No space left\n")
+        self.assertRegex(output, r"(?m)^ +1  - +zor-debug-lost ")
+
+    def test_each_beginning_of_a_text_is_a_cut_line_of_a_message_that_begins_so(self):
+        knowledge = Knowledge(catalogue.CATALOGUE)
+        for entry in catalogue.load():
+            if catalogue.layout_of(entry) != "statement":
+                continue
+            number = (entry.get("fixed_lines") or [entry.get("line_offset", 0) + 321])[0]
+            begin = re.split("[%\n]", entry["text"])[0].rstrip()
+            for length in range(1, len(begin)):
+                cut = begin[:length].rstrip()
+                found = knowledge.look(f"[{entry['tag']}] {entry['files'][0]}:{number}:"
+                                       f"{entry['functions'][0]}(): {cut}")
+                self.assertTrue(found.message.begin.startswith(cut) or not found.is_cut, cut)
+
+    def test_a_last_line_without_an_end(self):
+        output, _ = explain(text=self.line("folder-null").rstrip("\n").encode())
+        self.assertIn("dirPath is NULL.\n    ^ folder-null: ", output)
+
+    def test_what_fails_while_it_is_read_is_named_with_the_reason(self):
+        _, errors = explain("/proc/self/mem", status=1)
+        self.assertEqual(errors, "tevalon-explain: cannot read '/proc/self/mem': Input/output error\n")
+
+    def test_a_copy_of_standard_input_that_cannot_be_kept_is_said(self):
+        with open(LOGS / "evening.log", "rb") as file:
+            text = file.read() * 20
+        command = f"ulimit -S -f 16; exec '{PROGRAM}'"
+        result = subprocess.run(["bash", "-c", command], input=text, capture_output=True, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr.decode(),
+                         "tevalon-explain: cannot keep a copy of standard input: File too large\n")
+
+    def test_an_interrupt_while_it_reads_ends_it(self):
+        with subprocess.Popen([PROGRAM], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as process:
+            # More than a pipe takes, and what is read at once: by then it does read.
+            process.stdin.write(b"[X] a.cpp:1:f(): y\n" * 20_000)
+            process.stdin.flush()
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(), 128 + signal.SIGINT)
+            self.assertEqual(process.stderr.read(), b"")
+
+    def test_a_devices_prefix_may_be_missing(self):
+        output, _ = explain("--summary", "--device-prefix", r"<\d>(?P<time>[\d.]*)\|",
+                            text=("<1>|" + self.line("folder-null") + self.line("folder-null")).encode())
+        self.assertEqual(counts(output), {"folder-null": 2})
+
+
 class FollowTest(unittest.TestCase):
     def setUp(self):
         self.folder = Path(tempfile.mkdtemp())
@@ -361,13 +503,20 @@ class FollowTest(unittest.TestCase):
         self.addCleanup(self.end)
 
     def end(self):
-        self.process.kill()
+        """As a user does; where that is not heeded the test hangs."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGINT)
+        self.process.stdout.read()
         self.process.wait()
         self.process.stdout.close()
 
     def write(self, text):
         with open(self.path, "a") as file:
             file.write(text)
+
+    def sleeps(self):
+        status = Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(r"(?m)^voluntary_ctxt_switches:\s*(\d+)", status).group(1))
 
     def expect(self, part):
         """The next line with it; a line that never comes is a test that never ends."""
@@ -414,6 +563,32 @@ class FollowTest(unittest.TestCase):
         self.process.send_signal(signal.SIGINT)
         self.expect("Most likely wrong: null argument; rmDir() returned -1")
         self.assertEqual(self.process.wait(), 0)
+
+    def test_a_line_that_is_unfinished_when_the_file_is_replaced_is_one_all_the_same(self):
+        self.write("[X] a.cpp:1:f(): begun\n[X] a.cpp:1:f(): without an end")
+        self.expect("begun")
+        self.path.rename(self.folder / "log.1")
+        self.write("[X] a.cpp:1:f(): of the next\n")
+        self.expect("without an end")
+
+    def test_a_file_that_is_gone_for_a_while_is_waited_for(self):
+        self.write("[X] a.cpp:1:f(): before\n")
+        self.expect("before")
+        os.unlink(self.path)
+        # It looks, and sleeps: until it has done so some times more.
+        enough = self.sleeps() + 4
+        while self.sleeps() < enough:
+            pass
+        self.write("[X] a.cpp:1:f(): behind\n")
+        self.expect("behind")
+
+    def test_the_summary_of_what_grows_shows_no_lines(self):
+        with subprocess.Popen([PROGRAM, "--follow", "--summary", "-"], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE, text=True) as process:
+            output, _ = process.communicate("[B-LOG] utils.cpp:177:rmDir(): dirPath is NULL.\n"
+                                            "[X] a.cpp:1:f(): nothing\n")
+        self.assertTrue(output.startswith("!!! null argument; rmDir() returned -1\n"), output)
+        self.assertNotIn("a.cpp", output)
 
     def test_standard_input_is_followed_to_its_end(self):
         output, _ = explain("--follow", text=log("zero-period"))

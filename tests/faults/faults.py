@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Makes each call that can fail fail, and judges what the library makes of it.
 
-    faults.py [--all] [--state FILE] [--scenario TEXT] [--verbose] BUILD_FOLDER
+    faults.py [--all | --runs] [--state FILE] [--scenario TEXT] [--verbose] BUILD_FOLDER
 
 For each scenario of faults_program: runs it once to count the calls that the library makes into the
 system and the C library, then once for each call and each error that it can plausibly give with
@@ -10,6 +10,8 @@ that call failing, then once with that call and all later ones failing. Each tim
 Then the call sites: each call in the built libraries' machine code of a function that can fail,
 with the errors that it was made to give. One that none was given fails the run, unless
 unreached.txt lists it with a reason.
+
+With --runs no more than the runs: for libraries that contain calls of a compiler's runtime.
 
 Without --all a choice that takes two minutes and reaches every site. With --all what is through
 is kept in the state file, and not done again while the build is the same.
@@ -209,7 +211,7 @@ def call_of(symbol):
     return RENAMED.get(symbol, symbol)
 
 
-def find_sites(module, path, symbols, root):
+def find_sites(module, path, symbols, root, all_are_known):
     """Each call of a function that can fail, in the machine code."""
     text = subprocess.run(["objdump", "-d", "--no-show-raw-insn", path], check=True, text=True,
                           stdout=subprocess.PIPE).stdout
@@ -242,7 +244,7 @@ def find_sites(module, path, symbols, root):
                 before = (address, name)
         elif name not in CANNOT_FAIL and not name.startswith(NOT_OURS):
             unknown.add(name)
-    if unknown:
+    if unknown and all_are_known:
         sys.exit("faults: neither in the table of errors nor among what cannot fail: " +
                  " ".join(sorted(unknown)))
     symbols.look_up([address for address, _, _ in found])
@@ -531,6 +533,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("--all", action="store_true")
     parser.add_argument("--usual", action="store_true", help="only run what nothing fails in")
+    parser.add_argument("--runs", action="store_true", help="do not look at the call sites")
     parser.add_argument("--first", action="store_true", help="end with the first failure")
     parser.add_argument("--state")
     parser.add_argument("--scenario")
@@ -547,7 +550,8 @@ def main():
              "program": os.path.join(options.build, "tests/faults/faults_program")}
     symbols = {module: Symbols(path) for module, path in files.items()}
     sites = [site for module in ("base", "zor")
-             for site in find_sites(module, files[module], symbols[module], root)]
+             for site in find_sites(module, files[module], symbols[module], root,
+                                    not options.runs)]
 
     runner = Runner(files["program"], sites)
     names = subprocess.run([files["program"], "--list"], check=True, text=True,
@@ -623,7 +627,7 @@ def main():
                 os._exit(1)
 
     ok = failures == 0
-    if options.scenario is None:
+    if options.scenario is None and not options.runs:
         table = os.path.join(options.build, "faults.txt")
         with open(table, "w", encoding="utf-8") as file:
             infallible = {use.site: use.call for baseline in baselines

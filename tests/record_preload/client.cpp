@@ -37,11 +37,24 @@ void onUser(int) {
     say("the handler that was there\n");
 }
 
+void onFaultWithInfo(int, siginfo_t* p_info, void*) {
+    say(p_info->si_signo == SIGSEGV ? "the handler that was there\n" : "another signal\n");
+    _exit(3);
+}
+
 extern "C" void installHandlersFirst(int argc, char** argv, char**) {
     if (argc < 2 || std::strstr(argv[1], "handled") == nullptr) return;
     struct sigaction action = {};
-    action.sa_handler = onFault;
+    if (std::strstr(argv[1], "with information") != nullptr) {
+        action.sa_sigaction = onFaultWithInfo;
+        action.sa_flags = SA_SIGINFO;
+    } else if (std::strstr(argv[1], "ignored") != nullptr) {
+        action.sa_handler = SIG_IGN;
+    } else {
+        action.sa_handler = onFault;
+    }
     (void)sigaction(SIGSEGV, &action, nullptr);
+    action = {};
     action.sa_handler = onUser;
     (void)sigaction(SIGUSR2, &action, nullptr);
 }
@@ -100,6 +113,53 @@ int forkAndFault() {
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV ? 0 : 1;
 }
 
+// A thread's own alternate stack is left alone, whenever it was set.
+int keepOwnStack() {
+    static char s_stack[1 << 16];
+    bool isKept = false;
+    std::thread([&] {
+        stack_t mine = {};
+        mine.ss_sp = s_stack;
+        mine.ss_size = sizeof(s_stack);
+        (void)sigaltstack(&mine, nullptr);
+        stack_t now = {};
+        isKept = sigaltstack(nullptr, &now) == 0 && now.ss_sp == s_stack;
+    }).join();
+    return isKept ? 0 : 1;
+}
+
+// No room for its stack.
+int failToCreate() {
+    pthread_attr_t attributes;
+    (void)pthread_attr_init(&attributes);
+    (void)pthread_attr_setstacksize(&attributes, ~std::size_t{0xFFFFF});
+    pthread_t thread;
+    const auto run = [](void*) -> void* { return nullptr; };
+    const int error = pthread_create(&thread, &attributes, run, nullptr);
+    (void)pthread_attr_destroy(&attributes);
+    return error != 0 ? 0 : 1;
+}
+
+// In a child, which has no reporter.
+int useChild() {
+    const pid_t child = fork();
+    if (child == 0) {
+        bool isRun = false;
+        const auto run = [](void* p_run) -> void* {
+            *static_cast<bool*>(p_run) = true;
+            return nullptr;
+        };
+        pthread_t thread;
+        if (pthread_create(&thread, nullptr, run, &isRun) != 0) _exit(1);
+        (void)pthread_join(thread, nullptr);
+        (void)raise(SIGUSR2);
+        _exit(isRun ? 0 : 1);
+    }
+    int status = 0;
+    (void)waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
 }  // namespace
 
 // In the place of the library's own where the environment wants it: a report that never ends.
@@ -121,7 +181,11 @@ int main(int argc, char** argv) {
     (void)setrlimit(RLIMIT_CORE, &noCore);
     diagnostics::mark(end.c_str(), 42);
     if (end == "kill") (void)raise(SIGKILL);
-    if (end == "fault" || end == "handled fault") fault();
+    if (end == "fault" || end.rfind("handled fault", 0) == 0) fault();
+    if (end == "handled sent fault, ignored") (void)kill(getpid(), SIGSEGV);
+    if (end == "own stack") return keepOwnStack();
+    if (end == "refused thread") return failToCreate();
+    if (end == "child") return useChild();
     if (end == "fault on a thread") std::thread(fault).join();
     if (end == "overflow") return overflow(0);
     if (end == "overflow on a thread") std::thread([] { (void)overflow(0); }).join();

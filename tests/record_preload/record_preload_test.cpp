@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "diagnostics/recordings.h"
+#include "ends/forked_child.h"
 #include "support/child_process.h"
 #include "support/scratch_folder.h"
 
@@ -143,6 +144,51 @@ TEST_F(RecordPreloadTest, CallsTheHandlerThatWasThere) {
     EXPECT_EQ(contents(".state"), m_state);
 }
 
+TEST_F(RecordPreloadTest, CallsTheHandlerThatWasThereWithWhatItWantsToKnow) {
+    const test::ChildResult result = client({"handled fault with information"}).run();
+
+    EXPECT_EQ(result.exitStatus, 3);
+    EXPECT_EQ(result.output, "the handler that was there\n");
+    EXPECT_EQ(contents(".state"), m_state);
+}
+
+TEST_F(RecordPreloadTest, AFaultEndsTheProcessThoughItIsIgnoredAndASentOneDoesNot) {
+    expectSilentDeath(client({"handled fault, ignored"}).run(), SIGSEGV);
+    EXPECT_EQ(contents(".state"), m_state);
+    const test::ChildResult result =
+        client({"handled sent fault, ignored"}).variable("TEVALON_RECORD_FILE", m_path + "2").run();
+    expectSilentExit(result);
+    EXPECT_EQ(contents("2.state"), m_state + m_stateAtExit);
+}
+
+TEST_F(RecordPreloadTest, LeavesTheStackOfAThreadsOwnAlone) {
+    expectSilentExit(client({"own stack"}).run());
+}
+
+TEST_F(RecordPreloadTest, AThreadThatIsRefusedIsRefusedAsEver) {
+    expectSilentExit(client({"refused thread"}).run());
+}
+
+TEST_F(RecordPreloadTest, AForkedChildHasThreadsAndNoCopies) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    expectSilentExit(client({"child"}).run());
+
+    EXPECT_EQ(files(), (Lines{"tv", "tv.state"}));
+}
+
+TEST_F(RecordPreloadTest, FilesThatAreThereAlreadyAreLeftAlone) {
+    (void)m_folder.file("tv.state", "another state");
+    (void)m_folder.file("tv.1", "another copy");
+    (void)m_folder.file("tv.2.state", "another state of a copy");
+
+    expectSilentExit(client({"two copies", m_path + ".1.state", m_path + ".2"}).run());
+
+    EXPECT_EQ(contents(".state"), "another state");
+    EXPECT_EQ(contents(".1"), "another copy");
+    EXPECT_EQ(contents(".1.state"), m_state);
+    EXPECT_EQ(contents(".2.state"), "another state of a copy");
+}
+
 TEST_F(RecordPreloadTest, WaitsTwoSecondsForAReportAndNoLonger) {
     const test::ChildResult result = client({"fault"}).variable("CLIENT_STATE_HANGS", "1").run();
 
@@ -222,6 +268,47 @@ TEST_F(RecordPreloadTest, TellsOfSettingsThatItCannotUse) {
               "tevalon-record: TEVALON_RECORD_SIGNAL: cannot use '11'; accepted are HUP, QUIT, "
               "USR1, USR2 or a signal's number; none is used\n");
     EXPECT_EQ(sentences(), Lines{"mark 'return' 42"});
+}
+
+TEST_F(RecordPreloadTest, RefusesSignalsThatNobodyCanHandle) {
+    for (const char* const text : {"0", "65", "12x", "x", "USR3", "9", "99999999999999999999"}) {
+        const test::ChildResult result = client({"return"})
+                                             .variable("TEVALON_RECORD_FILE", m_path + ".%p")
+                                             .variable("TEVALON_RECORD_SIGNAL", text)
+                                             .run();
+        EXPECT_EQ(result.errors, "tevalon-record: TEVALON_RECORD_SIGNAL: cannot use '" +
+                                     std::string(text) +
+                                     "'; accepted are HUP, QUIT, USR1, USR2 or a signal's number; "
+                                     "none is used\n");
+    }
+    const std::string number = std::to_string(SIGUSR2);
+    const test::ChildResult result = client({"handled copy", m_path + ".1.state"})
+                                         .variable("TEVALON_RECORD_SIGNAL", number)
+                                         .run();
+    EXPECT_EQ(result.output, "the handler that was there\n");
+    EXPECT_EQ(sentences(".1"), Lines{"mark 'handled copy' 42"});
+    expectSilentExit(client({"return"})
+                         .variable("TEVALON_RECORD_FILE", m_path + ".%x")
+                         .variable("TEVALON_RECORD_SIGNAL", "")
+                         .run());
+    EXPECT_EQ(sentences(".%x"), Lines{"mark 'return' 42"});
+}
+
+TEST_F(RecordPreloadTest, RefusesNamesThatAreTooLong) {
+    const test::ChildResult result =
+        client({"return"}).variable("TEVALON_RECORD_FILE", std::string(5000, 'x')).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    const std::string begin =
+        "tevalon-record: TEVALON_RECORD_FILE: the name is too long; /tmp/tevalon-recording.";
+    ASSERT_EQ(result.errors.substr(0, begin.size()), begin);
+    const std::string id =
+        result.errors.substr(begin.size(), result.errors.find(' ', begin.size()) - begin.size());
+    EXPECT_EQ(result.errors, begin + id + " is used\n");
+    const std::string used = "/tmp/tevalon-recording." + id;
+    EXPECT_EQ(test::sentences(test::readFile(used)), Lines{"mark 'return' 42"});
+    EXPECT_EQ(unlink(used.c_str()), 0);
+    EXPECT_EQ(unlink((used + ".state").c_str()), 0);
 }
 
 TEST_F(RecordPreloadTest, TellsWhyNothingIsRecorded) {

@@ -463,7 +463,8 @@ TEST(ConditionVariableTest, APredicateThatIsTrueAlreadyIsNotWaitedFor) {
     RelockableLock lock(mutex);
     test::CountCalls waits(Call::PthreadCondWait, When().everyTime());
     test::CountCalls timedWaits(Call::PthreadCondClockwait, When().everyTime());
-    const auto yes = [] { return true; };
+    bool isDone = true;  // A constant the compiler would take for no condition.
+    const auto yes = [&isDone] { return isDone; };
 
     condition.wait(lock, yes);
     EXPECT_TRUE(condition.wait_for(lock, 1h, yes));

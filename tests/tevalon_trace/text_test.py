@@ -251,7 +251,7 @@ class OutputTest(Scratch):
         # A limit on the size of files: as a disk that is full.
         large = self.write(marks(20000), "large")
         path = self.path("out")
-        limited = f"ulimit -f 64; exec '{TOOL}' --text -o '{path}' '{large}'"
+        limited = f"ulimit -S -f 64; exec '{TOOL}' --text -o '{path}' '{large}'"
         result = subprocess.run(["bash", "-c", limited], capture_output=True, check=False)
         self.assertEqual(result.returncode, 1)
         self.assertEqual(result.stderr.decode(),

@@ -86,6 +86,15 @@ TEST(CommandLineTest, HasNoOptionBeforeParse) {
     EXPECT_EQ(arguments.now(1), "-s");
 }
 
+TEST(CommandLineTest, ANullFallbackIsAnEmptyText) {
+    Arguments arguments = {"prog"};
+    const CommandLine commandLine = withDefaults(arguments);
+    const char* const p_none = nullptr;
+
+    EXPECT_EQ(commandLine.GetOptionValue("url", p_none), "");
+    EXPECT_EQ(commandLine.GetOptionValue("url", "page.html"), "page.html");
+}
+
 TEST(CommandLineTest, HasTheOptionsThatWereGivenAndTheirValues) {
     Arguments arguments = {"prog", "--url=page.html", "-s"};
     CommandLine commandLine = withDefaults(arguments);

@@ -75,6 +75,39 @@ TEST_F(FormatTest, LengthsAroundTheStepsInWhichTheyAreCopied) {
     }
 }
 
+// With what a caller of zorDebugOutputV() has: a list of arguments.
+int writeFormat(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int length = zorDebugOutputV(format, args);
+    va_end(args);
+    return length;
+}
+
+TEST_F(FormatTest, ANullFormatIsNoText) {
+    m_text = "before";
+
+    EXPECT_EQ(writeFormat(nullptr), 0);
+
+    EXPECT_EQ(m_text, "before");
+}
+
+// Directives that are almost plain.
+TEST_F(FormatTest, WidthsAndFlagsThatAreLeftToPrintf) {
+    for (const char* const p_format :
+         {"%05d", "%05u", "%05x", "%05X", "%00x", "%0#x", "%0:d", "%0lx", "%0hx", "%012x"}) {
+        expectAsPrintf(p_format, 77);
+    }
+    const std::string rest(1100, 'x');
+    for (const char* const p_directive : {"%d", "%u", "%s", "%c", "%x"}) {
+        if (p_directive[1] == 's') {
+            expectAsPrintf((p_directive + rest).c_str(), "text");
+        } else {
+            expectAsPrintf((p_directive + rest).c_str(), 77);
+        }
+    }
+}
+
 #pragma GCC diagnostic pop
 
 TEST_F(FormatTest, Integers) {

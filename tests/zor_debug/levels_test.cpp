@@ -85,6 +85,7 @@ TEST_F(LevelsTest, NamesMayBeInCapitalsAndBlanksStandAroundItems) {
     EXPECT_EQ(levelsShown("Warning"), "11100");
     EXPECT_EQ(levelsShown("Errors-Only"), "01000");
     EXPECT_EQ(levelsShown("error, 0x5f=DEBUG"), "11111");
+    EXPECT_EQ(levelsShown("error, 0X5F=DEBUG"), "11111");
     EXPECT_EQ(levelsShown(" warn ,\t7=debug "), "11100");
 }
 

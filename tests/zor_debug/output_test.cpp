@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <pty.h>
+#include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,12 +60,17 @@ std::vector<std::string> linesOf(const std::string& text) {
 }
 
 // Runs the probe's "terminal" way with a terminal as its standard error.
-std::string onTerminal(const std::string& noColor, const char* p_way = "terminal") {
+std::string onTerminal(const std::string& noColor, const char* p_way = "terminal",
+                       const char* p_terminal = "xterm") {
     int controller = -1;
     const pid_t child = forkpty(&controller, nullptr, nullptr, nullptr);
     if (child == 0) {
         (void)setenv("ZOR_DEBUG", "debug", 1);
-        (void)setenv("TERM", "xterm", 1);
+        if (p_terminal != nullptr) {
+            (void)setenv("TERM", p_terminal, 1);
+        } else {
+            (void)unsetenv("TERM");
+        }
         (void)setenv("NO_COLOR", noColor.c_str(), 1);
         char program[] = ZOR_DEBUG_PROBE;
         std::string way = p_way;
@@ -280,6 +287,100 @@ TEST(OutputTest, AFileThatCannotBeOpenedIsReportedAndStandardErrorUsed) {
               "zor-debug: ZOR_DEBUG_FILE: cannot use '" + path +
                   "': No such file or directory; accepted is a file to append to, %p in its name "
                   "being the process id; standard error is used\nline\n");
+}
+
+TEST(OutputTest, ANameThatIsTooLongIsReportedAndStandardErrorUsed) {
+    const TemporaryFolder folder;
+    const std::string long1 = folder / std::string(5000, 'x');
+    std::string long2 = folder / "";
+    for (int i = 0; i < 1000; ++i) long2 += "%p/";  // Once the number is in place of it.
+    for (const std::string& path : {long1, long2 + std::string(4000 - long2.size(), 'x')}) {
+        const ChildResult result =
+            probe("write", {"line\n"}).variable("ZOR_DEBUG_FILE", path).run();
+
+        EXPECT_EQ(result.errors,
+                  "zor-debug: ZOR_DEBUG_FILE: cannot use '" + path.substr(0, 200) +
+                      "': File name too long; accepted is a file to append to, %p in its name "
+                      "being the process id; standard error is used\nline\n");
+    }
+}
+
+TEST(OutputTest, OtherLettersBehindAPercentSignStandForThemselves) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log%d%";
+
+    const ChildResult result = probe("write", {"line\n"}).variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(contentsOf(path), "line\n");
+}
+
+TEST(OutputTest, ALineBreakWithinATextEndsALineOfAFile) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result = probe("write", {"warm\n", "one\ntwo", " ends\n\nnext", "\n"})
+                                   .variable("ZOR_DEBUG_FILE", path)
+                                   .run();
+
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(contentsOf(path), "warm\none\ntwo ends\n\nnext\n");
+}
+
+// What is pending stays so, blocked as it is, and none is left behind by a write that fails.
+TEST(OutputTest, ASignalOfABrokenPipeThatIsPendingStaysPending) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    ASSERT_EQ(zorDebugSetFile(path.c_str()), 0);
+    sigset_t pipe;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &pipe, &before), 0);
+    (void)close(reader);
+
+    zorDebugOutput0("to nobody\n");
+    (void)sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+    (void)raise(SIGPIPE);
+    zorDebugOutput0("to nobody\n");
+    (void)sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+
+    const timespec noWait = {};
+    EXPECT_EQ(sigtimedwait(&pipe, nullptr, &noWait), SIGPIPE);
+    EXPECT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+    EXPECT_EQ(zorDebugSetFile(""), 0);
+}
+
+TEST(OutputTest, ASocketIsWrittenToAsAPipeIs) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)dup2(ends[1], STDERR_FILENO);
+        (void)unsetenv("ZOR_DEBUG_FILE");
+        char program[] = ZOR_DEBUG_PROBE;
+        char way[] = "write";
+        char line[] = "line\n";
+        char* const arguments[] = {program, way, line, nullptr};
+        (void)execv(program, arguments);
+        _exit(127);
+    }
+    (void)close(ends[1]);
+    std::string text;
+    char piece[256];
+    for (ssize_t got = 0; (got = read(ends[0], piece, sizeof(piece))) > 0;) {
+        text.append(piece, static_cast<std::size_t>(got));
+    }
+    (void)close(ends[0]);
+    (void)waitpid(child, nullptr, 0);
+
+    EXPECT_EQ(text, "line\n");
 }
 
 TEST(OutputTest, APipeThatNobodyReadsIsReportedNotWaitedFor) {
@@ -651,6 +752,24 @@ TEST(OutputTest, ALineLongerThanTheLimitIsWrittenWhole) {
     EXPECT_EQ(contentsOf(path), "b\n");
 }
 
+TEST(OutputTest, AnEmptyFileTakesALineLongerThanTheLimit) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    (void)probe("write", {"a line that is long\n", "b\n"})
+        .variable("ZOR_DEBUG_FILE", path)
+        .variable("ZOR_DEBUG_FILE_BYTES", "4")
+        .run();
+
+    EXPECT_EQ(contentsOf(path + ".1"), "a line that is long\n");
+    EXPECT_EQ(contentsOf(path), "b\n");
+}
+
+TEST(OutputTest, ALimitOfBlanksIsRefused) {
+    EXPECT_NE(zorDebugSetFileLimit("  "), 0);
+    EXPECT_EQ(zorDebugSetFileLimit(""), 0);
+}
+
 TEST(OutputTest, ALimitHasUnits) {
     for (const char* p_good : {"1", "64K", "10M", "2G", " 5M "}) {
         EXPECT_EQ(zorDebugSetFileLimit(p_good), 0) << p_good;
@@ -771,6 +890,16 @@ TEST(OutputTest, ATerminalShowsModulesInTheirColours) {
         colours.insert(parts[1]);
     }
     EXPECT_EQ(colours.size(), 10U);
+}
+
+TEST(OutputTest, ATerminalThatIsDumbGetsNoColoursAndOneWithoutANameDoes) {
+    EXPECT_EQ(onTerminal("", "terminal", "dumb"),
+              "level 1\nlevel 1000\nlevel 3000\nlevel 4000\nlevel 5000\n");
+    EXPECT_EQ(onTerminal("", "terminal", nullptr), onTerminal(""));
+}
+
+TEST(OutputTest, WhatIsWrittenToATerminalWhileTheProcessExitsIsNotLost) {
+    EXPECT_EQ(onTerminal("1", "late-exit"), "main without endatexit\nstatic destructor\n");
 }
 
 TEST(OutputTest, NoColorTurnsColoursOff) {

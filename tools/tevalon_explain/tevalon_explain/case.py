@@ -57,7 +57,6 @@ class Case:
         self.client_reports = {"E": [], "W": []}  # The first lines of other modules, by level.
         self.client_report_counts = {"E": 0, "W": 0}
         self.late_task = None  # (seconds, Seen) of the latest.
-        self.lost_lines = 0
         self.errnos = {}  # Message id: errno: count.
         self.last_line = ""
         self.idle = 0.0  # Seconds since the last line came, where the log is followed.
@@ -146,8 +145,6 @@ class Case:
             known = self.overruns.setdefault(number, [watch, 0.0, seen, False])
             known[1] = max(known[1], float(spent))
             known[3] = False
-        if name == "zor-debug-lost" and seen.values:
-            self.lost_lines += int(seen.values[0])
 
     @property
     def last_time(self):
