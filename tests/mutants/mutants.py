@@ -9,10 +9,9 @@ files: those in them; --count: so many of them, at random by --seed.
 
 A mutant is tried by the tests that reach it, the most specific and the shortest first, until one
 fails, and once more when it is run alone; where locks, ends and time are concerned also by the scenarios
-of the schedule explorer; of locks, signals and flags under the thread sanitizer; and what survives under
-the address sanitizer. What hangs for longer than ten seconds and
-five times its time is found, too. Those that no test could find stand in equivalent.txt, with the
-reason.
+of the schedule explorer; of locks, signals and flags under the thread sanitizer; and what survives
+under the address sanitizer. What hangs for longer than ten seconds and five times its time is found,
+too. Those that no test could find stand in equivalent.txt, with the reason.
 
 What was found is kept in FOLDER/results, for these sources of the library, so that a run goes on
 where another was broken off; survivors are tried anew once a test has changed. Status 1 where less
