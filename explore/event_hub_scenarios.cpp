@@ -4,6 +4,7 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "base/event_dispatcher.h"
 #include "os/semaphore.h"
@@ -227,6 +228,41 @@ TEVALON_SCENARIO(AsyncSendRepliedAsTheHubEnds) {
         TEVALON_EXPECT(calls == 1);
         replier.join();
     }
+    TEVALON_EXPECT(calls == 1);
+}
+
+// What a callback sends while its hub ends is not called before that has ended.
+TEVALON_SCENARIO(AsyncSendFromACallbackAsTheHubEnds) {
+    int calls = 0;
+    std::vector<Event> kept;
+    RegisteredHub receiver(kReceiver);
+    TEVALON_EXPECT(
+        receiver.registerHandler(kType, [&](const Event& event) { kept.push_back(event); }) == 0);
+    const TimeStandsStill still;
+    RegisteredHub sender(kSender);
+    const auto send = [&](const EventHub::ReplyCallback& callback) {
+        TEVALON_EXPECT(sender.sendAsync(sender.createEvent(kType), kReceiver, -1, callback) == 0);
+    };
+    send([&](int, const Event&) {
+        ++calls;
+        std::thread([&] { send([&](int, const Event&) { ++calls; }); }).join();
+    });
+    evtdispch_unregister_hub(&sender);
+    TEVALON_EXPECT(calls == 1);
+}
+
+// A thread that is told to leave while it takes events calls what is out all the same.
+TEVALON_SCENARIO(AsyncSendOutAsTheHubEnds) {
+    int calls = 0;
+    std::vector<Event> kept;
+    const TimeStandsStill still;
+    RegisteredHub hub(kSender);
+    TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event& event) { kept.push_back(event); }) ==
+                   0);
+    TEVALON_EXPECT(hub.sendAsync(hub.createEvent(kType), kSender, -1,
+                                 [&](int, const Event&) { ++calls; }) == 0);
+    TEVALON_EXPECT(hub.sendEvent(hub.createEvent(kType), kSender) == 0);
+    evtdispch_unregister_hub(&hub);
     TEVALON_EXPECT(calls == 1);
 }
 

@@ -354,7 +354,7 @@ __attribute__((always_inline)) inline bool EventHubImpl::takeEvent(
     // flag meanwhile, and the thread then continues with what it has taken.
     if (m_exit || m_ofThread->takenEvents.empty()) {
         if (!takeQueue(p_activity)) return false;
-        if (m_ofThread->areCallbacksNext) {
+        if (m_ofThread->nextCallbacks != Callbacks::None) {
             p_event->reset();
             return true;
         }
@@ -380,13 +380,10 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
         lock.lock();
         if (isTimeOver) m_areCallbacksDue = true;
     }
-    // Those that are out are called before the thread ends; not what is sent meanwhile, of which
-    // there may be no end.
-    m_ofThread->areCallbacksNext =
-        m_exit ? hasCallbacks() && !std::exchange(m_haveCallbacksEnded, true)
-               : std::exchange(m_areCallbacksDue, false);
-    if (m_ofThread->areCallbacksNext) return true;
-    if (m_exit) {
+    const bool isEnd = m_exit;  // Once: it may be set at any time.
+    m_ofThread->nextCallbacks = nextCallbacks(isEnd);
+    if (m_ofThread->nextCallbacks != Callbacks::None) return true;
+    if (isEnd) {
         m_hasExited = true;
         return false;
     }
@@ -397,6 +394,16 @@ bool EventHubImpl::takeQueue(HubActivity* p_activity) {
     }
     m_hasNews.store(false, std::memory_order_relaxed);
     return true;
+}
+
+// Those that are out are called before the thread ends; not what is sent meanwhile, of which there
+// may be no end.
+inline EventHubImpl::Callbacks EventHubImpl::nextCallbacks(bool isEnd) {
+    if (isEnd) {
+        const bool areAny = hasCallbacks() && !std::exchange(m_haveCallbacksEnded, true);
+        return areAny ? Callbacks::AllThatAreOut : Callbacks::None;
+    }
+    return std::exchange(m_areCallbacksDue, false) ? Callbacks::Due : Callbacks::None;
 }
 
 void EventHubImpl::waitWithoutLock() {
@@ -486,10 +493,12 @@ __attribute__((noinline, cold)) bool EventHubImpl::isCallbackLate() {
     return m_asyncSends.load()->earliest() <= static_cast<std::int64_t>(monotonicNanoseconds());
 }
 
-// A callback may destroy the hub: the rest is called then already.
+// A callback may destroy the hub: the rest is called then already. Whether the thread ends is not
+// asked again here: it may have been told to since, and calls what is out only once.
 __attribute__((noinline, cold)) void EventHubImpl::runCallbacks(const HandlerThread& thread) {
     const std::shared_ptr<AsyncSends> sends = asyncSends();
-    sends->callDue(m_exit, [&thread] { return thread.isOwnerGone(); });
+    sends->callDue(m_ofThread->nextCallbacks == Callbacks::AllThatAreOut,
+                   [&thread] { return thread.isOwnerGone(); });
 }
 
 void EventHubImpl::onWoken() {

@@ -88,6 +88,8 @@ private:
     class RecordedHandler;
     using HandlerThread = OwnThread<EventHubImpl>;
 
+    enum class Callbacks : std::uint8_t { None, Due, AllThatAreOut };
+
     void renew();
     void abandonThread();
     bool ensureThread() TEVALON_EXCLUDES(m_threadMtx);
@@ -100,6 +102,7 @@ private:
     /// Blocks until events are queued, and takes them all; false when the thread is to end.
     bool takeQueue(HubActivity* p_activity) TEVALON_EXCLUDES(m_queueMtx);
     std::shared_ptr<AsyncSends> asyncSends() TEVALON_EXCLUDES(m_threadMtx);
+    Callbacks nextCallbacks(bool isEnd) TEVALON_REQUIRES(m_queueMtx);
     bool isCallbackLate();
     bool hasCallbacks() const;
     void runCallbacks(const HandlerThread& thread);
@@ -134,8 +137,8 @@ private:
         bool isInWait = false;  // For m_wakeUp.
         // Of takenEvents; written by the handler thread alone.
         std::atomic<std::uint32_t> takenLeft{0};
-        // Callbacks come before what is taken.
-        bool areCallbacksNext = false;
+        // Come before what is taken.
+        Callbacks nextCallbacks = Callbacks::None;
     };
 
     // What the handler thread and every sender read, and seldom anybody writes, stands at either

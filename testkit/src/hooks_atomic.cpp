@@ -28,7 +28,7 @@ public:
     Step(const volatile void* p_address, std::size_t size, Touch touch, const char* verb,
          const void* p_place, std::uint64_t value = 0)
         : m_location(g_schedule.at(p_address)) {
-        g_schedule.point(m_location, touch, verb, value);
+        g_schedule.point(m_location, touch, verb, value, p_place);
         g_schedule.access(m_location.address, size, {touch == Touch::Write, true, false},
                           reinterpret_cast<std::uintptr_t>(p_place));
     }

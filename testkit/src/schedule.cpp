@@ -129,14 +129,17 @@ void Schedule::touch(Location& location, Touch touch, const Thread& self) {
 }
 
 // A thread that reads the same value again and again, and does nothing else, waits for another one:
-// two such reads are points, later ones are not, and in the end it yields.
-bool Schedule::isLoop(const Location& location, Touch touch, Thread& self) {
+// two such reads from one place are points, later ones are not, and in the end it yields. Reads
+// from several places may each decide something else.
+bool Schedule::isLoop(const Location& location, Touch touch, const void* p_place, Thread& self) {
     const bool isEqual = touch == Touch::Read && self.p_lastRead == &location &&
                          self.lastVersion == location.version;
     self.equalReads = isEqual ? self.equalReads + 1 : 0;
+    self.equalReadsHere = isEqual && self.p_lastPlace == p_place ? self.equalReadsHere + 1 : 0;
+    self.p_lastPlace = p_place;
     self.p_lastRead = touch == Touch::Read ? &location : nullptr;
     self.lastVersion = location.version;
-    return self.equalReads >= kReadsOfLoop;
+    return self.equalReadsHere >= kReadsOfLoop;
 }
 
 void Schedule::countStep() {
@@ -145,10 +148,11 @@ void Schedule::countStep() {
     }
 }
 
-void Schedule::point(Location& location, Touch touch, const char* verb, std::uint64_t value) {
+void Schedule::point(Location& location, Touch touch, const char* verb, std::uint64_t value,
+                     const void* p_place) {
     Thread& self = *t_self;
     countStep();
-    const bool isLooping = isLoop(location, touch, self);
+    const bool isLooping = isLoop(location, touch, p_place, self);
     const std::uint32_t moment = m_moment++;
     const bool isDue = isDeviationDue(moment);
     if (m_count > 1) {

@@ -72,6 +72,8 @@ struct Thread {
     const Location* p_lastRead = nullptr;
     std::uint64_t lastVersion = 0;
     std::uint32_t equalReads = 0;
+    const void* p_lastPlace = nullptr;
+    std::uint32_t equalReadsHere = 0;  ///< From the same place in the code.
     std::uint32_t clockReadings = 0;
 
     char name[16] = "";
@@ -97,8 +99,10 @@ public:
 
     Location& at(const volatile void* p_address);
 
-    /// A scheduling point: the calling thread is about to touch the location.
-    void point(Location& location, Touch touch, const char* verb, std::uint64_t value = 0);
+    /// A scheduling point: the calling thread is about to touch the location. @p p_place is where
+    /// in the code, for reads that may be a loop's.
+    void point(Location& location, Touch touch, const char* verb, std::uint64_t value = 0,
+               const void* p_place = nullptr);
     /// The step is made: for happens-before and for the state's hash.
     void happened(Location& location, Touch touch, std::uint64_t value = 0);
     void acquire(Location& location);
@@ -166,7 +170,7 @@ private:
     bool canRun(const Thread& thread) const;
     Location* find(std::uintptr_t address, std::size_t* p_slot);
     void touch(Location& location, Touch touch, const Thread& self);
-    bool isLoop(const Location& location, Touch touch, Thread& self);
+    bool isLoop(const Location& location, Touch touch, const void* p_place, Thread& self);
     void offerPreemption(Thread& self, std::uint32_t moment);
     void countStep();
     bool isDeviationDue(std::uint32_t moment);

@@ -39,7 +39,7 @@ def demo(tree, command):
 
 def demo_with_log(tree, command):
     output = run(tree, command)
-    expect(re.search(r"^\[\d+\.\d+\] \[\d+ tv_browser\] \[TRACE -> ", output, re.M), command, output)
+    expect(re.search(r"^\[ *\d+\.\d+\] \[\d+ tv_browser\] \[TRACE -> ", output, re.M), command, output)
 
 
 def demo_of_a_deadlock(tree, command):
