@@ -14,7 +14,11 @@ try:
 except ImportError:
     print("Skipped: there is no libclang for this Python")
     sys.exit()
-import mutants  # noqa: E402
+from mutated_build import Build  # noqa: E402
+from results import Equivalent, Found, Results  # noqa: E402
+from sites import number_mutants  # noqa: E402
+from suite import Test  # noqa: E402
+import trial  # noqa: E402
 
 SAMPLE = HERE / "sample.cpp"
 
@@ -26,7 +30,7 @@ class MutantsTest(unittest.TestCase):
         finder = edits.Finder(str(SAMPLE), cls.text)
         finder.look_at(edits.parse(str(SAMPLE), ["-std=c++17"]))
         cls.sites = edits.nested(finder.sites.values())
-        cls.entries = mutants.number_mutants({"sample.cpp": cls.sites}, {"sample.cpp": cls.text})
+        cls.entries = number_mutants({"sample.cpp": cls.sites}, {"sample.cpp": cls.text})
         cls.mutated, cls.spans = edits.rendered(cls.text, cls.sites)
         cls.folder = tempfile.TemporaryDirectory()
         cls.program = pathlib.Path(cls.folder.name) / "sample"
@@ -115,7 +119,7 @@ class MutantsTest(unittest.TestCase):
         class Suite:
             by_mutant = {}
             folder = self.folder.name
-        test = mutants.Test("sample", [str(self.program)], self.folder.name, {})
+        test = Test("sample", [str(self.program)], self.folder.name, {})
         with tempfile.NamedTemporaryFile() as table:
             table.truncate(1 << 16)
             subprocess.run([self.program], env={"MUTANTS_REACHED": table.name}, check=True)
@@ -128,13 +132,13 @@ class MutantsTest(unittest.TestCase):
 
     def outcome(self, function, mutated):
         number = self.number_of(function, mutated)
-        return mutants.Trial(self.suite(), {}, self.entries[number - 1]).outcome()
+        return trial.Trial(self.suite(), {}, self.entries[number - 1]).outcome()
 
     def test_a_mutant_is_found_where_a_test_fails(self):
         self.assertEqual(self.outcome("added", "a - b"), "sample")
 
     def test_a_mutant_that_hangs_is_found(self):
-        mutants.PATIENCE_SECONDS = 1
+        trial.PATIENCE_SECONDS = 1
         self.assertEqual(self.outcome("counted", "--i"), "sample (hangs)")
 
     def test_a_mutant_survives_where_no_test_gets(self):
@@ -148,7 +152,7 @@ class MutantsTest(unittest.TestCase):
         self.assertIsNone(self.outcome("added", ""))  # The lock: there is but one thread.
 
     def test_a_compiler_error_is_that_of_the_innermost_mutant(self):
-        build = mutants.Build.__new__(mutants.Build)
+        build = Build.__new__(Build)
         build.tree = pathlib.Path("/somewhere/source")
         build.spans = {"sample.cpp": (self.mutated, self.spans)}
         number = self.number_of("isShorter", "b < a")
@@ -162,11 +166,43 @@ class MutantsTest(unittest.TestCase):
         path = pathlib.Path(self.folder.name) / "equivalent.txt"
         path.write_text("# Comment.\n\nfile: sample.cpp\nfunction: added\n"
                         "original: g_sum = a + b;\nmutated: (nothing)\nreason: None: a test.\n")
-        equivalent = mutants.Equivalent(path)
+        equivalent = Equivalent(path)
         entry = self.entries[self.number_of("added", "a - b") - 2]
         self.assertEqual(equivalent.reason(entry), "None: a test.")
         self.assertEqual(equivalent.unknown(self.entries), [])
         self.assertEqual(len(equivalent.unknown([])), 1)
+
+    def results(self, means=(), tests="tests"):
+        folder = pathlib.Path(self.folder.name)
+        return Results(folder, tests, list(means), Found(folder / "found.txt"))
+
+    def tearDown(self):
+        for name in ("results.jsonl", "found.txt"):
+            (pathlib.Path(self.folder.name) / name).unlink(missing_ok=True)
+
+    def test_a_survivor_is_tried_again_by_other_tests_or_further_means(self):
+        entry = self.entries[0]
+        results = self.results()
+        self.assertFalse(results.is_tried(entry))
+        results.put(entry, None, 1.0)
+        self.assertTrue(self.results().is_tried(entry))
+        self.assertFalse(self.results(means=["asan"]).is_tried(entry))
+        self.assertFalse(self.results(tests="others").is_tried(entry))
+        self.assertFalse(self.results().is_found(entry))
+
+    def test_what_was_found_is_noted_until_its_file_changes(self):
+        results = self.results()
+        for entry in self.entries[:3] + self.entries[4:5]:
+            results.put(entry, "a test", 1.0)
+        results.note(self.entries)
+        noted = (pathlib.Path(self.folder.name) / "found.txt").read_text().splitlines()
+        self.assertEqual(noted[2:], [f"sample.cpp {self.entries[0].digest} 1-3 5"])
+        (pathlib.Path(self.folder.name) / "results.jsonl").unlink()
+        again = self.results()
+        self.assertEqual([again.is_found(entry) for entry in self.entries[:6]],
+                         [True, True, True, False, True, False])
+        changed = number_mutants({"sample.cpp": self.sites}, {"sample.cpp": self.text + "\n"})
+        self.assertFalse(again.is_found(changed[0]))
 
 
 if __name__ == "__main__":
