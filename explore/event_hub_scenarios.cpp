@@ -269,6 +269,32 @@ TEVALON_SCENARIO(AsyncSendOutAsTheHubEnds) {
     TEVALON_EXPECT(calls == 1);
 }
 
+// Sent again while a reply to the first time is on its way: either may be what that answers.
+TEVALON_SCENARIO(AsyncSendOfOneEventTwice) {
+    int calls = 0;
+    Event kept;
+    Semaphore handled;
+    {
+        RegisteredHub hub(kReceiver);
+        TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event& event) {
+            kept = event;
+            handled.post();
+        }) == 0);
+        const TimeStandsStill still;
+        const Event event = hub.createEvent(kType);
+        const auto send = [&] {
+            TEVALON_EXPECT(
+                hub.sendAsync(event, kReceiver, -1, [&](int, const Event&) { ++calls; }) == 0);
+        };
+        send();
+        handled.wait();
+        std::thread replier([held = kept] { held->replyResult(5); });
+        send();
+        replier.join();
+    }
+    TEVALON_EXPECT(calls == 2);
+}
+
 // The hub's thread is about to wait when the reply comes.
 TEVALON_SCENARIO(AsyncSendWakesTheHub) {
     Semaphore called;
