@@ -206,25 +206,23 @@ TEVALON_SCENARIO(AsyncSendRepliedAsTheHubEnds) {
     BrowserEvent* p_sent = nullptr;
     Event kept;
     Semaphore handled;
-    RegisteredHub receiver(kReceiver);
-    TEVALON_EXPECT(receiver.registerHandler(kType, [&](const Event& event) {
-        kept = event;
-        handled.post();
-    }) == 0);
     {
+        RegisteredHub hub(kSender);
+        TEVALON_EXPECT(hub.registerHandler(kType, [&](const Event& event) {
+            kept = event;
+            handled.post();
+        }) == 0);
         const TimeStandsStill still;
-        RegisteredHub sender(kSender);
-        const Event event = sender.createEvent(kType);
+        const Event event = hub.createEvent(kType);
         p_sent = event.get();
-        TEVALON_EXPECT(
-            sender.sendAsync(event, kReceiver, -1, [&](int result, const Event& replied) {
-                ++calls;
-                TEVALON_EXPECT(result == 5 || result == -1);
-                TEVALON_EXPECT(replied.get() == p_sent);
-            }) == 0);
+        TEVALON_EXPECT(hub.sendAsync(event, kSender, -1, [&](int result, const Event& replied) {
+            ++calls;
+            TEVALON_EXPECT(result == 5 || result == -1);
+            TEVALON_EXPECT(replied.get() == p_sent);
+        }) == 0);
         handled.wait();
-        std::thread replier([&] { kept->replyResult(5); });
-        evtdispch_unregister_hub(&sender);
+        std::thread replier([held = kept] { held->replyResult(5); });
+        evtdispch_unregister_hub(&hub);
         TEVALON_EXPECT(calls == 1);
         replier.join();
     }
