@@ -307,11 +307,14 @@ TEST(TaskHandleTest, WorkThatCannotBePostedIsDestroyed) {
 
 TEST(TaskHandleTest, ACancellationByTaskIdTakesPostedWorkAlong) {
     TimerThread thread;
+    Holder holder;
+    ASSERT_TRUE(holder.hold(thread));  // It would drop what is cancelled.
     TaskHandle handle = thread.post([] { ADD_FAILURE() << "is done"; }, kFar);
 
     thread.cancelTaskByTaskId(0);
 
     EXPECT_TRUE(handle.cancel());
+    holder.letGo();
 }
 
 TEST(TaskHandleTest, AnEmptyTaskIsReportedWhateverTheDelay) {
