@@ -105,6 +105,61 @@ TEST(BasicThreadTest, ThrowsWhenThereIsNoThreadToBeHad) {
     EXPECT_EQ(owner.stops, 0);
 }
 
+/// Ends its thread from within.
+class EndsItself {
+public:
+    int run() {
+        EXPECT_TRUE(created.wait());
+        m_thread->end();
+        pthread_attr_t attributes;
+        EXPECT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+        EXPECT_EQ(pthread_attr_getdetachstate(&attributes, &detachState), 0);
+        (void)pthread_attr_destroy(&attributes);
+        ended.set();
+        return 0;
+    }
+    void stop() { ++stops; }
+
+    void create() {
+        m_thread = std::make_unique<BasicThread<EndsItself>>(this);
+        created.set();
+    }
+
+    test::Event created;
+    test::Event ended;
+    int stops = 0;
+    int detachState = PTHREAD_CREATE_JOINABLE;
+
+private:
+    std::unique_ptr<BasicThread<EndsItself>> m_thread;
+};
+
+TEST(BasicThreadTest, EndedByItselfItIsDetachedAndNotJoined) {
+    const test::CountCalls joins(Call::PthreadJoin);
+    EndsItself owner;
+
+    owner.create();
+
+    ASSERT_TRUE(owner.ended.wait());
+    EXPECT_EQ(owner.stops, 1);
+    EXPECT_EQ(owner.detachState, PTHREAD_CREATE_DETACHED);
+    EXPECT_EQ(joins.seen(), 0);
+}
+
+TEST(BasicThreadTest, WhoEndsItMayBeCancelledAfterwardsIfBefore) {
+    for (const int before : {PTHREAD_CANCEL_DISABLE, PTHREAD_CANCEL_ENABLE}) {
+        Owner owner;
+        BasicThread<Owner> thread(&owner);
+        int after = -1;
+        (void)pthread_setcancelstate(before, nullptr);
+
+        thread.end();
+
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &after);
+        EXPECT_EQ(after, before);
+    }
+}
+
 TEST(BasicThreadTest, HoldsItsOwnerAndTheHandle) {
     struct Fields {
         Owner* p_owner;
