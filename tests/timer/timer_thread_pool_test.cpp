@@ -176,9 +176,11 @@ TEST(TimerThreadPoolTest, NamedThreadsFireInOrderAndNotBeforeTheirTime) {
              {TimerThreadPool::postMainThreadTask, TimerThreadPool::postForegroundTask,
               TimerThreadPool::postBackgroundTask}) {
             FireLog fires;
-            const double due = monotonicNow() + 0.05;
             double firedAt = 0.0;
+            test::Event posted;
             test::Event done;
+            post(makeTask([&] { EXPECT_TRUE(posted.wait()); }, kNow));
+            const double due = monotonicNow() + 0.05;
             post(makeTask(
                 [&] {
                     firedAt = monotonicNow();
@@ -187,6 +189,7 @@ TEST(TimerThreadPoolTest, NamedThreadsFireInOrderAndNotBeforeTheirTime) {
                 },
                 due));
             post(makeTask([&] { fires.add(1); }, kNow));
+            posted.set();
             EXPECT_TRUE(done.wait());
             EXPECT_EQ(fires.fired(), (std::vector<int>{1, 2}));
             EXPECT_GE(firedAt, due);
