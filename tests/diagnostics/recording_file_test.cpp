@@ -3,8 +3,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -300,6 +302,51 @@ TEST_F(RecordingFileTest, AForkedChildRecordsInAFileOfItsOwn) {
     const test::trace::Recording read = test::readFile(own);
     EXPECT_EQ(test::sentences(read), std::vector<std::string>{"mark 'child' 0"});
     EXPECT_EQ(read.head.processId, static_cast<std::uint32_t>(child));
+}
+
+// That thread holds the memory against a new start, and does not exist in the child.
+TEST_F(RecordingFileTest, AForkedChildRecordsThoughAThreadIsJustWritingTheRecording) {
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(start(m_path, 16 * kBytes), Status::Ok);
+    std::thread writer([&] { EXPECT_EQ(writeRecording(ends[1]), Status::Ok); });
+    int inPipe = 0;  // At last as much as it holds, which is less than the recording.
+    while (inPipe < 4096 * 4) ASSERT_EQ(ioctl(ends[0], FIONREAD, &inPipe), 0);
+
+    const pid_t child = fork();
+    if (child == 0) _exit(startRecording(optionsOf(kBytes)) == Status::Ok ? 0 : 1);
+    EXPECT_EQ(exitStatusOf(child), 0);
+
+    std::thread reader([&] {
+        char piece[4096];
+        while (read(ends[0], piece, sizeof(piece)) > 0) {
+        }
+    });
+    writer.join();
+    (void)close(ends[1]);
+    reader.join();
+    (void)close(ends[0]);
+}
+
+// It came before anybody was to be told of forks.
+TEST_F(RecordingFileTest, AChildOfAForkDuringTheFirstStartRecords) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        int status = -1;
+        {
+            const test::ReplaceCall<int(void (*)(), void (*)(), void (*)(), void*)> forks(
+                test::Call::PthreadAtfork,
+                [&](void (*p_prepare)(), void (*p_parent)(), void (*p_child)(), void*) {
+                    const pid_t child = fork();
+                    if (child == 0) {
+                        _exit(startRecording(optionsOf(kBytes)) == Status::Ok ? 0 : 1);
+                    }
+                    status = exitStatusOf(child);
+                    return pthread_atfork(p_prepare, p_parent, p_child);
+                });
+            EXPECT_EQ(startRecording(optionsOf(kBytes)), Status::Ok);
+        }
+        EXPECT_EQ(status, 0);
+    });
 }
 
 TEST_F(RecordingFileTest, ForksWhileThreadsRecordLeaveItWhole) {
