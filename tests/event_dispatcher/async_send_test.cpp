@@ -117,6 +117,21 @@ TEST_F(AsyncSendTest, CallsBackWithTheReplyOnTheSendersThread) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+// The sender's own pointer lasts longer than anything that waits for a reply.
+TEST_F(AsyncSendTest, AReplyToWhatIsOverIsNothing) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+    ASSERT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+    passThroughSender();
+    evtdispch_unregister_hub(m_receiver.get());  // Its thread has let go of the event.
+
+    event->replyResult(9);
+    passThroughSender();
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
 TEST_F(AsyncSendTest, StartsTheThreadOfAHubWithoutHandlers) {
     answer([](Event event) { event->replyResult(7); });
     EventHub bare(kSender + 100);
