@@ -2,7 +2,9 @@
 #include <time.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -165,6 +167,18 @@ TEVALON_SCENARIO(SyncSendAndReply) {
 TEVALON_SCENARIO(ReplyAndEventFreed) {
     auto event = std::make_unique<BrowserEvent>(kSender, kType, nullptr);
     TEVALON_EXPECT(event->initWaitResultCv() == 0);
+    const TimeStandsStill still;
+    std::thread replier([p_event = event.get()] { p_event->replyResult(5); });
+    TEVALON_EXPECT(event->waitForResult(-1) == 5);
+    event.reset();
+    replier.join();
+}
+
+// The same with objects that the client has made.
+TEVALON_SCENARIO(ReplyAndEventWithObjectsOfAClientFreed) {
+    auto event = std::make_unique<BrowserEvent>(kSender, kType, nullptr);
+    event->waitResultMtx = new std::mutex();
+    event->waitResultCv = new std::condition_variable();
     const TimeStandsStill still;
     std::thread replier([p_event = event.get()] { p_event->replyResult(5); });
     TEVALON_EXPECT(event->waitForResult(-1) == 5);

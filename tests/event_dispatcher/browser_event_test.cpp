@@ -443,6 +443,15 @@ TEST_F(BrowserEventTest, ArmingKeepsTheObjectsOfAClient) {
     EXPECT_EQ(countWokenBy(8, m_event), 3);
 }
 
+TEST_F(BrowserEventTest, AReplyNeedsNoConditionVariableOfAClient) {
+    m_event.waitResultMtx = new std::mutex();
+
+    m_event.replyResult(7);
+
+    EXPECT_TRUE(m_event.replied);
+    EXPECT_EQ(m_event.result, 7);
+}
+
 TEST_F(BrowserEventTest, ObjectsOfAClientAreFreedWithTheEvent) {
     test::CountCalls destroyed(Call::PthreadCondDestroy);
     {
