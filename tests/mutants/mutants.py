@@ -2,7 +2,7 @@
 """Makes small mistakes in the library, one at a time, and says which of them no test finds.
 
     mutants.py [FILE...] [--group=locks|rest|all] [--count=N] [--seed=S] [--build=FOLDER] [--list]
-               [--quick] [--note]
+               [--quick] [--note] [--jobs=N]
 
 All mutants are in one build, and a process runs the one whose number is in its environment; see
 edits.py. Without arguments: all of the locks, of ends and of time, and 400 of the rest at random. With
@@ -90,6 +90,8 @@ def parsed_arguments():
     parser.add_argument("--quick", action="store_true",
                         help="by the tests alone, without explorer and sanitizers")
     parser.add_argument("--note", action="store_true", help="write what was found into found.txt")
+    parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), metavar="N",
+                        help="mutants at a time; what a mutant hangs costs no processor")
     return parser.parse_args()
 
 
@@ -142,7 +144,7 @@ def main():
             "SURVIVED" if suite.by_mutant.get(entry.number) else "SURVIVED, not reached"
         print(f"{done}/{len(todo)} {time.monotonic() - begin:.0f} s: {entry}: {how}", flush=True)
 
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         for _ in pool.map(work, todo):
             pass
     if arguments.note:
