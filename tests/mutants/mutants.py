@@ -88,7 +88,7 @@ def parsed_arguments():
     parser.add_argument("--build", default=str(ROOT / "build" / "mutants"))
     parser.add_argument("--list", action="store_true", help="only say which there are")
     parser.add_argument("--quick", action="store_true",
-                        help="by the tests alone, without explorer and sanitizers")
+                        help="by the short tests alone, without explorer and sanitizers")
     parser.add_argument("--note", action="store_true", help="write what was found into found.txt")
     parser.add_argument("--jobs", type=int, default=2 * os.cpu_count(), metavar="N",
                         help="mutants at a time; what a mutant hangs costs no processor")

@@ -18,6 +18,7 @@ from tree import say
 # a client with other flags, a debugger that reads another library's names.
 LEFT_OUT_TESTS = re.compile(r"^(GdbTest|planted_fits|package|tidy|RunTest|soak|EnduranceTest\.)")
 LONGEST_TEST_SECONDS = 20
+LONGEST_QUICK_TEST_SECONDS = 5  # Those that reach most of all mutants are longer.
 EXPLORER_SECONDS = 60
 
 
@@ -116,6 +117,7 @@ class Suite:
     def __init__(self, build, folder, has_scenarios):
         self.build = build
         self.has_scenarios = has_scenarios
+        self.longest_seconds = EXPLORER_SECONDS if has_scenarios else LONGEST_QUICK_TEST_SECONDS
         self.folder = folder
         self.cache = build.folder / "reach.json"
         self.programs = {}
@@ -148,7 +150,7 @@ class Suite:
             result = known[test.name]
             if not result["good"]:
                 unfit.append(test.name)
-            elif result["reached"]:
+            elif result["reached"] and result["seconds"] <= self.longest_seconds:
                 test.seconds = result["seconds"]
                 test.reached = frozenset(result["reached"])
                 self.tests.append(test)
