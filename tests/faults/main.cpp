@@ -99,15 +99,15 @@ int runScenario(const Scenario& scenario) {
 void Run::calm() {
     if (m_stage == 1) calmDown();
     if (m_stage == 1 || m_stage == 3) ++m_stage;
-    g_stage = m_stage;
+    g_stage = m_stage.load();
 }
 
 void Run::say(const char* what, long value) const {
-    report("say %d %s: %ld\n", m_stage, what, value);
+    report("say %d %s: %ld\n", m_stage.load(), what, value);
 }
 
 void Run::say(const char* what, const std::string& value) const {
-    report("say %d %s: %s\n", m_stage, what, value.c_str());
+    report("say %d %s: %s\n", m_stage.load(), what, value.c_str());
 }
 
 // What has not come once does not come in vain a second time: the script looks at it anew, with

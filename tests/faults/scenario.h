@@ -34,7 +34,7 @@ public:
 private:
     [[nodiscard]] int patienceMs() const;
 
-    int m_stage;  // 1 and 3: what may fail; 2 and 4: after calm().
+    std::atomic<int> m_stage;  // 1 and 3: what may fail; 2 and 4: after calm().
 };
 
 struct Scenario {
