@@ -57,6 +57,11 @@ struct Interval {
     long nsec;
 };
 
+// Its bytes would show what lies between the members, too.
+void PrintTo(const Interval& interval, std::ostream* p_stream) {
+    *p_stream << interval.milliseconds << " ms";
+}
+
 class RunnableIntervalTest : public testing::TestWithParam<Interval> {};
 
 TEST_P(RunnableIntervalTest, IsSplitIntoSecondsAndNanoseconds) {
