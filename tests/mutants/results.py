@@ -8,7 +8,8 @@ from tree import HERE, fail
 
 class Equivalent:
     """equivalent.txt: paragraphs of file, function, original, mutated and reason; with the text of the
-    line where a function has several of the kind."""
+    line where a function has several of the kind, and with several pairs of original and mutated, or
+    several mutated of one original, where the reason is the same."""
 
     FIELDS = {"file", "function", "original", "mutated", "reason"}
 
@@ -16,12 +17,22 @@ class Equivalent:
         self.paragraphs = []
         for number, paragraph in enumerate(re.split(r"\n\s*\n", path.read_text())):
             lines = [line for line in paragraph.splitlines() if line and not line.startswith("#")]
-            if not lines:
-                continue
-            fields = dict(line.split(": ", 1) for line in lines if ": " in line)
-            if set(fields) - {"line"} != self.FIELDS or len(fields) != len(lines):
-                fail(f"{path}: paragraph {number + 1} lacks a field, or has one too many")
-            self.paragraphs.append(fields)
+            if lines:
+                self.paragraphs += self.read(lines, f"{path}: paragraph {number + 1}")
+
+    def read(self, lines, where):
+        """The same fields for each pair."""
+        fields, pairs = {}, []
+        for line in lines:
+            name, _, text = line.partition(": ")
+            if name == "mutated":
+                pairs.append((fields.get("original"), text))
+            elif name in fields and name != "original":
+                fail(f"{where} has a second {name}")
+            fields[name] = text
+        if set(fields) - {"line"} != self.FIELDS:
+            fail(f"{where} lacks a field, or has one too many")
+        return [{**fields, "original": original, "mutated": mutated} for original, mutated in pairs]
 
     @staticmethod
     def fits(fields, entry):
