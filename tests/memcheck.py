@@ -27,7 +27,7 @@ VALGRIND = ["valgrind", "--quiet", "--error-exitcode=99", "--leak-check=full",
 
 # Their children have what only threads of the parent refer to, and are looked at for all but leaks.
 FORKING = ["Forked*", "ForkAtLocksTest.*", "NamedWatchThreadTest.*Forked*",
-           "ManualTimeThreadsTest.AForkedChild*"]
+           "ManualTimeThreadsTest.AForkedChild*", "RecordingFileTest.*Fork*"]
 
 # Under memcheck, which runs one thread at a time and changes threads seldom, these would take hours.
 LEFT_OUT = [
@@ -49,31 +49,6 @@ def programs(build):
     return found
 
 
-class Clean:
-    """What was clean, by the contents of programs and library."""
-
-    def __init__(self, build, folder):
-        self.library = os.path.join(build, "libtevalon-base.so")
-        self.path = os.path.join(folder, "clean.txt")
-
-    def key(self, program):
-        digest = hashlib.sha256(repr((VALGRIND, FORKING, LEFT_OUT)).encode())
-        for path in self.library, program:
-            with open(path, "rb") as file:
-                digest.update(hashlib.sha256(file.read()).digest())
-        return digest.hexdigest()
-
-    def has(self, program):
-        if not os.path.exists(self.path):
-            return False
-        with open(self.path, encoding="ascii") as file:
-            return self.key(program) in file.read().split()
-
-    def add(self, program):
-        with open(self.path, "a", encoding="ascii") as file:
-            file.write(self.key(program) + "\n")
-
-
 def filters(tests):
     """What to run with the options for it: the tests that fork apart."""
     forking = [pattern for pattern in FORKING
@@ -85,9 +60,34 @@ def filters(tests):
         yield [], "-" + not_these
 
 
+class Clean:
+    """What was clean, by what was run, and the contents of program and library."""
+
+    def __init__(self, build, folder):
+        self.library = os.path.join(build, "libtevalon-base.so")
+        self.path = os.path.join(folder, "clean.txt")
+
+    def key(self, program, tests):
+        digest = hashlib.sha256(repr((VALGRIND, list(filters(tests)))).encode())
+        for path in self.library, program:
+            with open(path, "rb") as file:
+                digest.update(hashlib.sha256(file.read()).digest())
+        return digest.hexdigest()
+
+    def has(self, program, tests):
+        if not os.path.exists(self.path):
+            return False
+        with open(self.path, encoding="ascii") as file:
+            return self.key(program, tests) in file.read().split()
+
+    def add(self, program, tests):
+        with open(self.path, "a", encoding="ascii") as file:
+            file.write(self.key(program, tests) + "\n")
+
+
 def check(program, tests, folder, clean):
     name = os.path.basename(program)
-    if clean.has(program):
+    if clean.has(program, tests):
         print(f"memcheck: {name}: was clean", flush=True)
         return True
     begin = time.monotonic()
@@ -102,7 +102,7 @@ def check(program, tests, folder, clean):
     what = {0: "clean", 99: "MEMCHECK HAS FOUND SOMETHING"}.get(status, f"STATUS {status}")
     print(f"memcheck: {name}: {what} ({time.monotonic() - begin:.0f} s)", flush=True)
     if status == 0:
-        clean.add(program)
+        clean.add(program, tests)
     return status == 0
 
 
