@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <thread>
@@ -100,7 +102,23 @@ TEST_F(ReportedEventsTest, AHubWithoutAThread) {
     expectEntry(stateReport(), "hubs", "module 107: no thread, 0 waiting");
 
     evtdispch_unregister_hub(&hub);
-    EXPECT_EQ(test::countOf(test::listOf(stateReport(), "hubs"), "module 107.*"), 0);
+    const std::string report = stateReport();
+    EXPECT_EQ(test::countOf(test::listOf(report, "hubs"), "module 107.*"), 0);
+    EXPECT_EQ(report.find("locked"), std::string::npos) << report;
+}
+
+TEST_F(ReportedEventsTest, AHubThatWasMadeWithoutMemory) {
+    std::unique_ptr<EventHub> hub;
+    {
+        const test::FailCall memory(test::Call::New, 0, test::When().everyTime().nth(2));
+        hub = std::make_unique<EventHub>(kModule);
+        ASSERT_GT(memory.hits(), 0);
+    }
+    evtdispch_register_hub(hub.get());
+
+    expectEntry(stateReport(), "hubs", "module 107: no thread, .*");
+
+    evtdispch_unregister_hub(hub.get());
 }
 
 TEST_F(ReportedEventsTest, AHubThatIsNotRegistered) {
@@ -121,6 +139,35 @@ TEST_F(ReportedEventsTest, TheHandlerInHandAndWhatWaitsBehindIt) {
 }
 
 // Of a batch of events that the thread has taken at once, all behind the one in hand wait.
+TEST_F(ReportedEventsTest, OfAHandlerThatHasTakenTheNextEventMeanwhileNoTimeIsTold) {
+    std::array<test::Event, 2> isThere;
+    std::array<test::Event, 2> mayGo;
+    std::size_t handled = 0;
+    EventHub hub(kModule);
+    hub.registerHandler(kType, [&](const SharedEvent&) {
+        isThere[handled].set();
+        (void)mayGo[handled].wait();
+        ++handled;
+    });
+    evtdispch_register_hub(&hub);
+    const SharedEvent first = make();
+    const SharedEvent second = make();
+    EXPECT_EQ(hub.receiveEvent(first), 0);
+    EXPECT_EQ(hub.receiveEvent(second), 0);
+    ASSERT_TRUE(isThere[0].wait());
+    // It looks twice, and sleeps in between.
+    const test::RunAtCall between(test::Call::ClockNanosleep, [&] {
+        mayGo[0].set();
+        EXPECT_TRUE(isThere[1].wait());
+    });
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "hubs", "module 107: " + kThread + ", 0 waiting, handling");
+    mayGo[1].set();
+    evtdispch_unregister_hub(&hub);
+}
+
 TEST_F(ReportedEventsTest, EventsThatTheThreadHasTakenWaitToo) {
     test::Event isFirst;
     test::Event mayGoOn;
@@ -478,6 +525,30 @@ TEST_F(ReportedEventsTest, AWaitForAModuleThatHasNoThread) {
 }
 
 // ---- what is locked ----
+
+TEST_F(ReportedEventsTest, AListOfHubsThatStaysLocked) {
+    BusyHub hub;
+    test::Event isHeld;
+    test::Event mayGo;
+    (void)reportWith("hubs", "module 107: " + kThread + ", 0 waiting, idle");
+    std::thread holder([&] {
+        // A thread that waits is woken with the list locked.
+        test::RunAtCall hold(test::Call::SemPost, [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        });
+        EXPECT_EQ(m_sender.sendEvent(make(kOtherType), kModule), 0);
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    const std::string report = stateReport();
+
+    EXPECT_NE(report.find("registered hubs: locked by thread "), std::string::npos) << report;
+    expectEntry(report, "locks held", "list of hubs by thread [0-9]+ '[^']*'");
+    expectEntry(report, "hubs", "module 107: " + kThread + ", not registered, 1 waiting, .*");
+    mayGo.set();
+    holder.join();
+}
 
 TEST_F(ReportedEventsTest, AQueueThatStaysLocked) {
     BusyHub hub;

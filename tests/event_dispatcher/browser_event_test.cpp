@@ -356,28 +356,42 @@ TEST_F(BrowserEventTest, AReplyOfOneOrMinusOneLooksLikeATimeoutOrAnUnarmedEvent)
     EXPECT_TRUE(m_log.entries().empty());
 }
 
-TEST_F(BrowserEventTest, AReplyWakesAllWhoWait) {
-    m_event.initWaitResultCv();
-    constexpr int kWaiters = 3;
+/// What three waits return, of which one is limited, when @p reply comes after they have begun.
+std::vector<std::int32_t> resultsOfWaits(EventResult reply, BrowserEvent& event) {
+    constexpr std::size_t kWaiters = 3;
     // The hooks run before the wait, with the event's lock held: a reply comes after the wait.
     test::Countdown waiting(kWaiters);
     test::RunAtCall untimed(
         Call::PthreadCondWait, [&] { waiting.arrive(); },
-        When().on(m_event.waitResultCv->native_handle()).anyThread().everyTime());
+        When().on(event.waitResultCv->native_handle()).anyThread().everyTime());
     test::RunAtCall timed(
         Call::PthreadCondClockwait, [&] { waiting.arrive(); },
-        When().on(m_event.waitResultCv->native_handle()).anyThread().everyTime());
-    std::int32_t results[kWaiters] = {};
+        When().on(event.waitResultCv->native_handle()).anyThread().everyTime());
+    std::vector<std::int32_t> results(kWaiters);
     std::vector<std::thread> waiters;
-    for (int i = 0; i < kWaiters; ++i) {
-        waiters.emplace_back([&, i] { results[i] = m_event.waitForResult(i == 0 ? 60000 : -1); });
+    for (std::size_t i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&, i] { results[i] = event.waitForResult(i == 0 ? 60000 : -1); });
     }
 
     EXPECT_TRUE(waiting.wait());
-    m_event.replyResult(7);
+    event.replyResult(reply);
     for (std::thread& waiter : waiters) waiter.join();
+    return results;
+}
 
-    for (const std::int32_t result : results) EXPECT_EQ(result, 7);
+const std::vector<std::int32_t> kAllSeven = {7, 7, 7};
+
+TEST_F(BrowserEventTest, AReplyWakesAllWhoWait) {
+    m_event.initWaitResultCv();
+
+    EXPECT_EQ(resultsOfWaits(7, m_event), kAllSeven);
+}
+
+TEST_F(BrowserEventTest, AReplyWakesAllWhoWaitOnObjectsOfAClient) {
+    m_event.waitResultMtx = new std::mutex();
+    m_event.waitResultCv = new std::condition_variable();
+
+    EXPECT_EQ(resultsOfWaits(7, m_event), kAllSeven);
 }
 
 /// Waits on the event's own objects, as a client may; false when nobody wakes it in time.

@@ -74,9 +74,6 @@ TEVALON_TEST_INTERPOSE(Getrlimit, MinusOneAndErrno, getrlimit64, int,
 TEVALON_TEST_INTERPOSE(Sysconf, MinusOneAndErrno, sysconf, long, (int name),
                        nullptr, (nextCall, name))
 TEVALON_TEST_INTERPOSE(SchedGetcpu, MinusOneAndErrno, sched_getcpu, int, (), nullptr, (nextCall))
-TEVALON_TEST_INTERPOSE(ClockNanosleep, ErrorNumber, clock_nanosleep, int,
-                       (clockid_t clock, int flags, const timespec* p_time, timespec* p_left),
-                       nullptr, (nextCall, clock, flags, p_time, p_left))
 TEVALON_TEST_INTERPOSE(PthreadAttrInit, ErrorNumber, pthread_attr_init, int,
                        (pthread_attr_t* p_attributes), nullptr, (nextCall, p_attributes))
 TEVALON_TEST_INTERPOSE(PthreadKeyCreate, ErrorNumber, pthread_key_create, int,

@@ -9,7 +9,7 @@ from tree import HERE, fail
 class Equivalent:
     """equivalent.txt: paragraphs of file, function, original, mutated and reason; with the text of the
     line where a function has several of the kind, and with several pairs of original and mutated, or
-    several mutated of one original, where the reason is the same."""
+    several mutated of one original, where the reason is the same. "*" is any file, any function."""
 
     FIELDS = {"file", "function", "original", "mutated", "reason"}
 
@@ -36,17 +36,20 @@ class Equivalent:
 
     @staticmethod
     def fits(fields, entry):
-        return (fields["file"], fields["function"], fields["original"], fields["mutated"]) == \
-            (entry.file, entry.function, entry.original, entry.mutated or "(nothing)") and \
+        return (fields["original"], fields["mutated"]) == \
+            (entry.original, entry.mutated or "(nothing)") and \
+            fields["file"] in ("*", entry.file) and fields["function"] in ("*", entry.function) and \
             fields.get("line", entry.text) == entry.text
 
     def reason(self, entry):
         return next((fields["reason"] for fields in self.paragraphs if self.fits(fields, entry)), None)
 
     def unknown(self, entries):
-        """Those that fit no mutant of the sources, or several."""
-        return [fields for fields in self.paragraphs
-                if sum(self.fits(fields, entry) for entry in entries) != 1]
+        """Those that fit no mutant of the sources, or several without saying so."""
+        counts = [(fields, sum(self.fits(fields, entry) for entry in entries))
+                  for fields in self.paragraphs]
+        return [fields for fields, count in counts
+                if count == 0 or count > 1 and "*" not in (fields["file"], fields["function"])]
 
 
 class Found:

@@ -283,6 +283,9 @@ TEVALON_TEST_INTERPOSE(PthreadCondTimedwait, ErrorNumber, pthread_cond_timedwait
 TEVALON_TEST_INTERPOSE(Nanosleep, MinusOneAndErrno, nanosleep, int,
                        (const timespec* p_duration, timespec* p_remainder),
                        nullptr, (nextCall, p_duration, p_remainder))
+TEVALON_TEST_INTERPOSE(ClockNanosleep, ErrorNumber, clock_nanosleep, int,
+                       (clockid_t clock, int flags, const timespec* p_time, timespec* p_left),
+                       nullptr, (nextCall, clock, flags, p_time, p_left))
 TEVALON_TEST_INTERPOSE(Usleep, MinusOneAndErrno, usleep, int, (useconds_t duration),
                        nullptr, (nextCall, duration))
 TEVALON_TEST_INTERPOSE(Pipe2, MinusOneAndErrno, pipe2, int, (int* p_descriptors, int flags),

@@ -59,6 +59,11 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+/// What the output says when it is written to again.
+std::string lost(int lines, const std::string& why) {
+    return "zor-debug: lines that could not be written: " + std::to_string(lines) + why;
+}
+
 // Runs the probe's "terminal" way with a terminal as its standard error.
 std::string onTerminal(const std::string& noColor, const char* p_way = "terminal",
                        const char* p_terminal = "xterm") {
@@ -354,6 +359,10 @@ TEST(OutputTest, ASignalOfABrokenPipeThatIsPendingStaysPending) {
     const timespec noWait = {};
     EXPECT_EQ(sigtimedwait(&pipe, nullptr, &noWait), SIGPIPE);
     EXPECT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+    const std::string after = folder / "log";
+    EXPECT_EQ(zorDebugSetFile(after.c_str()), 0);
+    zorDebugOutput0("read\n");
+    EXPECT_EQ(contentsOf(after), lost(2, ", for: Broken pipe\n") + "read\n");
     EXPECT_EQ(zorDebugSetFile(""), 0);
 }
 
@@ -617,10 +626,6 @@ TEST(OutputTest, AFullDiskDoesNotHoldUpTheProcess) {
 }
 
 constexpr const char* kDiskIsFull = ", for: No space left on device\n";
-
-std::string lost(int lines, const std::string& why) {
-    return "zor-debug: lines that could not be written: " + std::to_string(lines) + why;
-}
 
 TEST(OutputTest, LostLinesAreCountedAndToldWhenWritingGoesAgain) {
     const TemporaryFolder folder;
