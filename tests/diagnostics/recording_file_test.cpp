@@ -285,6 +285,20 @@ TEST_F(RecordingFileTest, AForkedChildRecordsNothingThere) {
               (std::vector<std::string>{"mark 'parent' 0", "mark 'parent after' 0"}));
 }
 
+bool isMapped(const std::string& path) {
+    return test::contentsOf("/proc/self/maps").find(path) != std::string::npos;
+}
+
+TEST_F(RecordingFileTest, AForkedChildDoesNotHaveItMapped) {
+    ASSERT_EQ(start(m_path), Status::Ok);
+    EXPECT_TRUE(isMapped(m_path));
+
+    const pid_t child = fork();
+    if (child == 0) _exit(isMapped(m_path) ? 1 : 0);
+
+    EXPECT_EQ(exitStatusOf(child), 0);
+}
+
 TEST_F(RecordingFileTest, AForkedChildRecordsInAFileOfItsOwn) {
     const std::string own = m_folder.path("child");
     ASSERT_EQ(start(m_path), Status::Ok);

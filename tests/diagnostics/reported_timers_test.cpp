@@ -204,6 +204,29 @@ TEST_F(ReportedTimersTest, AListOfTimersThatStaysLocked) {
     holder.join();
 }
 
+TEST_F(ReportedTimersTest, ATimerThatStaysLocked) {
+    test::Event isHeld;
+    test::Event mayGo;
+    // The end of a run is told with the timer locked.
+    test::RunAtCall hold(
+        test::Call::PthreadCondBroadcast,
+        [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        },
+        test::When().anyThread());
+    Timer timer(
+        "blink", {0, 100, 0}, [](Timer*, void*) {}, nullptr, CONTINUE);
+    EXPECT_EQ(timer.start(), 0);
+    ASSERT_TRUE(isHeld.wait());
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers",
+                "'blink' in -?[0-9.]+ s, every 0.100 s, locked by thread [0-9]+ 'T:blink'");
+    mayGo.set();
+}
+
 // ---- timer threads ----
 
 class NumberedTask : public TimerTaskBase {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 #include <regex>
 #include <string>
 
@@ -114,6 +115,47 @@ TEST(StateReportTest, UsesNoHeap) {
 
     EXPECT_EQ(news.seen(), 0);
     EXPECT_EQ(mallocs.seen(), 0);
+    (void)close(fd);
+}
+
+// Of what changes all the time is told only what does not between two looks.
+TEST(StateReportTest, LooksTwiceTenMillisecondsApart) {
+    using Sleep = int(clockid_t, int, const timespec*, timespec*);
+    const test::ReplaceCall<Sleep> sleep(
+        test::Call::ClockNanosleep,
+        [](clockid_t clock, int flags, const timespec* p_time, timespec*) {
+            EXPECT_EQ(clock, CLOCK_MONOTONIC);
+            EXPECT_EQ(flags, 0);
+            EXPECT_EQ(p_time->tv_sec, 0);
+            EXPECT_EQ(p_time->tv_nsec, 10'000'000);
+            return 0;
+        });
+
+    (void)stateReport();
+
+    EXPECT_EQ(sleep.hits(), 1);
+}
+
+/// Of the process's address space.
+long mappedPages() {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages;
+}
+
+TEST(StateReportTest, LeavesNothingMapped) {
+    constexpr long kReports = 300;
+    constexpr long kPagesOfOneText = 4;  // At least.
+    const test::ReplaceCall<int(clockid_t, int, const timespec*, timespec*)> noSleep(
+        test::Call::ClockNanosleep, [](clockid_t, int, const timespec*, timespec*) { return 0; });
+    const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(writeState(fd), Status::Ok);
+    const long before = mappedPages();
+    ASSERT_GT(before, 0);
+
+    for (long i = 0; i < kReports; ++i) EXPECT_EQ(writeState(fd), Status::Ok);
+
+    EXPECT_LT(mappedPages() - before, kReports * kPagesOfOneText);
     (void)close(fd);
 }
 

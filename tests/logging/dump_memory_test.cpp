@@ -156,6 +156,23 @@ TEST_F(DumpMemoryTest, AsksBeforeEachPieceOfEachLine) {
     EXPECT_EQ(checks.seen(), 1 + 3 * 4);
 }
 
+TEST_F(DumpMemoryTest, AsksWithARecordWhoseFrameAndChunkAreZero) {
+    int asked = 0;
+    const test::ReplaceCall<std::int32_t(DebugLevelRecord*)> platform(
+        Call::ZorDebugCheckLevel, [&](DebugLevelRecord* p_record) {
+            ++asked;
+            EXPECT_EQ(p_record->level, kLogDebug);
+            EXPECT_EQ(p_record->module, 0x5F);
+            EXPECT_EQ(p_record->frame, 0U);
+            EXPECT_EQ(p_record->chunk, 0U);
+            return 1;
+        });
+
+    dump_memory("title", bytes(40).data(), 40);
+
+    EXPECT_EQ(asked, 1 + 3 * 4);
+}
+
 TEST_F(DumpMemoryTest, WritesJustThePiecesWhoseCheckSaysSo) {
     // Off for the title's end, the first line's front, the second one's bytes, the third one's end.
     const std::string checks = "1110011101110";

@@ -52,6 +52,17 @@ TEST(RecordTest, EventsAreReadAsTheyWereWritten) {
               }));
 }
 
+// Later formats may give them a meaning.
+TEST(RecordTest, HalfWordsWithoutAMeaningAreZero) {
+    test::OwnRecording recording(50);
+
+    record::eventSent(at(0x10), 100, 1, 7);
+    record::handlerBegun(at(0x10), 100, 1, 7);
+    record::handlerEnded(at(0x10), 100, 1, 7);
+
+    for (const auto& each : test::withoutMemory(recording.read())) EXPECT_EQ(each.word(2), 7U);
+}
+
 TEST(RecordTest, TasksTimersAndWatchesAreReadAsTheyWereWritten) {
     test::OwnRecording recording(50);
 

@@ -7,7 +7,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -153,6 +155,19 @@ TEST(WriterTest, TenThousandThreadsInTurnDoNotWearItOut) {
         ++number;
     }
     EXPECT_EQ(number, kThreads);
+}
+
+TEST(WriterTest, AThreadsBlocksAreCountedAnewInEachRecording) {
+    for (int i = 0; i < 2; ++i) {
+        const OwnRecording recording(4);
+        for (int mark = 0; mark < 20; ++mark) record::mark("m", mark);
+
+        for (std::uint32_t block = 0; block < 2; ++block) {
+            record::BlockHead head = {};
+            std::memcpy(&head, recording.blocks() + std::size_t{block} * 256, sizeof(head));
+            EXPECT_EQ(head.threadBlock, block);
+        }
+    }
 }
 
 TEST(WriterTest, AThreadsLastNameIsKept) {
