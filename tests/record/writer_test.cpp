@@ -243,14 +243,16 @@ TEST(WriterTest, ManyThreadsAtOnceEachKeepTheirOrder) {
     }
 }
 
+/// The second one is lost, for it begins within the first.
+void markWithinAMark() {
+    const test::RunAtCall interrupt(test::Call::ClockGettime, [] { record::mark("inside", 0); });
+    record::mark("interrupted", 0);
+}
+
 TEST(WriterTest, WhatInterruptsARecordIsLostAndCounted) {
     OwnRecording recording(50);
     record::mark("before", 0);
-    {
-        const test::RunAtCall interrupt(test::Call::ClockGettime,
-                                        [] { record::mark("inside", 0); });
-        record::mark("interrupted", 0);
-    }
+    markWithinAMark();
     record::mark("after", 0);
 
     const test::trace::Recording read = recording.read();
@@ -258,6 +260,35 @@ TEST(WriterTest, WhatInterruptsARecordIsLostAndCounted) {
         test::sentences(read),
         (std::vector<std::string>{"mark 'before' 0", "mark 'interrupted' 0", "mark 'after' 0"}));
     EXPECT_EQ(read.head.recordsLost, 1U);
+}
+
+TEST(WriterTest, TheCountOfLostRecordsIsThereBeforeTheEnd) {
+    OwnRecording recording(4);
+    markWithinAMark();
+    for (int i = 0; i < 20; ++i) record::mark("m", i);  // Into the next block.
+
+    test::trace::Recording read;
+    std::string error;
+    EXPECT_TRUE(test::trace::readRecording(recording.bytes(), &read, &error)) << error;
+
+    EXPECT_EQ(read.head.recordsLost, 1U);
+}
+
+TEST(WriterTest, EachRecordingBeginsAnew) {
+    for (int i = 0; i < 2; ++i) {
+        OwnRecording recording(8);
+        markWithinAMark();
+        std::thread([] { record::mark("m", 0); }).join();
+
+        const test::trace::Recording read = recording.read();
+        EXPECT_EQ(read.head.recordsLost, 1U);
+        std::vector<std::uint32_t> threads;
+        bool hasMemory = false;
+        for (const auto& [number, thread] : read.threads) threads.push_back(number);
+        for (const auto& each : read.records) hasMemory |= each.kind == record::Kind::Memory;
+        EXPECT_EQ(threads, (std::vector<std::uint32_t>{1, 2}));
+        EXPECT_TRUE(hasMemory);
+    }
 }
 
 TEST(WriterTest, IsNoCancellationPoint) {
