@@ -4,10 +4,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "simple_timer/scheduler_fixtures.h"
 
@@ -159,6 +161,39 @@ TEST(SchedulerLostCommandTest, ATimeoutBelowZeroFiresOnceInAMillisecond) {
         const double elapsed = monotonicNow() - start;
         EXPECT_GE(elapsed, (kRuns - 1) * 0.001);
         EXPECT_LE(static_cast<double>(threads.seen()), elapsed * 1000 + 3);
+    }
+}
+
+// A period above zero is kept, however short: the next expiry is so much later.
+TEST(SchedulerLostCommandTest, AMicrosecondIsAPeriod) {
+    for (const TimeoutTime& timeout : {TimeoutTime{0, 0, 1}, TimeoutTime{1, -999, -999}}) {
+        EXPECT_HOLDS_IN_FRESH_PROCESS([&] {
+            constexpr long kSecond = 1000000000;
+            const timespec shown = {kSecond, 999999000};
+            LogCapture log;
+            Runs runs;
+            std::atomic<bool> isStarting{true};
+            const pthread_t self = pthread_self();
+            const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+                Call::ClockGettime,
+                [&](clockid_t id, timespec* p_time) {
+                    const bool isOwn = pthread_equal(self, pthread_self()) != 0;
+                    if (isOwn && !isStarting) return clock_gettime(id, p_time);
+                    *p_time = shown;
+                    if (isOwn) p_time->tv_sec -= 5;  // So that it is due at once.
+                    return 0;
+                },
+                When().anyThread().everyTime());
+            Timer timer("short", timeout, runs.handler(), nullptr, CONTINUE);
+
+            ASSERT_EQ(timer.start(), 0);
+            isStarting = false;
+
+            ASSERT_TRUE(runs.waitFor(1));
+            EXPECT_TRUE(log.waitFor("Waiting for timer('short') expired, expiredTime(sec:" +
+                                    std::to_string(kSecond + 1) + ", nsec:0).\n"));
+            timer.stop();
+        });
     }
 }
 
