@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "base/event_dispatcher.h"
@@ -23,6 +24,7 @@ using event_dispatcher::BrowserEvent;
 using event_dispatcher::EventHub;
 using simple_timer::Timer;
 using timer::CallableTimerTask;
+using timer::NamedWatch;
 using timer::TimerThread;
 using timer::TimerThreadPool;
 using timer::WatchDog;
@@ -99,8 +101,12 @@ private:
         timer::GlobalWatchDog()->beginWatch(WatchDog::eWatchID_app_show, 3600.0);
         timer::GlobalWatchDog()->stopWatch(WatchDog::eWatchID_app_show);
         m_dog.stopWatch(WatchDog::eWatchID_app_show);
+        m_watch.restart();
+        const NamedWatch another(m_dog, "another", 3600.0, ignore);
         return m_dog.checkTimers().empty();
     }
+
+    static void ignore(const std::string& /*name*/, double /*seconds*/) {}
 
     bool useJob() {
         m_job.pause();
@@ -120,6 +126,7 @@ private:
     EventHub m_hub{kModule};
     std::int32_t m_types = 100;
     WatchDog m_dog;
+    NamedWatch m_watch{m_dog, "watch", 3600.0, ignore};
     Job m_job;
 };
 

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <limits>
 #include <memory>
@@ -98,6 +99,17 @@ TEST_F(NamedWatchTest, ARestartBeginsAnew) {
     EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 1.5}}));
 }
 
+TEST_F(NamedWatchTest, ARestartKeepsTheOthersAndTheirOrder) {
+    NamedWatch first(dog(), "first", 1s, note());
+    const NamedWatch second(dog(), "second", 1s, note());
+    m_clock.set(101);
+
+    first.restart();
+
+    checkAt(103);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"first", 2}, {"second", 3}}));
+}
+
 TEST_F(NamedWatchTest, IsNotReportedAfterItsEnd) {
     std::optional<NamedWatch> first(std::in_place, dog(), "first", 1s, note());
     std::optional<NamedWatch> second(std::in_place, dog(), "second", 1s, note());
@@ -127,6 +139,27 @@ TEST_F(NamedWatchTest, WithoutAPeriodIsReportedOnceAtEveryCheck) {
               (std::vector<Report>{{"none", 1}, {"negative", 1}, {"none", 2}, {"negative", 2}}));
 }
 
+TEST_F(NamedWatchTest, IsNotReportedBeforeAnyTimeHasPassed) {
+    const NamedWatch negative(dog(), "negative", -1s, note());
+
+    checkAt(100);
+    EXPECT_EQ(takeReports(), std::vector<Report>{});
+    checkAt(100.5);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"negative", 0.5}}));
+}
+
+// A clock that shows less has just begun to run.
+TEST_F(NamedWatchTest, IsWatchedFromTheFirstSecondOfTheClockOn) {
+    m_clock.set(1);
+    const NamedWatch atFirst(dog(), "at first", 1s, note());
+    m_clock.set(1.25);
+    const NamedWatch later(dog(), "later", 1s, note());
+
+    checkAt(3);
+
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"later", 1.75}}));
+}
+
 TEST_F(NamedWatchTest, WithoutAClockIsNeverReported) {
     m_clock.setFailing(true);
     const NamedWatch watch(dog(), "tune", 1s, note());
@@ -154,6 +187,21 @@ TEST_F(NamedWatchTest, ItsCallbackMayEndItAndOthersAndBeginMore) {
     EXPECT_EQ(takeReports(), (std::vector<Report>{{"tunex", 2}}));
     checkAt(104);
     EXPECT_EQ(takeReports(), (std::vector<Report>{{"more", 2}}));
+}
+
+// Or the check might have no end.
+TEST_F(NamedWatchTest, WhatACallbackBeginsIsNotLookedAtInTheSameCheck) {
+    std::vector<std::unique_ptr<NamedWatch>> more;
+    const NamedWatch watch(dog(), "tune", 1s, [&](const std::string& name, double seconds) {
+        m_reports.emplace_back(name, seconds);
+        more.push_back(std::make_unique<NamedWatch>(dog(), "more", -1s, note()));
+        m_clock.set(103);
+    });
+
+    checkAt(102);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 2}}));
+    checkAt(103);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"more", 1}}));
 }
 
 TEST_F(NamedWatchTest, ItsCallbackMayRestartIt) {
@@ -245,6 +293,7 @@ TEST(NamedWatchThreadTest, IsNotWatchedInAForkedChildUntilItIsRestarted) {
     const pid_t parent = getpid();
     std::optional<NamedWatch> watch;
     std::optional<NamedWatch> other;
+    std::atomic<bool> isLastReported{false};
     watch.emplace(dog, "tune", 1ms, [&](const std::string&, double) {
         if (getpid() != parent) {
             again.set();
@@ -254,6 +303,9 @@ TEST(NamedWatchThreadTest, IsNotWatchedInAForkedChildUntilItIsRestarted) {
         (void)release.wait();
     });
     other.emplace(dog, "other", 1h, [](const std::string&, double) {});
+    const NamedWatch last(dog, "last", 0ms, [&](const std::string&, double) {
+        if (getpid() != parent) isLastReported = true;
+    });
     ASSERT_TRUE(entered.wait());
 
     // The parent's report goes on for ever there.
@@ -262,6 +314,7 @@ TEST(NamedWatchThreadTest, IsNotWatchedInAForkedChildUntilItIsRestarted) {
                   watch->restart();
                   CHECK_IN_CHILD(again.wait());
                   watch.reset();
+                  CHECK_IN_CHILD(!isLastReported);
               }),
               0);
     release.set();
