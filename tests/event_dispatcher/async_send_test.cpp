@@ -197,6 +197,28 @@ TEST_F(AsyncSendTest, TheTimeIsOverAtOnceWhereTheClockCannotBeRead) {
     m_receiver.reset();
 }
 
+// Who knows no time does not wait.
+TEST_F(AsyncSendTest, TheTimeIsOverAtOnceWhereTheThreadCannotReadTheClock) {
+    answer(m_inbox.handler());
+    std::unique_ptr<test::FailCall> clock;
+    ASSERT_EQ(m_sender->registerHandler(kType + 2,
+                                        [&](const Event&) {
+                                            clock = std::make_unique<test::FailCall>(
+                                                test::Call::ClockGettime, EINVAL,
+                                                test::When().everyTime());
+                                        }),
+              0);
+    ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 2)), 0);
+    passThroughSender();
+
+    ASSERT_EQ(
+        m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, 1h, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+    evtdispch_unregister_hub(m_sender.get());  // Its thread reads no clock any more.
+}
+
 TEST_F(AsyncSendTest, TakesDurations) {
     answer(m_inbox.handler());  // Which keeps the event.
 
@@ -291,6 +313,57 @@ TEST_F(AsyncSendTest, WhenTheHubIsUnregisteredItsThreadCallsBackBeforeItEnds) {
     m_sender.reset();
     EXPECT_EQ(m_replies.results().size(), 1U);
     EXPECT_EQ(m_replies.threads()[0], m_ownInbox.threads()[0]);
+}
+
+TEST_F(AsyncSendTest, EachThreadOfAHubCallsBackBeforeItEnds) {
+    answer(m_inbox.handler());
+    EventHub bare(kSender + 100);
+    for (std::size_t thread = 1; thread <= 2; ++thread) {
+        ASSERT_EQ(
+            bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()), 0);
+
+        bare.onHubUnregistered();
+
+        EXPECT_EQ(m_replies.results().size(), thread);
+    }
+}
+
+// The thread that was in its wait when the time was over does not wait any more.
+TEST_F(AsyncSendTest, NobodyWakesTheThreadThatCallsBackInTime) {
+    answer(m_inbox.handler());
+    std::atomic<long> wakeUps{-1};
+    ASSERT_EQ(m_sender->sendAsync(
+                  m_sender->createEvent(kType), kReceiver, 20ms,
+                  [&](EventResult result, const Event& event) {
+                      const test::CountCalls posts(test::Call::SemPost);
+                      EXPECT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 1)), 0);
+                      wakeUps = posts.seen();
+                      m_replies.add(result, event);
+                  }),
+              0);
+
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(wakeUps, 0);
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
+}
+
+TEST_F(AsyncSendTest, ACallbackInTimeMayEndItsThread) {
+    answer(m_inbox.handler());
+    test::Event called;
+    ASSERT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, 20ms,
+                                  [&](EventResult, const Event&) {
+                                      called.set();
+                                      pthread_exit(nullptr);
+                                  }),
+              0);
+    ASSERT_TRUE(called.wait());
+
+    EXPECT_EQ(evtdispch_unregister_hub(m_sender.get()), 0);
+
+    ASSERT_EQ(m_sender->registerHandler(kType + 2, m_ownInbox.handler()), 0);
+    ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 2)), 0);
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
 }
 
 TEST_F(AsyncSendTest, WhenTheHubIsDestroyedInACallbackTheOthersAreCalledToo) {
@@ -424,8 +497,19 @@ TEST_F(AsyncSendTest, WithoutAThreadIsRefused) {
     EventHub bare(kSender + 100);
     const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN, test::When().everyTime());
 
+    const std::vector<test::LogEntry> noThreadLine = {
+        hubLine(kLogError, "registerHandler", "Fail to create EventHandlerThread.\n")};
+
     EXPECT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
               -1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLine);
+
+    // Also where there are handlers that wait for one.
+    EXPECT_EQ(bare.registerHandler(kType, m_inbox.handler()), 0);
+    m_log.clear();
+    EXPECT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
+              -1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLine);
 }
 
 TEST_F(AsyncSendTest, OfManyFromManyThreadsEachIsCalledOnce) {
