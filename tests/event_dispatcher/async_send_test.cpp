@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <semaphore.h>
+#include <time.h>
 
 #include <atomic>
 #include <cerrno>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 
 namespace {
 
@@ -130,6 +133,52 @@ TEST_F(AsyncSendTest, AReplyToWhatIsOverIsNothing) {
     passThroughSender();
 
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
+TEST_F(AsyncSendTest, AReplyToWhatIsOverMayComeAsTheEventIsSentAgain) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+    ASSERT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+    test::UnorderedTurn late;
+    std::thread replier([&] { late.use([&] { event->replyResult(9); }); });
+    Replies second;
+    {
+        const test::RunAtCall atArming(
+            test::Call::PthreadMutexLock, [&] { late.give(); },
+            test::When().on(event->waitResultMtx->native_handle()));
+        EXPECT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, second.callback()), 0);
+        EXPECT_EQ(atArming.hits(), 1);
+    }
+    late.give();
+    replier.join();
+
+    ASSERT_TRUE(second.wait());
+
+    EXPECT_EQ(second.results(), std::vector<EventResult>{7});
+}
+
+// The first one makes what all have in common.
+TEST_F(AsyncSendTest, TheFirstTwoOfAHubMayBeSentAtOnce) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+    const EventHub::ReplyCallback callback = m_replies.callback();
+    Replies others;
+    std::unique_ptr<test::Contender> other;
+    const test::RunAtCall atFirst(test::Call::New, [&] {
+        other = std::make_unique<test::Contender>([&] {
+            EXPECT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit,
+                                          others.callback()),
+                      0);
+        });
+        EXPECT_TRUE(other->hasToWait());
+    });
+
+    EXPECT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, callback), 0);
+    other.reset();
+
+    EXPECT_TRUE(m_replies.wait());
+    EXPECT_TRUE(others.wait());
 }
 
 TEST_F(AsyncSendTest, StartsTheThreadOfAHubWithoutHandlers) {
@@ -348,6 +397,33 @@ TEST_F(AsyncSendTest, NobodyWakesTheThreadThatCallsBackInTime) {
     EXPECT_TRUE(m_ownInbox.waitFor(1));
 }
 
+// A sender has taken it upon itself to wake the thread when the time is over.
+TEST_F(AsyncSendTest, AnEventMayComeAsTheTimeIsOver) {
+    answer(m_inbox.handler());
+    test::UnorderedTurn turn;
+    const Event event = m_sender->createEvent(kType + 1);
+    std::thread other([&] { turn.use([&] { EXPECT_EQ(m_sender->receiveEvent(event), 0); }); });
+    {
+        const test::ReplaceCall<int(sem_t*, clockid_t, const timespec*)> atWait(
+            test::Call::SemClockwait,
+            [&](sem_t*, clockid_t clock, const timespec* p_deadline) {
+                while (clock_nanosleep(clock, TIMER_ABSTIME, p_deadline, nullptr) != 0) {
+                }
+                turn.give();
+                errno = ETIMEDOUT;
+                return -1;
+            },
+            test::When().anyThread());
+        EXPECT_EQ(send(20), 0);
+        EXPECT_TRUE(m_replies.wait());
+    }
+    turn.give();
+    other.join();
+
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+}
+
 TEST_F(AsyncSendTest, ACallbackInTimeMayEndItsThread) {
     answer(m_inbox.handler());
     test::Event called;
@@ -432,6 +508,37 @@ TEST_F(AsyncSendTest, UnregisteringWaitsForNoCallbackOfWhatIsSentMeanwhile) {
     EXPECT_EQ(sends.calls, 1);
     sends.mostCalls = 0;
     m_sender.reset();
+    EXPECT_EQ(sends.calls, 2);
+}
+
+// The hub is destroyed without a thread. Who replies meanwhile does not look for it any more.
+TEST_F(AsyncSendTest, AReplyMayComeAsTheHubEnds) {
+    answer(m_inbox.handler());
+    EndlessSends sends(m_sender.get());
+    sends.send();
+    evtdispch_unregister_hub(m_sender.get());
+    sends.mostCalls = 0;
+    ASSERT_TRUE(m_inbox.waitFor(2));
+    test::setLogLevel(0);
+    long locksOfOthers = 0;
+    {
+        auto other = std::make_unique<EventHub>(kSender);
+        const test::CountCalls locks(test::Call::PthreadMutexLock);
+        other.reset();
+        locksOfOthers = locks.seen();
+    }
+    test::UnorderedTurn turn;
+    std::thread replier([&] { turn.use([&] { m_inbox.events()[1]->replyResult(7); }); });
+    {
+        const test::RunAtCall atEnd(
+            test::Call::PthreadMutexLock, [&] { turn.give(); },
+            test::When().nth(locksOfOthers + 1));
+        m_sender.reset();
+        EXPECT_EQ(atEnd.hits(), 1);
+    }
+    turn.give();
+    replier.join();
+
     EXPECT_EQ(sends.calls, 2);
 }
 

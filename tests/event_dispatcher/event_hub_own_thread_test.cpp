@@ -427,6 +427,26 @@ TEST_F(EventHubOwnThreadTest, PthreadExitAfterAWaitDoesNotHangTheTeardown) {
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
 }
 
+TEST_F(EventHubOwnThreadTest, AThreadNeedsNoMemoryToHandleEvents) {
+    EventHub hub(kModule);
+    test::Event waits;
+    std::unique_ptr<test::FailCall> noMemory;
+    std::unique_ptr<test::RunAtCall> atWait;
+    hub.registerHandler(kLater, [&](const Event&) {
+        atWait = std::make_unique<test::RunAtCall>(Call::SemWait, [&] { waits.set(); });
+        noMemory = std::make_unique<test::FailCall>(Call::New, 0, When().everyTime());
+    });
+    hub.registerHandler(kLeave, [&](const Event&) { m_done.set(); });
+    hub.receiveEvent(makeEvent(kLater));
+    ASSERT_TRUE(waits.wait());
+
+    hub.receiveEvent(makeEvent(kLeave));
+
+    EXPECT_TRUE(m_done.wait());
+    hub.onHubUnregistered();
+    EXPECT_EQ(noMemory->hits(), 0);
+}
+
 /// Tells when the thread that it was given to has ended, and all of its stack is unwound.
 class EndOfThread {
 public:

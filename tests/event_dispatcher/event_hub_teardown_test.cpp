@@ -11,6 +11,7 @@
 
 #include "base/event_dispatcher/event_hub.h"
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 #include "support/threads.h"
 
 namespace {
@@ -380,6 +381,28 @@ TEST_F(EventHubTeardownTest, ACancelledThreadCompletesATeardown) {
     EXPECT_EQ(m_hub->registerHandler(kType + 1, m_inbox.handler()), 0);
     m_hub->receiveEvent(countedEvent(kType + 1));
     EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+// There is a thread, and will be no other.
+TEST_F(EventHubTeardownTest, AHandlerInHandMayRegisterAnotherAsTheHubIsDestroyed) {
+    test::UnorderedTurn turn;
+    EventHub* const p_hub = m_hub.get();
+    p_hub->registerHandler(kBlocking, [&, p_hub](std::shared_ptr<BrowserEvent>) {
+        m_entered.set();
+        turn.use([&] { EXPECT_EQ(p_hub->registerHandler(kType, ignore), 0); });
+    });
+    p_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kBlocking, nullptr));
+    ASSERT_TRUE(m_entered.wait());
+    const test::CountCalls threads(Call::PthreadCreate, When().anyThread());
+    {
+        // Behind the first lock, which says that the hub is being destroyed.
+        const test::RunAtCall atTeardown(
+            Call::PthreadMutexLock, [&] { turn.give(); }, When().nth(2));
+        m_hub.reset();
+        EXPECT_EQ(atTeardown.hits(), 1);
+    }
+
+    EXPECT_EQ(threads.seen(), 0);
 }
 
 TEST_F(EventHubTeardownTest, StopsManyShortLivedHubs) {

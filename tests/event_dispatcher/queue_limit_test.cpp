@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 
 namespace {
 
@@ -109,6 +110,33 @@ TEST_F(QueueLimitTest, IsTakenAway) {
     m_hub.setQueueLimit(0);
 
     EXPECT_EQ(send(), 0);
+}
+
+/// Whether @p work, which takes the lock of the hub's queue first, keeps others from counting.
+template <typename Work>
+bool isNotCountedIn(EventHub& hub, Work work) {
+    bool hasToWait = false;
+    std::unique_ptr<test::Contender> counting;
+    const test::RunAtCall atUnlock(test::Call::PthreadMutexUnlock, [&] {
+        counting = std::make_unique<test::Contender>([&] { (void)hub.queueLength(); });
+        hasToWait = counting->hasToWait();
+    });
+    work();
+    counting.reset();
+    return hasToWait;
+}
+
+TEST_F(QueueLimitTest, IsSetWhileNobodyCounts) {
+    hold();
+
+    EXPECT_TRUE(isNotCountedIn(m_hub, [&] { m_hub.setQueueLimit(2); }));
+}
+
+TEST(QueueLimitOfANewHubTest, NobodyCountsWhileTheThreadIsPrepared) {
+    Inbox inbox;
+    EventHub hub(kModule);
+
+    EXPECT_TRUE(isNotCountedIn(hub, [&] { (void)hub.registerHandler(kType, inbox.handler()); }));
 }
 
 // The handler is registered all the same; the next registration tries again.
