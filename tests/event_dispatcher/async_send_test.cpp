@@ -120,6 +120,19 @@ TEST_F(AsyncSendTest, CallsBackWithTheReplyOnTheSendersThread) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+TEST_F(AsyncSendTest, AReplyWaitsForTheQueueOfItsSender) {
+    answer(m_inbox.handler());
+    ASSERT_EQ(send(kNoLimit), 0);
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    passThroughSender();
+
+    EXPECT_TRUE(test::keepsWaiting([&] { m_sender->setQueueLimit(0); },
+                                   [&] { m_inbox.events()[0]->replyResult(7); }));
+
+    ASSERT_TRUE(m_replies.wait());
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
 // The sender's own pointer lasts longer than anything that waits for a reply.
 TEST_F(AsyncSendTest, AReplyToWhatIsOverIsNothing) {
     answer([](Event event) { event->replyResult(7); });

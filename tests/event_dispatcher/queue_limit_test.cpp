@@ -112,31 +112,21 @@ TEST_F(QueueLimitTest, IsTakenAway) {
     EXPECT_EQ(send(), 0);
 }
 
-/// Whether @p work, which takes the lock of the hub's queue first, keeps others from counting.
-template <typename Work>
-bool isNotCountedIn(EventHub& hub, Work work) {
-    bool hasToWait = false;
-    std::unique_ptr<test::Contender> counting;
-    const test::RunAtCall atUnlock(test::Call::PthreadMutexUnlock, [&] {
-        counting = std::make_unique<test::Contender>([&] { (void)hub.queueLength(); });
-        hasToWait = counting->hasToWait();
-    });
-    work();
-    counting.reset();
-    return hasToWait;
-}
-
-TEST_F(QueueLimitTest, IsSetWhileNobodyCounts) {
+TEST_F(QueueLimitTest, IsSetWhileNobodyCountsNorAsksForTheThread) {
     hold();
+    const auto set = [&] { m_hub.setQueueLimit(2); };
 
-    EXPECT_TRUE(isNotCountedIn(m_hub, [&] { m_hub.setQueueLimit(2); }));
+    EXPECT_TRUE(test::keepsWaiting(set, [&] { EXPECT_EQ(m_hub.queueLength(), 0U); }));
+    EXPECT_TRUE(test::keepsWaiting(
+        set, [&] { EXPECT_EQ(m_hub.registerHandler(kHeld + 1, m_inbox.handler()), 0); }));
 }
 
 TEST(QueueLimitOfANewHubTest, NobodyCountsWhileTheThreadIsPrepared) {
     Inbox inbox;
     EventHub hub(kModule);
 
-    EXPECT_TRUE(isNotCountedIn(hub, [&] { (void)hub.registerHandler(kType, inbox.handler()); }));
+    EXPECT_TRUE(test::keepsWaiting([&] { (void)hub.registerHandler(kType, inbox.handler()); },
+                                   [&] { EXPECT_EQ(hub.queueLength(), 0U); }));
 }
 
 // The handler is registered all the same; the next registration tries again.

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -48,6 +49,21 @@ private:
     Event m_isDecided;
     std::thread m_thread;
 };
+
+/// Whether @p other, on another thread, has to wait for the lock that @p work gives back first.
+/// Returns when both are done.
+template <typename Work>
+[[nodiscard]] bool keepsWaiting(Work work, const std::function<void()>& other) {
+    bool hasToWait = false;
+    std::unique_ptr<Contender> contender;
+    const RunAtCall atUnlock(Call::PthreadMutexUnlock, [&] {
+        contender = std::make_unique<Contender>(other);
+        hasToWait = contender->hasToWait();
+    });
+    work();
+    contender.reset();
+    return hasToWait;
+}
 
 /// A moment that one thread gives to another one. It does not order the two in the eyes of the
 /// thread sanitizer, which thus sees whether the locks of the library do.
