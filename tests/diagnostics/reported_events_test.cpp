@@ -5,8 +5,10 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <memory>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -188,6 +190,40 @@ TEST_F(ReportedEventsTest, EventsThatTheThreadHasTakenWaitToo) {
     expectEntry(stateReport(), "hubs",
                 "module 107: " + kThread +
                     ", 12 waiting, in event 5 'tune' of module 101 'ui' for at most " + kSeconds);
+}
+
+TEST_F(ReportedEventsTest, AHandlerIsInHandForNoLongerThanSinceItsEventWasSent) {
+    using std::chrono::steady_clock;
+    BusyHub hub;
+    const steady_clock::time_point begin = steady_clock::now();
+    hub.occupy(make());
+
+    const std::string report = stateReport();
+
+    const std::chrono::duration<double> longest = steady_clock::now() - begin;
+    const std::regex entry("module 107: .* for ([0-9.]+) s");
+    std::smatch match;
+    const std::vector<std::string> hubs = test::listOf(report, "hubs");
+    ASSERT_EQ(hubs.size(), 1U) << report;
+    ASSERT_TRUE(std::regex_match(hubs[0], match, entry)) << report;
+    constexpr double kTickOfCoarseClock = 0.02;
+    EXPECT_LE(std::stod(match[1]), longest.count() + kTickOfCoarseClock);
+}
+
+TEST_F(ReportedEventsTest, OfADispatcherThatIsGoneNothingIsShown) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        { const EventDispatcher gone; }
+        std::vector<std::unique_ptr<char[]>> inItsPlace;
+        for (std::size_t size = 16; size <= 256; size += 8) {
+            for (int i = 0; i < 4; ++i) inItsPlace.push_back(std::make_unique<char[]>(size));
+        }
+        EventHub hub(kModule);
+        evtdispch_register_hub(&hub);
+
+        expectEntry(stateReport(), "hubs", "module 107: no thread, 0 waiting");
+
+        evtdispch_unregister_hub(&hub);
+    });
 }
 
 TEST_F(ReportedEventsTest, AHandlerMayAskForTheReport) {

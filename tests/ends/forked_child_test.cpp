@@ -17,6 +17,7 @@
 #include "base/timer.h"
 #include "base/utils.h"
 #include "support/event.h"
+#include "support/fresh_process.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -414,9 +415,17 @@ protected:
     }
     std::int32_t ask() { return m_hub->sendEventSync(m_hub->createEvent(kAsk), kModule, -1); }
 
+    /// Its thread, which is busy, is to look at it next.
+    void sendAsyncToItself() {
+        const auto count = [this](event_dispatcher::EventResult,
+                                  const std::shared_ptr<BrowserEvent>&) { ++m_called; };
+        ASSERT_EQ(m_hub->sendAsync(m_hub->createEvent(kCount), kModule, -1, count), 0);
+    }
+
     test::Event m_isBusy;
     test::Event m_end;
     std::atomic<int> m_counted{0};
+    std::atomic<int> m_called{0};
     std::unique_ptr<EventHub> m_hub = std::make_unique<EventHub>(kModule);
 };
 
@@ -457,6 +466,123 @@ TEST_F(ForkedHubTest, TakesHandlersAndDirectEventsInTheChild) {
                   m_hub->onHubUnregistered();
               }),
               0);
+}
+
+TEST_F(ForkedHubTest, DestroyedInTheChildItDoesNotCallBackForTheParent) {
+    sendAsyncToItself();
+
+    EXPECT_EQ(runInForkedChild([this] {
+                  m_hub.reset();
+                  CHECK_IN_CHILD(m_called == 0);
+              }),
+              0);
+}
+
+TEST_F(ForkedHubTest, CallsBackInTheChildForWhatIsSentThere) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    sendAsyncToItself();
+
+    EXPECT_EQ(runInForkedChild([this] {
+                  EventHub receiver(kModule + 1);
+                  CHECK_IN_CHILD(receiver.registerHandler(
+                                     kAsk, [](const std::shared_ptr<BrowserEvent>& event) {
+                                         event->replyResult(42);
+                                     }) == 0);
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_register_hub(&receiver) == 0);
+                  test::Event called;
+                  event_dispatcher::EventResult result = 0;
+                  CHECK_IN_CHILD(m_hub->sendAsync(m_hub->createEvent(kAsk), kModule + 1, -1,
+                                                  [&](event_dispatcher::EventResult reply,
+                                                      const std::shared_ptr<BrowserEvent>&) {
+                                                      result = reply;
+                                                      called.set();
+                                                  }) == 0);
+                  CHECK_IN_CHILD(called.wait());
+                  CHECK_IN_CHILD(result == 42);
+                  m_hub->onHubUnregistered();
+                  CHECK_IN_CHILD(m_called == 0);
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_unregister_hub(&receiver) == 0);
+              }),
+              0);
+}
+
+// Nor does anything that the parent's thread was about to do.
+TEST_F(ForkedHubTest, TheChildsThreadNeedsNoMemoryToHandleEvents) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    sendAsyncToItself();
+
+    EXPECT_EQ(runInForkedChild([this] {
+                  std::unique_ptr<test::FailCall> noMemory;
+                  const test::RunAtCall atStart(test::Call::PthreadCreate, [&] {
+                      noMemory = std::make_unique<test::FailCall>(
+                          test::Call::New, 0, test::When().anyThread().everyTime());
+                  });
+                  CHECK_IN_CHILD(m_hub->queueLength() == 0);
+                  CHECK_IN_CHILD(atStart.hits() == 1);
+                  const test::PassCalls pass;
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_register_hub(m_hub.get()) == 0);
+                  CHECK_IN_CHILD(ask() == 42);
+              }),
+              0);
+}
+
+TEST_F(ForkedHubTest, UnregisteredInTheParentAtThatMomentItStillStartsAnewInTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::Event joining;
+    const test::RunAtCall atJoin(
+        test::Call::PthreadJoin, [&] { joining.set(); }, test::When().anyThread());
+    std::thread unregistering(
+        [this] { (void)event_dispatcher::evtdispch_unregister_hub(m_hub.get()); });
+    EXPECT_TRUE(joining.wait());
+
+    EXPECT_EQ(runInForkedChild([this] {
+                  test::Event left;
+                  test::Event handled;
+                  const auto leave = [&](const std::shared_ptr<BrowserEvent>&) {
+                      m_hub->onHubUnregistered();
+                      left.set();
+                  };
+                  CHECK_IN_CHILD(m_hub->registerHandler(8, leave) == 0);
+                  CHECK_IN_CHILD(m_hub->receiveEvent(m_hub->createEvent(8)) == 0);
+                  CHECK_IN_CHILD(left.wait());
+                  CHECK_IN_CHILD(
+                      m_hub->registerHandler(
+                          9, [&](const std::shared_ptr<BrowserEvent>&) { handled.set(); }) == 0);
+                  CHECK_IN_CHILD(m_hub->receiveEvent(m_hub->createEvent(9)) == 0);
+                  CHECK_IN_CHILD(handled.wait());
+              }),
+              0);
+    m_end.set();
+    unregistering.join();
+}
+
+// Although the parent's thread waits.
+TEST(ForkedWaitingHubTest, NobodyIsWokenInTheChildWhereThereIsNoThread) {
+    test::setLogLevel(0);
+    test::Event waits;
+    const test::RunAtCall atWait(
+        test::Call::SemWait, [&] { waits.set(); }, test::When().anyThread());
+    EventHub hub(kModule);
+    ASSERT_EQ(hub.registerHandler(kCount, [](const std::shared_ptr<BrowserEvent>&) {}), 0);
+    ASSERT_TRUE(waits.wait());
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN,
+                                                test::When().everyTime());
+                  const test::CountCalls wakeUps(test::Call::SemPost);
+                  CHECK_IN_CHILD(hub.receiveEvent(hub.createEvent(kCount)) == 0);
+                  CHECK_IN_CHILD(noThread.hits() == 1);
+                  CHECK_IN_CHILD(wakeUps.seen() == 0);
+              }),
+              0);
+}
+
+TEST(ForkedDispatcherTest, OneThatIsGoneIsNotLookedForInTheChild) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        { const event_dispatcher::EventDispatcher gone; }
+
+        EXPECT_EQ(runInForkedChild([] {}), 0);
+    });
 }
 
 TEST_F(ForkedHubTest, DestroyedInTheChildItWaitsForNobody) {

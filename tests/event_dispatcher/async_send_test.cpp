@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <semaphore.h>
+#include <time.h>
 
 #include <atomic>
 #include <cerrno>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 
 namespace {
 
@@ -117,6 +120,19 @@ TEST_F(AsyncSendTest, CallsBackWithTheReplyOnTheSendersThread) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+TEST_F(AsyncSendTest, AReplyWaitsForTheQueueOfItsSender) {
+    answer(m_inbox.handler());
+    ASSERT_EQ(send(kNoLimit), 0);
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    passThroughSender();
+
+    EXPECT_TRUE(test::keepsWaiting([&] { m_sender->setQueueLimit(0); },
+                                   [&] { m_inbox.events()[0]->replyResult(7); }));
+
+    ASSERT_TRUE(m_replies.wait());
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
 // The sender's own pointer lasts longer than anything that waits for a reply.
 TEST_F(AsyncSendTest, AReplyToWhatIsOverIsNothing) {
     answer([](Event event) { event->replyResult(7); });
@@ -130,6 +146,52 @@ TEST_F(AsyncSendTest, AReplyToWhatIsOverIsNothing) {
     passThroughSender();
 
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{7});
+}
+
+TEST_F(AsyncSendTest, AReplyToWhatIsOverMayComeAsTheEventIsSentAgain) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+    ASSERT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+    test::UnorderedTurn late;
+    std::thread replier([&] { late.use([&] { event->replyResult(9); }); });
+    Replies second;
+    {
+        const test::RunAtCall atArming(
+            test::Call::PthreadMutexLock, [&] { late.give(); },
+            test::When().on(event->waitResultMtx->native_handle()));
+        EXPECT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, second.callback()), 0);
+        EXPECT_EQ(atArming.hits(), 1);
+    }
+    late.give();
+    replier.join();
+
+    ASSERT_TRUE(second.wait());
+
+    EXPECT_EQ(second.results(), std::vector<EventResult>{7});
+}
+
+// The first one makes what all have in common.
+TEST_F(AsyncSendTest, TheFirstTwoOfAHubMayBeSentAtOnce) {
+    answer([](Event event) { event->replyResult(7); });
+    const Event event = m_sender->createEvent(kType);
+    const EventHub::ReplyCallback callback = m_replies.callback();
+    Replies others;
+    std::unique_ptr<test::Contender> other;
+    const test::RunAtCall atFirst(test::Call::New, [&] {
+        other = std::make_unique<test::Contender>([&] {
+            EXPECT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, kNoLimit,
+                                          others.callback()),
+                      0);
+        });
+        EXPECT_TRUE(other->hasToWait());
+    });
+
+    EXPECT_EQ(m_sender->sendAsync(event, kReceiver, kNoLimit, callback), 0);
+    other.reset();
+
+    EXPECT_TRUE(m_replies.wait());
+    EXPECT_TRUE(others.wait());
 }
 
 TEST_F(AsyncSendTest, StartsTheThreadOfAHubWithoutHandlers) {
@@ -195,6 +257,28 @@ TEST_F(AsyncSendTest, TheTimeIsOverAtOnceWhereTheClockCannotBeRead) {
     EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
     evtdispch_unregister_hub(m_receiver.get());
     m_receiver.reset();
+}
+
+// Who knows no time does not wait.
+TEST_F(AsyncSendTest, TheTimeIsOverAtOnceWhereTheThreadCannotReadTheClock) {
+    answer(m_inbox.handler());
+    std::unique_ptr<test::FailCall> clock;
+    ASSERT_EQ(m_sender->registerHandler(kType + 2,
+                                        [&](const Event&) {
+                                            clock = std::make_unique<test::FailCall>(
+                                                test::Call::ClockGettime, EINVAL,
+                                                test::When().everyTime());
+                                        }),
+              0);
+    ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 2)), 0);
+    passThroughSender();
+
+    ASSERT_EQ(
+        m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, 1h, m_replies.callback()), 0);
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+    evtdispch_unregister_hub(m_sender.get());  // Its thread reads no clock any more.
 }
 
 TEST_F(AsyncSendTest, TakesDurations) {
@@ -293,6 +377,84 @@ TEST_F(AsyncSendTest, WhenTheHubIsUnregisteredItsThreadCallsBackBeforeItEnds) {
     EXPECT_EQ(m_replies.threads()[0], m_ownInbox.threads()[0]);
 }
 
+TEST_F(AsyncSendTest, EachThreadOfAHubCallsBackBeforeItEnds) {
+    answer(m_inbox.handler());
+    EventHub bare(kSender + 100);
+    for (std::size_t thread = 1; thread <= 2; ++thread) {
+        ASSERT_EQ(
+            bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()), 0);
+
+        bare.onHubUnregistered();
+
+        EXPECT_EQ(m_replies.results().size(), thread);
+    }
+}
+
+// The thread that was in its wait when the time was over does not wait any more.
+TEST_F(AsyncSendTest, NobodyWakesTheThreadThatCallsBackInTime) {
+    answer(m_inbox.handler());
+    std::atomic<long> wakeUps{-1};
+    ASSERT_EQ(m_sender->sendAsync(
+                  m_sender->createEvent(kType), kReceiver, 20ms,
+                  [&](EventResult result, const Event& event) {
+                      const test::CountCalls posts(test::Call::SemPost);
+                      EXPECT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 1)), 0);
+                      wakeUps = posts.seen();
+                      m_replies.add(result, event);
+                  }),
+              0);
+
+    ASSERT_TRUE(m_replies.wait());
+
+    EXPECT_EQ(wakeUps, 0);
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
+}
+
+// A sender has taken it upon itself to wake the thread when the time is over.
+TEST_F(AsyncSendTest, AnEventMayComeAsTheTimeIsOver) {
+    answer(m_inbox.handler());
+    test::UnorderedTurn turn;
+    const Event event = m_sender->createEvent(kType + 1);
+    std::thread other([&] { turn.use([&] { EXPECT_EQ(m_sender->receiveEvent(event), 0); }); });
+    {
+        const test::ReplaceCall<int(sem_t*, clockid_t, const timespec*)> atWait(
+            test::Call::SemClockwait,
+            [&](sem_t*, clockid_t clock, const timespec* p_deadline) {
+                while (clock_nanosleep(clock, TIMER_ABSTIME, p_deadline, nullptr) != 0) {
+                }
+                turn.give();
+                errno = ETIMEDOUT;
+                return -1;
+            },
+            test::When().anyThread());
+        EXPECT_EQ(send(20), 0);
+        EXPECT_TRUE(m_replies.wait());
+    }
+    turn.give();
+    other.join();
+
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
+    EXPECT_EQ(m_replies.results(), std::vector<EventResult>{kEventResultTimeout});
+}
+
+TEST_F(AsyncSendTest, ACallbackInTimeMayEndItsThread) {
+    answer(m_inbox.handler());
+    test::Event called;
+    ASSERT_EQ(m_sender->sendAsync(m_sender->createEvent(kType), kReceiver, 20ms,
+                                  [&](EventResult, const Event&) {
+                                      called.set();
+                                      pthread_exit(nullptr);
+                                  }),
+              0);
+    ASSERT_TRUE(called.wait());
+
+    EXPECT_EQ(evtdispch_unregister_hub(m_sender.get()), 0);
+
+    ASSERT_EQ(m_sender->registerHandler(kType + 2, m_ownInbox.handler()), 0);
+    ASSERT_EQ(m_sender->receiveEvent(m_sender->createEvent(kType + 2)), 0);
+    EXPECT_TRUE(m_ownInbox.waitFor(1));
+}
+
 TEST_F(AsyncSendTest, WhenTheHubIsDestroyedInACallbackTheOthersAreCalledToo) {
     answer(m_inbox.handler());
     Replies last;
@@ -362,6 +524,37 @@ TEST_F(AsyncSendTest, UnregisteringWaitsForNoCallbackOfWhatIsSentMeanwhile) {
     EXPECT_EQ(sends.calls, 2);
 }
 
+// The hub is destroyed without a thread. Who replies meanwhile does not look for it any more.
+TEST_F(AsyncSendTest, AReplyMayComeAsTheHubEnds) {
+    answer(m_inbox.handler());
+    EndlessSends sends(m_sender.get());
+    sends.send();
+    evtdispch_unregister_hub(m_sender.get());
+    sends.mostCalls = 0;
+    ASSERT_TRUE(m_inbox.waitFor(2));
+    test::setLogLevel(0);
+    long locksOfOthers = 0;
+    {
+        auto other = std::make_unique<EventHub>(kSender);
+        const test::CountCalls locks(test::Call::PthreadMutexLock);
+        other.reset();
+        locksOfOthers = locks.seen();
+    }
+    test::UnorderedTurn turn;
+    std::thread replier([&] { turn.use([&] { m_inbox.events()[1]->replyResult(7); }); });
+    {
+        const test::RunAtCall atEnd(
+            test::Call::PthreadMutexLock, [&] { turn.give(); },
+            test::When().nth(locksOfOthers + 1));
+        m_sender.reset();
+        EXPECT_EQ(atEnd.hits(), 1);
+    }
+    turn.give();
+    replier.join();
+
+    EXPECT_EQ(sends.calls, 2);
+}
+
 // Cancelled in a destructor, the process would end.
 TEST_F(AsyncSendTest, ACancelledThreadMayDestroyTheHubAndCallTheRest) {
     answer(m_inbox.handler());
@@ -424,8 +617,19 @@ TEST_F(AsyncSendTest, WithoutAThreadIsRefused) {
     EventHub bare(kSender + 100);
     const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN, test::When().everyTime());
 
+    const std::vector<test::LogEntry> noThreadLine = {
+        hubLine(kLogError, "registerHandler", "Fail to create EventHandlerThread.\n")};
+
     EXPECT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
               -1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLine);
+
+    // Also where there are handlers that wait for one.
+    EXPECT_EQ(bare.registerHandler(kType, m_inbox.handler()), 0);
+    m_log.clear();
+    EXPECT_EQ(bare.sendAsync(bare.createEvent(kType), kReceiver, kNoLimit, m_replies.callback()),
+              -1);
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), noThreadLine);
 }
 
 TEST_F(AsyncSendTest, OfManyFromManyThreadsEachIsCalledOnce) {

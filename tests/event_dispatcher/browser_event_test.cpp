@@ -110,6 +110,19 @@ TEST_F(BrowserEventTest, FreesWhatItWasArmedWith) {
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+TEST_F(BrowserEventTest, FreesWhatItWasArmedWithAfterReplies) {
+    test::CountCalls destroyed(Call::PthreadCondDestroy);
+
+    {
+        BrowserEvent event(1, 2, nullptr);
+        event.initWaitResultCv();
+        event.replyResult(7);
+        event.replyResult(8);
+    }
+
+    EXPECT_EQ(destroyed.seen(), 1);
+}
+
 TEST_F(BrowserEventTest, IsAPlainClassThatIsNotCopied) {
     EXPECT_FALSE(std::is_polymorphic<BrowserEvent>::value);
     EXPECT_FALSE(std::is_copy_constructible<BrowserEvent>::value);
@@ -356,6 +369,20 @@ TEST_F(BrowserEventTest, AReplyOfOneOrMinusOneLooksLikeATimeoutOrAnUnarmedEvent)
     EXPECT_TRUE(m_log.entries().empty());
 }
 
+// Once anybody can be told of the reply, the event may be used again.
+TEST_F(BrowserEventTest, ArmingAgainAsTheReplyIsToldForgetsIt) {
+    m_event.initWaitResultCv();
+    {
+        const test::RunAtCall atTelling(Call::PthreadCondBroadcast,
+                                        [&] { m_event.initWaitResultCv(); });
+        m_event.replyResult(7);
+        EXPECT_EQ(atTelling.hits(), 1);
+    }
+
+    EXPECT_FALSE(m_event.replied);
+    EXPECT_EQ(m_event.waitForResult(0), kEventResultTimeout);
+}
+
 /// What three waits return, of which one is limited, when @p reply comes after they have begun.
 std::vector<std::int32_t> resultsOfWaits(EventResult reply, BrowserEvent& event) {
     constexpr std::size_t kWaiters = 3;
@@ -392,6 +419,24 @@ TEST_F(BrowserEventTest, AReplyWakesAllWhoWaitOnObjectsOfAClient) {
     m_event.waitResultCv = new std::condition_variable();
 
     EXPECT_EQ(resultsOfWaits(7, m_event), kAllSeven);
+}
+
+// The waiter may free them as soon as it has the lock.
+TEST_F(BrowserEventTest, AReplyIsToldUnderTheLockOfAClient) {
+    m_event.waitResultMtx = new std::mutex();
+    m_event.waitResultCv = new std::condition_variable();
+    bool isHeld = false;
+    const test::RunAtCall atTelling(Call::PthreadCondBroadcast, [&] {
+        std::thread([&] {
+            isHeld = !m_event.waitResultMtx->try_lock();
+            if (!isHeld) m_event.waitResultMtx->unlock();
+        }).join();
+    });
+
+    m_event.replyResult(7);
+
+    EXPECT_EQ(atTelling.hits(), 1);
+    EXPECT_TRUE(isHeld);
 }
 
 /// Waits on the event's own objects, as a client may; false when nobody wakes it in time.

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 #include "support/threads.h"
 
 namespace {
@@ -474,6 +475,20 @@ TEST_F(EventDispatcherTest, ALockThatFailsReachesTheCallerAndChangesNothing) {
     EXPECT_EQ(m_dispatcher.send(makeEvent(), 7), 0);
     EXPECT_TRUE(m_inboxOfSeven.waitFor(1));
     m_dispatcher.unregisterHub(&late);
+}
+
+TEST_F(EventDispatcherTest, RegistersUnregistersAndSendsOneAfterTheOther) {
+    registerAll();
+    test::setLogLevel(0);
+    EventHub late(9);
+    const auto add = [&] { EXPECT_EQ(m_dispatcher.registerHub(&late), 0); };
+    const auto remove = [&] { EXPECT_EQ(m_dispatcher.unregisterHub(&late), 0); };
+    const auto send = [&] { EXPECT_EQ(m_dispatcher.send(makeEvent(), 7), 0); };
+
+    EXPECT_TRUE(test::keepsWaiting(add, send));
+    EXPECT_TRUE(test::keepsWaiting(remove, send));
+    EXPECT_TRUE(test::keepsWaiting(send, add));
+    EXPECT_TRUE(test::keepsWaiting(send, remove));
 }
 
 // The free functions.

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
@@ -58,6 +59,36 @@ TEST_F(EventHubImplTest, HasNoHandlerAtFirst) {
 
     EXPECT_FALSE(impl.handlerExists(key(3, 5)));
     EXPECT_FALSE(impl.handlerExists(key(kAnyModule, kAnyModule)));
+}
+
+/// Has a handler's end register another one with the hub that it is destroyed with.
+class RegistersAtItsEnd {
+public:
+    explicit RegistersAtItsEnd(EventHubImpl* p_hub) : m_hub(p_hub) {}
+    ~RegistersAtItsEnd() { EXPECT_EQ(m_hub->registerHandler(6, ignore), 0); }
+
+    RegistersAtItsEnd(const RegistersAtItsEnd&) = delete;
+    RegistersAtItsEnd& operator=(const RegistersAtItsEnd&) = delete;
+
+private:
+    EventHubImpl* const m_hub;
+};
+
+TEST_F(EventHubImplTest, WhatIsDestroyedWithItStartsNoThread) {
+    auto* const p_impl = new EventHubImpl(7);
+    p_impl->registerHandler(5, [last = std::make_shared<RegistersAtItsEnd>(p_impl)](
+                                   const std::shared_ptr<BrowserEvent>&) {});
+    p_impl->onUnregistered();
+    m_log.clear();
+    const test::CountCalls threads(test::Call::PthreadCreate);
+
+    delete p_impl;
+
+    EXPECT_EQ(threads.seen(), 0);
+    std::vector<LogEntry> expected = noThreadLines();
+    expected.push_back(
+        hubLine(kLogError, "registerHandler", "Fail to create EventHandlerThread.\n"));
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
 }
 
 TEST_F(EventHubImplTest, HasTheNameThatOthersMustNotFind) {

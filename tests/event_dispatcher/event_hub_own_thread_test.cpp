@@ -285,6 +285,72 @@ TEST_F(EventHubOwnThreadTest, ARegistrationThatIsCancelledIsCompleted) {
     EXPECT_TRUE(m_inbox.waitFor(1));
 }
 
+// What ends with the thread that has left may use the hub: no lock is held while it is joined.
+TEST_F(EventHubOwnThreadTest, ARegistrationThatJoinsKeepsNobodyFromAnother) {
+    EventHub hub(kModule);
+    test::Event left;
+    test::Event joining;
+    std::unique_ptr<test::RunAtCall> atUnlock;
+    hub.registerHandler(kLeave, [&](const Event&) {
+        static thread_local LateEnd t_end;
+        t_end.waitFor(&joining);
+        hub.onHubUnregistered();
+        atUnlock = std::make_unique<test::RunAtCall>(Call::PthreadMutexUnlock, [&] { left.set(); });
+    });
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(left.wait());
+    test::Event registered;
+    std::thread other;
+    const test::RunAtCall atJoin(Call::PthreadJoin, [&] {
+        other = std::thread([&] {
+            EXPECT_EQ(hub.registerHandler(kLater + 1, m_inbox.handler()), 0);
+            registered.set();
+        });
+        EXPECT_TRUE(registered.wait());
+        joining.set();
+    });
+
+    EXPECT_EQ(hub.registerHandler(kLater, m_inbox.handler()), 0);
+
+    ASSERT_EQ(atJoin.hits(), 1);
+    other.join();
+}
+
+// Its thread was told to leave and is called back before it does: what it has taken of the queue
+// still comes before what was queued since.
+TEST_F(EventHubOwnThreadTest, AThreadThatIsCalledBackGoesOnWithWhatItHasTaken) {
+    constexpr std::int32_t kFirst = 100;
+    EventHub hub(kModule);
+    test::Event entered;
+    test::Event areQueued;
+    std::unique_ptr<test::RunAtCall> atLock;
+    hub.registerHandler(kFirst, [&](const Event&) {
+        entered.set();
+        (void)areQueued.wait();
+    });
+    hub.registerHandler(kLater, m_inbox.handler());
+    hub.registerHandler(kLeave, [&](const Event&) {
+        hub.receiveEvent(makeEvent(kLater));
+        hub.onHubUnregistered();
+        // Under its next lock the thread would leave.
+        atLock = std::make_unique<test::RunAtCall>(Call::PthreadMutexLock, [&] {
+            (void)hub.registerHandler(kLater + 1, m_inbox.handler());
+        });
+    });
+    const std::vector<Event> taken = {makeEvent(kLater), makeEvent(kLater)};
+    hub.receiveEvent(makeEvent(kFirst));
+    ASSERT_TRUE(entered.wait());
+    hub.receiveEvent(makeEvent(kLeave));
+    for (const Event& event : taken) hub.receiveEvent(event);
+    areQueued.set();
+
+    ASSERT_TRUE(m_inbox.waitFor(3));
+
+    EXPECT_EQ(m_inbox.events()[0], taken[0]);
+    EXPECT_EQ(m_inbox.events()[1], taken[1]);
+    hub.onHubUnregistered();
+}
+
 // The handler tears down while another thread already waits for it to end.
 TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterAHubThatIsBeingTornDown) {
     EventHub hub(kModule);
@@ -339,6 +405,46 @@ TEST_F(EventHubOwnThreadTest, PthreadExitDoesNotHangTheTeardown) {
     hub.onHubUnregistered();
 
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubOwnThreadTest, PthreadExitAfterAWaitDoesNotHangTheTeardown) {
+    EventHub hub(kModule);
+    test::Event waits;
+    test::Event entered;
+    const test::RunAtCall atWait(
+        Call::SemWait, [&] { waits.set(); }, When().anyThread());
+    hub.registerHandler(kLeave, [&](const Event&) {
+        entered.set();
+        pthread_exit(nullptr);
+    });
+    ASSERT_TRUE(waits.wait());
+    hub.receiveEvent(makeEvent(kLeave));
+    ASSERT_TRUE(entered.wait());
+    m_log.clear();
+
+    hub.onHubUnregistered();
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+}
+
+TEST_F(EventHubOwnThreadTest, AThreadNeedsNoMemoryToHandleEvents) {
+    EventHub hub(kModule);
+    test::Event waits;
+    std::unique_ptr<test::FailCall> noMemory;
+    std::unique_ptr<test::RunAtCall> atWait;
+    hub.registerHandler(kLater, [&](const Event&) {
+        atWait = std::make_unique<test::RunAtCall>(Call::SemWait, [&] { waits.set(); });
+        noMemory = std::make_unique<test::FailCall>(Call::New, 0, When().everyTime());
+    });
+    hub.registerHandler(kLeave, [&](const Event&) { m_done.set(); });
+    hub.receiveEvent(makeEvent(kLater));
+    ASSERT_TRUE(waits.wait());
+
+    hub.receiveEvent(makeEvent(kLeave));
+
+    EXPECT_TRUE(m_done.wait());
+    hub.onHubUnregistered();
+    EXPECT_EQ(noMemory->hits(), 0);
 }
 
 /// Tells when the thread that it was given to has ended, and all of its stack is unwound.

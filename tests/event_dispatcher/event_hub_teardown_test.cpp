@@ -1,6 +1,7 @@
 // Stopping a hub's thread: by unregistering the hub, or by destroying it.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <semaphore.h>
 
 #include <atomic>
@@ -10,6 +11,7 @@
 
 #include "base/event_dispatcher/event_hub.h"
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 #include "support/threads.h"
 
 namespace {
@@ -330,6 +332,77 @@ TEST_F(EventHubTeardownTest, WaitsForASenderThatIsAboutToWakeTheThread) {
     EXPECT_TRUE(handled.wait());
     m_hub->onHubUnregistered();
     EXPECT_EQ(waits.seen() + 1, wakeUps.seen());
+}
+
+/// Where its thread can be cancelled, and was, the thread ends.
+class CancellableParam : public EventParam {
+public:
+    ~CancellableParam() override { pthread_testcancel(); }
+};
+
+/// What @p work does although its thread is cancelled at its beginning, or in it.
+template <typename Work>
+void expectIsNotCancelledIn(Work work) {
+    bool isCancelled = true;
+    std::thread([&] {
+        work();
+        int ignored = 0;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+        isCancelled = false;
+    }).join();
+    EXPECT_FALSE(isCancelled);
+}
+
+TEST_F(EventHubTeardownTest, ACancelledThreadMayDestroyTheHubWithWhatIsQueued) {
+    m_hub->registerHandler(kType, ignore);
+    m_hub->onHubUnregistered();
+    m_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kType, new CancellableParam));
+
+    expectIsNotCancelledIn([&] {
+        (void)pthread_cancel(pthread_self());
+        m_hub.reset();
+    });
+}
+
+// Cancelled in the output of its lines, say.
+TEST_F(EventHubTeardownTest, ACancelledThreadCompletesATeardown) {
+    m_hub->registerHandler(kType, ignore);
+
+    expectIsNotCancelledIn([&] {
+        const test::RunAtCall atOutput(Call::ZorDebugCheckLevel, [&] {
+            (void)pthread_cancel(pthread_self());
+            pthread_testcancel();
+        });
+        m_hub->onHubUnregistered();
+        EXPECT_EQ(atOutput.hits(), 1);
+    });
+
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
+    EXPECT_EQ(m_hub->registerHandler(kType + 1, m_inbox.handler()), 0);
+    m_hub->receiveEvent(countedEvent(kType + 1));
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+// There is a thread, and will be no other.
+TEST_F(EventHubTeardownTest, AHandlerInHandMayRegisterAnotherAsTheHubIsDestroyed) {
+    test::UnorderedTurn turn;
+    EventHub* const p_hub = m_hub.get();
+    p_hub->registerHandler(kBlocking, [&, p_hub](std::shared_ptr<BrowserEvent>) {
+        m_entered.set();
+        turn.use([&] { EXPECT_EQ(p_hub->registerHandler(kType, ignore), 0); });
+    });
+    p_hub->receiveEvent(std::make_shared<BrowserEvent>(3, kBlocking, nullptr));
+    ASSERT_TRUE(m_entered.wait());
+    const test::CountCalls threads(Call::PthreadCreate, When().anyThread());
+    {
+        // Behind the first lock, which says that the hub is being destroyed.
+        const test::RunAtCall atTeardown(
+            Call::PthreadMutexLock, [&] { turn.give(); }, When().nth(2));
+        m_hub.reset();
+        EXPECT_EQ(atTeardown.hits(), 1);
+    }
+
+    EXPECT_EQ(threads.seen(), 0);
 }
 
 TEST_F(EventHubTeardownTest, StopsManyShortLivedHubs) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 #include "support/threads.h"
 
 namespace {
@@ -227,6 +228,24 @@ TEST_F(EventHubTest, OneOfManyThreadsThatRegisterTheSameAtOnceWins) {
         EXPECT_EQ(added, 1);
         EXPECT_EQ(existed, kThreads - 1);
     }
+}
+
+TEST_F(EventHubTest, OfTwoThatRegisterTheSameAtOnceTheSecondIsRefused) {
+    ASSERT_EQ(m_hub.registerHandler(1, ignore), 0);
+    std::int32_t second = -9;
+    std::unique_ptr<test::Contender> other;
+    {
+        const test::RunAtCall atAdding(Call::New, [&] {
+            other = std::make_unique<test::Contender>(
+                [&] { second = m_hub.registerHandler(2, ignore); });
+            EXPECT_TRUE(other->hasToWait());
+        });
+        EXPECT_EQ(m_hub.registerHandler(2, ignore), 0);
+        EXPECT_EQ(atAdding.hits(), 1);
+    }
+    other.reset();
+
+    EXPECT_EQ(second, 1);
 }
 
 TEST(EventHubStartTest, ThreadsThatRegisterFirstAtOnceStartOneThread) {

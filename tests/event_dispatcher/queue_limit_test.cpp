@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
+#include "support/contention.h"
 
 namespace {
 
@@ -109,6 +110,23 @@ TEST_F(QueueLimitTest, IsTakenAway) {
     m_hub.setQueueLimit(0);
 
     EXPECT_EQ(send(), 0);
+}
+
+TEST_F(QueueLimitTest, IsSetWhileNobodyCountsNorAsksForTheThread) {
+    hold();
+    const auto set = [&] { m_hub.setQueueLimit(2); };
+
+    EXPECT_TRUE(test::keepsWaiting(set, [&] { EXPECT_EQ(m_hub.queueLength(), 0U); }));
+    EXPECT_TRUE(test::keepsWaiting(
+        set, [&] { EXPECT_EQ(m_hub.registerHandler(kHeld + 1, m_inbox.handler()), 0); }));
+}
+
+TEST(QueueLimitOfANewHubTest, NobodyCountsWhileTheThreadIsPrepared) {
+    Inbox inbox;
+    EventHub hub(kModule);
+
+    EXPECT_TRUE(test::keepsWaiting([&] { (void)hub.registerHandler(kType, inbox.handler()); },
+                                   [&] { EXPECT_EQ(hub.queueLength(), 0U); }));
 }
 
 // The handler is registered all the same; the next registration tries again.
