@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -584,6 +586,24 @@ TEST_F(ReportedEventsTest, AListOfHubsThatStaysLocked) {
     expectEntry(report, "hubs", "module 107: " + kThread + ", not registered, 1 waiting, .*");
     mayGo.set();
     holder.join();
+}
+
+// A fork locks what threads do, and unlocks it again on both sides.
+TEST_F(ReportedEventsTest, AForkLeavesTheParentsReportAsItWas) {
+    BusyHub hub;
+    hub.occupy(make());
+    const pid_t child = fork();
+    if (child == 0) _exit(0);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+
+    const std::string report = stateReport();
+
+    EXPECT_EQ(report.find("locked"), std::string::npos) << report;
+    expectEntry(report, "hubs",
+                "module 107: " + kThread +
+                    ", 0 waiting, in event 5 'tune' of module 101 'ui' for " + kSeconds);
 }
 
 TEST_F(ReportedEventsTest, AQueueThatStaysLocked) {

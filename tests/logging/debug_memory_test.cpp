@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -21,6 +22,7 @@
 
 #include "base/logging/boot_id.h"
 #include "base/logging/log_level.h"
+#include "support/event.h"
 #include "support/fault_injection.h"
 #include "support/fresh_process.h"
 #include "support/log_capture.h"
@@ -407,6 +409,36 @@ TEST_F(DebugMemoryDeathTest, IsInitialisedByManyThreadsAtOnce) {
 
         EXPECT_NE(buffers.front(), nullptr);
         EXPECT_EQ(buffers, std::vector<char*>(8, buffers.front()));
+    });
+}
+
+TEST_F(DebugMemoryDeathTest, TwoThreadsThatInitialiseItTogetherAllocateOneBuffer) {
+    if (!test::isSupported(Call::Malloc)) GTEST_SKIP() << "malloc is the sanitizer's";
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        test::Event isOtherThere;  // At the lock, or at an allocation of its own.
+        std::atomic<int> buffers{0};
+        std::thread other;
+        {
+            const Allocator allocator(
+                Call::Malloc,
+                [&](std::size_t size) -> void* {
+                    if (size == 4096 && ++buffers == 1) {
+                        other = std::thread([&] {
+                            const test::RunAtCall atLock(Call::PthreadMutexLock,
+                                                         [&] { isOtherThere.set(); });
+                            (void)debug_init();
+                            isOtherThere.set();
+                        });
+                        EXPECT_TRUE(isOtherThere.wait());
+                    }
+                    return std::malloc(size);
+                },
+                When().everyTime().anyThread());
+            (void)debug_init();
+            other.join();
+        }
+
+        EXPECT_EQ(buffers, 1);
     });
 }
 

@@ -13,10 +13,12 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "locks/annotated_mutex.h"
 #include "own_recording.h"
 #include "record/record.h"
 #include "record/wait_scope.h"
@@ -524,6 +526,46 @@ TEST(WaitScopeTest, RecordsALongWaitForALock) {
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].kind, record::Kind::Waited);
     EXPECT_EQ(records[0].word(2), 2 * record::kLongWaitNs);
+}
+
+/// Takes a mutex that another thread holds for @p ns.
+void waitForMutex(tevalon::base::AnnotatedMutex* p_mutex, std::uint64_t ns, bool isRecording) {
+    test::Event isHeld;
+    test::Event mayGo;
+    std::thread holder([&] {
+        const std::lock_guard<std::mutex> lock(p_mutex->native());
+        isHeld.set();
+        (void)mayGo.wait();
+    });
+    EXPECT_TRUE(isHeld.wait());
+    {
+        ManualClock clock(5 * kSecondNs);
+        const test::RunAtCall wait(
+            test::Call::PthreadMutexLock,
+            [&] {
+                clock.advance(ns);
+                mayGo.set();
+                holder.join();
+            },
+            test::When().on(p_mutex->native().native_handle()));
+        const tevalon::base::MutexGuard guard(*p_mutex, isRecording);
+        EXPECT_EQ(wait.hits(), 1);
+    }
+}
+
+TEST(WaitScopeTest, OfAMutexItIsRecordedWhereTheCallerSaysSo) {
+    tevalon::base::AnnotatedMutex mutex;
+    OwnRecording recording(8);
+
+    waitForMutex(&mutex, 2 * record::kLongWaitNs, false);
+    waitForMutex(&mutex, 3 * record::kLongWaitNs, true);
+
+    const auto records = test::withoutMemory(recording.read());
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].kind, record::Kind::Waited);
+    EXPECT_EQ(records[0].word(0), reinterpret_cast<std::uintptr_t>(&mutex));
+    EXPECT_EQ(records[0].low(1), static_cast<std::int32_t>(record::Wait::Lock));
+    EXPECT_EQ(records[0].word(2), 3 * record::kLongWaitNs);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +29,7 @@ using test::FailCall;
 using test::isThere;
 using test::LogCapture;
 using test::LogEntry;
+using test::ReplaceCall;
 using test::ScratchFolder;
 using test::When;
 using tevalon::base::kLogError;
@@ -178,6 +181,52 @@ TEST_F(RemoveFolderTest, GoesOnBehindWhatItCannotDelete) {
         expectRemoval(-2, {openFailed(m_dir)});
     }
     expectRemoval(0, {});
+}
+
+/// Removes a folder that it can open but not read, with its cancellation pending from there on.
+void* removeWhileCancelled(void* p_dir) {
+    {
+        LogCapture log;
+        const ReplaceCall<DIR*(int)> stream(Call::Fdopendir, [](int) -> DIR* {
+            (void)pthread_cancel(pthread_self());
+            errno = ENOMEM;
+            return nullptr;
+        });
+        EXPECT_EQ(removeFolder(static_cast<const std::string*>(p_dir)->c_str()), -2);
+    }
+    // The end of the thread, seen by a sanitizer, should not be an unwinding.
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    return nullptr;
+}
+
+TEST_F(RemoveFolderTest, LeavesNoDescriptorOpenWhereItIsCancelledAndTheFolderCannotBeRead) {
+    const long descriptors = test::openDescriptors();
+    std::string dir = m_dir;
+    pthread_t thread = {};
+
+    ASSERT_EQ(pthread_create(&thread, nullptr, removeWhileCancelled, &dir), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_TRUE(isThere(m_dir));
+}
+
+// To close a folder may be a cancellation point, and is done in a destructor, where cancellation
+// would end the process.
+TEST_F(RemoveFolderTest, IsNotCancelledWhileItClosesAFolder) {
+    m_scratch.folder("dir/sub");
+    std::vector<int> states;
+    const ReplaceCall<int(DIR*)> closing(Call::Closedir, [&](DIR* p_folder) {
+        int state = -1;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+        (void)pthread_setcancelstate(state, nullptr);
+        states.push_back(state);
+        return closedir(p_folder);
+    });
+
+    EXPECT_EQ(removeFolder(m_dir.c_str()), 0);
+
+    EXPECT_EQ(states, std::vector<int>(2, PTHREAD_CANCEL_DISABLE));
 }
 
 // A folder that may not be deleted itself may hold what may: the kernel refuses to unlink it with
