@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "base/logging/log_level.h"
 #include "support/log_capture.h"
@@ -269,6 +270,26 @@ TEST_F(RunnableTest, RunningIsFalseWhilePausedAndOnceStopped) {
     EXPECT_FALSE(m_runnable.running());
     m_runnable.resume();
     EXPECT_FALSE(m_runnable.running());
+}
+
+TEST_F(RunnableTest, APausedOneThatIsStoppedDoesNotRunInBetween) {
+    m_runnable.pause();
+    bool isRunning = true;
+    test::Event asks;
+    std::thread asker;
+    const test::RunAtCall atSignal(Call::PthreadCondSignal, [&] {  // The pause has just ended.
+        asker = std::thread([&] {
+            const test::RunAtCall atLock(Call::PthreadMutexLock, [&] { asks.set(); });
+            isRunning = m_runnable.running();
+            asks.set();
+        });
+        (void)asks.wait();
+    });
+
+    m_runnable.stop();
+
+    asker.join();
+    EXPECT_FALSE(isRunning);
 }
 
 TEST_F(RunnableTest, OnlyTheEndOfAPauseIsSignalled) {

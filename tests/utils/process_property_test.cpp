@@ -225,6 +225,29 @@ TEST_F(ProcessPropertyDeathTest, IsFirstUsedByManyThreadsAtOnce) {
     }
 }
 
+TEST_F(ProcessPropertyDeathTest, FirstUsedWhileAnotherThreadMakesTheTableItKeepsBothProperties) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([&] {
+        test::Event isMaking;
+        test::Event otherIsThere;
+        std::thread other([&] {
+            (void)isMaking.wait();
+            const test::RunAtCall atLock(Call::PthreadMutexLock, [&] { otherIsThere.set(); });
+            EXPECT_EQ(set_process_property("other", "2"), "");
+        });
+        {
+            const test::RunAtCall atInit(Call::PthreadMutexInit, [&] {
+                isMaking.set();
+                (void)otherIsThere.wait();
+            });
+            EXPECT_EQ(set_process_property("first", "1"), "");
+        }
+        other.join();
+
+        EXPECT_EQ(get_process_property("first"), "1");
+        EXPECT_EQ(get_process_property("other"), "2");
+    });
+}
+
 TEST(ProcessPropertyTest, SettingsByManyThreadsHappenOneAfterTheOther) {
     constexpr int kThreads = 8;
     constexpr int kEach = 500;
