@@ -3,6 +3,7 @@
 #include "ends/forked_child.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstddef>
