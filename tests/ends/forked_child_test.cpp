@@ -663,6 +663,8 @@ TEST(ForkedPropertiesTest, StayAsTheyAre) {
 
 // A fork waits for whoever is just changing one, so that the child gets it changed.
 TEST(ForkedPropertiesTest, OneThatIsJustBeingSetIsSetInTheChild) {
+    static int s_number = 0;
+    const std::string name = "new" + std::to_string(++s_number);
     const void* p_lock = nullptr;
     {
         const test::ReplaceCall<int(pthread_mutex_t*)> atLock(
@@ -679,14 +681,14 @@ TEST(ForkedPropertiesTest, OneThatIsJustBeingSetIsSetInTheChild) {
             isChanging.set();
             (void)isForking.wait();
         });
-        (void)base::set_process_property("new", "value");  // Allocates only its entry.
+        (void)base::set_process_property(name.c_str(), "value");  // Allocates only its entry.
     });
     ASSERT_TRUE(isChanging.wait());
     {
         const test::RunAtCall atLock(
             test::Call::PthreadMutexLock, [&] { isForking.set(); }, test::When().on(p_lock));
-        EXPECT_EQ(runInForkedChild([] {
-                      CHECK_IN_CHILD(base::get_process_property("new") == "value");
+        EXPECT_EQ(runInForkedChild([&] {
+                      CHECK_IN_CHILD(base::get_process_property(name.c_str()) == "value");
                       CHECK_IN_CHILD(base::get_process_property("earlier") == "value");
                   }),
                   0);
