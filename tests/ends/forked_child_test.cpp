@@ -676,12 +676,14 @@ TEST(ForkedPropertiesTest, OneThatIsJustBeingSetIsSetInTheChild) {
     }
     test::Event isChanging;
     test::Event isForking;
+    test::Event isForked;
     std::thread setter([&] {
         const test::RunAtCall holdTheLock(test::Call::New, [&] {
             isChanging.set();
             (void)isForking.wait();
         });
         (void)base::set_process_property(name.c_str(), "value");  // Allocates only its entry.
+        (void)isForked.wait();
     });
     ASSERT_TRUE(isChanging.wait());
     {
@@ -694,6 +696,7 @@ TEST(ForkedPropertiesTest, OneThatIsJustBeingSetIsSetInTheChild) {
                   0);
     }
     isForking.set();
+    isForked.set();
     setter.join();
 }
 
