@@ -381,6 +381,7 @@ private:
 class Job : public Scenario {
 public:
     void act() override {
+        const Rounds own;
         m_rounds.pause();
         m_rounds.resume();
         (void)m_rounds.run();

@@ -3,12 +3,17 @@
 #include "ends/forked_child.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <list>
 #include <memory>
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/event_dispatcher.h"
 #include "base/simple_timer.h"
@@ -730,11 +735,12 @@ TEST(ForkedRunnableTest, DestroyedInTheChildItWaitsForNobody) {
     thread.join();
 }
 
-TEST(ForkedRunnableTest, TellsInTheChildWhetherItRunsThoughItsLockWasHeld) {
+// In each child another one of its methods is the first that is called.
+TEST(ForkedRunnableTest, TakesEveryCallInTheChildThoughItsLockWasHeld) {
     class Job : public Threading::Runnable {
     public:
         Job() : Runnable(-1) {}
-        void execute() override {}
+        void execute() override { stop(); }
     };
     Job job;
     test::Event isHeld;
@@ -749,6 +755,22 @@ TEST(ForkedRunnableTest, TellsInTheChildWhetherItRunsThoughItsLockWasHeld) {
     ASSERT_TRUE(isHeld.wait());
 
     EXPECT_EQ(runInForkedChild([&] { CHECK_IN_CHILD(job.running()); }), 0);
+    EXPECT_EQ(runInForkedChild([&] {
+                  job.pause();
+                  CHECK_IN_CHILD(!job.running());
+              }),
+              0);
+    EXPECT_EQ(runInForkedChild([&] {
+                  job.resume();
+                  CHECK_IN_CHILD(job.running());
+              }),
+              0);
+    EXPECT_EQ(runInForkedChild([&] {
+                  job.stop();
+                  CHECK_IN_CHILD(!job.running());
+              }),
+              0);
+    EXPECT_EQ(runInForkedChild([&] { CHECK_IN_CHILD(job.run() == 0); }), 0);
 
     isForked.set();
     thread.join();
@@ -763,6 +785,45 @@ TEST(ForkedPropertiesTest, StayAsTheyAre) {
               }),
               0);
     EXPECT_EQ(base::get_process_property("kept"), "value");
+}
+
+// A fork waits for whoever is just changing one, so that the child gets it changed.
+TEST(ForkedPropertiesTest, OneThatIsJustBeingSetIsSetInTheChild) {
+    static int s_number = 0;
+    const std::string name = "new" + std::to_string(++s_number);
+    const void* p_lock = nullptr;
+    {
+        const test::ReplaceCall<int(pthread_mutex_t*)> atLock(
+            test::Call::PthreadMutexLock, [&](pthread_mutex_t* p_mutex) {
+                p_lock = p_mutex;
+                return pthread_mutex_lock(p_mutex);
+            });
+        (void)base::set_process_property("earlier", "value");
+    }
+    test::Event isChanging;
+    test::Event isForking;
+    test::Event isForked;
+    std::thread setter([&] {
+        const test::RunAtCall holdTheLock(test::Call::New, [&] {
+            isChanging.set();
+            (void)isForking.wait();
+        });
+        (void)base::set_process_property(name.c_str(), "value");  // Allocates only its entry.
+        (void)isForked.wait();
+    });
+    ASSERT_TRUE(isChanging.wait());
+    {
+        const test::RunAtCall atLock(
+            test::Call::PthreadMutexLock, [&] { isForking.set(); }, test::When().on(p_lock));
+        EXPECT_EQ(runInForkedChild([&] {
+                      CHECK_IN_CHILD(base::get_process_property(name.c_str()) == "value");
+                      CHECK_IN_CHILD(base::get_process_property("earlier") == "value");
+                  }),
+                  0);
+    }
+    isForking.set();
+    isForked.set();
+    setter.join();
 }
 
 TEST(ForkedSingletonTest, OneThatIsJustBeingCreatedIsCreatedAnew) {
@@ -810,6 +871,84 @@ TEST(ForkedSingletonTest, OneWhoseConstructorForksIsFinishedInBoth) {
     }
 
     EXPECT_EQ(test::statusOf(s_child), 0);
+}
+
+/// Stands in the creation of the instances of @p words, on a thread of its own.
+class Creations {
+public:
+    explicit Creations(std::vector<std::intptr_t>* p_words)
+        : m_thread([this, p_words] {
+              std::list<internal::CreationScope> scopes;
+              for (std::intptr_t& word : *p_words) scopes.emplace_back(&word);
+              m_isWithin.set();
+              (void)m_end.wait();
+          }) {
+        (void)m_isWithin.wait();
+    }
+    ~Creations() {
+        m_end.set();
+        m_thread.join();
+    }
+
+    Creations(const Creations&) = delete;
+    Creations& operator=(const Creations&) = delete;
+
+private:
+    test::Event m_isWithin;
+    test::Event m_end;
+    std::thread m_thread;
+};
+
+constexpr std::size_t kMostCreations = 16;  // That a child learns of.
+
+TEST(ForkedSingletonTest, AsManyAsCanBeCreatedAtOnceAreCreatedAnew) {
+    std::intptr_t earlier = internal::kNoInstance;
+    for (int i = 0; i < 100; ++i) const internal::CreationScope isOver(&earlier);
+    const std::vector<std::intptr_t> before(kMostCreations + 1, internal::kInstanceBeingCreated);
+    std::vector<std::intptr_t> words = before;
+    const Creations creations(&words);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  for (std::size_t i = 0; i < kMostCreations; ++i) {
+                      CHECK_IN_CHILD(words[i] == internal::kNoInstance);
+                  }
+                  CHECK_IN_CHILD(words[kMostCreations] == internal::kInstanceBeingCreated);
+              }),
+              0);
+    EXPECT_EQ(words, before);
+}
+
+TEST(ForkedSingletonTest, AsManyCanBeCreatedAtOnceInTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    std::vector<std::intptr_t> parents(kMostCreations, internal::kInstanceBeingCreated);
+    const Creations creations(&parents);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  std::vector<std::intptr_t> own(kMostCreations, internal::kInstanceBeingCreated);
+                  const Creations ownCreations(&own);
+                  CHECK_IN_CHILD(runInForkedChild([&] {
+                                     for (const std::intptr_t word : own) {
+                                         CHECK_IN_CHILD(word == internal::kNoInstance);
+                                     }
+                                 }) == 0);
+              }),
+              0);
+}
+
+// A creation's thread leaves the scope a little after it has stored the instance.
+TEST(ForkedSingletonTest, OneThatIsFinishedOrCreatedByTheForkingThreadStaysAsItIs) {
+    const auto finished = reinterpret_cast<std::intptr_t>(&kMostCreations);
+    std::vector<std::intptr_t> others = {finished, internal::kInstanceBeingCreated};
+    const Creations creations(&others);
+    std::intptr_t own = internal::kInstanceBeingCreated;
+    const internal::CreationScope ownCreation(&own);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  CHECK_IN_CHILD(others[0] == finished);
+                  CHECK_IN_CHILD(others[1] == internal::kNoInstance);
+                  CHECK_IN_CHILD(own == internal::kInstanceBeingCreated);
+              }),
+              0);
 }
 
 }  // namespace

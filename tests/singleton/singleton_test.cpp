@@ -1,6 +1,7 @@
 #include "base/singleton.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
@@ -12,6 +13,7 @@
 
 #include "support/event.h"
 #include "support/fault_injection.h"
+#include "support/fresh_process.h"
 #include "support/threads.h"
 
 namespace {
@@ -203,6 +205,34 @@ TEST(SingletonDeathTest, AConstructorThatThrowsLeavesLaterCallsWaiting) {
             std::_Exit(0);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST(SingletonDeathTest, AThreadThatIsCancelledDuringCreationFinishesItFirst) {
+    static std::atomic<bool> s_isFinished{false};
+    struct Service {
+        Service() {
+            (void)pthread_cancel(pthread_self());
+            pthread_testcancel();
+            s_isFinished = true;
+        }
+        char byte = 0;
+    };
+    static Service* s_p_created = nullptr;
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        const auto create = [](void*) -> void* {
+            s_p_created = instanceOf<Service>();
+            pthread_testcancel();
+            return nullptr;
+        };
+        pthread_t creator = {};
+        ASSERT_EQ(pthread_create(&creator, nullptr, create, nullptr), 0);
+        void* p_result = nullptr;
+        ASSERT_EQ(pthread_join(creator, &p_result), 0);
+
+        EXPECT_EQ(p_result, PTHREAD_CANCELED);
+        ASSERT_TRUE(s_isFinished);  // All others would wait for ever.
+        EXPECT_EQ(instanceOf<Service>(), s_p_created);
+    });
 }
 
 TEST(WaitForInstanceTest, ReturnsAnythingButTheMarkerAtOnce) {

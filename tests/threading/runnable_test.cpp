@@ -1,8 +1,10 @@
 #include "base/threading/runnable.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <string>
+#include <thread>
 
 #include "base/logging/log_level.h"
 #include "support/log_capture.h"
@@ -269,6 +271,49 @@ TEST_F(RunnableTest, RunningIsFalseWhilePausedAndOnceStopped) {
     EXPECT_FALSE(m_runnable.running());
     m_runnable.resume();
     EXPECT_FALSE(m_runnable.running());
+}
+
+/// The last lock that @p action takes.
+template <typename Action>
+const void* lockTakenBy(Action action) {
+    const void* p_lock = nullptr;
+    const test::ReplaceCall<int(pthread_mutex_t*)> atLock(Call::PthreadMutexLock,
+                                                          [&](pthread_mutex_t* p_mutex) {
+                                                              p_lock = p_mutex;
+                                                              return pthread_mutex_lock(p_mutex);
+                                                          });
+    action();
+    return p_lock;
+}
+
+TEST_F(RunnableTest, AllItsCallsTakeOneLock) {
+    const void* const p_lock = lockTakenBy([&] { m_runnable.pause(); });
+
+    EXPECT_EQ(lockTakenBy([&] { (void)m_runnable.running(); }), p_lock);
+    EXPECT_EQ(lockTakenBy([&] { m_runnable.resume(); }), p_lock);
+    EXPECT_EQ(lockTakenBy([&] { m_runnable.stop(); }), p_lock);
+}
+
+TEST_F(RunnableTest, APausedOneThatIsStoppedDoesNotRunInBetween) {
+    const void* const p_lock = lockTakenBy([&] { m_runnable.resume(); });
+    m_runnable.pause();
+    bool isRunning = true;
+    test::Event asks;
+    std::thread asker;
+    const test::RunAtCall atSignal(Call::PthreadCondSignal, [&] {  // The pause has just ended.
+        asker = std::thread([&] {
+            const test::RunAtCall atLock(
+                Call::PthreadMutexLock, [&] { asks.set(); }, When().on(p_lock));
+            isRunning = m_runnable.running();
+            asks.set();
+        });
+        (void)asks.wait();
+    });
+
+    m_runnable.stop();
+
+    asker.join();
+    EXPECT_FALSE(isRunning);
 }
 
 TEST_F(RunnableTest, OnlyTheEndOfAPauseIsSignalled) {

@@ -1,6 +1,7 @@
 #include "base/utils/process_property.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -223,6 +224,39 @@ TEST_F(ProcessPropertyDeathTest, IsFirstUsedByManyThreadsAtOnce) {
             EXPECT_EQ(inits.seen(), 1);
         });
     }
+}
+
+TEST_F(ProcessPropertyDeathTest, FirstUsedWhileAnotherThreadMakesTheTableItKeepsBothProperties) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([&] {
+        std::atomic<const void*> p_lock{nullptr};  // That of the creation.
+        test::Event isMaking;
+        test::Event otherIsThere;
+        std::thread other([&] {
+            (void)isMaking.wait();
+            const test::RunAtCall atLock(
+                Call::PthreadMutexLock, [&] { otherIsThere.set(); }, When().on(p_lock));
+            EXPECT_EQ(set_process_property("other", "2"), "");
+            otherIsThere.set();
+        });
+        {
+            const test::ReplaceCall<int(pthread_mutex_t*)> atLock(
+                Call::PthreadMutexLock,
+                [&](pthread_mutex_t* p_mutex) {
+                    p_lock = p_mutex;
+                    return pthread_mutex_lock(p_mutex);
+                },
+                When());
+            const test::RunAtCall atInit(Call::PthreadMutexInit, [&] {
+                isMaking.set();
+                (void)otherIsThere.wait();
+            });
+            EXPECT_EQ(set_process_property("first", "1"), "");
+        }
+        other.join();
+
+        EXPECT_EQ(get_process_property("first"), "1");
+        EXPECT_EQ(get_process_property("other"), "2");
+    });
 }
 
 TEST(ProcessPropertyTest, SettingsByManyThreadsHappenOneAfterTheOther) {
