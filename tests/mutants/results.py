@@ -26,7 +26,9 @@ class Equivalent:
         for line in lines:
             name, _, text = line.partition(": ")
             if name == "mutated":
-                pairs.append((fields.get("original"), text))
+                if "original" not in fields:
+                    fail(f"{where} has what becomes of nothing")
+                pairs.append((fields["original"], text))
             elif name in fields and name != "original":
                 fail(f"{where} has a second {name}")
             fields[name] = text
