@@ -116,7 +116,7 @@ void logNormalPosition(const char* name) {
 
 // The expiry is read once, by the caller: another thread that starts the same timer may change it
 // at any time, and the place in the list and the command must go by the same one.
-int InsterTimer(TimerImpl& timer, const ExpiredTime& expired, bool sendCmd)
+void InsterTimer(TimerImpl& timer, const ExpiredTime& expired, bool sendCmd)
     TEVALON_REQUIRES(g_timerMutex) {
     const char* name = timer.name().c_str();
     BLOG(kLogDebug, "Begin inster timer:'%s'.\n", name);
@@ -135,7 +135,6 @@ int InsterTimer(TimerImpl& timer, const ExpiredTime& expired, bool sendCmd)
         const bool isHeadUnannounced = timers.headExpiredTime() < g_sleepsUntil;  // Try again.
         if (sendCmd && isHeadUnannounced) sendCmdBecauseOf(name, CMD_RESCHEDULE);
     }
-    return 0;
 }
 
 // A new thread for each run, so that a slow handler delays no other timer.
@@ -324,7 +323,7 @@ SchedulerLook lookAtTimers(std::uint64_t untilNs,
 }
 #endif
 
-int RemoveTimer(TimerImpl& timer) {
+void RemoveTimer(TimerImpl& timer) {
     BLOG_TRACE_SCOPE();
     BLOG(kLogInfo, "Will remove timer('%s').\n", timer.name().c_str());
     const MutexGuard lock(g_timerMutex);
@@ -340,7 +339,6 @@ int RemoveTimer(TimerImpl& timer) {
              timer.name().c_str(), CMD_RESCHEDULE);
         SendCmd(CMD_RESCHEDULE);
     }
-    return 0;
 }
 
 }  // namespace tevalon::base::simple_timer

@@ -18,8 +18,8 @@ void ensureScheduler();
 /// sent and it is marked.
 void scheduleTimer(TimerImpl& timer);
 
-/// Takes @p timer off the list, if it is there, and marks it stopped. Any thread. Returns 0.
-int RemoveTimer(TimerImpl& timer);
+/// Takes @p timer off the list, if it is there, and marks it stopped. Any thread.
+void RemoveTimer(TimerImpl& timer);
 
 }  // namespace tevalon::base::simple_timer
 

@@ -76,6 +76,19 @@ TEST_F(ReportedTimersTest, StartedTimersInTheOrderInWhichTheyAreDue) {
     EXPECT_TRUE(listOf(stateReport(), "timers").empty());
 }
 
+TEST_F(ReportedTimersTest, TimersAfterDecades) {
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(test::Call::ClockGettime,
+                                                             [](clockid_t, timespec* p_time) {
+                                                                 *p_time = {1'000'000'000, 0};
+                                                                 return 0;
+                                                             });
+    Timer timer(
+        "late", {100'000'000, 0, 0}, [](Timer*, void*) {}, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+
+    expectEntry(stateReport(), "timers", "'late' in 100000000.000 s");
+}
+
 TEST_F(ReportedTimersTest, RunsThatGoOn) {
     Busy busy;
     Timer timer(

@@ -2,10 +2,12 @@
 
 #include "ends/forked_child.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -22,6 +24,7 @@
 #include "base/timer.h"
 #include "base/utils.h"
 #include "support/event.h"
+#include "support/fault_injection.h"
 #include "support/fresh_process.h"
 #include "support/log_capture.h"
 
@@ -117,6 +120,46 @@ TEST(ForkedTimerTest, WritesNothingToTheParentsScheduler) {
                   Timer own("own", kLate, ignore, nullptr, ONCE);
                   CHECK_IN_CHILD(own.start() == 0);
                   CHECK_IN_CHILD(commands == 3);
+              }),
+              0);
+}
+
+// Where it has no pipe of its own they go to descriptor 0, as where there has never been one.
+TEST(ForkedTimerTest, WithoutAPipeItWritesNothingToTheParentsScheduler) {
+    test::setLogLevel(0);
+    Timer timer("inherited", kLate, ignore, nullptr, ONCE);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  int own[2] = {-1, -1};
+                  CHECK_IN_CHILD(pipe2(own, O_NONBLOCK) == 0);
+                  CHECK_IN_CHILD(dup2(own[1], 0) == 0);
+                  const test::FailCall noPipe(test::Call::Pipe2, EMFILE);
+                  CHECK_IN_CHILD(timer.start() == 0);
+                  int command = 0;
+                  CHECK_IN_CHILD(read(own[0], &command, sizeof(command)) == sizeof(command));
+              }),
+              0);
+}
+
+TEST(ForkedTimerTest, TheNextStartMakesUpForALostCommandInTheChildAsWell) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    test::LogCapture log;
+    Timer parents("parents", {1000, 0, 0}, ignore, nullptr, ONCE);
+    Timer lost("lost", {2000, 0, 0}, ignore, nullptr, ONCE);
+    Timer next("next", {3000, 0, 0}, ignore, nullptr, ONCE);
+    ASSERT_EQ(parents.start(), 0);
+    ASSERT_TRUE(log.waitFor("Waiting for timer('parents') expired"));
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  test::setLogLevel(0);
+                  {
+                      const test::FailCall noWrite(test::Call::Write, EIO);
+                      CHECK_IN_CHILD(lost.start() == 0);
+                      CHECK_IN_CHILD(noWrite.hits() == 1);
+                  }
+                  const test::CountCalls commands(test::Call::Write, test::When().everyTime());
+                  CHECK_IN_CHILD(next.start() == 0);
+                  CHECK_IN_CHILD(commands.seen() == 1);
               }),
               0);
 }

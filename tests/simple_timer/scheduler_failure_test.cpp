@@ -106,6 +106,27 @@ TEST(SchedulerFailureTest, ACommandThatCannotBeWrittenIsReported) {
     });
 }
 
+TEST(SchedulerFailureTest, ACommandThatCannotBeReadWakesItAllTheSame) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        LogCapture log;
+        Runs runs;
+        Timer timer("t", kSoon, runs.handler(), nullptr, ONCE);
+        ASSERT_TRUE(log.waitFor("No timer, wait for ever."));
+        log.clear();
+        {
+            FailCall noRead(Call::Read, EIO, When().anyThread());
+            EXPECT_EQ(timer.start(), 0);
+            EXPECT_TRUE(runs.waitFor(1));
+            EXPECT_EQ(noRead.hits(), 1);
+        }
+        const Lines lines = schedulerLines(log);
+        ASSERT_GE(lines.size(), 2U);
+        EXPECT_EQ(lines[0],
+                  timerLine(kLogInfo, "HandleTimerThread", "Has new timer, begin work.\n"));
+        EXPECT_EQ(lines[1], timerLine(kLogInfo, "HandleTimerThread", "cmd:0.\n"));
+    });
+}
+
 class SelectFailureTest : public testing::TestWithParam<int> {};
 
 TEST_P(SelectFailureTest, IsReportedAndTriedAgain) {

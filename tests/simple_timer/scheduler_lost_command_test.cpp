@@ -68,6 +68,33 @@ TEST(SchedulerLostCommandTest, TheNextStartMakesUpForALostCommand) {
     });
 }
 
+// Also once it has obeyed one, and sleeps until the timer that this one has started is due.
+TEST(SchedulerLostCommandTest, TheNextStartMakesUpForOneThatWasLostBetweenTwo) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        LogCapture log;
+        Runs runs;
+        Timer waited("waited", kFar, ignore, nullptr, ONCE);
+        Timer first("first", kSoon, runs.handler(), nullptr, ONCE);
+        Timer second("second", {2000000, 0, 0}, ignore, nullptr, ONCE);
+        ASSERT_EQ(waited.start(), 0);
+        ASSERT_TRUE(log.waitFor("Waiting for timer('waited') expired"));
+        {
+            FailCall lost(Call::Write, EIO);
+            ASSERT_EQ(first.start(), 0);
+            ASSERT_EQ(lost.hits(), 1);
+        }
+        log.clear();
+
+        ASSERT_EQ(second.start(), 0);
+
+        EXPECT_EQ(linesOf("InsterTimer", log),
+                  (Lines{insertLine("Begin inster timer:'second'.\n"),
+                         insertLine("Insert timer:'second' to normal position.\n"),
+                         insertLine("Send CMD_RESCHEDULE(2) because of timer('second').\n")}));
+        EXPECT_TRUE(runs.waitFor(1));
+    });
+}
+
 // Of a command that is on its way no second one is sent.
 TEST(SchedulerLostCommandTest, NothingIsMadeUpForWhatWasNotLost) {
     LogCapture log;

@@ -19,6 +19,7 @@ using namespace tevalon::base;
 using namespace tevalon::base::simple_timer;
 using test::Call;
 using test::LogCapture;
+using test::LogEntry;
 using test::When;
 
 constexpr char kIdleLine[] = "No timer, wait for ever.";
@@ -404,6 +405,69 @@ TEST_F(SchedulerTest, StartingAndStoppingDoNotWalkALongList) {
     const double many = costOf(kFew * kTimesMore);
 
     EXPECT_LT(many, few * kTimesMore * 5);  // A walk costs the square.
+}
+
+/// A list of so many has room to give back.
+constexpr int kManyTimers = 200;
+
+std::vector<std::unique_ptr<Timer>> startedTimers(const TimeoutTime& timeout,
+                                                  const TimerHandler& handler) {
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int i = 0; i < kManyTimers; ++i) {
+        timers.push_back(std::make_unique<Timer>("t", timeout, handler, nullptr, ONCE));
+        EXPECT_EQ(timers.back()->start(), 0);
+    }
+    return timers;
+}
+
+// The smaller list is allocated before the larger one is freed.
+TEST(SchedulerRoomTest, IsGivenBackWhereTimersAreStopped) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        const std::vector<std::unique_ptr<Timer>> timers = startedTimers(kFar, ignore);
+        const test::CountCalls blocks(Call::New, When().everyTime());
+
+        for (const std::unique_ptr<Timer>& timer : timers) EXPECT_EQ(timer->stop(), 0);
+
+        EXPECT_GE(blocks.seen(), 1);
+    });
+}
+
+TEST(SchedulerRoomTest, IsGivenBackWhereTimersHaveFired) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        Timer last("last", kFar, ignore, nullptr, ONCE);
+        Timer other("other", kFar, ignore, nullptr, ONCE);
+        ASSERT_EQ(last.start(), 0);
+        Runs runs;
+        const std::vector<std::unique_ptr<Timer>> timers =
+            startedTimers({0, 200, 0}, runs.handler());
+        ASSERT_TRUE(runs.waitFor(kManyTimers));
+        ASSERT_EQ(other.start(), 0);
+        const test::CountCalls blocks(Call::New, When().everyTime());
+
+        EXPECT_EQ(other.stop(), 0);
+
+        EXPECT_EQ(blocks.seen(), 0);  // There is nothing left to give back.
+    });
+}
+
+TEST_F(SchedulerTest, ATimerThatTwoThreadsStartAtOnceIsListedOnce) {
+    Timer timer("t", kFar, ignore, nullptr, ONCE);
+    int othersResult = -1;
+    {
+        // In a start that has found the timer stopped.
+        const test::RunAtCall overtaken(
+            Call::ClockGettime, [&] { std::thread([&] { othersResult = timer.start(); }).join(); });
+
+        EXPECT_EQ(timer.start(), 0);
+
+        EXPECT_EQ(overtaken.hits(), 1);
+    }
+    EXPECT_EQ(othersResult, 0);
+    const std::vector<LogEntry> lines = clientLines(m_log);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         timerLine(kLogDebug, "InsterTimer", "Begin inster timer:'t'.\n")),
+              1);
+    (void)timer.stop();
 }
 
 TEST_F(SchedulerTest, SignalsChangeNothing) {
