@@ -14,11 +14,13 @@ say() { printf 'package: %s\n' "$*" >&2; }
 
 # quietly COMMAND...: shows what it writes only where it fails; then stops.
 quietly() {
-    "$@" >"$build/package.log" 2>&1 || {
-        cat "$build/package.log" >&2
+    local log=$build/package.$BASHPID.log
+    "$@" >"$log" 2>&1 || {
+        cat "$log" >&2
         say "failed: $*"
         exit 1
     }
+    rm "$log"
 }
 
 # Times in packages are the day of the newest entry in CHANGELOG.md.
@@ -77,6 +79,13 @@ compare_builds() {
     say "$architecture: libraries and packages of two builds are the same"
 }
 
+build_packages() {
+    say "building and packing for $1"
+    quietly make_packages "$root" "$1" "$build/package-$1"
+    quietly make_packages_elsewhere "$1"
+    compare_builds "$1"
+}
+
 # Nothing of this is going to Debian, whose bug tracker the tag is about.
 check_with_lintian() {
     lintian --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$@"
@@ -126,13 +135,13 @@ rm -rf "$work"
 mkdir -p "$work"
 look_for_registry
 copy_elsewhere
-for architecture in amd64 armhf; do
-    say "building and packing for $architecture"
-    quietly make_packages "$root" "$architecture" "$build/package-$architecture"
-    quietly make_packages_elsewhere "$architecture"
-    compare_builds "$architecture"
-    test_packages "$architecture"
-done
+build_packages amd64
+# The tests of one architecture wait more than they work: the other is built beside them.
+build_packages armhf &
+trap 'jobs -p | xargs -r kill' EXIT
+test_packages amd64
+wait $!
+test_packages armhf
 test_installations
 collect
 say "all packages made and tested"
