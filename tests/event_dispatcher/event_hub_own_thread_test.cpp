@@ -88,6 +88,21 @@ TEST_F(EventHubOwnThreadTest, AHandlerMayDestroyItsHub) {
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), teardownLines());
 }
 
+// The teardown from outside is over: the thread that came after it is joined by nobody.
+TEST_F(EventHubOwnThreadTest, AHandlerMayDestroyItsHubAfterATeardownFromOutside) {
+    auto* const p_hub = new EventHub(kModule);
+    p_hub->registerHandler(kLater, [](const Event&) {});
+    p_hub->onHubUnregistered();
+    p_hub->registerHandler(kLeave, [p_hub, this](Event event) {
+        delete p_hub;
+        m_inbox.take(std::move(event));
+    });
+
+    p_hub->receiveEvent(makeEvent(kLeave));
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
 // In the handler itself: the thread goes on, and is the only one.
 TEST_F(EventHubOwnThreadTest, ARegistrationInTheHandlerHasTheThreadGoOn) {
     EventHub hub(kModule);

@@ -49,6 +49,17 @@ TEST(NapTest, ALongWaitMakesThemCountAnew) {
     EXPECT_EQ(wakeUpsUntilDue(&nap), Nap::kLeastWakeUps);
 }
 
+TEST(NapTest, AWaitIsLongFromAQuarterOfANapOn) {
+    constexpr std::int64_t kQuarter = Nap::kNanoseconds / 4;
+    Nap nap;
+    for (unsigned i = 1; i < Nap::kLeastWakeUps; ++i) nap.woken(kSameProcessor, kQuarter - 1);
+    nap.woken(kSameProcessor, kQuarter);
+    EXPECT_FALSE(nap.isDue());
+
+    for (unsigned i = 0; i < Nap::kLeastWakeUps; ++i) nap.woken(kSameProcessor, kQuarter - 1);
+    EXPECT_TRUE(nap.isDue());
+}
+
 TEST(NapTest, OneFollowsAnotherAsLongAsTheyBringMuch) {
     Nap nap;
     (void)wakeUpsUntilDue(&nap);

@@ -1,6 +1,7 @@
 #include "event_dispatcher/spin.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -25,8 +26,39 @@ constexpr std::int64_t kShort = -kSecond;
 /// How often @p spin looks for what comes with the @p last look; never, where that is 0.
 int looksOf(AdaptiveSpin* p_spin, int last) {
     int looks = 0;
-    (void)p_spin->until([&] { return ++looks == last; });
+    const bool hasCome = p_spin->until([&] { return ++looks == last; });
+    EXPECT_EQ(hasCome, looks == last);
     return looks;
+}
+
+/// The calling thread's clock, which goes on by so many nanoseconds with each reading.
+class SteppingClock {
+public:
+    static constexpr std::int64_t kStart = 1'000'000 * kSecond;
+
+    explicit SteppingClock(std::int64_t step)
+        : m_clock(Call::ClockGettime, [this, step](clockid_t /*clock*/, timespec* p_now) {
+              *p_now = {static_cast<time_t>(m_now / kSecond), static_cast<long>(m_now % kSecond)};
+              m_now += step;
+              ++m_readings;
+              return 0;
+          }) {}
+
+    int readings() const { return m_readings; }
+
+private:
+    std::int64_t m_now = kStart;
+    int m_readings = 0;
+    test::ReplaceCall<int(clockid_t, timespec*)> m_clock;
+};
+
+/// Brings the estimate to its lower bound, where samples that are not above it leave it.
+void makeWakeUpsShort() {
+    while (g_wakeUpTime.estimate() > WakeUpTime::kLeast) g_wakeUpTime.add(0);
+}
+
+void makeWakeUpsLong() {
+    while (g_wakeUpTime.estimate() < WakeUpTime::kMost) g_wakeUpTime.add(kSecond);
 }
 
 /// A wait that is slept through: the other thread, on @p processor, ends it @p length nanoseconds
@@ -123,6 +155,53 @@ TEST_F(AdaptiveSpinTest, OneSpinInVainEndsIt) {
     EXPECT_EQ(looksOf(&m_spin, 0), 1);
 }
 
+TEST_F(AdaptiveSpinTest, AfterASpinInVainOneShortWaitIsChanceAgain) {
+    becomeWorthIt();
+    EXPECT_GT(looksOf(&m_spin, 0), 1);
+
+    sleepThrough(&m_spin, kShort);
+
+    EXPECT_EQ(looksOf(&m_spin, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, EndsWhenAWakeUpWouldBeOver) {
+    makeWakeUpsShort();
+    becomeWorthIt();
+    const SteppingClock clock(WakeUpTime::kLeast);
+
+    (void)looksOf(&m_spin, 0);
+
+    EXPECT_EQ(clock.readings(), 2);  // When it begins, and when it is over.
+}
+
+// Of half a wake-up, for the one that spins so long.
+TEST_F(AdaptiveSpinTest, AWaitIsShortUpToItsShareOfAWakeUp) {
+    constexpr std::int64_t kHalf = WakeUpTime::kLeast / 2;
+    const SteppingClock clock(0);
+    makeWakeUpsShort();
+    AdaptiveSpin often(50);
+    AdaptiveSpin never(50);
+
+    for (int i = 0; i < AdaptiveSpin::kShortWaits; ++i) {
+        sleepThrough(&often, kHalf);
+        sleepThrough(&never, kHalf + 1);
+    }
+
+    EXPECT_EQ(looksOf(&often, 10), 10);
+    EXPECT_EQ(looksOf(&never, 0), 1);
+}
+
+TEST_F(AdaptiveSpinTest, WakeUpsOfOtherProcessorsAreMeasured) {
+    constexpr std::int64_t kWoken = SteppingClock::kStart;
+    makeWakeUpsLong();
+
+    m_spin.parked({kWoken, kOwnProcessor}, {kWoken, kOwnProcessor});
+    EXPECT_EQ(g_wakeUpTime.estimate(), WakeUpTime::kMost);
+
+    m_spin.parked({kWoken, kOtherProcessor}, {kWoken, kOwnProcessor});
+    EXPECT_EQ(g_wakeUpTime.estimate(), WakeUpTime::kMost - WakeUpTime::kMost / 8);
+}
+
 TEST_F(AdaptiveSpinTest, OneLongWaitMakesTheNextOnesCountAnew) {
     sleepThrough(&m_spin, kShort);
     sleepThrough(&m_spin, kSecond);
@@ -197,6 +276,14 @@ TEST(WakeUpTimeTest, AShorterOneTakesAnEighthOff) {
     WakeUpTime time(8'000);
 
     time.add(0);
+
+    EXPECT_EQ(time.estimate(), 7'000);
+}
+
+TEST(WakeUpTimeTest, OneThatIsAsLongTakesAnEighthOff) {
+    WakeUpTime time(8'000);
+
+    time.add(8'000);
 
     EXPECT_EQ(time.estimate(), 7'000);
 }
