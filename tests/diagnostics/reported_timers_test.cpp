@@ -13,6 +13,7 @@
 #include "base/diagnostics.h"
 #include "base/simple_timer.h"
 #include "base/timer.h"
+#include "ends/forked_child.h"
 #include "state_reports.h"
 #include "support/event.h"
 #include "support/fault_injection.h"
@@ -131,6 +132,28 @@ TEST_F(ReportedTimersTest, HowLongARunGoesOn) {
 
     expectEntry(stateReport(), "timer runs", "'blink': " + kThread + ", for 5.000 s");
     busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, ARunThatForksIsNoneOfTheChilds) {
+    std::atomic<pid_t> child{-1};
+    test::Event isForked;
+    Timer timer(
+        "forks", {0, 0, 1},
+        [&](Timer*, void*) {
+            const pid_t pid = test::forkQuietly();
+            if (pid == 0) {
+                (void)alarm(test::kLongestChildSeconds);
+                CHECK_IN_CHILD(listOf(stateReport(), "timer runs").empty());
+                _exit(0);
+            }
+            child = pid;
+            isForked.set();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(isForked.wait());
+
+    EXPECT_EQ(test::statusOf(child), 0);
 }
 
 // Who waits for the end of a run may go on as soon as that is told.
