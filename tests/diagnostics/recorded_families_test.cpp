@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <time.h>
 
 #include <algorithm>
 #include <array>
@@ -23,6 +24,7 @@
 #include "base/timer.h"
 #include "recordings.h"
 #include "support/event.h"
+#include "support/fault_injection.h"
 #include "support/log_capture.h"
 #include "zor_debug/zor_debug_control.h"
 
@@ -284,6 +286,23 @@ TEST_F(RecordedFamiliesTest, ATimerThatIsDueAndOneThatIsStopped) {
                                  "timer B 'stopped' started, due in N ms", "timer B stopped"}));
     EXPECT_EQ(linesOf("SimpleTimer"), (Lines{"timer A due"}));
     EXPECT_EQ(linesOf("T:due"), (Lines{"timer A 'due' run begun", "timer A run ended"}));
+}
+
+TEST_F(RecordedFamiliesTest, NoWaitIsOneOfADestructorThatFindsNoRun) {
+    auto timer = std::make_unique<simple_timer::Timer>(
+        "idle", simple_timer::TimeoutTime{1, 0, 0}, [](simple_timer::Timer*, void*) {}, nullptr,
+        simple_timer::ONCE);
+    {
+        time_t now = 1'000'000'000;  // Each reading is a second later.
+        const test::ReplaceCall<int(clockid_t, timespec*)> clock(test::Call::ClockGettime,
+                                                                 [&](clockid_t, timespec* p_time) {
+                                                                     *p_time = {++now, 0};
+                                                                     return 0;
+                                                                 });
+        timer.reset();
+    }
+
+    EXPECT_EQ(waits("inside the destructor of"), 0);
 }
 
 TEST_F(RecordedFamiliesTest, AWatchThatIsOverdue) {

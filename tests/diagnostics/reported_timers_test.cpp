@@ -1,6 +1,7 @@
 // What the state report tells of timers, timer threads and watches.
 
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <atomic>
 #include <functional>
@@ -12,6 +13,7 @@
 #include "base/diagnostics.h"
 #include "base/simple_timer.h"
 #include "base/timer.h"
+#include "ends/forked_child.h"
 #include "state_reports.h"
 #include "support/event.h"
 #include "support/fault_injection.h"
@@ -77,16 +79,24 @@ TEST_F(ReportedTimersTest, StartedTimersInTheOrderInWhichTheyAreDue) {
 }
 
 TEST_F(ReportedTimersTest, TimersAfterDecades) {
-    const test::ReplaceCall<int(clockid_t, timespec*)> clock(test::Call::ClockGettime,
-                                                             [](clockid_t, timespec* p_time) {
-                                                                 *p_time = {1'000'000'000, 0};
-                                                                 return 0;
-                                                             });
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime, [](clockid_t, timespec* p_time) {
+            *p_time = {1'000'000'000, 250'000'000};
+            return 0;
+        });
     Timer timer(
         "late", {100'000'000, 0, 0}, [](Timer*, void*) {}, nullptr, ONCE);
     ASSERT_EQ(timer.start(), 0);
 
     expectEntry(stateReport(), "timers", "'late' in 100000000.000 s");
+}
+
+TEST_F(ReportedTimersTest, ALongPeriodToTheMillisecond) {
+    Timer timer(
+        "rare", {2'000'000, 0, 0}, [](Timer*, void*) {}, nullptr, CONTINUE);
+    ASSERT_EQ(timer.start(), 0);
+
+    expectEntry(stateReport(), "timers", "'rare' in [0-9.]+ s, every 2000000.000 s");
 }
 
 TEST_F(ReportedTimersTest, RunsThatGoOn) {
@@ -102,6 +112,68 @@ TEST_F(ReportedTimersTest, RunsThatGoOn) {
     ASSERT_EQ(timer.start(), 0);
     expectEntry(stateReport(), "timers", "'blink' in [0-9]+\\.[0-9]{3} s, 1 run going on");
     busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, HowLongARunGoesOn) {
+    std::atomic<time_t> now{1'000'000'000};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime,
+        [&](clockid_t, timespec* p_time) {
+            *p_time = {now.load(), 0};
+            return 0;
+        },
+        test::When().anyThread().everyTime());
+    Busy busy;
+    Timer timer(
+        "blink", {0, 0, 0}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+    now += 5;
+
+    expectEntry(stateReport(), "timer runs", "'blink': " + kThread + ", for 5.000 s");
+    busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, ARunThatForksIsNoneOfTheChilds) {
+    std::atomic<pid_t> child{-1};
+    test::Event isForked;
+    Timer timer(
+        "forks", {0, 0, 1},
+        [&](Timer*, void*) {
+            const pid_t pid = test::forkQuietly();
+            if (pid == 0) {
+                (void)alarm(test::kLongestChildSeconds);
+                CHECK_IN_CHILD(listOf(stateReport(), "timer runs").empty());
+                _exit(0);
+            }
+            child = pid;
+            isForked.set();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(isForked.wait());
+
+    EXPECT_EQ(test::statusOf(child), 0);
+}
+
+// Who waits for the end of a run may go on as soon as that is told.
+TEST_F(ReportedTimersTest, ARunWhoseEndIsToldIsOver) {
+    test::Event isTold;
+    test::Event mayGo;
+    test::RunAtCall hold(
+        test::Call::PthreadCondBroadcast,
+        [&] {
+            isTold.set();
+            (void)mayGo.wait();
+        },
+        test::When().anyThread());
+    Timer timer(
+        "blink", {0, 0, 1}, [](Timer*, void*) {}, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(isTold.wait());
+
+    EXPECT_TRUE(listOf(stateReport(), "timer runs").empty());
+    mayGo.set();
 }
 
 TEST_F(ReportedTimersTest, OfALongNameTheBeginning) {
@@ -240,6 +312,34 @@ TEST_F(ReportedTimersTest, ATimerThatStaysLocked) {
     mayGo.set();
 }
 
+TEST_F(ReportedTimersTest, ATimerThatStaysLockedBehindOneThatDoesNot) {
+    test::Event isHeld;
+    test::Event mayGo;
+    test::RunAtCall hold(
+        test::Call::PthreadCondBroadcast,
+        [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        },
+        test::When().anyThread());
+    Timer free(
+        "free", {1800, 0, 0}, [](Timer*, void*) {}, nullptr, ONCE);
+    Timer timer(
+        "blink", {0, 0, 1}, [](Timer*, void*) {}, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_TRUE(isHeld.wait());
+    ASSERT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+    ASSERT_EQ(timer.start(), 0);
+    ASSERT_EQ(free.start(), 0);
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers", "'free' in " + kSeconds);
+    expectEntry(report, "timers", "'blink' in " + kSeconds + ", locked by " + kThread);
+    expectEntry(report, "locks held", "runs of timer 'blink' by thread [0-9]+ 'T:blink'");
+    mayGo.set();
+}
+
 // ---- timer threads ----
 
 class NumberedTask : public TimerTaskBase {
@@ -353,11 +453,45 @@ TEST_F(ReportedTimersTest, WatchesThatAreLeftAndOverdue) {
     std::string report = stateReport();
     while (listOf(report, "watches").empty()) report = stateReport();
 
+    EXPECT_EQ(report.find("a watchdog:"), std::string::npos) << report;
     EXPECT_EQ(listOf(report, "watches").size(), 2U);
     expectEntry(report, "watches",
                 "1 'eWatchID_StartUp': (999|1000)\\.[0-9]{3} s left of 1000.000 s");
     expectEntry(report, "watches",
                 "20 'eWatchID_app_show': overdue by " + kSeconds + " of -5.000 s");
+}
+
+TEST_F(ReportedTimersTest, TheFirstOfAllWatchesAndTheLast) {
+    WatchDog dog;
+    dog.beginWatch(WatchDog::eWatchIDNull, 1000);
+    dog.beginWatch(WatchDog::eWatchID_doTaskLaunchNew2, 1000);
+    std::vector<std::string> watches = listOf(stateReport(), "watches");
+    while (watches.empty()) watches = listOf(stateReport(), "watches");
+
+    ASSERT_EQ(watches.size(), 2U);
+    EXPECT_EQ(watches[0].substr(0, 17), "0 'eWatchIDNull':");
+    EXPECT_EQ(watches[1].substr(0, 31), "53 'eWatchID_doTaskLaunchNew2':");
+}
+
+TEST_F(ReportedTimersTest, AWatchThatWasReportedIsOverdueSinceItsBeginning) {
+    std::atomic<time_t> now{1'000'000'000};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime,
+        [&](clockid_t, timespec* p_time) {
+            *p_time = {now.load(), 0};
+            return 0;
+        },
+        test::When().anyThread().everyTime());
+    WatchDog dog;
+    dog.setTimeoutCallback([](void*, WatchDog::WATCH_ID, double) {}, nullptr);
+    dog.beginWatch(WatchDog::eWatchID_StartUp, 2);
+    while (listOf(stateReport(), "watches").empty()) {
+    }
+    now += 3;
+    (void)dog.checkTimers();
+    now += 1;
+
+    expectEntry(stateReport(), "watches", "1 'eWatchID_StartUp': overdue by 2.000 s of 2.000 s");
 }
 
 TEST_F(ReportedTimersTest, AWatchDogThatStaysLocked) {
@@ -423,7 +557,11 @@ TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
     context.p_dog->beginWatch(WatchDog::eWatchID_StartUp, 0);
     context.busy.waitUntilThere();
 
-    EXPECT_TRUE(listOf(stateReport(), "watches").empty());
+    const std::string report = stateReport();
+
+    EXPECT_TRUE(listOf(report, "watches").empty());
+    EXPECT_EQ(report.find("a watchdog:"), std::string::npos) << report;
+    EXPECT_TRUE(listOf(report, "locks held").empty());
     context.busy.letGo();
 }
 

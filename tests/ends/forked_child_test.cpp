@@ -76,6 +76,7 @@ TEST(ForkedTimerTest, AStartedTimerIsStoppedInTheChildAlone) {
 
     EXPECT_EQ(runInForkedChild([&] {
                   CHECK_IN_CHILD(!timer.isStarted());
+                  CHECK_IN_CHILD(!timer.needStop());
                   CHECK_IN_CHILD(timer.changeTimeout({7200, 0, 0}) == 0);
                   CHECK_IN_CHILD(timer.start() == 0);
                   CHECK_IN_CHILD(timer.isStarted());
@@ -162,6 +163,15 @@ TEST(ForkedTimerTest, TheNextStartMakesUpForALostCommandInTheChildAsWell) {
                   CHECK_IN_CHILD(commands.seen() == 1);
               }),
               0);
+}
+
+TEST(ForkedTimerTest, NoRunOfTheChildsIsToEndForAStopInTheParent) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    Timer timer("stopped", kLate, ignore, nullptr, CONTINUE);
+    ASSERT_EQ(timer.stop(), 0);
+
+    EXPECT_EQ(runInForkedChild([&] { CHECK_IN_CHILD(!timer.needStop()); }), 0);
+    EXPECT_TRUE(timer.needStop());
 }
 
 TEST(ForkedTimerTest, ARunThatGoesOnInTheParentIsNotWaitedFor) {

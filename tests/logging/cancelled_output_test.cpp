@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <cerrno>
+
 #include "base/logging.h"
+#include "base/simple_timer.h"
+#include "support/fault_injection.h"
 #include "support/fresh_process.h"
 #include "support/log_capture.h"
 
@@ -36,6 +40,35 @@ TEST(CancelledOutputTest, ATracedScopeIsLeftWhole) {
         pthread_t thread = {};
         ASSERT_EQ(pthread_create(&thread, nullptr, leaveTracedScopes, nullptr), 0);
         ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    });
+}
+
+/// Makes the process's first timer, whose scheduler gets no pipe, with its cancellation pending.
+void* makeFirstTimer(void*) {
+    {
+        const test::FailCall noPipe(test::Call::Pipe2, EMFILE);
+        (void)pthread_cancel(pthread_self());
+        const simple_timer::Timer first(
+            "first", {1, 0, 0}, [](simple_timer::Timer*, void*) {}, nullptr, simple_timer::ONCE);
+    }
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    return nullptr;
+}
+
+TEST(CancelledOutputTest, ASchedulerThatCannotBeMadeIsNotTriedAgain) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        test::setLogLevel(kLogError);
+        pthread_t thread = {};
+        void* p_result = nullptr;
+        ASSERT_EQ(pthread_create(&thread, nullptr, makeFirstTimer, nullptr), 0);
+        ASSERT_EQ(pthread_join(thread, &p_result), 0);
+        EXPECT_EQ(p_result, nullptr);
+        const test::CountCalls pipes(test::Call::Pipe2);
+
+        const simple_timer::Timer second(
+            "second", {1, 0, 0}, [](simple_timer::Timer*, void*) {}, nullptr, simple_timer::ONCE);
+
+        EXPECT_EQ(pipes.seen(), 0);
     });
 }
 

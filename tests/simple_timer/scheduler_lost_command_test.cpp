@@ -191,6 +191,37 @@ TEST(SchedulerLostCommandTest, ATimeoutBelowZeroFiresOnceInAMillisecond) {
     }
 }
 
+// Counted from when it is scheduled anew, if that comes late.
+TEST(SchedulerLostCommandTest, ATimeoutBelowZeroIsKeptOnceThatIsLater) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        constexpr long kSecond = 1000000000;
+        LogCapture log;
+        Runs runs;
+        std::atomic<bool> isStarting{true};
+        std::atomic<int> readings{0};
+        const pthread_t self = pthread_self();
+        const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+            Call::ClockGettime,
+            [&](clockid_t id, timespec* p_time) {
+                const bool isOwn = pthread_equal(self, pthread_self()) != 0;
+                if (isOwn && !isStarting) return clock_gettime(id, p_time);
+                *p_time = {kSecond, 500000000};
+                // The scheduler's for its wait, for its wake, and then, late, for the period.
+                if (!isOwn && ++readings > 2) p_time->tv_sec += 5;
+                return 0;
+            },
+            When().anyThread().everyTime());
+        Timer timer("negative", {0, 0, -5}, runs.handler(), nullptr, CONTINUE);
+
+        ASSERT_EQ(timer.start(), 0);
+        isStarting = false;
+
+        EXPECT_TRUE(log.waitFor("Waiting for timer('negative') expired, expiredTime(sec:" +
+                                std::to_string(kSecond + 5) + ", nsec:499995000).\n"));
+        timer.stop();
+    });
+}
+
 // A period above zero is kept, however short: the next expiry is so much later.
 TEST(SchedulerLostCommandTest, AMicrosecondIsAPeriod) {
     for (const TimeoutTime& timeout : {TimeoutTime{0, 0, 1}, TimeoutTime{1, -999, -999}}) {

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <list>
+#include <map>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -12,11 +15,23 @@
 
 namespace {
 
+using test::Call;
+using test::CountCalls;
+using test::When;
 using tevalon::base::simple_timer::ExpiredTime;
 using tevalon::base::simple_timer::ONCE;
 using tevalon::base::simple_timer::TimerHeap;
 using tevalon::base::simple_timer::TimerImpl;
 using Impl = std::shared_ptr<TimerImpl>;
+
+std::uint64_t& nextSequence(TimerHeap& heap);
+
+/// Its explicit instantiation, in which any member may be named, defines nextSequence().
+template <auto kField>
+struct Revealed {
+    friend std::uint64_t& nextSequence(TimerHeap& heap) { return heap.*kField; }
+};
+template struct Revealed<&TimerHeap::m_nextSequence>;
 
 // The clock reads as the test says, so that expiries can be chosen.
 Impl timerDueAt(ExpiredTime expired) {
@@ -51,6 +66,19 @@ TEST(TimerHeapTest, EqualExpiriesStayInTheOrderOfTheirInsertion) {
         list.remove(*expected);
     }
     EXPECT_TRUE(list.empty());
+}
+
+// More than 32 bits count.
+TEST(TimerHeapTest, EqualExpiriesStayInOrderAfterBillionsOfInsertions) {
+    TimerHeap list;
+    nextSequence(list) = UINT32_MAX;
+    const std::vector<Impl> timers = {timerDueAt({5, 0}), timerDueAt({5, 0}), timerDueAt({5, 0})};
+    for (const Impl& timer : timers) list.insert(*timer, timer->expiredTime());
+
+    for (const Impl& expected : timers) {
+        EXPECT_EQ(&list.head(), expected.get());
+        list.remove(*expected);
+    }
 }
 
 TEST(TimerHeapTest, ATimerIsListedOnce) {
@@ -92,6 +120,39 @@ TEST(TimerHeapTest, ATimerIsPlacedByTheExpiryThatIsGiven) {
     EXPECT_FALSE(list.headExpiredTime() < (ExpiredTime{10, 0}));
 }
 
+std::vector<Impl> insertMany(TimerHeap* p_list, std::size_t count) {
+    std::vector<Impl> timers;
+    for (std::size_t i = 0; i < count; ++i) {
+        timers.push_back(timerDueAt({5, 0}));
+        p_list->insert(*timers.back(), timers.back()->expiredTime());
+    }
+    return timers;
+}
+
+// The smaller vector is allocated before the larger one is freed.
+TEST(TimerHeapTest, RoomIsGivenBackWhenLessThanAQuarterIsUsed) {
+    TimerHeap list;
+    const std::vector<Impl> timers = insertMany(&list, 65);  // In room for 128: it doubles.
+    for (std::size_t i = 32; i < timers.size(); ++i) list.remove(*timers[i]);
+    const CountCalls blocks(Call::New, When().everyTime());
+
+    list.shrinkIfSparse();
+    EXPECT_EQ(blocks.seen(), 0);
+    list.remove(*timers[31]);
+    list.shrinkIfSparse();
+    EXPECT_EQ(blocks.seen(), 1);
+}
+
+TEST(TimerHeapTest, AFewEntriesKeepTheirRoom) {
+    TimerHeap list;
+    const std::vector<Impl> timers = insertMany(&list, 64);
+    for (std::size_t i = 1; i < timers.size(); ++i) list.remove(*timers[i]);
+    const CountCalls blocks(Call::New, When().everyTime());
+
+    list.shrinkIfSparse();
+    EXPECT_EQ(blocks.seen(), 0);
+}
+
 TEST(TimerHeapTest, PlacesAreThoseOfTheWalk) {
     std::mt19937 random(7);
     std::uniform_int_distribution<int> second(-2, 3);
@@ -121,6 +182,29 @@ TEST(TimerHeapTest, PlacesAreThoseOfTheWalk) {
         list.remove(*plain.front());
         plain.pop_front();
     }
+}
+
+// Each entry stays where it is inserted: number i is due no earlier than number (i - 1) / 4. Those
+// below number 1 are late, number 37 is not, and comes right behind the children of number 8.
+TEST(TimerHeapTest, ARemovalMovesUpNobodyElsesChild) {
+    constexpr int kCount = 39;
+    TimerHeap list;
+    std::map<std::int32_t, Impl> left;  // By expiry.
+    for (int i = 0; i < kCount; ++i) {
+        const bool isLate = i == 1 || (i >= 5 && i <= 8) || (i >= 21 && i <= 36) || i == kCount - 1;
+        const std::int32_t second = isLate ? 100 + i : i;
+        left[second] = timerDueAt({second, 0});
+        list.insert(*left[second], {second, 0});
+    }
+
+    list.remove(*left[108]);
+    left.erase(108);
+
+    for (const auto& [second, timer] : left) {
+        EXPECT_EQ(&list.head(), timer.get()) << second;
+        list.remove(*timer);
+    }
+    EXPECT_TRUE(list.empty());
 }
 
 }  // namespace
