@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "support/fault_injection.h"
@@ -122,6 +123,7 @@ TEST(TaskQueueTest, AnEmptyQueueHasNoFirstTask) {
     EXPECT_EQ(queue.size(), 0U);
     EXPECT_EQ(queue.front(), nullptr);
     EXPECT_EQ(queue.popFront(), nullptr);
+    EXPECT_EQ(cancel(queue, 1), Cancelled{});
 }
 
 TEST(TaskQueueTest, EqualTimesStayInTheOrderOfTheirInsertion) {
@@ -396,6 +398,28 @@ TEST(TaskQueueTest, TheMemoryOfManyTasksIsReturnedWhenAllAreGone) {
         EXPECT_GT(allocationsOf([&] { queue.insert(Task(unsorted)); }), 0) << count << " tasks";
         EXPECT_GT(allocationsOf([&] { queue.insert(Task(sorted)); }), 0) << count << " tasks";
     }
+}
+
+// A list that grew with each round would need ever larger blocks.
+TEST(TaskQueueTest, NothingGrowsWithTheTimesThatAllAreGone) {
+    TaskQueue queue;
+    const std::vector<Task> tasks = tasksInOrder(100);
+    std::size_t largest = 0;
+    const auto note = [&largest](std::size_t size) {
+        largest = std::max(largest, size);
+        return ::operator new(size);
+    };
+    const test::ReplaceCall<void*(std::size_t)> sizes(Call::New, note);
+    const auto postAndPopAll = [&] {
+        for (const Task& task : tasks) queue.insert(Task(task));
+        for (const Task& task : tasks) ASSERT_EQ(queue.popFront(), task);
+    };
+    postAndPopAll();
+    const std::size_t atFirst = std::exchange(largest, 0);
+    for (int round = 0; round < 500; ++round) postAndPopAll();
+
+    EXPECT_GT(atFirst, 0U);
+    EXPECT_EQ(largest, atFirst);
 }
 
 class TaskQueueAgainstWalkTest : public ::testing::TestWithParam<unsigned> {};
