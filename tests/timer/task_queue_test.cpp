@@ -92,9 +92,10 @@ Cancelled cancelGroup(TaskQueue& queue, std::int32_t taskId) {
     return cancelled;
 }
 
-std::vector<Task> tasksInOrder(int count) {
+std::vector<Task> tasksInOrder(std::size_t count) {
     std::vector<Task> tasks;
-    for (int i = 0; i < count; ++i) tasks.push_back(taskAt(10.0 * (i + 1)));
+    double fireTime = 0;
+    while (tasks.size() < count) tasks.push_back(taskAt(fireTime += 10));
     return tasks;
 }
 
@@ -279,7 +280,7 @@ TEST(TaskQueueTest, SessionsThatAreFarApartAreFound) {
 
 // However many there are: the later half is gone, and what comes then is later still.
 TEST(TaskQueueTest, TasksGoToTheirPlacesWhereOthersWereCancelled) {
-    for (int count = 1; count <= 150; ++count) {
+    for (std::size_t count = 1; count <= 150; ++count) {
         TaskQueue queue;
         PlainQueue plain;
         const auto insert = [&](const Task& task) {
@@ -289,7 +290,7 @@ TEST(TaskQueueTest, TasksGoToTheirPlacesWhereOthersWereCancelled) {
         const std::vector<Task> tasks = tasksInOrder(count);
         for (const Task& task : tasks) insert(task);
         insert(taskAt(5));
-        for (int i = count / 2; i < count; ++i) {
+        for (std::size_t i = count / 2; i < count; ++i) {
             ASSERT_EQ(cancel(queue, tasks[i]->sessionId()), Cancelled{tasks[i].get()});
         }
 
@@ -300,11 +301,11 @@ TEST(TaskQueueTest, TasksGoToTheirPlacesWhereOthersWereCancelled) {
 }
 
 TEST(TaskQueueTest, TheFirstCanBeCancelledHoweverManyAreGone) {
-    for (int gone = 0; gone < 150; ++gone) {
+    for (std::size_t gone = 0; gone < 150; ++gone) {
         TaskQueue queue;
         const std::vector<Task> tasks = tasksInOrder(gone + 2);
         for (const Task& task : tasks) queue.insert(Task(task));
-        for (int i = 0; i < gone; ++i) ASSERT_EQ(queue.popFront(), tasks[i]);
+        for (std::size_t i = 0; i < gone; ++i) ASSERT_EQ(queue.popFront(), tasks[i]);
 
         ASSERT_EQ(cancel(queue, tasks[gone]->sessionId()), Cancelled{tasks[gone].get()});
         ASSERT_EQ(queue.popFront(), tasks[gone]) << gone << " are gone";
@@ -325,7 +326,7 @@ TEST(TaskQueueTest, ManyTasksShareFewBlocksOfMemory) {
 }
 
 TEST(TaskQueueTest, TheRoomOfAPoppedTaskIsUsedAgain) {
-    for (int count = 1; count <= 150; ++count) {
+    for (std::size_t count = 1; count <= 150; ++count) {
         TaskQueue queue;
         for (const Task& task : tasksInOrder(count)) queue.insert(Task(task));
         (void)queue.popFront();
@@ -388,7 +389,7 @@ TEST(TaskQueueTest, TheMemoryOfOneTaskIsKept) {
 
 // The first insertion tells of the memory for tasks, the second of that for their order.
 TEST(TaskQueueTest, TheMemoryOfManyTasksIsReturnedWhenAllAreGone) {
-    for (const int count : {100, 1000}) {
+    for (const std::size_t count : {100U, 1000U}) {
         TaskQueue queue;
         for (const Task& task : tasksInOrder(count)) queue.insert(Task(task));
         while (!queue.empty()) (void)queue.popFront();
