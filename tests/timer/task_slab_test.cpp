@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include "support/fault_injection.h"
@@ -47,12 +50,11 @@ TEST(TaskSlabTest, FewSlotsAreKeptWhenItBecomesEmpty) {
 }
 
 TEST(TaskSlabTest, TheMemoryOfManySlotsIsReturnedWhenItBecomesEmpty) {
-    for (const std::int32_t count : {40, 1000}) {
+    for (const std::size_t count : {40U, 1000U}) {
         TaskSlab slab;
-        std::vector<TaskSlab::Index> taken;
-        for (std::int32_t session = 0; session < count; ++session) {
-            taken.push_back(putOne(slab, session));
-        }
+        std::vector<TaskSlab::Index> taken(count);
+        std::int32_t session = 0;
+        for (TaskSlab::Index& index : taken) index = putOne(slab, ++session);
         for (const TaskSlab::Index index : taken) slab.take(index);
         slab.shrink();
 
@@ -64,8 +66,8 @@ TEST(TaskSlabTest, TheMemoryOfManySlotsIsReturnedWhenItBecomesEmpty) {
 
 TEST(TaskSlabTest, ManySlotsShareFewBlocksOfMemory) {
     TaskSlab slab;
-    std::vector<TaskSlab::Task> tasks;
-    for (int i = 0; i < 1000; ++i) tasks.push_back(std::make_shared<IdleTask>());
+    std::vector<TaskSlab::Task> tasks(1000);
+    for (TaskSlab::Task& task : tasks) task = std::make_shared<IdleTask>();
 
     const test::CountCalls allocations(test::Call::New, test::When().everyTime());
     for (TaskSlab::Task& task : tasks) {
