@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "support/fault_injection.h"
@@ -91,6 +92,21 @@ Cancelled cancelGroup(TaskQueue& queue, std::int32_t taskId) {
     return cancelled;
 }
 
+std::vector<Task> tasksInOrder(std::size_t count) {
+    std::vector<Task> tasks;
+    double fireTime = 0;
+    while (tasks.size() < count) tasks.push_back(taskAt(fireTime += 10));
+    return tasks;
+}
+
+// How often memory is asked for.
+template <typename Action>
+long allocationsOf(Action action) {
+    const test::CountCalls allocations(Call::New, When().everyTime());
+    action();
+    return allocations.seen();
+}
+
 // Which ones a walk from the front would cancel, and in what order.
 template <typename IsWanted>
 Cancelled wanted(const PlainQueue& queue, IsWanted isWanted) {
@@ -108,6 +124,7 @@ TEST(TaskQueueTest, AnEmptyQueueHasNoFirstTask) {
     EXPECT_EQ(queue.size(), 0U);
     EXPECT_EQ(queue.front(), nullptr);
     EXPECT_EQ(queue.popFront(), nullptr);
+    EXPECT_EQ(cancel(queue, 1), Cancelled{});
 }
 
 TEST(TaskQueueTest, EqualTimesStayInTheOrderOfTheirInsertion) {
@@ -259,6 +276,151 @@ TEST(TaskQueueTest, SessionsThatAreFarApartAreFound) {
         EXPECT_EQ(cancel(queue, task->sessionId()), Cancelled{task.get()});
     }
     EXPECT_EQ(cancel(queue, tasks.front()->sessionId() - 1), Cancelled{});
+}
+
+// However many there are: the later half is gone, and what comes then is later still.
+TEST(TaskQueueTest, TasksGoToTheirPlacesWhereOthersWereCancelled) {
+    for (std::size_t count = 1; count <= 150; ++count) {
+        TaskQueue queue;
+        PlainQueue plain;
+        const auto insert = [&](const Task& task) {
+            plain.insert(task);
+            queue.insert(Task(task));
+        };
+        const std::vector<Task> tasks = tasksInOrder(count);
+        for (const Task& task : tasks) insert(task);
+        insert(taskAt(5));
+        for (std::size_t i = count / 2; i < count; ++i) {
+            ASSERT_EQ(cancel(queue, tasks[i]->sessionId()), Cancelled{tasks[i].get()});
+        }
+
+        insert(taskAt(20000));
+        insert(taskAt(10000));
+        ASSERT_EQ(orderOf(queue), orderOf(plain)) << count << " tasks";
+    }
+}
+
+TEST(TaskQueueTest, TheFirstCanBeCancelledHoweverManyAreGone) {
+    for (std::size_t gone = 0; gone < 150; ++gone) {
+        TaskQueue queue;
+        const std::vector<Task> tasks = tasksInOrder(gone + 2);
+        for (const Task& task : tasks) queue.insert(Task(task));
+        for (std::size_t i = 0; i < gone; ++i) ASSERT_EQ(queue.popFront(), tasks[i]);
+
+        ASSERT_EQ(cancel(queue, tasks[gone]->sessionId()), Cancelled{tasks[gone].get()});
+        ASSERT_EQ(queue.popFront(), tasks[gone]) << gone << " are gone";
+        ASSERT_EQ(queue.front(), tasks[gone + 1].get()) << gone << " are gone";
+        ASSERT_EQ(queue.popFront(), tasks[gone + 1]);
+        ASSERT_TRUE(queue.empty());
+    }
+}
+
+TEST(TaskQueueTest, ManyTasksShareFewBlocksOfMemory) {
+    TaskQueue queue;
+    const std::vector<Task> tasks = tasksInOrder(1000);
+
+    EXPECT_LT(allocationsOf([&] {
+                  for (const Task& task : tasks) queue.insert(Task(task));
+              }),
+              200);
+}
+
+TEST(TaskQueueTest, TheRoomOfAPoppedTaskIsUsedAgain) {
+    for (std::size_t count = 1; count <= 150; ++count) {
+        TaskQueue queue;
+        for (const Task& task : tasksInOrder(count)) queue.insert(Task(task));
+        (void)queue.popFront();
+        const Task first = taskAt(15);
+
+        EXPECT_EQ(allocationsOf([&] { queue.insert(Task(first)); }), 0) << count << " tasks";
+        EXPECT_EQ(queue.popFront(), first);
+    }
+}
+
+TEST(TaskQueueTest, TasksThatComeAndGoNeedNoMoreMemory) {
+    TaskQueue queue;
+    double latest = 0;
+    for (int i = 0; i < 200; ++i) queue.insert(taskAt(++latest));
+    const auto postEachAgain = [&] {
+        for (int i = 0; i < 200; ++i) {
+            Task task = queue.popFront();
+            task->setNextFireTime(++latest);
+            queue.insert(std::move(task));
+        }
+    };
+    postEachAgain();
+
+    EXPECT_EQ(allocationsOf([&] {
+                  for (int round = 0; round < 10; ++round) postEachAgain();
+              }),
+              0);
+}
+
+TEST(TaskQueueTest, TasksThatComeAndAreCancelledNeedNoMoreMemory) {
+    TaskQueue queue;
+    queue.insert(taskAt(1e6));  // It stays: with the last task the memory would go.
+    const std::vector<Task> tasks = tasksInOrder(200);
+    const auto cancelOne = [](TimerTaskBase& task) { task.setNextFireTime(0.0); };
+    const auto postAndCancelAll = [&] {
+        double fireTime = 0;
+        for (const Task& task : tasks) {
+            task->setNextFireTime(++fireTime);
+            queue.insert(Task(task));
+        }
+        for (const Task& task : tasks) queue.cancelSession(task->sessionId(), cancelOne);
+        for (const Task& task : tasks) ASSERT_EQ(queue.popFront(), task);
+    };
+    postAndCancelAll();
+
+    EXPECT_EQ(allocationsOf([&] {
+                  for (int round = 0; round < 10; ++round) postAndCancelAll();
+              }),
+              0);
+}
+
+TEST(TaskQueueTest, TheMemoryOfOneTaskIsKept) {
+    TaskQueue queue;
+    queue.insert(taskAt(1));
+    (void)queue.popFront();
+    const Task task = taskAt(2);
+
+    EXPECT_EQ(allocationsOf([&] { queue.insert(Task(task)); }), 0);
+}
+
+// The first insertion tells of the memory for tasks, the second of that for their order.
+TEST(TaskQueueTest, TheMemoryOfManyTasksIsReturnedWhenAllAreGone) {
+    for (const std::size_t count : {100U, 1000U}) {
+        TaskQueue queue;
+        for (const Task& task : tasksInOrder(count)) queue.insert(Task(task));
+        while (!queue.empty()) (void)queue.popFront();
+        const Task unsorted = taskAt(0.0);
+        const Task sorted = taskAt(1.0);
+
+        EXPECT_GT(allocationsOf([&] { queue.insert(Task(unsorted)); }), 0) << count << " tasks";
+        EXPECT_GT(allocationsOf([&] { queue.insert(Task(sorted)); }), 0) << count << " tasks";
+    }
+}
+
+// A list that grew with each round would need ever larger blocks.
+TEST(TaskQueueTest, NothingGrowsWithTheTimesThatAllAreGone) {
+    TaskQueue queue;
+    const std::vector<Task> tasks = tasksInOrder(100);
+    std::size_t largest = 0;
+    const auto note = [&largest](std::size_t size) {
+        largest = std::max(largest, size);
+        return ::operator new(size);
+    };
+    const test::ReplaceCall<void*(std::size_t)> sizes(Call::New, note);
+    const auto postAndPopAll = [&] {
+        for (const Task& task : tasks) queue.insert(Task(task));
+        for (const Task& task : tasks) ASSERT_EQ(queue.popFront(), task);
+    };
+    postAndPopAll();
+    const std::size_t atFirst = std::exchange(largest, 0);
+    for (int round = 0; round < 500; ++round) postAndPopAll();
+
+    EXPECT_GT(atFirst, 0U);
+    EXPECT_EQ(largest, atFirst);
 }
 
 class TaskQueueAgainstWalkTest : public ::testing::TestWithParam<unsigned> {};

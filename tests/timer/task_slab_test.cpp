@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 #include "support/fault_injection.h"
@@ -47,17 +50,41 @@ TEST(TaskSlabTest, FewSlotsAreKeptWhenItBecomesEmpty) {
 }
 
 TEST(TaskSlabTest, TheMemoryOfManySlotsIsReturnedWhenItBecomesEmpty) {
-    TaskSlab slab;
-    std::vector<TaskSlab::Index> taken;
-    for (std::int32_t session = 0; session < 1000; ++session) {
-        taken.push_back(putOne(slab, session));
-    }
-    for (const TaskSlab::Index index : taken) slab.take(index);
-    slab.shrink();
+    for (const std::size_t count : {40U, 1000U}) {
+        TaskSlab slab;
+        std::vector<TaskSlab::Index> taken(count);
+        std::int32_t session = 0;
+        for (TaskSlab::Index& index : taken) index = putOne(slab, ++session);
+        for (const TaskSlab::Index index : taken) slab.take(index);
+        slab.shrink();
 
-    EXPECT_EQ(slab.used(), 0U);
-    const test::FailCall noMemory(test::Call::New, 0);
-    EXPECT_THROW(slab.reserve(), std::bad_alloc);
+        EXPECT_EQ(slab.used(), 0U);
+        const test::FailCall noMemory(test::Call::New, 0);
+        EXPECT_THROW(slab.reserve(), std::bad_alloc) << count << " slots";
+    }
+}
+
+TEST(TaskSlabTest, ManySlotsShareFewBlocksOfMemory) {
+    TaskSlab slab;
+    std::vector<TaskSlab::Task> tasks(1000);
+    for (TaskSlab::Task& task : tasks) task = std::make_shared<IdleTask>();
+
+    const test::CountCalls allocations(test::Call::New, test::When().everyTime());
+    for (TaskSlab::Task& task : tasks) {
+        slab.reserve();
+        slab.put(std::move(task), 1, 0);
+    }
+    EXPECT_LT(allocations.seen(), 100);
+}
+
+TEST(TaskSlabTest, AnEmptySlabHasNoTaskOfASession) {
+    TaskSlab slab;
+    EXPECT_EQ(slab.first(1), TaskSlab::kNone);
+
+    for (std::int32_t session = 0; session < 1000; ++session) putOne(slab, session);
+    for (TaskSlab::Index index = 0; index < 1000; ++index) slab.take(index);
+    slab.shrink();
+    EXPECT_EQ(slab.first(1), TaskSlab::kNone);
 }
 
 }  // namespace
