@@ -21,7 +21,6 @@ public:
     /// As select(): above 0 when readable, 0 when the time is over, -1 with errno. A null
     /// @p p_wait waits without limit.
     int waitReadable(timeval* p_wait) {
-        for (unsigned long& word : m_words) word = 0;
         m_words[wordOf(m_descriptor)] = 1UL << (static_cast<std::size_t>(m_descriptor) % kWordBits);
         return select(m_descriptor + 1, reinterpret_cast<fd_set*>(m_words.data()), nullptr, nullptr,
                       p_wait);

@@ -49,7 +49,6 @@ TimerImpl::TimerImpl(Timer* p_timer, std::string name, const TimeoutTime& timeou
     if (isZeroPeriod(timeout, type)) {
         reportZeroPeriod(__func__);
         m_isValid = false;
-        return;
     }
     if (!*m_handler) m_isValid = false;
 }

@@ -20,8 +20,7 @@ WatchDogLook WatchLooker::look(const activity::Activity& activity, std::uint64_t
         const double begin = p_watchDog->m_beginTime[id];
         if (begin == 0) continue;  // Idle.
         const double period = now - begin;
-        const double allowed = p_watchDog->m_timeout[id];
-        p_visitor->visit({id, allowed, period + p_watchDog->m_elapsed[id], allowed - period});
+        p_visitor->visit({id, p_watchDog->m_timeout[id], period + p_watchDog->m_elapsed[id]});
     }
     return {true, holder};
 }

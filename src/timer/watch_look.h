@@ -14,8 +14,6 @@ struct WatchLook {
     std::int32_t id;
     double allowed;  ///< Seconds.
     double elapsed;  ///< Seconds since it began.
-    double left;     ///< Seconds until it is reported, again where it was; not above 0 where that
-                     ///< is due.
 };
 
 /// What takes one look after the other.

@@ -50,10 +50,6 @@ std::size_t TaskQueue::Block::entryFor(double fireTime) const {
     return std::clamp<std::size_t>(entry, begin, end);
 }
 
-TaskQueue::~TaskQueue() {
-    while (!empty()) (void)popFront();
-}
-
 void TaskQueue::insert(Task&& task) {
     const double fireTime = timeOf(*task);
     const std::int32_t session = task->m_sessionId;

@@ -31,13 +31,15 @@ inline constexpr double kNoFireTime = 0.0;
 /// contiguous, for the search. A task that is cancelled is found by its session, and its entry by
 /// the block that its slot names.
 ///
+/// Its owner takes out what is left before it goes, for a task's destructor may use it.
+///
 /// Thread-safety: none; the owner's lock guards it.
 class TaskQueue {
 public:
     using Task = TaskSlab::Task;
 
     TaskQueue() = default;
-    ~TaskQueue();
+    ~TaskQueue() = default;
 
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
