@@ -423,7 +423,10 @@ TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
     context.p_dog->beginWatch(WatchDog::eWatchID_StartUp, 0);
     context.busy.waitUntilThere();
 
-    EXPECT_TRUE(listOf(stateReport(), "watches").empty());
+    const std::string report = stateReport();
+
+    EXPECT_TRUE(listOf(report, "watches").empty());
+    EXPECT_EQ(report.find("a watchdog"), std::string::npos) << report;
     context.busy.letGo();
 }
 

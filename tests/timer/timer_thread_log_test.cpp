@@ -215,6 +215,29 @@ TEST_F(TimerThreadLogTest, DestructionNamesTheThread) {
                                          "Destroy TimerThread:" + std::to_string(id) + ".\n"));
 }
 
+TEST_F(TimerThreadLogTest, DestructionByATaskOfItsOwn) {
+    std::int32_t id = 0;
+    const auto task = makeTask([&] {
+        id = currentThread();
+        m_log.clear();
+        m_thread.reset();
+    });
+    m_thread->postTask(task, 0);
+
+    ASSERT_TRUE(m_log.waitFor("Exiting Timer Thread..."));
+    const LogEntry stop = threadTrace("void tevalon::base::timer::TimerThread::stop()");
+    // The second stop() comes with the end of the thread's handle, which is not joined.
+    EXPECT_EQ(
+        lines(),
+        (std::vector<LogEntry>{
+            threadTrace("tevalon::base::timer::TimerThread::~TimerThread()"), stop, stop,
+            threadLine(kLogAlways, "~TimerThread",
+                       "Destroy TimerThread:" + std::to_string(id) + ".\n"),
+            stop, stop,
+            threadLine(kLogAlways, "run", m_self + "Finish fire task:" + named(*task) + ".\n"),
+            threadLine(kLogAlways, "run", m_self + "Exiting Timer Thread...\n")}));
+}
+
 TEST_F(TimerThreadLogTest, RunWithoutAStartReturnsAtOnce) {
     m_log.clear();
 

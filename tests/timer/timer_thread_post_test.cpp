@@ -120,6 +120,39 @@ TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherStartsTheThreadItself) {
     test::setLogLevel(kLogError);
 }
 
+// The second post relies on the first one's start, which fails before its task is queued.
+TEST(TimerThreadPostTest, APostStartsTheThreadWhereTheStartOfAnotherHasJustFailed) {
+    test::setLogLevel(0);
+    FireLog fired;
+    TimerThread thread;
+    test::Event isClaimed;
+    test::Event mayFail;
+    test::Event hasFailed;
+    std::thread first([&] {
+        const test::FailCall noThread(Call::PthreadCreate, EAGAIN);
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            isClaimed.set();
+            (void)mayFail.wait();
+        });
+        EXPECT_THROW(thread.postTask(makeTask([&] { fired.add(1); }, 1.0)), std::runtime_error);
+        hasFailed.set();
+    });
+    ASSERT_TRUE(isClaimed.wait());
+    {
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            mayFail.set();
+            EXPECT_TRUE(hasFailed.wait());
+        });
+        thread.postTask(makeTask([&] { fired.add(2); }, 0.5));
+        EXPECT_EQ(atLine.hits(), 1);
+    }
+    first.join();
+
+    EXPECT_TRUE(fired.waitFor(1));
+    EXPECT_EQ(fired.fired(), std::vector<int>{2});
+    test::setLogLevel(kLogError);
+}
+
 TEST(TimerThreadPostTest, WhereNeitherCanHaveAThreadBothLearnOfIt) {
     test::setLogLevel(0);
     FireLog fired;
