@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <time.h>
 
 #include <algorithm>
 #include <array>
@@ -23,6 +24,7 @@
 #include "base/timer.h"
 #include "recordings.h"
 #include "support/event.h"
+#include "support/fault_injection.h"
 #include "support/log_capture.h"
 #include "zor_debug/zor_debug_control.h"
 
@@ -207,6 +209,38 @@ TEST_F(RecordedFamiliesTest, ATaskThatWasDueBeforeAnybodyCanSay) {
     const Lines own = ownLines();
     ASSERT_EQ(own.size(), 1U);
     EXPECT_EQ(own[0].substr(0, 12), "task A id 9 ");
+}
+
+// Within what 64 bits of nanoseconds hold.
+TEST_F(RecordedFamiliesTest, WhenTasksAreDue) {
+    timespec now = {};
+    ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(test::Call::ClockGettime,
+                                                             [&](clockid_t, timespec* p_now) {
+                                                                 *p_now = now;
+                                                                 return 0;
+                                                             });
+    timer::TimerThread thread;
+    std::int32_t tasks = 0;
+    const auto due = [&](double fireTime) {
+        const auto task = std::make_shared<timer::CallableTimerTask>([] {}, ++tasks);
+        task->setNextFireTime(fireTime);
+        thread.postTask(task);
+        const std::string begin = " id " + std::to_string(tasks) + " session " +
+                                  std::to_string(task->sessionId()) + " posted, due in ";
+        std::string found;
+        for (const std::string& line : test::sentences(test::readBytes(test::writtenBytes()))) {
+            const std::size_t place = line.find(begin);
+            if (place != std::string::npos) found = line.substr(place + begin.size());
+        }
+        return found;
+    };
+    const auto seconds = static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+
+    EXPECT_EQ(due(seconds + 500), "500000.000 ms");
+    EXPECT_EQ(due(seconds - 5), "-5000.000 ms");
+    EXPECT_EQ(due(1e30), "9000000000000.000 ms");
+    EXPECT_EQ(due(-1e30), "-9000000000000.000 ms");
 }
 
 TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {

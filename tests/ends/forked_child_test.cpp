@@ -393,6 +393,41 @@ TEST_F(ForkedTimerThreadTest, AChildsChildHasItsOwnAsWell) {
               0);
 }
 
+// Another thread's post is about to start the worker.
+TEST(ForkedTimerThreadStartTest, AStartThatIsClaimedInTheParentIsNotInTheChild) {
+    test::setLogLevel(0);
+    TimerThread thread;
+    test::Event isClaimed;
+    test::Event isForked;
+    std::thread starting([&] {
+        const test::RunAtCall atLine(test::Call::ZorDebugCheckLevel, [&] {
+            isClaimed.set();
+            (void)isForked.wait();
+        });
+        thread.postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+    });
+    ASSERT_TRUE(isClaimed.wait());
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::LogCapture log(kLogAlways);
+                  const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN);
+                  bool isRefused = false;
+                  try {
+                      thread.postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+                  } catch (const std::runtime_error&) {
+                      isRefused = true;
+                  }
+                  CHECK_IN_CHILD(isRefused);
+                  const std::vector<std::string> lines = log.texts();
+                  CHECK_IN_CHILD(lines.size() == 1);
+                  CHECK_IN_CHILD(lines[0].find("Need start TimerThread.") != std::string::npos);
+              }),
+              0);
+    isForked.set();
+    starting.join();
+    test::setLogLevel(kLogError);
+}
+
 TEST(ForkedPoolTest, StartsAnewInTheChild) {
     SKIP_WITHOUT_THREADS_IN_CHILDREN();
     test::Event runs;

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "timer/timer_fixtures.h"
 
@@ -122,7 +124,7 @@ TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherStartsTheThreadItself) {
 
 // The second post relies on the first one's start, which fails before its task is queued.
 TEST(TimerThreadPostTest, APostStartsTheThreadWhereTheStartOfAnotherHasJustFailed) {
-    test::setLogLevel(0);
+    const test::LogCapture log(kLogAlways);
     FireLog fired;
     TimerThread thread;
     test::Event isClaimed;
@@ -150,7 +152,30 @@ TEST(TimerThreadPostTest, APostStartsTheThreadWhereTheStartOfAnotherHasJustFaile
 
     EXPECT_TRUE(fired.waitFor(1));
     EXPECT_EQ(fired.fired(), std::vector<int>{2});
-    test::setLogLevel(kLogError);
+    const std::string line = "[" + address(&thread) + "]:Need start TimerThread.\n";
+    const test::LogEntry start = threadLine(kLogAlways, "postTask", line);
+    EXPECT_EQ(linesOf("postTask", log.entriesWithoutLineNumbers()),
+              (std::vector<test::LogEntry>{start, start}));
+}
+
+// The worker that another post has started during the first one's start has been stopped by its
+// task, and has left.
+TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherNeverWaitsForIt) {
+    const test::LogCapture log(kLogAlways);
+    FireLog fired;
+    TimerThread thread;
+    std::thread first([&] {
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            std::thread([&] { thread.postTask(makeTask([&] { thread.stop(); }, 0.5)); }).join();
+            EXPECT_TRUE(log.waitFor("Exiting Timer Thread..."));
+            std::thread([&] { thread.postTask(makeTask([&] { fired.add(2); }, 0.5)); }).join();
+        });
+        thread.postTask(makeTask([&] { fired.add(1); }, 1.0));
+    });
+    first.join();
+
+    EXPECT_TRUE(fired.waitFor(2));
+    EXPECT_EQ(fired.fired(), (std::vector<int>{2, 1}));
 }
 
 TEST(TimerThreadPostTest, WhereNeitherCanHaveAThreadBothLearnOfIt) {
