@@ -466,26 +466,26 @@ TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfAWatchDog) {
 
 TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
     struct Context {
-        WatchDog* p_dog = nullptr;
-        Busy busy;
+        WatchDog* p_dog;
+        std::shared_ptr<Busy> busy;
     };
-    static Context context;  // The thread may be in it when the test has ended.
-    context.p_dog = new WatchDog();
+    Context context = {new WatchDog(), std::make_shared<Busy>()};
     context.p_dog->setTimeoutCallback(
         [](void* p_context, WatchDog::WATCH_ID, double) {
             auto* const p_own = static_cast<Context*>(p_context);
+            const std::shared_ptr<Busy> busy = p_own->busy;  // This thread may be the last in it.
             delete p_own->p_dog;
-            p_own->busy();
+            (*busy)();
         },
         &context);
     context.p_dog->beginWatch(WatchDog::eWatchID_StartUp, 0);
-    context.busy.waitUntilThere();
+    context.busy->waitUntilThere();
 
     const std::string report = stateReport();
 
     EXPECT_TRUE(listOf(report, "watches").empty());
     EXPECT_EQ(report.find("a watchdog"), std::string::npos) << report;
-    context.busy.letGo();
+    context.busy->letGo();
 }
 
 }  // namespace

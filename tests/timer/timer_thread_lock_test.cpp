@@ -56,8 +56,9 @@ TEST_F(TimerThreadLockTest, APostKeepsOthersFromTheQueueWhenItStartsTheThread) {
 }
 
 TEST_F(TimerThreadLockTest, AStopKeepsOthersFromTheQueueInEachStep) {
-    // It takes the worker, wakes it, and tells of its end.
-    for (long step = 1; step <= 3; ++step) {
+    // It takes the worker, wakes it, is called once more by the worker's handle, and tells of the
+    // end.
+    for (long step = 1; step <= 4; ++step) {
         m_thread.start();
         EXPECT_TRUE(keepsWaiting([this] { m_thread.stop(); }, m_count, When().nth(step))) << step;
     }
