@@ -211,6 +211,39 @@ TEST_F(RecordedFamiliesTest, ATaskThatWasDueBeforeAnybodyCanSay) {
     EXPECT_EQ(own[0].substr(0, 12), "task A id 9 ");
 }
 
+// Within what 64 bits of nanoseconds hold.
+TEST_F(RecordedFamiliesTest, WhenTasksAreDue) {
+    timespec now = {};
+    ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
+    now = {now.tv_sec + 1, 0};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(test::Call::ClockGettime,
+                                                             [&](clockid_t, timespec* p_now) {
+                                                                 *p_now = now;
+                                                                 return 0;
+                                                             });
+    timer::TimerThread thread;
+    std::int32_t tasks = 0;
+    const auto due = [&](double fireTime) {
+        const auto task = std::make_shared<timer::CallableTimerTask>([] {}, ++tasks);
+        task->setNextFireTime(fireTime);
+        thread.postTask(task);
+        const std::string begin = " id " + std::to_string(tasks) + " session " +
+                                  std::to_string(task->sessionId()) + " posted, due in ";
+        std::string found;
+        for (const std::string& line : test::sentences(test::readBytes(test::writtenBytes()))) {
+            const std::size_t place = line.find(begin);
+            if (place != std::string::npos) found = line.substr(place + begin.size());
+        }
+        return found;
+    };
+    const auto seconds = static_cast<double>(now.tv_sec);
+
+    EXPECT_EQ(due(seconds + 500), "500000.000 ms");
+    EXPECT_EQ(due(seconds - 5), "-5000.000 ms");
+    EXPECT_EQ(due(1e30), "9000000000000.000 ms");
+    EXPECT_EQ(due(-1e30), "-9000000000000.000 ms");
+}
+
 TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {
     EventHub sender(kSender);
     EventHub receiver(kReceiver);

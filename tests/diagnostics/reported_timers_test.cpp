@@ -379,6 +379,64 @@ TEST_F(ReportedTimersTest, ATaskInHandAndThoseThatAreQueued) {
     busy.letGo();
 }
 
+// The clock's time takes all the bits that a time may have.
+TEST_F(ReportedTimersTest, SinceWhenATaskIsInHand) {
+    std::atomic<time_t> seconds{(time_t{1} << 30) + 12345};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime,
+        [&](clockid_t, timespec* p_now) {
+            *p_now = {seconds, 654'321'000};
+            return 0;
+        },
+        test::When().anyThread().everyTime());
+    Busy busy;
+    TimerThread thread;
+    thread.postTask(makeTask(8, [&] { busy(); }), 0);
+    busy.waitUntilThere();
+    seconds += 7;
+
+    expectEntry(stateReport(), "task threads", ".*, in task 8.* of session [0-9]+ for 7\\.000 s");
+    busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, AFirstTaskThatIsCancelledThoughItIsTheOnlyOne) {
+    Busy busy;
+    TimerThread thread;
+    thread.postTask(makeTask(8, [&] { busy(); }), 0);
+    busy.waitUntilThere();
+    thread.postTask(makeTask(9), 500'000);
+    thread.cancelTaskByTaskId(9);
+
+    expectEntry(stateReport(), "task threads", ".*, 1 queued, first cancelled, in task 8.*");
+    busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, ATimerThreadWhoseQueueStaysLocked) {
+    Busy busy;
+    TimerThread thread;
+    thread.postTask(makeTask(8, [&] { busy(); }), 0);
+    busy.waitUntilThere();
+    test::Event isHeld;
+    test::Event mayGo;
+    std::thread holder([&] {
+        const test::RunAtCall hold(test::Call::PthreadMutexUnlock, [&] {
+            isHeld.set();
+            (void)mayGo.wait();
+        });
+        (void)thread.taskCount();
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "task threads",
+                "'TimerThread': " + kThread + ", queue locked, in task 8.*for " + kSeconds);
+    expectEntry(report, "locks held", "queue.*'TimerThread' by " + kThread);
+    mayGo.set();
+    holder.join();
+    busy.letGo();
+}
+
 TEST_F(ReportedTimersTest, AnIdleTimerThread) {
     test::Event isDone;
     TimerThread thread;
@@ -542,27 +600,27 @@ TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfAWatchDog) {
 
 TEST_F(ReportedTimersTest, AWatchDogThatItsCallbackDestroysIsNotLookedAt) {
     struct Context {
-        WatchDog* p_dog = nullptr;
-        Busy busy;
+        WatchDog* p_dog;
+        std::shared_ptr<Busy> busy;
     };
-    static Context context;  // The thread may be in it when the test has ended.
-    context.p_dog = new WatchDog();
+    Context context = {new WatchDog(), std::make_shared<Busy>()};
     context.p_dog->setTimeoutCallback(
         [](void* p_context, WatchDog::WATCH_ID, double) {
             auto* const p_own = static_cast<Context*>(p_context);
+            const std::shared_ptr<Busy> busy = p_own->busy;  // This thread may be the last in it.
             delete p_own->p_dog;
-            p_own->busy();
+            (*busy)();
         },
         &context);
     context.p_dog->beginWatch(WatchDog::eWatchID_StartUp, 0);
-    context.busy.waitUntilThere();
+    context.busy->waitUntilThere();
 
     const std::string report = stateReport();
 
     EXPECT_TRUE(listOf(report, "watches").empty());
-    EXPECT_EQ(report.find("a watchdog:"), std::string::npos) << report;
+    EXPECT_EQ(report.find("a watchdog"), std::string::npos) << report;
     EXPECT_TRUE(listOf(report, "locks held").empty());
-    context.busy.letGo();
+    context.busy->letGo();
 }
 
 }  // namespace

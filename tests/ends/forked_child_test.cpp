@@ -403,6 +403,41 @@ TEST_F(ForkedTimerThreadTest, AChildsChildHasItsOwnAsWell) {
               0);
 }
 
+// Another thread's post is about to start the worker.
+TEST(ForkedTimerThreadStartTest, AStartThatIsClaimedInTheParentIsNotInTheChild) {
+    test::setLogLevel(0);
+    TimerThread thread;
+    test::Event isClaimed;
+    test::Event isForked;
+    std::thread starting([&] {
+        const test::RunAtCall atLine(test::Call::ZorDebugCheckLevel, [&] {
+            isClaimed.set();
+            (void)isForked.wait();
+        });
+        thread.postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+    });
+    ASSERT_TRUE(isClaimed.wait());
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::LogCapture log(kLogAlways);
+                  const test::FailCall noThread(test::Call::PthreadCreate, EAGAIN);
+                  bool isRefused = false;
+                  try {
+                      thread.postTask(std::make_shared<CallableTimerTask>([] {}), kLateMs);
+                  } catch (const std::runtime_error&) {
+                      isRefused = true;
+                  }
+                  CHECK_IN_CHILD(isRefused);
+                  const std::vector<std::string> lines = log.texts();
+                  CHECK_IN_CHILD(lines.size() == 1);
+                  CHECK_IN_CHILD(lines[0].find("Need start TimerThread.") != std::string::npos);
+              }),
+              0);
+    isForked.set();
+    starting.join();
+    test::setLogLevel(kLogError);
+}
+
 TEST(ForkedPoolTest, StartsAnewInTheChild) {
     SKIP_WITHOUT_THREADS_IN_CHILDREN();
     test::Event runs;
@@ -693,7 +728,12 @@ TEST(ForkedWatchDogTest, TheProcesssOwnStartsAnew) {
 TEST(ForkedWatchDogTest, DestroyedInTheChildItWaitsForNobody) {
     auto dog = std::make_unique<WatchDog>();
 
-    EXPECT_EQ(runInForkedChild([&] { dog.reset(); }), 0);
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::CountCalls joined(test::Call::PthreadJoin);
+                  dog.reset();
+                  CHECK_IN_CHILD(joined.seen() == 0);
+              }),
+              0);
 }
 
 TEST(ForkedWatchDogTest, StoppedItStaysStopped) {
@@ -708,6 +748,45 @@ TEST(ForkedWatchDogTest, StoppedItStaysStopped) {
                   CHECK_IN_CHILD(reports.shows == 1);
               }),
               0);
+}
+
+TEST(ForkedWatchDogTest, StoppedItNeitherStartsNorJoinsAThread) {
+    auto dog = std::make_unique<WatchDog>();
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::CountCalls created(test::Call::PthreadCreate);
+                  const test::CountCalls joined(test::Call::PthreadJoin);
+                  dog->stop();
+                  dog->stopWatch(WatchDog::eWatchID_app_show);
+                  dog.reset();
+                  CHECK_IN_CHILD(created.seen() == 0);
+                  CHECK_IN_CHILD(joined.seen() == 0);
+              }),
+              0);
+}
+
+// In each child another one of its methods is the first that is called.
+TEST(ForkedWatchDogTest, TakesEveryCallInTheChildThoughItsLockWasHeld) {
+    WatchDog dog;
+    dog.stop();  // It has no thread in the children.
+    test::Event isHeld;
+    test::Event areForked;
+    std::thread thread([&] {
+        const test::RunAtCall holdTheLock(test::Call::PthreadMutexUnlock, [&] {
+            isHeld.set();
+            (void)areForked.wait();
+        });
+        dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);
+    });
+    ASSERT_TRUE(isHeld.wait());
+
+    EXPECT_EQ(runInForkedChild([&] { dog.setTimeoutCallback(nullptr, nullptr); }), 0);
+    EXPECT_EQ(runInForkedChild([&] { dog.beginWatch(WatchDog::eWatchID_app_show, 1.0); }), 0);
+    EXPECT_EQ(runInForkedChild([&] { dog.stopWatch(WatchDog::eWatchID_app_show); }), 0);
+    EXPECT_EQ(runInForkedChild([&] { CHECK_IN_CHILD(dog.checkTimers().empty()); }), 0);
+
+    areForked.set();
+    thread.join();
 }
 
 // A thread that cannot be had is reported as where there was none yet, and the next use tries

@@ -50,16 +50,20 @@ private:
     std::thread m_thread;
 };
 
-/// Whether @p other, on another thread, has to wait for the lock that @p work gives back first.
-/// Returns when both are done.
+/// Whether @p other, on another thread, has to wait for the lock that @p work gives back, first or
+/// @p when else. Returns when both are done.
 template <typename Work>
-[[nodiscard]] bool keepsWaiting(Work work, const std::function<void()>& other) {
+[[nodiscard]] bool keepsWaiting(Work work, const std::function<void()>& other,
+                                const When& when = When()) {
     bool hasToWait = false;
     std::unique_ptr<Contender> contender;
-    const RunAtCall atUnlock(Call::PthreadMutexUnlock, [&] {
-        contender = std::make_unique<Contender>(other);
-        hasToWait = contender->hasToWait();
-    });
+    const RunAtCall atUnlock(
+        Call::PthreadMutexUnlock,
+        [&] {
+            contender = std::make_unique<Contender>(other);
+            hasToWait = contender->hasToWait();
+        },
+        when);
     work();
     contender.reset();
     return hasToWait;

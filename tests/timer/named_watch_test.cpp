@@ -4,10 +4,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <thread>
@@ -16,6 +18,7 @@
 
 #include "base/timer/scoped_watch.h"
 #include "ends/forked_child.h"
+#include "support/contention.h"
 #include "support/fresh_process.h"
 #include "timer/watchdog_fixtures.h"
 
@@ -217,6 +220,45 @@ TEST_F(NamedWatchTest, ItsCallbackMayRestartIt) {
     EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 2}, {"tune", 2}}));
 }
 
+// The memory may be in use again when the callback returns.
+TEST_F(NamedWatchTest, IsNotTouchedOnceItsCallbackHasDestroyedIt) {
+    alignas(NamedWatch) std::array<unsigned char, sizeof(NamedWatch)> memory;
+    std::array<unsigned char, sizeof(NamedWatch)> others;
+    others.fill(0xAB);
+    NamedWatch* p_watch = nullptr;
+    p_watch = ::new (memory.data()) NamedWatch(dog(), "tune", 1s, [&](const std::string&, double) {
+        p_watch->~NamedWatch();
+        memory = others;
+    });
+
+    checkAt(102);
+
+    EXPECT_EQ(memory, others);
+}
+
+// Watchdogs share one list.
+TEST_F(NamedWatchTest, WhatChangesTheListKeepsOthersFromIt) {
+    NamedWatch watch(dog(), "tune", 1h, note());
+    NamedWatch other(dog(), "other", 1h, note());
+    const auto restart = [&] { watch.restart(); };
+    const auto restartOther = [&] { other.restart(); };
+    const void* p_lock = nullptr;
+    {
+        const test::ReplaceCall<int(pthread_mutex_t*)> atLock(
+            test::Call::PthreadMutexLock, [&](pthread_mutex_t* p_mutex) {
+                p_lock = p_mutex;
+                return pthread_mutex_lock(p_mutex);
+            });
+        restart();
+    }
+    const auto atStep = [&](long number) { return test::When().on(p_lock).nth(number); };
+
+    EXPECT_TRUE(test::keepsWaiting(restart, restartOther));
+    // A check counts itself, and then looks.
+    EXPECT_TRUE(test::keepsWaiting([&] { checkAt(101); }, restartOther, atStep(1)));
+    EXPECT_TRUE(test::keepsWaiting([&] { checkAt(102); }, restartOther, atStep(2)));
+}
+
 // On the real thread from here on.
 
 TEST(NamedWatchThreadTest, IsReportedOnTheThreadOfTheFixedSet) {
@@ -267,6 +309,54 @@ TEST(NamedWatchThreadTest, ItsEndWaitsForAReportThatGoesOn) {
         hasReturned = true;
     }
     EXPECT_TRUE(isWaiting.isSet());
+}
+
+/// A watch that is just being reported, until whoever ends it waits.
+class WatchInReport {
+public:
+    WatchInReport() { EXPECT_TRUE(m_entered.wait()); }
+    ~WatchInReport() { m_release.set(); }
+
+    void end() { m_watch.reset(); }
+    /// Of the thread that has ended it.
+    int cancelStateInWait() const { return m_cancelState; }
+
+private:
+    WatchDog m_dog;
+    test::Event m_entered;
+    test::Event m_release;
+    int m_cancelState = -1;
+    const test::RunAtCall m_atWait{test::Call::PthreadCondWait, [this] {
+                                       (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE,
+                                                                    &m_cancelState);
+                                       (void)pthread_setcancelstate(m_cancelState, nullptr);
+                                       m_release.set();
+                                   }};
+    std::unique_ptr<NamedWatch> m_watch =
+        std::make_unique<NamedWatch>(m_dog, "tune", 1ms, [this](const std::string&, double) {
+            m_entered.set();
+            (void)m_release.wait();
+        });
+};
+
+TEST(NamedWatchThreadTest, AnEndThatHasWaitedGivesItsLockBackOnce) {
+    WatchInReport watch;
+    const test::CountCalls locked(test::Call::PthreadMutexLock);
+    const test::CountCalls unlocked(test::Call::PthreadMutexUnlock);
+
+    watch.end();
+
+    EXPECT_EQ(locked.seen(), 1);
+    EXPECT_EQ(unlocked.seen(), 1);
+}
+
+// The wait is a cancellation point, and a destructor that is cancelled ends the process.
+TEST(NamedWatchThreadTest, AnEndThatWaitsIsNotCancelled) {
+    WatchInReport watch;
+
+    watch.end();
+
+    EXPECT_EQ(watch.cancelStateInWait(), PTHREAD_CANCEL_DISABLE);
 }
 
 TEST(NamedWatchThreadTest, ACallbackThatEndsItsThreadDoesNotKeepTheEndWaiting) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <thread>
 
 #include "base/logging/blog.h"
 #include "timer/timer_fixtures.h"
@@ -105,6 +106,37 @@ TEST_F(TimerThreadLogTest, ThePostingThreadWritesWhatItDoes) {
             threadTrace("void tevalon::base::timer::TimerThread::start()"),
             threadTrace("void tevalon::base::timer::TimerThread::start()"),
             threadLine(kLogInfo, "postTask", m_self + "Insert new task:" + named(*task) + ".\n")}));
+}
+
+// The worker stays, or the stop goes before.
+TEST_F(TimerThreadLogTest, APostThatDoesNotStartTheThreadDoesNotSaySo) {
+    const auto task = makeTask([] {}, monotonicNow() + 1e6, 7);
+    const std::vector<LogEntry> expected = {
+        threadLine(kLogInfo, "postTask", m_self + "Insert new task:" + named(*task) + ".\n")};
+    const auto linesOfPost = [&] {
+        m_log.clear();
+        m_thread->postTask(task);
+        return linesOf("postTask", lines());
+    };
+    test::Event isDone;
+    std::vector<LogEntry> afterItsStop;
+    m_thread->postTask(makeTask([&] {
+                           m_thread->stop();
+                           afterItsStop = linesOfPost();
+                           isDone.set();
+                       }),
+                       0);
+    ASSERT_TRUE(isDone.wait());
+    std::vector<LogEntry> duringAStop;
+    {
+        const test::RunAtCall atJoin(test::Call::PthreadJoin, [&] {
+            std::thread([&] { duringAStop = linesOfPost(); }).join();
+        });
+        m_thread->stop();
+    }
+
+    EXPECT_EQ(afterItsStop, expected);
+    EXPECT_EQ(duringAStop, expected);
 }
 
 TEST_F(TimerThreadLogTest, AFireTimeThatIsNotSetIsAWarning) {
@@ -215,6 +247,29 @@ TEST_F(TimerThreadLogTest, DestructionNamesTheThread) {
                                          "Destroy TimerThread:" + std::to_string(id) + ".\n"));
 }
 
+TEST_F(TimerThreadLogTest, DestructionByATaskOfItsOwn) {
+    std::int32_t id = 0;
+    const auto task = makeTask([&] {
+        id = currentThread();
+        m_log.clear();
+        m_thread.reset();
+    });
+    m_thread->postTask(task, 0);
+
+    ASSERT_TRUE(m_log.waitFor("Exiting Timer Thread..."));
+    const LogEntry stop = threadTrace("void tevalon::base::timer::TimerThread::stop()");
+    // The second stop() comes with the end of the thread's handle, which is not joined.
+    EXPECT_EQ(
+        lines(),
+        (std::vector<LogEntry>{
+            threadTrace("tevalon::base::timer::TimerThread::~TimerThread()"), stop, stop,
+            threadLine(kLogAlways, "~TimerThread",
+                       "Destroy TimerThread:" + std::to_string(id) + ".\n"),
+            stop, stop,
+            threadLine(kLogAlways, "run", m_self + "Finish fire task:" + named(*task) + ".\n"),
+            threadLine(kLogAlways, "run", m_self + "Exiting Timer Thread...\n")}));
+}
+
 TEST_F(TimerThreadLogTest, RunWithoutAStartReturnsAtOnce) {
     m_log.clear();
 
@@ -236,6 +291,30 @@ TEST_F(TimerThreadLogTest, WaitingIsRefusedWhenNotRunning) {
 
     EXPECT_EQ(lines(), (std::vector<LogEntry>{threadLine(kLogWarn, "waitNextTaskWithTimeOut",
                                                          "Request Exit before wait.\n")}));
+}
+
+TEST_F(TimerThreadLogTest, WaitingIsSilentWhenRunning) {
+    ASSERT_TRUE(m_holder.hold(*m_thread));
+    m_log.clear();
+
+    m_thread->waitNextTaskWithTimeOut(0.001);  // For any task.
+    m_thread->postTask(makeTask([] {}, monotonicNow() + 1e6));
+    m_thread->waitNextTaskWithTimeOut(0.001);  // For that one.
+    m_thread->postTask(makeTask([] {}, 0.5));
+    m_thread->waitNextTaskWithTimeOut(0.001);  // It is due.
+
+    EXPECT_EQ(linesOf("waitNextTaskWithTimeOut", lines()), std::vector<LogEntry>{});
+}
+
+TEST_F(TimerThreadLogTest, NobodyWaitsForATaskThatIsDueAtThisVeryMoment) {
+    ASSERT_TRUE(m_holder.hold(*m_thread));
+    const StoppedClock clock({200, 0});
+    m_thread->postTask(makeTask([] {}, 200.0));
+    const test::CountCalls waits(test::Call::PthreadCondClockwait);
+
+    m_thread->waitNextTaskWithTimeOut(1.0);
+
+    EXPECT_EQ(waits.seen(), 0);
 }
 
 TEST_F(TimerThreadLogTest, AnEmptyQueueHasNoInterval) {
@@ -443,8 +522,10 @@ TEST_F(TimerThreadRecheckTest, EachTaskIsComparedWithAClockReadForIt) {
     test::ReplaceCall<int(clockid_t, timespec*)> clock(
         test::Call::ClockGettime,
         [&](clockid_t id, timespec* p_time) {
-            if (currentThread() == worker) ++reads;
-            return clock_gettime(id, p_time);
+            if (currentThread() != worker) return clock_gettime(id, p_time);
+            ++reads;
+            *p_time = {4, 500'000'000};  // The last task is due at this very moment.
+            return 0;
         },
         When().anyThread().everyTime());
     constexpr int kTasks = 5;
@@ -464,6 +545,31 @@ TEST_F(TimerThreadRecheckTest, EachTaskIsComparedWithAClockReadForIt) {
     ASSERT_TRUE(done.wait());
     m_thread->stop();
     EXPECT_EQ(readsAtTask, (std::vector<int>{1, 2, 3, 4, 5}));
+}
+
+// Then it waits for the next one, but for a stop.
+TEST_F(TimerThreadRecheckTest, ATaskTakenByAnotherIsMissedBeforeAStop) {
+    ASSERT_TRUE(m_holder.hold(*m_thread));
+    const auto task = makeTask([] {}, 0.5);
+    m_thread->postTask(task);
+    m_thread->cancelTaskBySessionId(task->sessionId());
+    Check check(
+        test::Call::ZorDebugCheckLevel,
+        [&](DebugLevelRecord* p_record) {
+            if (isWorkerAtDebugLine(*p_record) && m_thread->popFirstTask() != nullptr) {
+                m_thread->stop();
+            }
+            return zorDebugCheckLevelGetFrameAndChunk(p_record);
+        },
+        When().anyThread().everyTime());
+    m_log.clear();
+
+    m_holder.letGo();
+    ASSERT_TRUE(m_log.waitFor("Exiting Timer Thread..."));
+
+    EXPECT_EQ(linesOf("waitNextTaskWithTimeOut", lines()),
+              (std::vector<LogEntry>{
+                  threadLine(kLogWarn, "waitNextTaskWithTimeOut", "Request Exit before wait.\n")}));
 }
 
 TEST_F(TimerThreadRecheckTest, ATaskTakenByAnotherIsMissed) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "timer/timer_fixtures.h"
@@ -188,6 +189,41 @@ TEST(TimerThreadOwnTaskTest, AWatchdogsCallbackMayDestroyIt) {
     context.p_dog->beginWatch(WatchDog::eWatchID_app_show, 0.0);
 
     EXPECT_TRUE(destroyed.wait());
+}
+
+/// Tells when its thread ends.
+struct AtThreadEnd {
+    test::Event* p_event = nullptr;
+    ~AtThreadEnd() {
+        if (p_event != nullptr) p_event->set();
+    }
+};
+
+// It neither looks at another watch nor sleeps.
+TEST(TimerThreadOwnTaskTest, AWatchdogsThreadEndsWhereItsCallbackHasDestroyedIt) {
+    struct Context {
+        WatchDog* p_dog = new WatchDog;
+        test::Event hasEnded;
+        std::optional<CountCalls> reads;
+        std::optional<CountCalls> sleeps;
+    };
+    Context context;
+    context.p_dog->setTimeoutCallback(
+        [](void* p_context, WatchDog::WATCH_ID, double) {
+            static thread_local AtThreadEnd t_atEnd;
+            auto* const self = static_cast<Context*>(p_context);
+            t_atEnd.p_event = &self->hasEnded;
+            delete self->p_dog;
+            self->reads.emplace(Call::ClockGettime);
+            self->sleeps.emplace(Call::Nanosleep);
+        },
+        &context);
+
+    context.p_dog->beginWatch(WatchDog::eWatchID_app_show, 0.0);
+
+    ASSERT_TRUE(context.hasEnded.wait());
+    EXPECT_EQ(context.reads->seen(), 0);
+    EXPECT_EQ(context.sleeps->seen(), 0);
 }
 
 TEST(TimerThreadOwnTaskTest, AWatchdogsCallbackMayEndItsThread) {

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "timer/timer_fixtures.h"
 
@@ -118,6 +120,62 @@ TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherStartsTheThreadItself) {
     EXPECT_TRUE(fired.waitFor(2));
     EXPECT_EQ(fired.fired(), (std::vector<int>{2, 1}));
     test::setLogLevel(kLogError);
+}
+
+// The second post relies on the first one's start, which fails before its task is queued.
+TEST(TimerThreadPostTest, APostStartsTheThreadWhereTheStartOfAnotherHasJustFailed) {
+    const test::LogCapture log(kLogAlways);
+    FireLog fired;
+    TimerThread thread;
+    test::Event isClaimed;
+    test::Event mayFail;
+    test::Event hasFailed;
+    std::thread first([&] {
+        const test::FailCall noThread(Call::PthreadCreate, EAGAIN);
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            isClaimed.set();
+            (void)mayFail.wait();
+        });
+        EXPECT_THROW(thread.postTask(makeTask([&] { fired.add(1); }, 1.0)), std::runtime_error);
+        hasFailed.set();
+    });
+    ASSERT_TRUE(isClaimed.wait());
+    {
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            mayFail.set();
+            EXPECT_TRUE(hasFailed.wait());
+        });
+        thread.postTask(makeTask([&] { fired.add(2); }, 0.5));
+        EXPECT_EQ(atLine.hits(), 1);
+    }
+    first.join();
+
+    EXPECT_TRUE(fired.waitFor(1));
+    EXPECT_EQ(fired.fired(), std::vector<int>{2});
+    const std::string line = "[" + address(&thread) + "]:Need start TimerThread.\n";
+    const test::LogEntry start = threadLine(kLogAlways, "postTask", line);
+    EXPECT_EQ(linesOf("postTask", log.entriesWithoutLineNumbers()),
+              (std::vector<test::LogEntry>{start, start}));
+}
+
+// The worker that another post has started during the first one's start has been stopped by its
+// task, and has left.
+TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherNeverWaitsForIt) {
+    const test::LogCapture log(kLogAlways);
+    FireLog fired;
+    TimerThread thread;
+    std::thread first([&] {
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            std::thread([&] { thread.postTask(makeTask([&] { thread.stop(); }, 0.5)); }).join();
+            EXPECT_TRUE(log.waitFor("Exiting Timer Thread..."));
+            std::thread([&] { thread.postTask(makeTask([&] { fired.add(2); }, 0.5)); }).join();
+        });
+        thread.postTask(makeTask([&] { fired.add(1); }, 1.0));
+    });
+    first.join();
+
+    EXPECT_TRUE(fired.waitFor(2));
+    EXPECT_EQ(fired.fired(), (std::vector<int>{2, 1}));
 }
 
 TEST(TimerThreadPostTest, WhereNeitherCanHaveAThreadBothLearnOfIt) {

@@ -40,6 +40,8 @@ public:
 
     [[nodiscard]] bool waitUntilHeld() { return m_held.wait(); }
     void letGo() { m_release.set(); }
+    /// How often it was written.
+    int count() const { return m_count; }
 
 private:
     static void capture(void* p_self, const DebugLevelRecord*, const char* p_text,
@@ -47,6 +49,7 @@ private:
         const test::PassCalls pass;
         auto* const self = static_cast<HeldLine*>(p_self);
         if (std::string(p_text, length).find(self->m_part) == std::string::npos) return;
+        ++self->m_count;
         if (self->m_isFirst.exchange(false)) {
             self->m_held.set();
             (void)self->m_release.wait();
@@ -56,6 +59,7 @@ private:
     const std::string m_part;
     const std::uint16_t m_levelBefore;
     std::atomic<bool> m_isFirst{true};
+    std::atomic<int> m_count{0};
     test::Event m_held;
     test::Event m_release;
 };
@@ -85,6 +89,7 @@ TEST_F(TimerThreadStartRaceTest, APostAndAStopBeforeTheStartMakeNoSecondThread) 
 
         EXPECT_TRUE(m_fires.waitFor(3));
         EXPECT_EQ(created.seen(), 1);
+        EXPECT_EQ(m_line.count(), 1);
     }
 
     // It ends with the next stop, and others come after it.
@@ -96,6 +101,20 @@ TEST_F(TimerThreadStartRaceTest, APostAndAStopBeforeTheStartMakeNoSecondThread) 
     m_thread.stop();
     EXPECT_EQ(joined.seen(), 2);
     EXPECT_EQ(m_thread.taskCount(), 0);
+}
+
+TEST_F(TimerThreadStartRaceTest, AfterAStopBeforeTheStartNobodyWaitsForATask) {
+    std::thread starting([&] { post(1); });
+    EXPECT_TRUE(m_line.waitUntilHeld());
+    m_thread.stop();
+    {
+        const test::CountCalls waits(Call::PthreadCondClockwait);
+        m_thread.waitNextTaskWithTimeOut(0.001);
+        EXPECT_EQ(waits.seen(), 0);
+    }
+    m_line.letGo();
+    starting.join();
+    EXPECT_TRUE(m_fires.waitFor(1));
 }
 
 TEST_F(TimerThreadStartRaceTest, AStopThatAStartOvertakesEndsThatThreadToo) {
@@ -156,6 +175,28 @@ TEST(TimerThreadLeftWorkerTest, ALateEndDoesNotDisturbTheNextWorker) {
     waiting.join();
     EXPECT_TRUE(fires.waitFor(1));
     EXPECT_EQ(created.seen(), 2);  // The other post's thread, and one worker.
+}
+
+// One post has claimed the start of the next worker, and is about to wait for the end of the one
+// that has left. Another post has started the next one before.
+TEST(TimerThreadLeftWorkerTest, ItsEndDoesNotStopTheNextWorker) {
+    const test::LogCapture log(kLogAlways);
+    FireLog fires;
+    TimerThread thread;
+    thread.postTask(makeTask([&] { thread.stop(); }), 0);
+    ASSERT_TRUE(log.waitFor("Exiting Timer Thread..."));
+    test::CountCalls created(Call::PthreadCreate, When().anyThread().everyTime());
+    std::thread waiting([&] {
+        const test::RunAtCall atLine(Call::ZorDebugCheckLevel, [&] {
+            std::thread([&] { thread.postTask(makeTask([&] { fires.add(1); }), 0); }).join();
+            EXPECT_TRUE(fires.waitFor(1));
+        });
+        thread.postTask(makeTask([&] { fires.add(2); }), 0);
+    });
+    waiting.join();
+
+    EXPECT_TRUE(fires.waitFor(2));
+    EXPECT_EQ(created.seen(), 2);  // The first post's thread, and one worker.
 }
 
 // The post has claimed the start of the next worker, and is in the join of the one that has left.

@@ -284,6 +284,20 @@ TEST_F(TimerThreadTest, TaskIdZeroIsThatOfTasksWithout) {
     EXPECT_EQ(m_fires.fired(), std::vector<int>{2});
 }
 
+// But for the debug lines.
+TEST_F(TimerThreadTest, CancellingNeedsNoMemory) {
+    ASSERT_TRUE(m_holder.hold(m_thread));
+    const auto task = numbered(1, 0.10, 5);
+    m_thread.postTask(task);
+    m_thread.postTask(numbered(2, 0.10, 5));
+    const test::CountCalls allocations(test::Call::New);
+
+    m_thread.cancelTaskBySessionId(task->sessionId());
+    m_thread.cancelTaskByTaskId(5);
+
+    EXPECT_EQ(allocations.seen(), 0);
+}
+
 TEST_F(TimerThreadTest, TheTaskInHandIsNotCancelled) {
     ASSERT_TRUE(m_holder.hold(m_thread));
     const double fireTime = m_holder.task()->getNextFireTime();

@@ -98,6 +98,27 @@ TEST_F(TimerThreadWakeTest, AnEarlierTaskDoes) {
     EXPECT_EQ(m_fires.fired(), std::vector<int>{2});
 }
 
+// It would only sleep on.
+TEST_F(TimerThreadWakeTest, ALaterTaskDoesNot) {
+    post(1, kHourMs);
+    ASSERT_TRUE(m_waits.waitForBegun(1));
+    const test::CountCalls signals(Call::PthreadCondSignal);
+
+    post(2, 2 * kHourMs);
+
+    EXPECT_EQ(signals.seen(), 0);
+}
+
+TEST_F(TimerThreadWakeTest, ATaskLaterThanTheNextLookAtTheEmptyQueueDoesNot) {
+    m_thread.start();
+    ASSERT_TRUE(m_waits.waitForBegun(1));
+    const test::CountCalls signals(Call::PthreadCondSignal);
+
+    post(1, kHourMs);
+
+    EXPECT_EQ(signals.seen(), 0);
+}
+
 TEST_F(TimerThreadWakeTest, ATaskThatIsDueDoesBehindOthersThatAreNot) {
     post(1, kHourMs);
     ASSERT_TRUE(m_waits.waitForBegun(1));
@@ -134,6 +155,20 @@ TEST_F(TimerThreadWakeTest, AnyPostDoesWhereTheLogTells) {
     m_log.clear();
 
     post(2, 2 * kHourMs);
+
+    ASSERT_TRUE(m_waits.waitForBegun(2));
+    EXPECT_EQ(linesOf("run", m_log.entriesWithoutLineNumbers()),
+              std::vector<test::LogEntry>{threadLine(
+                  kLogDebug, "run", "[" + address(&m_thread) + "]: Not timeout, continue.\n")});
+}
+
+TEST_F(TimerThreadWakeTest, AnIdleThreadThatIsWokenLooksAtTheQueueAnew) {
+    m_thread.start();
+    ASSERT_TRUE(m_waits.waitForBegun(1));
+    test::setLogLevel(kLogDebug);
+    m_log.clear();
+
+    post(1, kHourMs);
 
     ASSERT_TRUE(m_waits.waitForBegun(2));
     EXPECT_EQ(linesOf("run", m_log.entriesWithoutLineNumbers()),

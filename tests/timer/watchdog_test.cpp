@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/contention.h"
 #include "support/fresh_process.h"
 #include "support/signal_storm.h"
 #include "support/threads.h"
@@ -299,6 +300,18 @@ TEST_F(WatchDogLogTest, BeginAndStopAreLogged) {
                             "Watching : 0(eWatchIDNull), -1.000000, -2.000000\n")}));
 }
 
+TEST_F(WatchDogLogTest, WhatCannotBeWatchedIsReportedAndNeitherBegunNorStopped) {
+    m_log.clear();
+
+    m_dog->beginWatch(WatchDog::eWatchIDCount, 0.5);
+    m_dog->stopWatch(WatchDog::eWatchIDCount);
+
+    const std::string reported = "Not supported ID : 54\n";
+    EXPECT_EQ(m_log.entriesWithoutLineNumbers(),
+              (std::vector<LogEntry>{watchLine(kLogError, "beginWatch", reported),
+                                     watchLine(kLogError, "stopWatch", reported)}));
+}
+
 TEST_F(WatchDogLogTest, TheRestIsSilent) {
     m_dog->beginWatch(kLaunch, 0.5);
     m_log.clear();
@@ -310,6 +323,17 @@ TEST_F(WatchDogLogTest, TheRestIsSilent) {
     m_dog->stop();
 
     EXPECT_TRUE(m_log.entries().empty());
+}
+
+// Its own thread looks at the watches all the time.
+TEST_F(WatchDogTest, WhatChangesAWatchKeepsOthersFromIt) {
+    const auto check = [&] { (void)m_dog->checkTimers(); };
+    const auto begin = [&] { m_dog->beginWatch(kLaunch, 1000.0); };
+
+    EXPECT_TRUE(test::keepsWaiting(begin, check));
+    EXPECT_TRUE(test::keepsWaiting([&] { m_dog->stopWatch(kLaunch); }, check));
+    EXPECT_TRUE(test::keepsWaiting([&] { m_dog->setTimeoutCallback(nullptr, nullptr); }, check));
+    EXPECT_TRUE(test::keepsWaiting(check, begin));
 }
 
 struct Reported {
@@ -407,10 +431,17 @@ TEST(WatchDogThreadTest, ChecksBeforeItsFirstSleepOfATenthOfASecond) {
     }
 }
 
+std::string nameOfThisThread() {
+    char name[16] = "";
+    (void)pthread_getname_np(pthread_self(), name, sizeof(name));
+    return name;
+}
+
 TEST(WatchDogThreadTest, RunAfterStopReturnsAtOnce) {
     LogCapture log;
     HeldWatchDog dog;
     dog->stop();
+    const std::string name = nameOfThisThread();
     test::CountCalls sleeps(test::Call::Nanosleep);
     test::CountCalls reads(test::Call::ClockGettime);
 
@@ -418,6 +449,21 @@ TEST(WatchDogThreadTest, RunAfterStopReturnsAtOnce) {
 
     EXPECT_EQ(sleeps.seen(), 0);
     EXPECT_EQ(reads.seen(), 0);
+    EXPECT_EQ(nameOfThisThread(), name);
+}
+
+TEST(WatchDogThreadTest, RunReturnsZeroOnceItIsStopped) {
+    LogCapture log;
+    WatchDog dog;
+    std::thread([&] {
+        const test::ReplaceCall<int(const timespec*, timespec*)> sleep(
+            test::Call::Nanosleep, [&](const timespec*, timespec*) {
+                dog.stop();
+                return 0;
+            });
+        EXPECT_EQ(dog.run(), 0);
+        EXPECT_EQ(sleep.hits(), 1);
+    }).join();
 }
 
 TEST(WatchDogThreadTest, TheThreadEndsAfterItsSleepOnceStopped) {
@@ -529,9 +575,7 @@ TEST(WatchDogThreadTest, CallsBackOnItsOwnThreadWhichHasAName) {
             [](void* p_context, Id, double) {
                 auto* const p_seen = static_cast<Seen*>(p_context);
                 if (p_seen->reported.isSet()) return;
-                char text[16] = "";
-                (void)pthread_getname_np(pthread_self(), text, sizeof(text));
-                p_seen->name = text;
+                p_seen->name = nameOfThisThread();
                 p_seen->thread = std::this_thread::get_id();
                 p_seen->reported.set();
             },
@@ -539,10 +583,8 @@ TEST(WatchDogThreadTest, CallsBackOnItsOwnThreadWhichHasAName) {
         dog.beginWatch(kLaunch, 0.0);
         ASSERT_TRUE(seen.reported.wait());
     }
-    char own[16] = "";
-    (void)pthread_getname_np(pthread_self(), own, sizeof(own));
     EXPECT_NE(seen.thread, std::this_thread::get_id());
-    EXPECT_NE(seen.name, own);
+    EXPECT_NE(seen.name, nameOfThisThread());
 }
 
 TEST(WatchDogThreadTest, TheWallClockIsNotLookedAt) {
