@@ -15,6 +15,7 @@
 #include "base/timer.h"
 #include "ends/forked_child.h"
 #include "state_reports.h"
+#include "support/contention.h"
 #include "support/event.h"
 #include "support/fault_injection.h"
 #include "support/log_capture.h"
@@ -416,23 +417,18 @@ TEST_F(ReportedTimersTest, ATimerThreadWhoseQueueStaysLocked) {
     TimerThread thread;
     thread.postTask(makeTask(8, [&] { busy(); }), 0);
     busy.waitUntilThere();
-    test::Event isHeld;
-    test::Event mayGo;
+    test::UnorderedTurn turn;
     std::thread holder([&] {
-        const test::RunAtCall hold(test::Call::PthreadMutexUnlock, [&] {
-            isHeld.set();
-            (void)mayGo.wait();
-        });
-        (void)thread.taskCount();
+        const test::RunAtCall hold(test::Call::PthreadMutexUnlock, [&] { turn.give(); });
+        thread.postTask(makeTask(9), 500'000);
     });
-    ASSERT_TRUE(isHeld.wait());
 
-    const std::string report = stateReport();
+    std::string report;
+    turn.use([&] { report = stateReport(); });
 
     expectEntry(report, "task threads",
                 "'TimerThread': " + kThread + ", queue locked, in task 8.*for " + kSeconds);
     expectEntry(report, "locks held", "queue.*'TimerThread' by " + kThread);
-    mayGo.set();
     holder.join();
     busy.letGo();
 }

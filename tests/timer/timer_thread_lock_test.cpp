@@ -89,7 +89,7 @@ TEST_F(TimerThreadLockTest, AWorkerThatLeavesKeepsOthersFromTheQueue) {
     }
 }
 
-// For the thread sanitizer.
+// The destruction has begun, and is about to wait for the task.
 TEST_F(TimerThreadLockTest, ATaskInHandMayPostWhileItsThreadIsBeingDestroyed) {
     test::Event isThere;
     test::UnorderedTurn turn;
@@ -104,7 +104,8 @@ TEST_F(TimerThreadLockTest, ATaskInHandMayPostWhileItsThreadIsBeingDestroyed) {
                      0);
     ASSERT_TRUE(isThere.wait());
     {
-        const test::RunAtCall atLock(Call::PthreadMutexLock, [&] { turn.give(); });
+        const test::RunAtCall atLock(
+            Call::PthreadMutexLock, [&] { turn.give(); }, When().nth(2));
         thread.reset();
     }
 
