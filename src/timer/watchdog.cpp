@@ -182,8 +182,6 @@ void WatchDog::stopWatch(WATCH_ID id) {
     if (record::isOn()) record::watchEnded(id);
     const LockGuard lock(m_mutex);
     m_beginTime[id] = 0;
-    m_timeout[id] = 0;
-    m_elapsed[id] = 0;
 }
 
 std::vector<int> WatchDog::checkTimers() {

@@ -772,6 +772,7 @@ TEST(ForkedWatchDogTest, TakesEveryCallInTheChildThoughItsLockWasHeld) {
     test::Event isHeld;
     test::Event areForked;
     std::thread thread([&] {
+        dog.beginWatch(WatchDog::eWatchID_app_show, 0.0);  // The log has read its settings then.
         const test::RunAtCall holdTheLock(test::Call::PthreadMutexUnlock, [&] {
             isHeld.set();
             (void)areForked.wait();

@@ -6,7 +6,6 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -107,10 +106,6 @@ TEVALON_TEST_INTERPOSE(Open, MinusOneAndErrno, open64, int,
 TEVALON_TEST_INTERPOSE(Fcntl, MinusOneAndErrno, fcntl64, int,
                        (int descriptor, int command, long argument),
                        nullptr, (nextCall, descriptor, command, argument))
-TEVALON_TEST_INTERPOSE(Prctl, MinusOneAndErrno, prctl, int,
-                       (int option, unsigned long a, unsigned long b, unsigned long c,
-                        unsigned long d),
-                       nullptr, (nextCall, option, a, b, c, d))
 TEVALON_TEST_INTERPOSE(Syscall, MinusOneAndErrno, syscall, long,
                        (long number, long a, long b, long c, long d, long e, long f),
                        nullptr, (nextCall, number, a, b, c, d, e, f))

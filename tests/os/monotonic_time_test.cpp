@@ -28,4 +28,16 @@ TEST(MonotonicMillisecondsTest, AreZeroWhereTheClockCannotBeRead) {
     EXPECT_EQ(monotonicMilliseconds(), 0U);
 }
 
+TEST(MonotonicDeadlineTest, IsSoFarFromNowAndNotBeforeTheClocksBeginning) {
+    const auto nanosecondsAt = [](std::int64_t fromNow, const timespec& now) {
+        return nanosecondsOf(monotonicDeadline(fromNow, now));
+    };
+
+    EXPECT_EQ(nanosecondsAt(2'500'000'000, {10, 600'000'000}), 13'100'000'000U);
+    EXPECT_EQ(nanosecondsAt(1, {0, 0}), 1U);
+    EXPECT_EQ(nanosecondsAt(-1, {0, 2}), 1U);
+    EXPECT_EQ(nanosecondsAt(-1, {0, 1}), 0U);
+    EXPECT_EQ(nanosecondsAt(-5'000'000'000, {2, 0}), 0U);
+}
+
 }  // namespace

@@ -288,6 +288,11 @@ TEVALON_TEST_INTERPOSE(ClockNanosleep, ErrorNumber, clock_nanosleep, int,
                        nullptr, (nextCall, clock, flags, p_time, p_left))
 TEVALON_TEST_INTERPOSE(Usleep, MinusOneAndErrno, usleep, int, (useconds_t duration),
                        nullptr, (nextCall, duration))
+// As many words as any use has.
+TEVALON_TEST_INTERPOSE(Prctl, MinusOneAndErrno, prctl, int,
+                       (int option, unsigned long a, unsigned long b, unsigned long c,
+                        unsigned long d),
+                       nullptr, (nextCall, option, a, b, c, d))
 TEVALON_TEST_INTERPOSE(Pipe2, MinusOneAndErrno, pipe2, int, (int* p_descriptors, int flags),
                        nullptr, (nextCall, p_descriptors, flags))
 TEVALON_TEST_INTERPOSE(Select, MinusOneAndErrno, select, int,
