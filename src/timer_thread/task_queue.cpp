@@ -42,8 +42,9 @@ std::size_t TaskQueue::positionFor(double fireTime) const {
 // and those that are to come infinity. A full block is not searched, so that one step fewer will
 // do.
 std::size_t TaskQueue::Block::entryFor(double fireTime) const {
+    constexpr std::size_t kFirstStep = kMaxEntries / 2;
     const double* p_first = times.data();
-    for (std::size_t half = kMaxEntries / 2; half > 0; half /= 2) {
+    for (std::size_t half = kFirstStep; half > 0; half /= 2) {
         p_first += p_first[half - 1] > fireTime ? 0 : half;
     }
     const auto entry = static_cast<std::size_t>(p_first - times.data());

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -401,6 +402,36 @@ TEST_F(ForkedTimerThreadTest, AChildsChildHasItsOwnAsWell) {
                   CHECK_IN_CHILD(m_thread->taskCount() == 1);
               }),
               0);
+}
+
+// Who stops the parent's worker has nothing to do with the child's.
+TEST(ForkedTimerThreadStopTest, WhoForksDuringAStopStopsTheChildsWorkerToo) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    TimerThread thread;
+    test::Event fired;
+    thread.postTask(std::make_shared<CallableTimerTask>([&] { fired.set(); }), 0);
+    ASSERT_TRUE(fired.wait());
+    const auto forkHere = [&] {
+        EXPECT_EQ(runInForkedChild([&] {
+                      test::Event isInHand;
+                      std::atomic<bool> isDone{false};
+                      const auto task = [&] {
+                          isInHand.set();
+                          std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                          isDone = true;
+                      };
+                      thread.postTask(std::make_shared<CallableTimerTask>(task), 0);
+                      CHECK_IN_CHILD(isInHand.wait());
+                      thread.stop();
+                      CHECK_IN_CHILD(isDone);
+                  }),
+                  0);
+    };
+    const test::RunAtCall atJoin(test::Call::PthreadJoin, forkHere);
+
+    thread.stop();
+
+    EXPECT_EQ(atJoin.hits(), 1);
 }
 
 // Another thread's post is about to start the worker.

@@ -212,6 +212,17 @@ TEST_F(TimerThreadLogTest, ATaskThatIsNotDueIsWaitedFor) {
     EXPECT_EQ(written[2], threadLine(kLogDebug, "run", m_self + " Not timeout, continue.\n"));
 }
 
+TEST_F(TimerThreadLogTest, ATaskThatIsDueAtThisVeryMomentIsTakenAtOnce) {
+    const StoppedClock clock({1000, 0});
+    FireLog fires;
+    m_thread->postTask(makeTask([&] { fires.add(1); }, 1000.0));
+
+    ASSERT_TRUE(fires.waitFor(1));
+
+    EXPECT_TRUE(linesOf("getNextFiringInterval", lines()).empty());
+    m_thread.reset();
+}
+
 TEST_F(TimerThreadLogTest, StoppingAThreadThatWaits) {
     m_thread->postTask(makeTask([] {}), 3600 * 1000);
     ASSERT_TRUE(m_log.waitFor("Starting TimerThread"));

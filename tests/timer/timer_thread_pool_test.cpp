@@ -4,11 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -124,19 +125,20 @@ TEST(TimerThreadPoolTest, ThreadsKnowThemselves) {
 TEST(TimerThreadPoolTest, ThreadsHaveNamesThatTellThemApart) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         LogCapture log(kLogError);
-        std::set<std::string> names;
+        std::vector<std::string> names;
         const auto note = [&] {
             char name[16] = "";
             (void)pthread_getname_np(pthread_self(), name, sizeof(name));
-            names.insert(name);
+            names.emplace_back(name);
         };
-        note();
         runOn(TimerThreadPool::postMainThreadTask, note);
         runOn(TimerThreadPool::postForegroundTask, note);
         runOn(TimerThreadPool::postBackgroundTask, note);
+        TimerThreadPool::postWorkerTask(farTask());
         runOn(TimerThreadPool::postWorkerTask, note);
 
-        EXPECT_EQ(names.size(), 5U);
+        EXPECT_EQ(names, (std::vector<std::string>{"Timer:main", "Timer:foregrnd", "Timer:backgrnd",
+                                                   "Timer:work1"}));
     });
 }
 
@@ -484,6 +486,19 @@ TEST(TimerThreadPoolTest, DestructionGoesFromTheWorkersToTheMainThread) {
                                           "Destroy TimerThread:" + std::to_string(*id) + ".\n"));
         }
         EXPECT_EQ(linesOf("~TimerThread", log.entriesWithoutLineNumbers()), expected);
+    });
+}
+
+TEST(TimerThreadPoolTest, OneThatIsDestroyedIsNotLookedForInAForkedChild) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        delete TimerThreadPool::GetInstance();
+
+        const pid_t child = fork();
+        if (child == 0) _exit(0);
+
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
     });
 }
 

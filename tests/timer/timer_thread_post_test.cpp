@@ -98,6 +98,19 @@ TEST(TimerThreadPostTest, ATaskThatPostsWhenItIsDestroyedWithItsThreadStartsNoth
     EXPECT_TRUE(fired.fired().empty());
 }
 
+TEST(TimerThreadPostTest, AWorkerThatHasWokenByItselfIsNotWoken) {
+    Holder holder;
+    TimerThread thread;
+    thread.postTask(holder.task(), 50);
+    ASSERT_TRUE(holder.waitUntilHeld());
+    const CountCalls wakes(Call::PthreadCondSignal, When().everyTime());
+
+    thread.postTask(makeTask([] {}, -1.0));
+
+    EXPECT_EQ(wakes.seen(), 0);
+    holder.letGo();
+}
+
 // The first of two posts has claimed the start, and could not have a thread; the second has come in
 // between.
 TEST(TimerThreadPostTest, APostDuringTheStartOfAnotherStartsTheThreadItself) {

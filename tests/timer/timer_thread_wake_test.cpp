@@ -119,6 +119,24 @@ TEST_F(TimerThreadWakeTest, ATaskLaterThanTheNextLookAtTheEmptyQueueDoesNot) {
     EXPECT_EQ(signals.seen(), 0);
 }
 
+// Zero is a time like any other, not that of a clock that cannot be read.
+TEST_F(TimerThreadWakeTest, NorDoesItWhereTheClockHasJustBegun) {
+    const test::ReplaceCall<ReadClock> start(
+        Call::ClockGettime,
+        [](clockid_t, timespec* p_time) {
+            *p_time = {};
+            return 0;
+        },
+        When().anyThread().everyTime());
+    m_thread.start();
+    ASSERT_TRUE(m_waits.waitForBegun(1));
+    const test::CountCalls signals(Call::PthreadCondSignal);
+
+    post(1, kHourMs);
+
+    EXPECT_EQ(signals.seen(), 0);
+}
+
 TEST_F(TimerThreadWakeTest, ATaskThatIsDueDoesBehindOthersThatAreNot) {
     post(1, kHourMs);
     ASSERT_TRUE(m_waits.waitForBegun(1));
