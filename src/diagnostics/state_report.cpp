@@ -51,11 +51,11 @@ struct Date {
 
 /// The proleptic Gregorian calendar, in eras of 400 years that begin on the first of March (Howard
 /// Hinnant, "chrono-Compatible Low-Level Date Algorithms"). Not gmtime_r(), which may allocate and
-/// takes a lock that a thread may have died with.
+/// takes a lock that a thread may have died with. For no day before 1970.
 Date dateOf(std::int64_t daysSince1970) {
     constexpr std::int64_t kDaysPerEra = 146097;
     const std::int64_t days = daysSince1970 + 719468;
-    const std::int64_t era = (days >= 0 ? days : days - kDaysPerEra + 1) / kDaysPerEra;
+    const std::int64_t era = days / kDaysPerEra;
     const std::int64_t dayOfEra = days - era * kDaysPerEra;
     const std::int64_t year =
         (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;

@@ -75,7 +75,6 @@ public:
     /// Has the thread look at its m_asyncSends.
     void wakeForCallbacks() TEVALON_EXCLUDES(m_queueMtx);
 
-    std::int32_t moduleId() const { return m_moduleId; }
     /// Adds to @p p_look what stands here: the events that are queued, and who holds the locks.
     /// Waits until @p untilNs on the monotonic clock at most.
     void look(std::uint64_t untilNs, HubLook* p_look) TEVALON_NO_THREAD_SAFETY_ANALYSIS;
