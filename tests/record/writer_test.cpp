@@ -202,6 +202,15 @@ TEST(WriterTest, AQuietThreadKeepsWhatItDidLast) {
     EXPECT_EQ(marksByThread(recording.read()).at(1), (std::vector<std::uint64_t>{1, 2, 3}));
 }
 
+TEST(WriterTest, AThreadThatHasEndedKeepsNothingFromBeingOverwritten) {
+    OwnRecording recording(50);
+    std::thread([] { record::mark("ended", 1); }).join();
+
+    for (int i = 0; i < 10000; ++i) record::mark("busy", i);
+
+    EXPECT_EQ(marksByThread(recording.read()).count(1), 0U);
+}
+
 TEST(WriterTest, MoreThreadsThanBlocksRecordInTurn) {
     constexpr int kThreads = 40;
     constexpr int kRounds = 20;
