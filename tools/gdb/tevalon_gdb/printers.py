@@ -26,16 +26,11 @@ class WithChildren(Printer):
     """With what is in it, as far as that can be read."""
 
     def children(self):
-        entries = enumerate(self._entries())
-        while True:
-            try:
-                i, entry = next(entries)
-            except StopIteration:
-                return
-            except (Failure,) + READ_ERRORS as error:
-                yield '[...]', '<damaged: %s>' % error
-                return
-            yield '[%d]' % i, entry
+        try:
+            for i, entry in enumerate(self._entries()):
+                yield '[%d]' % i, entry
+        except (Failure,) + READ_ERRORS as error:
+            yield '[...]', '<damaged: %s>' % error
 
     @staticmethod
     def display_hint():
