@@ -349,6 +349,17 @@ class PrintersTest(InProcess):
         self.assertRegex(printed('*g_timer'), "^timer '', every 7200.000 s, due at ")
         self.assertRegex(state('-whole'), "(?m)^  '' in .* s, every 7200.000 s$")
 
+    def test_texts_with_a_zero_in_them(self):
+        value = gdb.parse_and_eval('g_text')['m_string']
+        self.write(memory.words(value, 1)[0] + 4, bytes(1))
+        self.assertEqual(printed('g_text'), r'"tele\000text"')
+        # A name ends there, as in the process's own report.
+        timer = memory.pointer(gdb.parse_and_eval('*g_timer')['m_impl'])
+        name = memory.object_at(timer, 'simple_timer::TimerImpl')['m_name']
+        self.write(memory.words(name, 1)[0] + 5, bytes(1))
+        self.assertRegex(printed('*g_timer'), "^timer 'timer', every 7200.000 s, due at ")
+        self.assertRegex(state('-whole'), "(?m)^  'timer' in .* s, every 7200.000 s$")
+
     def test_hubs_without_a_thread(self):
         self.assertEqual(printed('*g_idleHub'), 'hub of module 26: no thread, 0 waiting')
         self.assertEqual(printed('*g_unknownHub'),

@@ -73,7 +73,8 @@ class CommonValuePrinter(Printer):
         if kind in self.SLOTS:
             return '%s %s' % (self.WORDS[kind], self._value['m_scalar'][self.SLOTS[kind]])
         if kind == 'kString':
-            return '"%s"' % memory.std_string(self._value['m_string'], 4096)
+            text = memory.std_string(self._value['m_string'], 4096).decode('utf-8', 'replace')
+            return '"%s"' % text.replace('\0', '\\000')
         if kind == 'kPoint':
             point = self._value['m_point']
             return 'point (%d,%d)' % (int(point['x']), int(point['y']))
