@@ -306,13 +306,15 @@ def a_core_of_another_kind(setup):
         'gcore ' + headless, 'kill')
     whole = setup.read('whole')
 
-    shutil.copy(core, cut_off)
-    with open(cut_off, 'r+b') as file:
+    with open(core, 'rb') as file, open(cut_off, 'w+b') as cut:
         notes = list(notes_of(file))
-        change(file, next(place for kind, place, _, _ in notes if kind == AUXILIARY_VECTOR), NOBODYS)
-        file.truncate(max(end for _, _, _, end in notes))
+        file.seek(0)
+        cut.write(file.read(max(end for _, _, _, end in notes)))
+        change(cut, next(place for kind, place, _, _ in notes if kind == AUXILIARY_VECTOR), NOBODYS)
     output = setup.gdb('core-file ' + cut_off, 'tevalon state')
     expect(output, r'^tevalon: there is no program: name it with `file PROGRAM`, or start gdb with it')
+    expect(setup.with_core(cut_off, 'tevalon state'),
+           r'^tevalon: no libtevalon-base\.so is loaded: for a core, .*; one that is cut off has lost')
 
     report, notes = report_in(setup.with_core(headless, 'tevalon state -whole'))
     compare(whole, report)

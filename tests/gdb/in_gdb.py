@@ -283,6 +283,7 @@ class ClockTest(InProcess):
         self.assertEqual(self.latest(), (0, 'nothing that has a time'))
         tasks = [SimpleNamespace(name='busy', since=5.0), SimpleNamespace(name='new', since=0.0)]
         self.assertEqual(self.latest(task_threads=tasks), (5 * NS, "task thread 'busy' began a task"))
+        self.assertEqual(self.latest(task_threads=tasks[1:]), (0, 'nothing that has a time'))
 
     def test_a_watch_that_began_without_a_clock_has_no_time(self):
         watches = [SimpleNamespace(id=1, begin=7.5), SimpleNamespace(id=2, begin=1.0)]
@@ -472,7 +473,7 @@ class RecordingTest(InProcess):
         for words in (0, 200):
             made_one = made()
             mark(made_one, 1 * MS)
-            made_one.blocks[0][3].extend(struct.pack('<Q', words << 8 | MARK))
+            made_one.blocks[0][3].extend(struct.pack('<Q', 9 * MS << 16 | words << 8 | MARK))
             mark(made_one, 2 * MS)
             self.assertEqual(self.last_ns(made_one), 1 * MS)
 

@@ -126,8 +126,6 @@ def address_of(value):
 def read_bytes(address, count):
     if count < 0 or count > 1 << 31:
         raise Damaged('%d bytes at 0x%x' % (count, address))
-    if count == 0:
-        return b''
     return gdb.selected_inferior().read_memory(address, count).tobytes()
 
 
