@@ -3,6 +3,8 @@
 usage: explain_test.py TEVALON-EXPLAIN [TEST...]
 """
 
+import contextlib
+import io
 import os
 import re
 import shutil
@@ -12,6 +14,7 @@ import sys
 import tempfile
 import unittest
 from pathlib import Path
+from unittest import mock
 
 sys.dont_write_bytecode = True
 HERE = Path(__file__).parent
@@ -19,6 +22,7 @@ ROOT = HERE.parents[1]
 sys.path[:0] = [str(ROOT / "tools/tevalon_explain"), str(ROOT / "tools/catalogue")]
 
 import catalogue  # noqa: E402
+from tevalon_explain import main as tool  # noqa: E402
 from tevalon_explain.knowledge import CLIENT, CONVERSION, Knowledge  # noqa: E402
 
 PROGRAM = sys.argv.pop(1) if len(sys.argv) > 1 else ""
@@ -485,6 +489,38 @@ class RareTest(unittest.TestCase):
             process.send_signal(signal.SIGINT)
             self.assertEqual(process.wait(), 128 + signal.SIGINT)
             self.assertEqual(process.stderr.read(), b"")
+
+    def ended_by(self, error):
+        """What the tool's main function returns where that happens in the middle, and complains of."""
+        self.addCleanup(signal.signal, signal.SIGPIPE, signal.getsignal(signal.SIGPIPE))
+        complaint = io.StringIO()
+        with (mock.patch.object(tool, "explain", side_effect=error),
+              mock.patch.object(tool.os, "_exit") as ended, contextlib.redirect_stderr(complaint)):
+            status = tool.main(catalogue.CATALOGUE, [])
+        return status, complaint.getvalue(), ended.call_args_list
+
+    def test_what_ends_it(self):
+        self.assertEqual(self.ended_by(None), (0, "", []))
+        self.assertEqual(self.ended_by(tool.CannotRead("cannot read 'x': why")),
+                         (1, "tevalon-explain: cannot read 'x': why\n", []))
+        self.assertEqual(self.ended_by(KeyboardInterrupt()), (128 + signal.SIGINT, "", []))
+        # At once: what is left to be written would be complained of once more.
+        self.assertEqual(self.ended_by(OSError(28, "No space left on device"))[1:],
+                         ("tevalon-explain: cannot write: No space left on device\n",
+                          [mock.call(1)]))
+
+    def test_a_file_that_is_gone_again_when_it_is_opened_is_waited_for(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = Path(folder) / "log"
+            path.write_text("one\n")
+            growing = tool.Growing(path)
+            self.addCleanup(lambda: growing.file.close())
+            self.assertEqual(list(growing.lines()), ["one\n"])
+            path.unlink()
+            path.write_text("the next one\n")
+            with mock.patch.object(tool, "open_log", side_effect=tool.CannotRead("gone")):
+                self.assertEqual(list(growing.lines()), [])
+            self.assertEqual(list(growing.lines()), ["the next one\n"])
 
     def test_a_devices_prefix_may_be_missing(self):
         output, _ = explain("--summary", "--device-prefix", r"<\d>(?P<time>[\d.]*)\|",

@@ -1,13 +1,15 @@
 // A process in which every list of the state report has something in it. It writes what it is doing
 // by itself, and is then there to be looked at from outside.
 //
-// usage: gdb_busy_process FOLDER [crash] [overdue] [file] [unrecorded] [beat]
+// usage: gdb_busy_process FOLDER [crash] [overdue] [file] [unrecorded] [beat] [waiting]
 //
 // FOLDER gets `few`, `whole`: the state report; and `recording`. `crash` ends the process by a
 // signal then; `overdue` has a watch that is; `file` records into FOLDER/live instead of memory;
-// `unrecorded` does not record; `beat` has a timer whose handler runs all the time.
+// `unrecorded` does not record; `beat` has a timer whose handler runs all the time; `waiting` has
+// more threads that wait, for whatever can be waited for.
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -58,8 +60,12 @@ SharedEvent g_plainEvent;
 SharedEvent g_answeredEvent;
 Timer* g_timer;
 Timer* g_stoppedTimer;
+Timer* g_runningTimer;
 TimerThread* g_tasks;
+TimerThread* g_cancelledTasks;
 EventHub* g_hub;
+EventHub* g_idleHub;
+EventHub* g_unknownHub;  // Neither registered nor with a thread.
 
 extern "C" {
 
@@ -86,7 +92,9 @@ enum : int {
     kDeaf = 4,
     kPrivate = 5,
     kKeeper = 6,
-    kLeaving = 7
+    kLeaving = 7,
+    kUnknown = 8,
+    kEnded = 9
 };
 enum : int { kHold = 4, kTune = 5, kCall = 6, kKeep = 7, kMany = 8, kOwn = 10 };
 
@@ -136,8 +144,10 @@ void nameAll() {
 // More than are shown by default, and those that are busy come later.
 void registerIdleHubs() {
     for (int module = 20; module < 27; ++module) {
-        evtdispch_register_hub(&forEver<EventHub>(module));
+        g_idleHub = &forEver<EventHub>(module);
+        evtdispch_register_hub(g_idleHub);
     }
+    g_unknownHub = &forEver<EventHub>(kUnknown);
 }
 
 // Behind the event in hand wait some that were taken from the queue with it, and some in the queue.
@@ -213,10 +223,66 @@ void makeWaits() {
     static Timer& s_running = forEver<Timer>(
         "running", tevalon::base::simple_timer::TimeoutTime{0, 1, 0},
         [](Timer*, void*) { stayForEver(); }, nullptr, ONCE);
+    g_runningTimer = &s_running;
     s_running.start();
     waitForReport("'running': thread ");
     onThread([] { s_running.stop(); });
     waitForReport(", in a stop, for thread ");
+}
+
+// For one of a circle, a module whose thread has ended, a task, a watchdog, and nobody in
+// particular: more than are shown by default.
+void makeMoreWaits() {
+    static EventHub& s_asking = forEver<EventHub>(kPrivate);
+    onThread([] { s_asking.sendEventSync(s_asking.createEvent(kCall), kCaller, -1); });
+    waitForReport(" -> module 2 'caller', in a circle");
+
+    static EventHub& s_ended = forEver<EventHub>(kEnded);
+    static SharedEvent s_kept;
+    s_ended.registerHandler(kKeep, [](const SharedEvent& event) {
+        s_kept = event;
+        pthread_exit(nullptr);
+    });
+    evtdispch_register_hub(&s_ended);
+    onThread([] { s_asking.sendEventSync(s_asking.createEvent(kKeep), kEnded, -1); });
+    waitForReport(" -> module 9, which has no thread");
+
+    static TimerThread& s_stopped = forEver<TimerThread>();
+    s_stopped.postTask(std::make_shared<CallableTimerTask>([] { stayForEver(); }, 14), 0);
+    waitForReport("in task 14 of session ");
+    onThread([] { s_stopped.stop(); });
+    waitForReport(" -> task thread 'TimerThread', in task 14 of session ");
+
+    static WatchDog& s_dog = forEver<WatchDog>();
+    static sem_t s_isCalled;
+    (void)sem_init(&s_isCalled, 0, 0);
+    s_dog.setTimeoutCallback(
+        [](void*, WatchDog::WATCH_ID, double) {
+            (void)sem_post(&s_isCalled);
+            stayForEver();
+        },
+        nullptr);
+    s_dog.beginWatch(WatchDog::eWatchID_StartUp, -5);
+    (void)sem_wait(&s_isCalled);
+    s_dog.stopWatch(WatchDog::eWatchID_StartUp);
+    onThread([] { s_dog.~WatchDog(); });
+    waitForReport(" -> watchdog\n");
+
+    for (int i = 0; i < 4; ++i) {
+        onThread([] {
+            const SharedEvent event = s_asking.createEvent(kMany);
+            event->initWaitResultCv();
+            event->waitForResult(-1);
+        });
+    }
+    waitForReport("waits: 13\n");
+
+    static TimerThread& s_idle = forEver<TimerThread>();
+    static sem_t s_isDone;
+    (void)sem_init(&s_isDone, 0, 0);
+    s_idle.postTask(std::make_shared<CallableTimerTask>([] { (void)sem_post(&s_isDone); }, 15), 0);
+    (void)sem_wait(&s_isDone);
+    waitForReport(", 0 queued, idle\n");
 }
 
 void startBeat() {
@@ -255,10 +321,13 @@ void postTasks() {
     }
     s_tasks.cancelTaskByTaskId(11);
     static TimerThread& s_cancelled = forEver<TimerThread>();
+    g_cancelledTasks = &s_cancelled;
     s_cancelled.postTask(std::make_shared<CallableTimerTask>([] { stayForEver(); }), 0);
     waitForReport("in task 0 of session ");
-    s_cancelled.postTask(std::make_shared<CallableTimerTask>(work, 12), 1000000);
-    s_cancelled.cancelTaskByTaskId(12);
+    for (const int id : {20, 21, 22}) {
+        s_cancelled.postTask(std::make_shared<CallableTimerTask>(work, id), 1000000);
+        s_cancelled.cancelTaskByTaskId(id);
+    }
 }
 
 void beginWatches(bool isOneOverdue) {
@@ -297,6 +366,7 @@ int run(const std::string& folder, const std::vector<std::string>& options) {
     occupyTuner();
     makeCircle();
     makeWaits();
+    if (has("waiting")) makeMoreWaits();
     startTimers();
     postTasks();
     beginWatches(has("overdue"));

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """What gdb shows of a process, compared with what the process says of itself.
 
-usage: gdb_test.py CASE --program PROGRAM --small-program PROGRAM --library LIBRARY
-                   --zor-debug LIBRARY --script SCRIPT [--emulator COMMAND] [--lock LOCK]
+usage: gdb_test.py CASE --program PROGRAM --small-program PROGRAM --bare-program PROGRAM
+                   --no-list-program PROGRAM --library LIBRARY --zor-debug LIBRARY --script SCRIPT
+                   [--emulator COMMAND] [--lock LOCK]
 """
 
 import argparse
@@ -33,6 +34,8 @@ class Setup:
     def __init__(self, options, folder):
         self.program = os.path.realpath(options.program)
         self.small_program = os.path.realpath(options.small_program)
+        self.bare_program = os.path.realpath(options.bare_program)
+        self.no_list_program = os.path.realpath(options.no_list_program)
         self.library = os.path.realpath(options.library)
         self.zor_debug = os.path.realpath(options.zor_debug)
         self.script = os.path.realpath(options.script)
@@ -164,18 +167,37 @@ def expect(output, *patterns):
 
 # ---- agreement ----
 
-def a_stopped_process_agrees_with_its_own_report(setup):
-    output = setup.at_ready('tevalon state', 'echo --\\n', 'tevalon state -whole')
+def agreeing(setup, *options):
+    """The short report of a stopped process, and the whole one."""
+    output = setup.at_ready('tevalon state', 'echo --\\n', 'tevalon state -whole', options=options)
     few, whole = output.split('--\n')
     for name, text in (('few', few), ('whole', whole)):
         seen, notes = report_in(text)
         compare(setup.read(name), seen)
         assert notes == [], notes
+    return few, whole
+
+
+def a_stopped_process_agrees_with_its_own_report(setup):
+    few, _ = agreeing(setup)
     expect(few, r'^  circle: module 2 \'caller\' -> module 3 \'called\' -> module 2 \'caller\'$',
            r'^  and 1 more$', r'^hubs: 14$', r'^  and 4 more$', r"^timers: 11$",
            r", 25 waiting, in event 5 'tune' of module 5 for at most ",
-           r"not answered$", r"100 queued, first in ", r'1 queued, first cancelled',
+           r"not answered$", r"100 queued, first in ", r'3 queued, first cancelled',
            r'in an unregister, for thread \d+ ', r'in a stop, for thread \d+ ')
+
+
+def all_waits_agree(setup):
+    few, whole = agreeing(setup, 'waiting')
+    waiter = r"^  thread \d+ 'gdb_busy_proces' -> "
+    expect(whole, waiter + "module 2 'caller', in a circle$",
+           waiter + 'module 9, which has no thread$', waiter + 'whoever replies$',
+           waiter + r"task thread 'TimerThread', in task 14 of session \d+ for ",
+           waiter + 'watchdog$', r", in a stop, for thread \d+ 'TimerThread' of task thread ",
+           r", in a destructor, for thread \d+ 'WatchDog' of watchdog$", ', 0 queued, idle$')
+    ways = [report.split('who waits for whom:\n')[1].split('\ntimers: ')[0].count('\n') + 1
+            for report in (few, whole)]
+    assert ways == [10, 12], ways
 
 
 def a_report_that_gdb_asks_for_agrees(setup):
@@ -229,33 +251,82 @@ def a_core_may_lack_threads(setup):
            r'threads \(\d+, \d+, .*\)\. .*qemu-arm -g PORT$')
 
 
+NOTES = 4  # The type of a core's segment of notes, and of some notes.
+STATUS, PROCESS, AUXILIARY_VECTOR = 1, 3, 6
+NOBODYS = 0x7777
+
+
+def notes_of(file):
+    """Of each note of a core: what it is, where that stands, and where its content begins and ends."""
+    file.seek(0)
+    head = file.read(64)
+    is_wide = head[4] == 2
+    offset, = struct.unpack_from('<Q' if is_wide else '<I', head, 32 if is_wide else 28)
+    size, count = struct.unpack_from('<HH', head, 54 if is_wide else 42)
+    for i in range(count):
+        file.seek(offset + i * size)
+        segment = file.read(size)
+        if struct.unpack_from('<I', segment)[0] != NOTES:
+            continue
+        at, = struct.unpack_from('<Q' if is_wide else '<I', segment, 8 if is_wide else 4)
+        length, = struct.unpack_from('<Q' if is_wide else '<I', segment, 32 if is_wide else 16)
+        end = at + length
+        while at < end:
+            file.seek(at)
+            name_bytes, content_bytes, kind = struct.unpack('<III', file.read(12))
+            content = at + 12 + (name_bytes + 3 & ~3)
+            content_end = content + (content_bytes + 3 & ~3)
+            yield kind, at + 8, content, content_end
+            at = content_end
+
+
+def change(file, place, number):
+    file.seek(place)
+    file.write(struct.pack('<I', number))
+
+
 def forget_other_threads(core):
     """Makes the notes of their registers ones that nobody knows."""
-    nt_prstatus, pt_note = 1, 4
     with open(core, 'r+b') as file:
-        head = file.read(64)
-        is_wide = head[4] == 2
-        offset, = struct.unpack_from('<Q' if is_wide else '<I', head, 32 if is_wide else 28)
-        size, count = struct.unpack_from('<HH', head, 54 if is_wide else 42)
-        found = 0
-        for i in range(count):
-            file.seek(offset + i * size)
-            segment = file.read(size)
-            if struct.unpack_from('<I', segment)[0] != pt_note:
-                continue
-            begin, = struct.unpack_from('<Q' if is_wide else '<I', segment, 8 if is_wide else 4)
-            length, = struct.unpack_from('<Q' if is_wide else '<I', segment, 32 if is_wide else 16)
-            at = begin
-            while at < begin + length:
-                file.seek(at)
-                name_bytes, content_bytes, kind = struct.unpack('<III', file.read(12))
-                if kind == nt_prstatus:
-                    found += 1
-                    if found > 1:
-                        file.seek(at + 8)
-                        file.write(struct.pack('<I', 0x7777))
-                at += 12 + (name_bytes + 3 & ~3) + (content_bytes + 3 & ~3)
-        assert found > 5, found
+        threads = [place for kind, place, _, _ in notes_of(file) if kind == STATUS]
+        assert len(threads) > 5, threads
+        for place in threads[1:]:
+            change(file, place, NOBODYS)
+
+
+def a_core_of_another_kind(setup):
+    """One whose process has another number than its threads, of a program that gdb does not know;
+    one that lacks the program's headers, as the emulator writes them; and one that is cut off."""
+    core, headless, cut_off = map(setup.path, ('core', 'headless', 'cut-off'))
+    setup.at_ready(
+        'gcore ' + core, 'python import re',
+        'python headers = re.search("AT_PHDR .* (0x[0-9a-f]+)", '
+        'gdb.execute("info auxv", to_string=True)).group(1)',
+        'python gdb.selected_inferior().write_memory(int(headers, 16) // 4096 * 4096, bytes(4096))',
+        'gcore ' + headless, 'kill')
+    whole = setup.read('whole')
+
+    with open(core, 'rb') as file, open(cut_off, 'w+b') as cut:
+        notes = list(notes_of(file))
+        file.seek(0)
+        cut.write(file.read(max(end for _, _, _, end in notes)))
+        change(cut, next(place for kind, place, _, _ in notes if kind == AUXILIARY_VECTOR), NOBODYS)
+    output = setup.gdb('core-file ' + cut_off, 'tevalon state')
+    expect(output, r'^tevalon: there is no program: name it with `file PROGRAM`, or start gdb with it')
+    expect(setup.with_core(cut_off, 'tevalon state'),
+           r'^tevalon: no libtevalon-base\.so is loaded: for a core, .*; one that is cut off has lost')
+
+    report, notes = report_in(setup.with_core(headless, 'tevalon state -whole'))
+    compare(whole, report)
+    expect('\n'.join(notes), 'no clock can be read')
+
+    with open(core, 'r+b') as file:
+        process = next(content for kind, _, content, _ in notes_of(file) if kind == PROCESS)
+        change(file, process + 24, 1)
+    report, _ = report_in(setup.gdb('exec-file ' + setup.program, 'core-file ' + core,
+                                    'tevalon state -whole'))
+    whole[1] = re.sub('program [0-9a-f]{40}', 'program ' + '0' * 40, whole[1])
+    compare(whole, report)
 
 
 def an_emulated_process_is_read_through_its_stub(setup):
@@ -436,35 +507,10 @@ def values_are_printed(setup):
 
 # ---- what is wrong ----
 
-LIST_TYPE = '(tevalon::base::activity::Activity *)'
-FIRST = "'tevalon::base::activity::(anonymous namespace)::g_first'"
-
-
-def damage_is_bounded_and_named(setup):
-    """Each on its own; the rest of the report is there."""
-    damages = (
-        ('set var %s->m_next->m_next->m_next = %s' % (FIRST, FIRST),
-         r'note: the list of what threads do: .*: it does not end'),
-        ('set var %s->m_next = %s 8' % (FIRST, LIST_TYPE),
-         r'note: the list of what threads do: .*'),
-        ('set var *(char *) &%s->m_next->m_kind = 77' % FIRST,
-         r'note: the list of what threads do: .*no kind'),
-        ("set var ((void **) tevalon::base::event_dispatcher::EventDispatcher::HubList::s_first"
-         "._M_b._M_p)[6] = 1", r'note: the list of hubs: .*an array from 0x'),
-        ("set var ((void **) 'tevalon::base::simple_timer::(anonymous namespace)::g_timerHeap')[1]"
-         " = -1", r'note: the list of timers: '),
-        ("set var $heap = (char **) 'tevalon::base::simple_timer::(anonymous namespace)::"
-         "g_timerHeap', $heap[1] = $heap[2] = $heap[0] + 16 * 5000",
-         r'note: the list of timers: .*: 11 entries are damaged$'),
-        ("set var ((void **) ((void **) 'tevalon::base::simple_timer::(anonymous namespace)::"
-         "g_timerHeap')[0])[1] = 24", r'note: a timer: '),
-    )
-    for command, note in damages:
-        output = setup.at_ready(command, 'tevalon state')
-        report, notes = report_in(output)
-        expect('\n'.join(notes), note)
-        expect('\n'.join(report), r'^hubs: ', r'^timers: ', r'^watches: ')
-        assert len(notes) < 12, notes
+def the_modules_read_what_is_damaged_and_rare(setup):
+    tests = os.path.join(os.path.dirname(os.path.realpath(__file__)), 'in_gdb.py')
+    output = setup.at_ready('source ' + tests)
+    expect(output, r'^Ran \d\d tests in ', r'^OK$')
 
 
 def debug_information_may_lie_apart(setup):
@@ -508,12 +554,27 @@ def a_program_may_have_little_of_the_library(setup):
         'timer runs: none', 'task threads: none', 'watches: none', 'locks held: none'], seen
     expect(output, r'^tevalon: the process has not recorded anything\.$')
 
+    nowhere = "memory.variable_if_linked('kNowhere')"
+    output = setup.gdb(
+        'file ' + setup.bare_program, 'starti', 'tevalon state',
+        'python from tevalon_gdb import memory',
+        'python print([s.name for s in memory._symbols("tevalon::base::kNowhere")], %s)' % nowhere)
+    seen, _ = report_in(output)
+    assert re.fullmatch(r"process \d+ 'gdb_bare_process', boot id 0", seen[0]), seen
+    assert seen[1] == 'build id of the program %s, of the library %s' % ('0' * 40, '0' * 40), seen
+    assert 'waits: none' in seen, seen
+    # A variable that optimisation has left without an address is none.
+    expect(output, r"^\['tevalon::base::kNowhere'\] None$")
+
 
 def what_is_missing_is_said(setup):
     output = setup.gdb('tevalon state')
     expect(output, r'^There is no process and no core\.')
     output = setup.gdb('file /bin/true', 'starti', 'tevalon state')
     expect(output, r'^tevalon: no libtevalon-base\.so is loaded: ')
+    output = setup.gdb('file ' + setup.no_list_program, 'starti', 'tevalon state')
+    expect(output, r'^tevalon: the library was built without recorder and state report '
+           r'\(TEVALON_BASE_DIAGNOSTICS=OFF\): it keeps no list of what its threads do\.$')
     output = setup.gdb('tevalon state -all', 'tevalon record', 'tevalon record a b')
     expect(output, r'^Usage: tevalon state \[-whole\]$', r'^Usage: tevalon record FILE$')
 
@@ -571,7 +632,8 @@ def recordings_are_saved_whole_or_not_at_all(setup):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument('case')
-    for option in ('program', 'small-program', 'library', 'zor-debug', 'script'):
+    for option in ('program', 'small-program', 'bare-program', 'no-list-program', 'library',
+                   'zor-debug', 'script'):
         parser.add_argument('--' + option, required=True)
     parser.add_argument('--emulator', default='')
     parser.add_argument('--lock', choices=LOCKS)

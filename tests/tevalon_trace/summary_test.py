@@ -224,6 +224,26 @@ class SummaryTest(Scratch):
         self.assertEqual(len(found["slowest handlers"]), 10)
         self.assertIn(" 1024.000000000", found["slowest handlers"][0])
 
+    def test_where_everything_goes_wrong_nothing_is_left_to_say(self):
+        recording = modules()
+        for number in range(30):
+            for step, kind in enumerate((BEGUN, ENDED)):
+                recording.event(2 * number + step, 2, kind, 0x1000 + number * 0x100, TUNE, VIEWER,
+                                (TUNER, 0))
+        circle(recording, 1 * MS)
+        overrun(recording, 1000 * MS)
+        recording.event(1200 * MS, 2, UNANSWERED, 0x300, TUNE, VIEWER)
+        recording.event(1200 * MS, 1, REFUSED, 0x300, TUNE, VIEWER, (55, 0))
+        recording.add(1300 * MS, 2, TIMER_STARTED, word(0x55) + word(150 * MS) + text("banner"))
+        recording.add(1400 * MS, 3, TIMER_STOPPED, word(0x55))
+        for second, private in ((2, 1), (3, 12)):
+            recording.add(second * 10**9, 1, MEMORY,
+                          word(50 << 20) + word(private << 20) + word(0) + word(0))
+        ask(recording, 4000 * MS, 1, VIEWER, 0x320, TUNE, TUNER)
+        found = self.sections(recording)
+        self.assertLessEqual({*WORTH_A_LOOK}, {*found})
+        self.assertNotIn("none", found)
+
     def test_halves_are_signed(self):
         recording = modules()
         recording.add(0, 2, 5, word(0x300) + halves(-5, -6) + halves(-7, 0))

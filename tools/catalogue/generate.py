@@ -74,7 +74,7 @@ def page(entries):
         for entry in sorted(mine, key=lambda e: (not e["failure"], e["level"])):
             lines += described(entry)
     if left:
-        sys.exit(f"generate: of no family: {[e['id'] for e in left]}")
+        raise SystemExit(f"generate: of no family: {[e['id'] for e in left]}")
     return "\n".join(lines).rstrip() + "\n"
 
 

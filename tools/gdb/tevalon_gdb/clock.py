@@ -6,6 +6,7 @@ from types import SimpleNamespace
 from tevalon_gdb import threads
 
 NS = 10**9
+LAST_NS = 2**63  # Later than any clock shows: what is in memory is no time.
 
 
 def nanoseconds(seconds):
@@ -18,10 +19,10 @@ def _times(snapshot):
         if wait.kind == 'SyncSend':
             yield wait.since_ns, 'thread %d began to wait for a reply' % wait.thread_id
     for tasks in snapshot.task_threads:
-        if tasks.since > 0:
+        if 0 < tasks.since < LAST_NS / NS:
             yield nanoseconds(tasks.since), "task thread '%s' began a task" % tasks.name
     for watch in snapshot.watches:
-        if watch.begin > 1:
+        if 1 < watch.begin < LAST_NS / NS:
             yield nanoseconds(watch.begin), 'watch %d began' % watch.id
     # Not where that is in the future: a time-out that was changed since tells nothing.
     first_due = min((timer.expired_ns for timer in snapshot.timers), default=0)
@@ -43,7 +44,7 @@ def _short_times(snapshot):
 def latest(snapshot, recording):
     """The latest moment that is in memory; the process stopped then or later. Of `recording`, the
     last record; None where there is none."""
-    known = list(_times(snapshot))
+    known = [moment for moment in _times(snapshot) if moment[0] < LAST_NS]
     if recording is not None and recording.last_ns > 0:
         known.append((recording.last_ns, 'the last record was written'))
     reference = max(known, default=(0, ''))[0]

@@ -274,7 +274,7 @@ def time_of(expired):
 
 
 def timer_name(timer):
-    return memory.std_string(timer['m_name'], 39)
+    return memory.text_of(memory.std_string(timer['m_name'], 39))
 
 
 def timer_look(timer):

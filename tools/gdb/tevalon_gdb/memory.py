@@ -126,8 +126,6 @@ def address_of(value):
 def read_bytes(address, count):
     if count < 0 or count > 1 << 31:
         raise Damaged('%d bytes at 0x%x' % (count, address))
-    if count == 0:
-        return b''
     return gdb.selected_inferior().read_memory(address, count).tobytes()
 
 
@@ -184,11 +182,12 @@ def pointer(owner):
     return words(owner, 1)[0]
 
 
-def std_string(value, limit=256):
+def std_string(value, limit):
+    """The bytes of a std::string, so many at most; there may be zeros among them."""
     begin, size = words(value, 2)
     if size > 1 << 30:
         raise Damaged('a text of %d bytes' % size)
-    return read_bytes(begin, min(size, limit)).decode('utf-8', 'replace')
+    return read_bytes(begin, min(size, limit))
 
 
 def vector(value, element_type, limit=100000):

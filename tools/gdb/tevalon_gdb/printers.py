@@ -26,16 +26,11 @@ class WithChildren(Printer):
     """With what is in it, as far as that can be read."""
 
     def children(self):
-        entries = enumerate(self._entries())
-        while True:
-            try:
-                i, entry = next(entries)
-            except StopIteration:
-                return
-            except (Failure,) + READ_ERRORS as error:
-                yield '[...]', '<damaged: %s>' % error
-                return
-            yield '[%d]' % i, entry
+        try:
+            for i, entry in enumerate(self._entries()):
+                yield '[%d]' % i, entry
+        except (Failure,) + READ_ERRORS as error:
+            yield '[...]', '<damaged: %s>' % error
 
     @staticmethod
     def display_hint():
@@ -78,7 +73,8 @@ class CommonValuePrinter(Printer):
         if kind in self.SLOTS:
             return '%s %s' % (self.WORDS[kind], self._value['m_scalar'][self.SLOTS[kind]])
         if kind == 'kString':
-            return '"%s"' % memory.std_string(self._value['m_string'], 4096)
+            text = memory.std_string(self._value['m_string'], 4096).decode('utf-8', 'replace')
+            return '"%s"' % text.replace('\0', '\\000')
         if kind == 'kPoint':
             point = self._value['m_point']
             return 'point (%d,%d)' % (int(point['x']), int(point['y']))

@@ -127,7 +127,8 @@ class Recording:
         """All of it; what is not in memory is zeros, which a reader takes for unused blocks. Raises
         memory.Failure where that is no recording."""
         if self.begin == 0:
-            raise memory.Failure('the process has not recorded anything')
+            raise memory.Failure('no recording to save: ' + self.notes[0] if self.notes else
+                                 'the process has not recorded anything')
         data, missing = _read_what_there_is(self.begin, self.size)
         if missing == self.size:
             raise memory.Failure('no recording to save: its %d bytes at 0x%x are not in memory; %s'

@@ -6,6 +6,8 @@ import gdb
 
 from tevalon_gdb import memory
 
+MOST_NAME_BYTES = 256  # Of a file's name, which the report has whole, there are no more.
+
 
 def connection_type():
     """'native', 'core', 'remote', ...; '' where nothing is being debugged."""
@@ -53,7 +55,7 @@ class Threads:
             if address == 0:
                 continue
             try:
-                return memory.c_string(address, 64)
+                return memory.c_string(address, MOST_NAME_BYTES)
             except memory.READ_ERRORS:
                 continue
         return (gdb.current_progspace().filename or '').rsplit('/', 1)[-1]

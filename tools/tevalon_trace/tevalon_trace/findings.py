@@ -121,9 +121,8 @@ class Findings:
         return [(heading, *found[heading]) for heading in ORDER]
 
     def _member(self, thread):
+        """Of a circle, where all threads handle events."""
         name = printable(self.timeline.thread_name(thread))
-        if thread.module is None:
-            return name
         return f"{module_name(self.recording.names, thread.module)} ({name})"
 
     def _of_slice(self, each):

@@ -256,9 +256,8 @@ class Timeline:
         return kind == Kind.WAITED and thread.send_end_ns == thread.send.begin_ns
 
     def _end_send(self, thread):
-        send, thread.send = thread.send, None
-        if thread.stack and thread.stack[-1] is send:
-            self._end_top(thread, thread.send_end_ns, None)
+        thread.send = None
+        self._end_top(thread, thread.send_end_ns, None)  # What began within it has ended.
 
     def _instant(self, thread, category, name, ns, record):
         self._sink.instant(Instant(thread, category, name, ns, record))
@@ -395,9 +394,7 @@ class Timeline:
         """The thread that would have to reply; None where it waits for no reply."""
         if not thread.stack or thread.stack[-1].category != REPLY_WAIT:
             return None
-        life = self._lives.get(thread.stack[-1].key)
-        if life is None:
-            return None
+        life = self._lives[thread.stack[-1].key]
         if life.handling is not None:
             return life.handling
         return None if life.is_handled else self._handler_threads.get(life.target)
