@@ -19,6 +19,7 @@
 #include <system_error>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
@@ -209,6 +210,8 @@ TEST(EventParamTest, AConstructorThatThrowsLeavesNothing) {
     EXPECT_THROW(delete new AlignedRefusing, std::runtime_error);
     EXPECT_THROW(delete new (std::nothrow) AlignedRefusing, std::runtime_error);
     EXPECT_THROW(delete new LargeRefusing, std::runtime_error);
+    alignas(Refusing) std::array<unsigned char, sizeof(Refusing)> place;
+    EXPECT_THROW((void)new (place.data()) Refusing, std::runtime_error);
 }
 
 TEST(EventParamTest, HasItsVirtualOperationsInOrder) {
@@ -509,6 +512,24 @@ TEST_F(BrowserEventTest, AReplyNeedsNoConditionVariableOfAClient) {
 
     EXPECT_TRUE(m_event.replied);
     EXPECT_EQ(m_event.result, 7);
+}
+
+TEST_F(BrowserEventTest, ObjectsThatAClientHasTakenAwayAreNotFreedWithTheEvent) {
+    // They cannot be freed by anybody else, and are no leak here.
+    static std::mutex* s_p_mutex;
+    static std::condition_variable* s_p_condition;
+    {
+        BrowserEvent event(1, 2, nullptr);
+        ASSERT_EQ(event.initWaitResultCv(), 0);
+        s_p_mutex = std::exchange(event.waitResultMtx, nullptr);
+        s_p_condition = std::exchange(event.waitResultCv, nullptr);
+        event.replyResult(7);
+        EXPECT_EQ(event.result, 7);
+    }
+
+    EXPECT_TRUE(s_p_mutex->try_lock());
+    s_p_mutex->unlock();
+    s_p_condition->notify_all();
 }
 
 TEST_F(BrowserEventTest, ObjectsOfAClientAreFreedWithTheEvent) {
