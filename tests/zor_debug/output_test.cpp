@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,6 +18,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "probe.h"
@@ -64,17 +66,44 @@ std::string lost(int lines, const std::string& why) {
     return "zor-debug: lines that could not be written: " + std::to_string(lines) + why;
 }
 
-// What a program that has ended has written to a terminal, without the returns.
-std::string textOfTerminal(int controller) {
-    std::string text;
-    char piece[256];
-    for (ssize_t got = 0; (got = read(controller, piece, sizeof(piece))) > 0;) {
-        text.append(piece, static_cast<std::size_t>(got));
+/// A terminal. It stays open for longer than programs have it: with the last of them the system may
+/// drop what was not read yet.
+class Terminal {
+public:
+    Terminal() {
+        if (openpty(&m_controller, &m_end, m_name, nullptr, nullptr) != 0) {
+            throw std::runtime_error("no terminal");
+        }
+        (void)fcntl(m_controller, F_SETFD, FD_CLOEXEC);
+        (void)fcntl(m_end, F_SETFD, FD_CLOEXEC);
     }
-    (void)close(controller);
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    return text;
-}
+    ~Terminal() {
+        (void)close(m_end);
+        (void)close(m_controller);
+    }
+
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    const char* name() const { return m_name; }
+    /// In a forked child: makes it the child's terminal, and all of its standard descriptors.
+    void use() const { (void)login_tty(m_end); }
+    /// What programs that have ended have written to it, without the returns.
+    std::string text() const {
+        constexpr char kLast = '\0';
+        (void)!write(m_end, &kLast, 1);
+        std::string text;
+        char next = kLast;
+        while (read(m_controller, &next, 1) == 1 && next != kLast) text += next;
+        text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+        return text;
+    }
+
+private:
+    int m_controller = -1;
+    int m_end = -1;
+    char m_name[64] = "";
+};
 
 void setOrUnset(const char* p_variable, const char* p_value) {
     (void)(p_value != nullptr ? setenv(p_variable, p_value, 1) : unsetenv(p_variable));
@@ -83,9 +112,10 @@ void setOrUnset(const char* p_variable, const char* p_value) {
 // Runs the probe in that way, with a terminal as its standard error. Null leaves a variable unset.
 std::string onTerminal(const char* p_noColor, const char* p_way = "terminal",
                        const char* p_terminal = "xterm", const std::string& argument = "") {
-    int controller = -1;
-    const pid_t child = forkpty(&controller, nullptr, nullptr, nullptr);
+    const Terminal terminal;
+    const pid_t child = fork();
     if (child == 0) {
+        terminal.use();
         (void)setenv("ZOR_DEBUG", "debug", 1);
         setOrUnset("TERM", p_terminal);
         setOrUnset("NO_COLOR", p_noColor);
@@ -96,9 +126,8 @@ std::string onTerminal(const char* p_noColor, const char* p_way = "terminal",
         (void)execv(program, arguments);
         _exit(127);
     }
-    std::string text = textOfTerminal(controller);
     (void)waitpid(child, nullptr, 0);
-    return text;
+    return terminal.text();
 }
 
 TEST(OutputTest, TextIsWrittenAsItStands) {
@@ -908,22 +937,17 @@ TEST(OutputTest, ATerminalGetsColoursByLevel) {
 }
 
 TEST(OutputTest, ATerminalThatIsTheFileGetsColoursByLevel) {
-    const int controller = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(controller, 0);
-    ASSERT_EQ(grantpt(controller), 0);
-    ASSERT_EQ(unlockpt(controller), 0);
-    char name[64] = "";
-    ASSERT_EQ(ptsname_r(controller, name, sizeof(name)), 0);
+    const Terminal terminal;
 
     const ChildResult result = probe("write-at-levels")
                                    .variable("ZOR_DEBUG", "debug")
-                                   .variable("ZOR_DEBUG_FILE", name)
+                                   .variable("ZOR_DEBUG_FILE", terminal.name())
                                    .variable("TERM", "xterm")
                                    .variable("NO_COLOR", "")
                                    .run();
 
     EXPECT_EQ(result.errors, "");
-    EXPECT_EQ(textOfTerminal(controller), kLevelsInColours);
+    EXPECT_EQ(terminal.text(), kLevelsInColours);
 }
 
 // Ten modules in one log: each has its own colour, which are all of the palette's.
