@@ -515,21 +515,21 @@ TEST_F(BrowserEventTest, AReplyNeedsNoConditionVariableOfAClient) {
 }
 
 TEST_F(BrowserEventTest, ObjectsThatAClientHasTakenAwayAreNotFreedWithTheEvent) {
-    // They cannot be freed by anybody else, and are no leak here.
-    static std::mutex* s_p_mutex;
-    static std::condition_variable* s_p_condition;
+    // Nobody else can free them: kept, they are no leak.
+    static auto& s_taken = *new std::vector<std::mutex*>;
+    std::condition_variable* p_condition = nullptr;
     {
         BrowserEvent event(1, 2, nullptr);
         ASSERT_EQ(event.initWaitResultCv(), 0);
-        s_p_mutex = std::exchange(event.waitResultMtx, nullptr);
-        s_p_condition = std::exchange(event.waitResultCv, nullptr);
+        s_taken.push_back(std::exchange(event.waitResultMtx, nullptr));
+        p_condition = std::exchange(event.waitResultCv, nullptr);
         event.replyResult(7);
         EXPECT_EQ(event.result, 7);
     }
 
-    EXPECT_TRUE(s_p_mutex->try_lock());
-    s_p_mutex->unlock();
-    s_p_condition->notify_all();
+    EXPECT_TRUE(s_taken.back()->try_lock());
+    s_taken.back()->unlock();
+    p_condition->notify_all();
 }
 
 TEST_F(BrowserEventTest, ObjectsOfAClientAreFreedWithTheEvent) {
