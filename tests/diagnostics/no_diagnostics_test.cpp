@@ -18,6 +18,7 @@ TEST(NoDiagnosticsTest, SaysThatItIsNotSupported) {
     EXPECT_EQ(nameEvent(1, "event"), Status::NotSupported);
     EXPECT_EQ(nameTask(1, "task"), Status::NotSupported);
     EXPECT_EQ(writeState(STDERR_FILENO), Status::NotSupported);
+    EXPECT_EQ(writeState(STDERR_FILENO, StateOptions()), Status::NotSupported);
 }
 
 TEST(NoDiagnosticsTest, LetsClientsMarkInVain) {
@@ -26,6 +27,8 @@ TEST(NoDiagnosticsTest, LetsClientsMarkInVain) {
     mark("mark", 1);
     counter("counter", 1);
     sampleHeap();
+    internal::record(internal::Entry::Mark, "mark", 1);  // As they would while it records.
+    EXPECT_FALSE(isRecording());
 }
 
 }  // namespace

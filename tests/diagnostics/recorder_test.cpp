@@ -17,7 +17,10 @@
 #include <vector>
 
 #include "base/logging/boot_id.h"
+#include "ends/forked_child.h"
 #include "recordings.h"
+#include "support/child_process.h"
+#include "support/event.h"
 #include "support/fault_injection.h"
 #include "support/fresh_process.h"
 #include "support/scratch_folder.h"
@@ -172,6 +175,16 @@ TEST_F(RecorderTest, TheHeadTellsOfTheProcess) {
 #endif
 }
 
+// It has notes of the same type that others have made.
+TEST_F(RecorderTest, TheHeadOfAProgramWithoutABuildIdHasNone) {
+    const test::ChildResult result = test::ChildProcess({TEVALON_TEST_NO_BUILD_ID}).run();
+
+    ASSERT_EQ(result.exitStatus, 0);
+    const test::record::Head head = test::readBytes(result.output).head;
+    EXPECT_EQ(rawBytes(head.programBuildId), std::string(20, '\0'));
+    EXPECT_EQ(rawBytes(head.libraryBuildId), buildIdInFile(TEVALON_TEST_LIBRARY));
+}
+
 TEST_F(RecorderTest, TellsWhatCannotBeWritten) {
     ASSERT_EQ(startRecording(), Status::Ok);
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
@@ -303,6 +316,56 @@ TEST_F(RecorderTest, OneOfManyStartsAtOnceSucceeds) {
     EXPECT_EQ(successes.load(), 1);
 }
 
+TEST_F(RecorderTest, IsBusyWhileAnotherThreadStarts) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        test::Event isStarting;
+        test::Event mayGoOn;
+        std::thread other([&] {
+            const test::RunAtCall within(test::Call::ClockGettime, [&] {
+                isStarting.set();
+                (void)mayGoOn.wait();
+            });
+            EXPECT_EQ(startRecording(), Status::Ok);
+        });
+        EXPECT_TRUE(isStarting.wait());
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+
+        EXPECT_EQ(startRecording(), Status::Busy);
+        EXPECT_EQ(stopRecording(), Status::Busy);
+        EXPECT_EQ(writeRecording(null), Status::Busy);
+        EXPECT_EQ(writeState(null), Status::Ok);
+        EXPECT_EQ(nameModule(7, "tuner"), Status::Ok);
+
+        mayGoOn.set();
+        other.join();
+        (void)close(null);
+        const test::trace::Recording read = test::readBytes(test::writtenBytes());
+        EXPECT_EQ(read.names,
+                  (decltype(read.names){{{test::record::NameKind::Module, 7}, "tuner"}}));
+    });
+}
+
+TEST_F(RecorderTest, DoesNotStartAnewWhileTheLastOneIsWritten) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(startRecording(), Status::Ok);
+    std::thread writer([&] {
+        EXPECT_EQ(writeRecording(ends[1]), Status::Ok);
+        (void)close(ends[1]);
+    });
+    char piece[4096];
+    EXPECT_EQ(read(ends[0], piece, 1), 1);  // A pipe has no room for all of it.
+
+    EXPECT_EQ(stopRecording(), Status::Ok);
+    EXPECT_EQ(startRecording(), Status::Busy);
+
+    while (read(ends[0], piece, sizeof(piece)) > 0) {
+    }
+    writer.join();
+    (void)close(ends[0]);
+    EXPECT_EQ(startRecording(), Status::Ok);
+}
+
 /// No step of the test's own is a cancellation point.
 bool recordsThroughout(const char* file, int fd) {
     return startRecording(optionsOf(16 * kKiB, "/dev/null/none")) == Status::FileNotOpened &&
@@ -330,6 +393,51 @@ TEST_F(RecorderTest, IsNotCancelledHalfway) {
     EXPECT_EQ(p_result, PTHREAD_CANCELED);
     EXPECT_TRUE(s_hasRecorded);
     EXPECT_EQ(startRecording(), Status::Ok);
+}
+
+/// How a forked child has ended that records, and reads what it has recorded.
+int recordInChild() {
+    return test::runInForkedChild([] {
+        CHECK_IN_CHILD(!isRecording());
+        CHECK_IN_CHILD(startRecording(optionsOf(16 * kKiB)) == Status::Ok);
+        mark("of the child");
+        CHECK_IN_CHILD(test::sentences(test::readBytes(test::writtenBytes())) ==
+                       std::vector<std::string>{"mark 'of the child' 0"});
+        CHECK_IN_CHILD(stopRecording() == Status::Ok);
+    });
+}
+
+TEST_F(RecorderTest, AChildThatIsForkedInTheMiddleOfAStartRecordsByItself) {
+    // Before forks are noticed, and while the recording is made.
+    for (const test::Call call : {test::Call::PthreadAtfork, test::Call::ClockGettime}) {
+        EXPECT_HOLDS_IN_FRESH_PROCESS([=] {
+            int status = -1;
+            const test::RunAtCall within(call, [&] { status = recordInChild(); });
+
+            EXPECT_EQ(startRecording(), Status::Ok);
+
+            EXPECT_EQ(within.hits(), 1);
+            EXPECT_EQ(status, 0);
+        });
+    }
+}
+
+// For a key beyond the first 32 the C library allocates on each thread that records.
+TEST_F(RecorderTest, AProcessWithManyKeysIsRecordedAndKeepsTheRest) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        constexpr pthread_key_t kMany = 40;
+        pthread_key_t last = 0;
+        while (last < kMany) ASSERT_EQ(pthread_key_create(&last, nullptr), 0);
+
+        ASSERT_EQ(startRecording(), Status::Ok);
+        std::thread([] { mark("of a thread"); }).join();
+
+        EXPECT_EQ(test::sentences(test::readBytes(test::writtenBytes())),
+                  std::vector<std::string>{"mark 'of a thread' 0"});
+        pthread_key_t next = 0;
+        ASSERT_EQ(pthread_key_create(&next, nullptr), 0);
+        EXPECT_EQ(next, last + 1);
+    });
 }
 
 TEST_F(RecorderTest, NamesAreGivenOnceAndShown) {

@@ -3,13 +3,18 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <regex>
 #include <string>
 #include <thread>
@@ -18,6 +23,7 @@
 #include "base/diagnostics.h"
 #include "base/event_dispatcher.h"
 #include "base/threading/current_thread.h"
+#include "ends/forked_child.h"
 #include "state_reports.h"
 #include "support/event.h"
 #include "support/fault_injection.h"
@@ -172,6 +178,121 @@ TEST_F(ReportedEventsTest, OfAHandlerThatHasTakenTheNextEventMeanwhileNoTimeIsTo
     evtdispch_unregister_hub(&hub);
 }
 
+/// A registered hub whose handlers stay in hand, one after the other, until the test lets them go.
+class SteppedHub {
+public:
+    SteppedHub() {
+        const auto stay = [this](const SharedEvent&) {
+            const std::size_t number = m_begun++;
+            m_isThere[number].set();
+            (void)m_mayGo[number].wait();
+        };
+        m_hub.registerHandler(kType, stay);
+        m_hub.registerHandler(kOtherType, stay);
+        evtdispch_register_hub(&m_hub);
+    }
+    ~SteppedHub() {
+        for (test::Event& mayGo : m_mayGo) mayGo.set();
+        evtdispch_unregister_hub(&m_hub);
+    }
+
+    SteppedHub(const SteppedHub&) = delete;
+    SteppedHub& operator=(const SteppedHub&) = delete;
+
+    void send(const SharedEvent& event) { EXPECT_EQ(m_hub.receiveEvent(event), 0); }
+    void waitFor(std::size_t number) { EXPECT_TRUE(m_isThere[number].wait()); }
+    /// Returns when the next one is in hand.
+    void endOf(std::size_t number) {
+        m_mayGo[number].set();
+        waitFor(number + 1);
+    }
+
+private:
+    static constexpr std::size_t kMost = 4;
+
+    std::array<test::Event, kMost> m_isThere;
+    std::array<test::Event, kMost> m_mayGo;
+    std::size_t m_begun = 0;
+    EventHub m_hub{kModule};
+};
+
+/// Until the clock of the handlers shows another millisecond.
+void waitForTick() {
+    constexpr long kMillisecond = 1'000'000;
+    timespec before = {};
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &before);
+    do {
+        (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    } while (now.tv_sec == before.tv_sec &&
+             now.tv_nsec / kMillisecond == before.tv_nsec / kMillisecond);
+}
+
+TEST_F(ReportedEventsTest, OfAnEventThatIsHandledAgainMeanwhileNoTimeIsTold) {
+    const std::vector<std::function<void(BrowserEvent*)>> differences = {
+        [](BrowserEvent* p_event) { p_event->eventType = kOtherType; },
+        [](BrowserEvent* p_event) { p_event->srcModule = kSender + 1; },
+        [](BrowserEvent*) { waitForTick(); },
+    };
+    for (const auto& makeDifferent : differences) {
+        SteppedHub hub;
+        const SharedEvent event = make();
+        hub.send(event);
+        hub.waitFor(0);
+        const test::RunAtCall between(test::Call::ClockNanosleep, [&] {
+            makeDifferent(event.get());
+            hub.send(event);
+            hub.endOf(0);
+        });
+
+        expectEntry(stateReport(), "hubs", "module 107: " + kThread + ", 0 waiting, handling");
+    }
+}
+
+// At the same time, as far as the handlers know.
+TEST_F(ReportedEventsTest, OfAnEventThatWasSentTwiceNoTimeIsTold) {
+    SteppedHub hub;
+    const SharedEvent event = make();
+    hub.send(make());
+    hub.waitFor(0);
+    hub.send(event);
+    hub.send(event);
+    hub.endOf(0);  // Takes both at once.
+    const test::RunAtCall between(test::Call::ClockNanosleep, [&] { hub.endOf(1); });
+
+    expectEntry(stateReport(), "hubs", "module 107: " + kThread + ", 0 waiting, handling");
+}
+
+TEST_F(ReportedEventsTest, AHubThatHasTakenEventsAndNotBegunWithThem) {
+    test::Event isThere;
+    test::Event isQueued;
+    test::Event isTaken;
+    test::Event mayGo;
+    std::optional<test::RunAtCall> atUnlock;  // Made by the hub's thread, for its next unlock.
+    EventHub hub(kModule);
+    hub.registerHandler(kType, [&](const SharedEvent&) {
+        isThere.set();
+        (void)isQueued.wait();
+        atUnlock.emplace(test::Call::PthreadMutexUnlock, [&] {
+            isTaken.set();
+            (void)mayGo.wait();
+        });
+    });
+    hub.registerHandler(kOtherType, [](const SharedEvent&) {});
+    evtdispch_register_hub(&hub);
+    EXPECT_EQ(hub.receiveEvent(make()), 0);
+    ASSERT_TRUE(isThere.wait());
+    EXPECT_EQ(hub.receiveEvent(make(kOtherType)), 0);
+    isQueued.set();
+    ASSERT_TRUE(isTaken.wait());
+
+    expectEntry(stateReport(), "hubs",
+                "module 107: " + kThread + ", queue locked, about to handle");
+
+    mayGo.set();
+    evtdispch_unregister_hub(&hub);
+}
+
 TEST_F(ReportedEventsTest, EventsThatTheThreadHasTakenWaitToo) {
     test::Event isFirst;
     test::Event mayGoOn;
@@ -264,6 +385,30 @@ TEST_F(ReportedEventsTest, LongListsAreCutUnlessAllIsAskedFor) {
     EXPECT_EQ(all.size(), 31U);
     EXPECT_EQ(test::countOf(all, "module 2[0-2][0-9]: no thread, 0 waiting"), 30);
     for (const auto& hub : hubs) evtdispch_unregister_hub(hub.get());
+}
+
+// Although no handler is in hand, nor will be.
+TEST_F(ReportedEventsTest, OfALongListThoseWithEventsThatWaitAreShown) {
+    std::vector<std::unique_ptr<EventHub>> hubs;
+    for (int i = 0; i < 30; ++i) {
+        hubs.push_back(std::make_unique<EventHub>(200 + i));
+        evtdispch_register_hub(hubs.back().get());
+    }
+    EventHub hub(kModule);
+    hub.registerHandler(kType, [](const SharedEvent&) { pthread_exit(nullptr); });
+    evtdispch_register_hub(&hub);
+    EXPECT_EQ(hub.receiveEvent(make()), 0);
+    while (test::countOf(test::listOf(stateReport(true), "hubs"),
+                         "module 107: no thread, 0 waiting") == 0) {
+    }
+    EXPECT_EQ(hub.receiveEvent(make()), 0);
+
+    const std::vector<std::string> few = test::listOf(stateReport(), "hubs");
+
+    EXPECT_EQ(test::countOf(few, "module 107: no thread, 1 waiting"), 1);
+    EXPECT_EQ(few.back(), "and 21 more");
+    evtdispch_unregister_hub(&hub);
+    for (const auto& other : hubs) evtdispch_unregister_hub(other.get());
 }
 
 // ---- replies that are waited for ----
@@ -384,6 +529,88 @@ TEST_F(ReportedEventsTest, AWaitForAnEventThatWasSentWithoutOne) {
     expectEntry(report, "who waits for whom", "thread [0-9]+ '[^']*' -> whoever replies");
     event->replyResult(9);
     waiter.join();
+}
+
+// Of objects that are a client's nobody knows who handles the event.
+TEST_F(ReportedEventsTest, AWaitOnObjectsOfAClient) {
+    const SharedEvent event = make();
+    event->waitResultMtx = new std::mutex();
+    event->waitResultCv = new std::condition_variable();
+    std::thread waiter([&] { EXPECT_EQ(event->waitForResult(-1), 9); });
+
+    expectEntry(
+        reportOfWaits(), "waits",
+        "thread [0-9]+ '[^']*', for the reply of any module to event 5 'tune' of module 101 "
+        "'ui', since " +
+            kSeconds + ", without limit");
+
+    event->replyResult(9);
+    waiter.join();
+}
+
+// What a signal's handler does comes into the middle of a wait.
+TEST_F(ReportedEventsTest, OfAThreadThatWaitsWithinAWaitTheInnermostCounts) {
+    KeepingHub hub(true);
+    const SharedEvent outer = make();
+    ASSERT_EQ(outer->initWaitResultCv(), 0);
+    std::thread waiter([&] {
+        const test::RunAtCall within(test::Call::PthreadCondWait, [&] {
+            EXPECT_EQ(m_sender.sendEventSync(make(), kModule, -1), 8);
+        });
+        EXPECT_EQ(outer->waitForResult(-1), 9);
+    });
+    const SharedEvent inner = hub.kept();
+
+    std::string report = stateReport();
+    while (test::listOf(report, "waits").size() != 2) report = stateReport();
+
+    EXPECT_EQ(test::listOf(report, "who waits for whom").size(), 1U) << report;
+    expectEntry(report, "who waits for whom",
+                "thread [0-9]+ '[^']*' -> module 107, in event 5 'tune' of module 101 'ui' for " +
+                    kSeconds);
+    inner->replyResult(8);
+    outer->replyResult(9);
+    waiter.join();
+}
+
+TEST_F(ReportedEventsTest, AThreadThatForksWithinAWaitWaitsInTheChildToo) {
+    const SharedEvent event = make();
+    ASSERT_EQ(event->initWaitResultCv(), 0);
+    pid_t child = -1;
+    const test::RunAtCall within(test::Call::PthreadCondClockwait, [&] {
+        child = test::forkQuietly();
+        if (child != 0) return;
+        (void)alarm(test::kLongestChildSeconds);
+        const std::string self = "thread " + std::to_string(getpid()) + " '[^']*', for the reply.*";
+        CHECK_IN_CHILD(test::countOf(test::listOf(stateReport(), "waits"), self) == 1);
+        _exit(0);
+    });
+
+    EXPECT_EQ(event->waitForResult(1), kEventResultTimeout);
+
+    EXPECT_EQ(test::statusOf(child), 0);
+}
+
+TEST_F(ReportedEventsTest, OfMoreWaitsThanAListShowsThereAreNoMoreWays) {
+    constexpr int kWaits = 12;
+    const SharedEvent event = make();
+    ASSERT_EQ(event->initWaitResultCv(), 0);
+    std::vector<std::thread> waiters;
+    waiters.reserve(kWaits);
+    for (int i = 0; i < kWaits; ++i) {
+        waiters.emplace_back([&] { EXPECT_EQ(event->waitForResult(-1), 9); });
+    }
+    while (test::listOf(stateReport(true), "waits").size() != kWaits) {
+    }
+
+    const std::string few = stateReport();
+    const std::string all = stateReport(true);
+
+    EXPECT_EQ(test::listOf(few, "waits").back(), "and 2 more");
+    EXPECT_EQ(test::listOf(few, "who waits for whom").size(), 10U);
+    EXPECT_EQ(test::listOf(all, "who waits for whom").size(), std::size_t{kWaits});
+    event->replyResult(9);
+    for (std::thread& waiter : waiters) waiter.join();
 }
 
 TEST_F(ReportedEventsTest, AThreadThatIsCancelledInItsWaitWaitsNoMore) {

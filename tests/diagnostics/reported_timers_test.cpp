@@ -4,8 +4,10 @@
 #include <time.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -113,6 +115,29 @@ TEST_F(ReportedTimersTest, RunsThatGoOn) {
     ASSERT_EQ(timer.start(), 0);
     expectEntry(stateReport(), "timers", "'blink' in [0-9]+\\.[0-9]{3} s, 1 run going on");
     busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, SeveralRunsThatGoOn) {
+    Busy first;
+    Busy second;
+    std::atomic<int> runs{0};
+    Timer timer(
+        "blink", {0, 0, 1}, [&](Timer*, void*) { ++runs == 1 ? first() : second(); }, nullptr,
+        ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    first.waitUntilThere();
+    ASSERT_EQ(timer.start(), 0);
+    second.waitUntilThere();
+    ASSERT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+    ASSERT_EQ(timer.start(), 0);
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers", "'blink' in [0-9]+\\.[0-9]{3} s, 2 runs going on");
+    EXPECT_EQ(test::countOf(listOf(report, "timer runs"), "'blink': .*"), 2);
+    (void)timer.stopNoBlock();
+    first.letGo();
+    second.letGo();
 }
 
 TEST_F(ReportedTimersTest, HowLongARunGoesOn) {
@@ -232,6 +257,60 @@ TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimer) {
     EXPECT_TRUE(listOf(stateReport(), "waits").empty());
 }
 
+TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimerWaitsForNoOtherTimersRun) {
+    Busy busy;
+    Busy busyToo;
+    Timer timer(
+        "blink", {0, 0, 1}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
+    Timer other(
+        "other", {0, 0, 1}, [&](Timer*, void*) { busyToo(); }, nullptr, ONCE);
+    ASSERT_EQ(timer.start(), 0);
+    busy.waitUntilThere();
+    ASSERT_EQ(other.start(), 0);  // Its run is the younger one.
+    busyToo.waitUntilThere();
+    std::thread waiter([&] { EXPECT_EQ(timer.stop(), 0); });
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(report, "waits",
+                kThread + ", in a stop, for thread [0-9]+ 'T:blink' of timer 'blink'");
+    busy.letGo();
+    busyToo.letGo();
+    waiter.join();
+}
+
+TEST_F(ReportedTimersTest, ARunThatDestroysItsTimerWaitsForTheOtherRun) {
+    // Its thread may be in it when the test has ended.
+    const auto isDestroyed = std::make_shared<test::Event>();
+    test::Event isStarted;
+    Busy busy;
+    std::atomic<int> runs{0};
+    std::unique_ptr<Timer> timer;
+    timer = std::make_unique<Timer>(
+        "blink", TimeoutTime{0, 0, 1},
+        [&, isDestroyed](Timer*, void*) {
+            if (++runs == 1) return busy();
+            (void)isStarted.wait();
+            timer.reset();
+            isDestroyed->set();
+        },
+        nullptr, ONCE);
+    ASSERT_EQ(timer->start(), 0);
+    busy.waitUntilThere();
+    ASSERT_EQ(timer->start(), 0);
+    isStarted.set();
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(
+        report, "waits",
+        "thread ([0-9]+) 'T:blink', in a destructor, for thread (?!\\1 )[0-9]+ 'T:blink' of "
+        "timer 'blink'");
+    expectEntry(report, "who waits for whom", "timer 'blink' -> timer 'blink'");
+    busy.letGo();
+    EXPECT_TRUE(isDestroyed->wait());
+}
+
 TEST_F(ReportedTimersTest, WhoWaitsInTheDestructorOfATimer) {
     Busy first;
     Busy second;
@@ -349,6 +428,7 @@ public:
         setTaskId(id);
     }
     void fire() override { m_work(); }
+    using TimerTaskBase::setTaskId;
 
 private:
     std::function<void()> m_work;
@@ -378,6 +458,44 @@ TEST_F(ReportedTimersTest, ATaskInHandAndThoseThatAreQueued) {
     thread.cancelTaskByTaskId(9);
     expectEntry(stateReport(), "task threads", ".*, 2 queued, first cancelled, in task 8.*");
     busy.letGo();
+}
+
+TEST_F(ReportedTimersTest, OfAThreadThatHasTakenTheNextTaskMeanwhileNoTimeIsTold) {
+    std::atomic<time_t> now{1'000'000'000};
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime,
+        [&](clockid_t, timespec* p_time) {
+            *p_time = {now.load(), 0};
+            return 0;
+        },
+        test::When().anyThread().everyTime());
+    const struct {
+        std::int32_t nextId;
+        bool isSameTask;
+        time_t laterBy;
+    } kDifferences[] = {{9, true, 0}, {8, false, 0}, {8, true, 1}, {8, true, -1}};
+    for (const auto& difference : kDifferences) {
+        Busy first;
+        Busy second;
+        std::atomic<int> fired{0};
+        const auto work = [&] { ++fired == 1 ? first() : second(); };
+        const auto task = std::make_shared<NumberedTask>(8, work);
+        const auto next = difference.isSameTask ? task : std::make_shared<NumberedTask>(8, work);
+        TimerThread thread;
+        thread.postTask(task, 0);
+        first.waitUntilThere();
+        const test::RunAtCall between(test::Call::ClockNanosleep, [&] {
+            now += difference.laterBy;
+            next->setTaskId(difference.nextId);
+            thread.postTask(next, 0);
+            first.letGo();
+            second.waitUntilThere();
+        });
+
+        expectEntry(stateReport(), "task threads", "'TimerThread': .*, 0 queued, at work");
+
+        second.letGo();
+    }
 }
 
 // The clock's time takes all the bits that a time may have.
@@ -479,6 +597,35 @@ TEST_F(ReportedTimersTest, WhoWaitsInAStopOfATimerThread) {
     waiter.join();
 }
 
+// What a thread's own objects do at its end comes after all else.
+TEST_F(ReportedTimersTest, WhoWaitsForAThreadThatIsAboutToEnd) {
+    static Busy* s_p_end;
+    struct AtEnd {
+        ~AtEnd() { (*s_p_end)(); }
+    };
+    Busy end;
+    s_p_end = &end;
+    test::Event isDone;
+    TimerThread thread;
+    thread.postTask(makeTask(8,
+                             [&] {
+                                 thread_local const AtEnd atEnd;
+                                 (void)&atEnd;
+                                 isDone.set();
+                             }),
+                    0);
+    ASSERT_TRUE(isDone.wait());
+    std::thread waiter([&] { thread.stop(); });
+    end.waitUntilThere();
+
+    const std::string report = reportOfWaits();
+
+    expectEntry(report, "waits", kThread + ", in a stop");
+    expectEntry(report, "who waits for whom", kThread + " -> a thread that is about to end");
+    end.letGo();
+    waiter.join();
+}
+
 TEST_F(ReportedTimersTest, ATimerThreadThatItsTaskDestroysIsNotLookedAt) {
     const auto busy = std::make_shared<Busy>();  // The worker may be the last in it.
     auto* const p_thread = new TimerThread();
@@ -546,6 +693,43 @@ TEST_F(ReportedTimersTest, AWatchThatWasReportedIsOverdueSinceItsBeginning) {
     now += 1;
 
     expectEntry(stateReport(), "watches", "1 'eWatchID_StartUp': overdue by 2.000 s of 2.000 s");
+}
+
+TEST_F(ReportedTimersTest, WhatBeginsBetweenTheTwoLooksHasNoLockThatIsHeld) {
+    Busy told;
+    Busy busy;
+    Busy late;
+    // The end of a run is told with the timer locked.
+    const test::RunAtCall hold(
+        test::Call::PthreadCondBroadcast, [&] { told(); }, test::When().anyThread());
+    Timer timer(
+        "blink", {0, 0, 1}, [](Timer*, void*) {}, nullptr, ONCE);
+    TimerThread thread;
+    std::optional<WatchDog> dog;
+    const test::RunAtCall between(test::Call::ClockNanosleep, [&] {
+        EXPECT_EQ(timer.start(), 0);
+        told.waitUntilThere();
+        EXPECT_EQ(timer.changeTimeout({3600, 0, 0}), 0);
+        EXPECT_EQ(timer.start(), 0);
+        thread.postTask(makeTask(8, [&] { busy(); }), 0);
+        busy.waitUntilThere();
+        dog.emplace();
+        dog->setTimeoutCallback(
+            [](void* p_late, WatchDog::WATCH_ID, double) { (*static_cast<Busy*>(p_late))(); },
+            &late);
+        dog->beginWatch(WatchDog::eWatchID_StartUp, -5);
+        late.waitUntilThere();
+    });
+
+    const std::string report = stateReport();
+
+    expectEntry(report, "timers", "'blink' in " + kSeconds + ", locked by " + kThread);
+    expectEntry(report, "task threads", "'TimerThread': .*, 0 queued, at work");
+    EXPECT_EQ(listOf(report, "watches").size(), 1U);
+    EXPECT_TRUE(listOf(report, "locks held").empty()) << report;
+    told.letGo();
+    busy.letGo();
+    late.letGo();
 }
 
 TEST_F(ReportedTimersTest, AWatchDogThatStaysLocked) {

@@ -303,6 +303,18 @@ TEST(ForkedFromClientCodeTest, AWatchdogsCallbackEndsTheChild) {
     EXPECT_EQ(s_forkHere.status(), 0);
 }
 
+TEST(ForkedFromClientCodeTest, ANamedWatchsCallbackEndsTheChild) {
+    SKIP_WITHOUT_THREADS_IN_CHILDREN();
+    ForkHere forkHere;
+    std::atomic<bool> isFirst{true};
+    WatchDog dog;
+    const timer::NamedWatch watch(dog, "forks", 0.0, [&](const std::string&, double) {
+        if (isFirst.exchange(false)) forkHere();
+    });
+
+    EXPECT_EQ(forkHere.status(), 0);
+}
+
 TEST(ForkedFromClientCodeTest, AnExecutedJobGoesOnInTheChild) {
     class Job : public Threading::Runnable {
     public:
@@ -646,6 +658,83 @@ TEST_F(ForkedHubTest, TheChildsThreadNeedsNoMemoryToHandleEvents) {
                   const test::PassCalls pass;
                   CHECK_IN_CHILD(event_dispatcher::evtdispch_register_hub(m_hub.get()) == 0);
                   CHECK_IN_CHILD(ask() == 42);
+              }),
+              0);
+}
+
+TEST_F(ForkedHubTest, UnregisteredFirstOfAllInTheChildItWaitsForNobody) {
+    EXPECT_EQ(runInForkedChild([this] {
+                  const test::CountCalls joined(test::Call::PthreadJoin);
+                  m_hub->onHubUnregistered();
+                  CHECK_IN_CHILD(joined.seen() == 0);
+              }),
+              0);
+}
+
+// The events are the child's as well; who waits for their replies is not.
+TEST_F(ForkedHubTest, AReplyInTheChildIsNoneForTheParentsSend) {
+    constexpr std::size_t kSends = 2;
+    std::vector<std::shared_ptr<BrowserEvent>> kept;
+    test::Countdown areKept(kSends);
+    EventHub receiver(kModule + 1);
+    ASSERT_EQ(receiver.registerHandler(kAsk,
+                                       [&](const std::shared_ptr<BrowserEvent>& event) {
+                                           kept.push_back(event);
+                                           areKept.arrive();
+                                       }),
+              0);
+    ASSERT_EQ(event_dispatcher::evtdispch_register_hub(&receiver), 0);
+    std::atomic<event_dispatcher::EventResult> sum{0};
+    test::Countdown areCalled(kSends);
+    for (std::size_t i = 0; i < kSends; ++i) {
+        ASSERT_EQ(m_hub->sendAsync(m_hub->createEvent(kAsk), kModule + 1, -1,
+                                   [&](event_dispatcher::EventResult reply,
+                                       const std::shared_ptr<BrowserEvent>&) {
+                                       sum += reply;
+                                       areCalled.arrive();
+                                   }),
+                  0);
+    }
+    ASSERT_TRUE(areKept.wait());
+    // A thread that replies is just in the hub's list of sends: behind the event's lock, twice.
+    test::Event isReplying;
+    test::Event isForked;
+    std::thread replying([&] {
+        const test::RunAtCall holdTheLocks(
+            test::Call::PthreadMutexUnlock,
+            [&] {
+                isReplying.set();
+                (void)isForked.wait();
+            },
+            test::When().nth(3));
+        kept[0]->replyResult(40);
+    });
+    ASSERT_TRUE(isReplying.wait());
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  kept[1]->replyResult(1);
+                  m_hub.reset();
+                  kept.clear();
+                  CHECK_IN_CHILD(sum == 0);
+              }),
+              0);
+    isForked.set();
+    replying.join();
+    kept[1]->replyResult(2);
+    m_end.set();
+    EXPECT_TRUE(areCalled.wait());
+    EXPECT_EQ(sum, 42);
+    EXPECT_EQ(event_dispatcher::evtdispch_unregister_hub(&receiver), 0);
+}
+
+TEST(ForkedIdleHubTest, WithoutHandlersItHasNoThreadInTheChild) {
+    EventHub hub(kModule);
+
+    EXPECT_EQ(runInForkedChild([&] {
+                  const test::CountCalls threads(test::Call::PthreadCreate);
+                  CHECK_IN_CHILD(event_dispatcher::evtdispch_register_hub(&hub) == 0);
+                  CHECK_IN_CHILD(hub.queueLength() == 0);
+                  CHECK_IN_CHILD(threads.seen() == 0);
               }),
               0);
 }

@@ -19,6 +19,7 @@
 #include <system_error>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "event_dispatcher/event_fixtures.h"
@@ -209,6 +210,8 @@ TEST(EventParamTest, AConstructorThatThrowsLeavesNothing) {
     EXPECT_THROW(delete new AlignedRefusing, std::runtime_error);
     EXPECT_THROW(delete new (std::nothrow) AlignedRefusing, std::runtime_error);
     EXPECT_THROW(delete new LargeRefusing, std::runtime_error);
+    alignas(Refusing) std::array<unsigned char, sizeof(Refusing)> place;
+    EXPECT_THROW((void)new (place.data()) Refusing, std::runtime_error);
 }
 
 TEST(EventParamTest, HasItsVirtualOperationsInOrder) {
@@ -509,6 +512,24 @@ TEST_F(BrowserEventTest, AReplyNeedsNoConditionVariableOfAClient) {
 
     EXPECT_TRUE(m_event.replied);
     EXPECT_EQ(m_event.result, 7);
+}
+
+TEST_F(BrowserEventTest, ObjectsThatAClientHasTakenAwayAreNotFreedWithTheEvent) {
+    // Nobody else can free them: kept, they are no leak.
+    static auto& s_taken = *new std::vector<std::mutex*>;
+    std::condition_variable* p_condition = nullptr;
+    {
+        BrowserEvent event(1, 2, nullptr);
+        ASSERT_EQ(event.initWaitResultCv(), 0);
+        s_taken.push_back(std::exchange(event.waitResultMtx, nullptr));
+        p_condition = std::exchange(event.waitResultCv, nullptr);
+        event.replyResult(7);
+        EXPECT_EQ(event.result, 7);
+    }
+
+    EXPECT_TRUE(s_taken.back()->try_lock());
+    s_taken.back()->unlock();
+    p_condition->notify_all();
 }
 
 TEST_F(BrowserEventTest, ObjectsOfAClientAreFreedWithTheEvent) {

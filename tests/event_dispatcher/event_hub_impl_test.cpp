@@ -91,6 +91,26 @@ TEST_F(EventHubImplTest, WhatIsDestroyedWithItStartsNoThread) {
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
 }
 
+TEST_F(EventHubImplTest, HandlesEventsWithoutARecorder) {
+    Inbox inbox;
+    EventHubImpl impl(7);
+    impl.registerHandler(5, inbox.handler());
+    auto event = std::make_shared<BrowserEvent>(3, 5, nullptr);
+
+    EXPECT_EQ(impl.receiveEvent<false>(std::shared_ptr<BrowserEvent>(event)), 0);
+
+    ASSERT_TRUE(inbox.waitFor(1));
+    EXPECT_EQ(inbox.events()[0], event);
+    impl.onUnregistered();
+}
+
+TEST_F(EventHubImplTest, AWaitForAReplyNeedsNoStateReport) {
+    BrowserEvent event(3, 5, nullptr);
+    ASSERT_EQ(event.initWaitResultCv(), 0);
+
+    EXPECT_EQ(event.waitForResult(1), kEventResultTimeout);
+}
+
 TEST_F(EventHubImplTest, HasTheNameThatOthersMustNotFind) {
     EXPECT_NE(dlsym(RTLD_DEFAULT, kHiddenSymbol), nullptr);
 }

@@ -692,6 +692,29 @@ TEST_F(EventHubSendTest, AnEventMayBeSentAgainAndForgetsItsReply) {
     EXPECT_EQ(m_log.entriesWithoutLineNumbers(), expected);
 }
 
+// Whoever sends it should not; nobody handles it then.
+TEST_F(EventHubSendTest, AnEventThatBecomesAnotherWhileItWaitsIsLeftOut) {
+    test::Event isBusy;
+    test::Event release;
+    m_peer.registerHandler(4, [&](const std::shared_ptr<BrowserEvent>&) {
+        isBusy.set();
+        (void)release.wait();
+    });
+    m_peer.registerHandler(5, m_inbox.handler());
+    ASSERT_EQ(m_hub.sendEvent(m_hub.createEvent(4), kPeerModule), 0);
+    ASSERT_TRUE(isBusy.wait());
+    const auto changed = m_hub.createEvent(5);
+    const auto last = m_hub.createEvent(5);
+    ASSERT_EQ(m_hub.sendEvent(changed, kPeerModule), 0);
+    ASSERT_EQ(m_hub.sendEvent(last, kPeerModule), 0);
+
+    changed->eventType = 6;
+    release.set();
+
+    ASSERT_TRUE(m_inbox.waitFor(1));
+    EXPECT_EQ(m_inbox.events(), std::vector{last});
+}
+
 TEST_F(EventHubSendTest, ASynchronousSendThatCannotBeArmedFails) {
     peerReplies(5, 42);
     const auto event = m_hub.createEvent(5);

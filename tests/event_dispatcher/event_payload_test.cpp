@@ -27,6 +27,11 @@ struct SameSizeAsChannelInfo {
     std::string name;
 };
 
+struct ChannelName {
+    int number;
+    std::string name;
+};
+
 namespace other {
 struct ChannelInfo {
     int number;
@@ -86,6 +91,11 @@ struct Throws {
     Throws() { throw std::runtime_error("no payload"); }
 };
 
+struct OfThisFile {
+    int number;
+    std::string name;
+};
+
 /// A payload as clients derive them, that must not be asked anything.
 class Foreign : public EventParam {
 public:
@@ -117,7 +127,9 @@ TEST_F(EventPayloadTest, IsNoneOfAnotherType) {
     const Event event = makeEvent<ChannelInfo>(m_hub, kType, 7, "Seven");
 
     EXPECT_EQ(payload<SameSizeAsChannelInfo>(event), nullptr);
+    EXPECT_EQ(payload<ChannelName>(event), nullptr);  // Of equal length too.
     EXPECT_EQ(payload<other::ChannelInfo>(event), nullptr);
+    EXPECT_EQ(payload<OfThisFile>(event), nullptr);
     EXPECT_EQ(payload<std::string>(event), nullptr);
     EXPECT_EQ(payload<unsigned>(makeEvent<int>(m_hub, kType, 1)), nullptr);
     EXPECT_EQ(payload<SharedList<unsigned>>(makeEvent<SharedList<int>>(m_hub, kType)), nullptr);

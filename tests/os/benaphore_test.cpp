@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <semaphore.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <thread>
 
@@ -79,6 +81,29 @@ TEST(BenaphoreTest, WhoWaitsGetsItWhenItIsUnlocked) {
     s_lock.init();
 
     expectToBeHadOneAfterTheOther(&s_lock);
+}
+
+TEST(BenaphoreTest, WhoIsInterruptedInAWaitGoesOnWaiting) {
+    static Benaphore s_lock;
+    s_lock.init();
+    s_lock.lock();
+    std::atomic<bool> isUnlocked{false};
+    test::Event waitsAgain;
+    std::thread other([&] {
+        const test::FailCall interruption(test::Call::SemWait, EINTR);
+        const test::RunAtCall again(
+            test::Call::SemWait, [&] { waitsAgain.set(); }, test::When().nth(2));
+        s_lock.lock();
+        EXPECT_TRUE(isUnlocked);
+        EXPECT_EQ(interruption.hits(), 1);
+        s_lock.unlock();
+    });
+    EXPECT_TRUE(waitsAgain.wait());
+
+    isUnlocked = true;
+    s_lock.unlock();
+
+    other.join();
 }
 
 // The one who was woken in the parent does not exist in the child, and takes nothing.

@@ -2,6 +2,7 @@
 // the way that its argument names.
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -44,7 +45,22 @@ void onFaultWithInfo(int, siginfo_t* p_info, void*) {
     _exit(3);
 }
 
+char g_ownStack[1 << 16];
+
+void setOwnStack() {
+    stack_t mine = {};
+    mine.ss_sp = g_ownStack;
+    mine.ss_size = sizeof(g_ownStack);
+    (void)sigaltstack(&mine, nullptr);
+}
+
+bool hasOwnStack() {
+    stack_t now = {};
+    return sigaltstack(nullptr, &now) == 0 && now.ss_sp == g_ownStack;
+}
+
 extern "C" void installHandlersFirst(int argc, char** argv, char**) {
+    if (argc >= 2 && std::strcmp(argv[1], "own stack from the start") == 0) setOwnStack();
     if (argc < 2 || std::strstr(argv[1], "handled") == nullptr) return;
     struct sigaction action = {};
     if (std::strstr(argv[1], "with information") != nullptr) {
@@ -117,15 +133,10 @@ int forkAndFault() {
 
 // A thread's own alternate stack is left alone, whenever it was set.
 int keepOwnStack() {
-    static char s_stack[1 << 16];
     bool isKept = false;
     std::thread([&] {
-        stack_t mine = {};
-        mine.ss_sp = s_stack;
-        mine.ss_size = sizeof(s_stack);
-        (void)sigaltstack(&mine, nullptr);
-        stack_t now = {};
-        isKept = sigaltstack(nullptr, &now) == 0 && now.ss_sp == s_stack;
+        setOwnStack();
+        isKept = hasOwnStack();
     }).join();
     return isKept ? 0 : 1;
 }
@@ -177,10 +188,26 @@ int useChild() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
 
+int runThread() {
+    bool isRun = false;
+    std::thread([&] { isRun = true; }).join();
+    return isRun ? 0 : 1;
+}
+
 }  // namespace
 
-// In the place of the library's own where the environment wants it: a report that never ends.
+// In the place of the library's own where the environment wants it: a start that answers this, and
+// a report that never ends.
 namespace tevalon::base::diagnostics {
+__attribute__((visibility("default"))) Status startRecording(const RecordingOptions& options) {
+    if (const char* p_answer = std::getenv("CLIENT_START_ANSWERS")) {
+        return static_cast<Status>(std::atoi(p_answer));
+    }
+    using Function = Status (*)(const RecordingOptions&);
+    constexpr const char* kName =
+        "_ZN7tevalon4base11diagnostics14startRecordingERKNS1_16RecordingOptionsE";
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, kName))(options);
+}
 __attribute__((visibility("default"))) Status writeState(int fd) {
     if (std::getenv("CLIENT_STATE_HANGS") != nullptr) {
         for (;;) (void)pause();
@@ -201,8 +228,11 @@ int main(int argc, char** argv) {
     if (end == "fault" || end.rfind("handled fault", 0) == 0) fault();
     if (end == "handled sent fault, ignored") (void)kill(getpid(), SIGSEGV);
     if (end == "own stack") return keepOwnStack();
+    if (end == "own stack from the start") return hasOwnStack() ? 0 : 1;
     if (end == "refused thread") return failToCreate();
     if (end == "child") return useChild();
+    if (end == "a thread") return runThread();
+    if (end == "process id") say(std::to_string(getpid()).c_str());
     if (end == "fault on a thread") std::thread(fault).join();
     if (end == "overflow") return overflow(0);
     if (end == "overflow on a thread") std::thread([] { (void)overflow(0); }).join();

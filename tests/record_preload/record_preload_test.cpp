@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -163,6 +164,7 @@ TEST_F(RecordPreloadTest, AFaultEndsTheProcessThoughItIsIgnoredAndASentOneDoesNo
 
 TEST_F(RecordPreloadTest, LeavesTheStackOfAThreadsOwnAlone) {
     expectSilentExit(client({"own stack"}).run());
+    expectSilentExit(client({"own stack from the start"}).run());
 }
 
 TEST_F(RecordPreloadTest, AThreadThatIsRefusedIsRefusedAsEver) {
@@ -319,6 +321,89 @@ TEST_F(RecordPreloadTest, TellsWhyNothingIsRecorded) {
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.errors, "tevalon-record: cannot open '" + nowhere +
                                  "': No such file or directory; nothing is recorded\n");
+    EXPECT_EQ(files(), Lines{});
+}
+
+TEST_F(RecordPreloadTest, TellsOfEveryAnswerOfTheRecorder) {
+    using tevalon::base::diagnostics::Status;
+    const std::string none = "; nothing is recorded\n";
+    const struct {
+        Status status;
+        std::string line;
+    } kAnswers[] = {
+        {Status::FileExists, "'" + m_path + "\\.[0-9]+' is there already" + none},
+        {Status::NoRoom, "no room for 262144 bytes in '" + m_path + "'" + none},
+        {Status::AlreadyRecording, "the program records already; its own recording goes on\n"},
+        {Status::NoMemory, "no memory for 262144 bytes" + none},
+    };
+    for (const auto& answer : kAnswers) {
+        const test::ChildResult result =
+            client({"return"})
+                .variable("CLIENT_START_ANSWERS", std::to_string(static_cast<int>(answer.status)))
+                .run();
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_TRUE(std::regex_match(result.errors, std::regex("tevalon-record: " + answer.line)))
+            << result.errors;
+    }
+    EXPECT_EQ(files(), Lines{});
+}
+
+TEST_F(RecordPreloadTest, WithoutANameTheRecordingIsInTheTemporaryFolder) {
+    const test::ChildResult result =
+        client({"process id"}).variable("TEVALON_RECORD_FILE", "").run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errors, "");
+    const std::string used = "/tmp/tevalon-recording." + result.output;
+    EXPECT_EQ(test::sentences(test::readFile(used)), Lines{"mark 'process id' 42"});
+    EXPECT_EQ(test::contentsOf(used + ".state"), m_stateAtExit);
+    EXPECT_EQ(unlink(used.c_str()), 0);
+    EXPECT_EQ(unlink((used + ".state").c_str()), 0);
+}
+
+/// Where the system refuses something.
+class RecordPreloadRefusalTest : public RecordPreloadTest {
+protected:
+    void SetUp() override {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "A sanitizer wants to be first, and stands in front of the same calls.";
+#endif
+    }
+    test::ChildProcess clientWithout(const char* call, const char* end) const {
+        test::ChildProcess process = client({end});
+        process.variable("LD_PRELOAD", TEVALON_TEST_PRELOAD " " TEVALON_TEST_REFUSALS)
+            .variable("REFUSED_CALL", call);
+        return process;
+    }
+};
+
+TEST_F(RecordPreloadRefusalTest, WithoutItsThreadTheRecordingAloneIsThere) {
+    for (const char* const call : {"pthread_attr_init", "pthread_create", "new"}) {
+        const std::string path = m_folder.path(call);
+        expectSilentExit(clientWithout(call, "return").variable("TEVALON_RECORD_FILE", path).run());
+        EXPECT_EQ(test::sentences(test::readFile(path)), Lines{"mark 'return' 42"}) << call;
+    }
+    EXPECT_EQ(files(), (Lines{"new", "pthread_attr_init", "pthread_create"}));
+}
+
+TEST_F(RecordPreloadRefusalTest, WithoutAlternateStacksThreadsRunAndDieAsEver) {
+    for (const char* const call :
+         {"look at stack", "sigaltstack", "look at own stack", "mmap of a stack"}) {
+        const std::string path = m_folder.path(call);
+        expectSilentExit(
+            clientWithout(call, "a thread").variable("TEVALON_RECORD_FILE", path).run());
+        EXPECT_EQ(test::sentences(test::readFile(path)), Lines{"mark 'a thread' 42"}) << call;
+        expectSilentDeath(clientWithout(call, "fault on a thread")
+                              .variable("TEVALON_RECORD_FILE", path + "2")
+                              .run(),
+                          SIGSEGV);
+        EXPECT_EQ(test::contentsOf(path + "2.state"), m_state) << call;
+    }
+}
+
+TEST_F(RecordPreloadRefusalTest, AProgramWithSpecialRightsIsNotRecorded) {
+    expectSilentExit(clientWithout("special rights", "return").run());
+
     EXPECT_EQ(files(), Lines{});
 }
 

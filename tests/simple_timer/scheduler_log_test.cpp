@@ -263,4 +263,24 @@ TEST(SchedulerLogTest, AllThatAreDueFireInOneWake) {
     });
 }
 
+// A thread that comes while the first one reads the clock.
+TEST(SchedulerLogTest, OfTwoStartsAtOnceOneIsInserted) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        LogCapture log;
+        Timer timer("once", kFar, ignore, nullptr, ONCE);
+        const test::RunAtCall another(Call::ClockGettime, [&] { EXPECT_EQ(timer.start(), 0); });
+
+        EXPECT_EQ(timer.start(), 0);
+
+        EXPECT_EQ(another.hits(), 1);
+        EXPECT_TRUE(timer.isStarted());
+        EXPECT_EQ(linesOfInsert(log),
+                  (Lines{timerLine(kLogDebug, "InsterTimer", "Begin inster timer:'once'.\n"),
+                         timerLine(kLogDebug, "InsterTimer",
+                                   "Has no timer yet, insert timer:'once' to head.\n"),
+                         timerLine(kLogDebug, "InsterTimer",
+                                   "Send CMD_START(1) because of timer('once').\n")}));
+    });
+}
+
 }  // namespace

@@ -3,8 +3,10 @@
 #include "timer/timer_impl.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <thread>
 
@@ -15,6 +17,7 @@ namespace {
 
 using test::Call;
 using test::When;
+using tevalon::base::simple_timer::CONTINUE;
 using tevalon::base::simple_timer::ONCE;
 using tevalon::base::simple_timer::TimerImpl;
 
@@ -73,6 +76,22 @@ TEST_F(TimerImplTest, NothingComesBetweenTheLookOfAStopAndItsWait) {
     EXPECT_TRUE(hasToWait);
     other.reset();
     if (run.joinable()) run.join();
+}
+
+// Of a period that is over before it begins.
+TEST_F(TimerImplTest, TheNextRunIsOneMillisecondLaterAtLeastAndNotBeforeItIsDue) {
+    constexpr std::int32_t kNow = 1'000'000;
+    TimerImpl timer(nullptr, "timer", {0, 0, -5}, ignore, nullptr, CONTINUE);
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(Call::ClockGettime,
+                                                             [](clockid_t, timespec* p_now) {
+                                                                 *p_now = {kNow, 250'005'000};
+                                                                 return 0;
+                                                             });
+
+    timer.reschedule({kNow, 249'900'000});
+    EXPECT_EQ(timer.expiredTime().nsec, 250'900'000);
+    timer.reschedule({kNow, 248'000'000});
+    EXPECT_EQ(timer.expiredTime().nsec, 250'000'000);
 }
 
 TEST_F(TimerImplTest, ARunThatBeginsWhileOthersAreWaitedForIsNone) {

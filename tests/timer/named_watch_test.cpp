@@ -221,6 +221,20 @@ TEST_F(NamedWatchTest, ItsCallbackMayRestartIt) {
 }
 
 // The memory may be in use again when the callback returns.
+TEST_F(NamedWatchTest, ACheckInItsCallbackDoesNotReportItAgain) {
+    bool isFirst = true;
+    const NamedWatch watch(dog(), "tune", 1s, [&](const std::string& name, double seconds) {
+        m_reports.emplace_back(name, seconds);
+        if (std::exchange(isFirst, false)) checkAt(103);
+    });
+
+    checkAt(101.5);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 1.5}}));
+
+    checkAt(104);
+    EXPECT_EQ(takeReports(), (std::vector<Report>{{"tune", 4}}));
+}
+
 TEST_F(NamedWatchTest, IsNotTouchedOnceItsCallbackHasDestroyedIt) {
     alignas(NamedWatch) std::array<unsigned char, sizeof(NamedWatch)> memory;
     std::array<unsigned char, sizeof(NamedWatch)> others;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -14,11 +15,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "support/fresh_process.h"
 #include "timer/timer_fixtures.h"
+#include "zor_debug/zor_debug_control.h"
 
 namespace {
 
@@ -212,6 +215,35 @@ TEST(TaskHandleTest, WorkInHandIsNotCancelledByItselfNorByOthers) {
     EXPECT_TRUE(done.wait());
     EXPECT_FALSE(itself);
     EXPECT_FALSE(other);
+}
+
+// The thread has taken it from its queue, and said so.
+TEST(TaskHandleTest, WorkThatIsCancelledJustBeforeItsCallIsNeverDone) {
+    struct Last {
+        static void capture(void* p_self, const DebugLevelRecord*, const char* text,
+                            std::size_t length) {
+            auto& self = *static_cast<Last*>(p_self);
+            const bool begins =
+                std::string_view(text, length).find("Begin fire task") != std::string_view::npos;
+            if (begins && !self.isCancelled) self.isCancelled = self.handle.cancel();
+        }
+        TaskHandle handle;
+        bool isCancelled = false;
+    };
+    Last last;
+    bool isDone = false;
+    const LogCapture log(kLogAlways);  // Puts levels and output back as they were.
+    TimerThread thread;
+    Holder holder;
+    ASSERT_TRUE(holder.hold(thread));
+    last.handle = thread.post([&] { isDone = true; }, 0);
+    zorDebugInstallCapture(&Last::capture, &last);
+    holder.letGo();
+
+    passThrough(thread);
+
+    EXPECT_TRUE(last.isCancelled);
+    EXPECT_FALSE(isDone);
 }
 
 TEST(TaskHandleTest, WorkThatIsDoneIsNotCancelled) {

@@ -499,6 +499,26 @@ TEST(WatchDogThreadTest, AnInterruptedSleepIsGoneOnWith) {
     EXPECT_EQ(readsBySecondSleep, 54);  // One check, of each watch, before the sleep and its rest.
 }
 
+TEST(WatchDogThreadTest, ASleepThatFailsOtherwiseIsNotTriedAgainBeforeTheNextCheck) {
+    LogCapture log(kLogError);
+    std::atomic<long> readsBySecondSleep{0};
+    test::Event secondSleep;
+    test::CountCalls reads(test::Call::ClockGettime, test::When().anyThread());
+    test::FailCall failure(test::Call::Nanosleep, EINVAL, test::When().anyThread());
+    test::RunAtCall second(
+        test::Call::Nanosleep,
+        [&] {
+            readsBySecondSleep = reads.seen();
+            secondSleep.set();
+        },
+        test::When().anyThread().nth(2));
+    {
+        WatchDog dog;
+        ASSERT_TRUE(secondSleep.wait());
+    }
+    EXPECT_EQ(readsBySecondSleep, 108);  // Two checks, of each watch.
+}
+
 TEST(WatchDogThreadTest, AnInterruptedSleepGoesOnForWhatIsLeftOfItsTime) {
     // What each interrupted sleep leaves of its time; the one after them is not interrupted.
     constexpr long kLeft[] = {70000000, 30000000, 1};
@@ -652,6 +672,17 @@ TEST(GlobalWatchDogTest, IsOneAndIsMadeOnFirstUse) {
         p_dog->beginWatch(kLaunch, 0.0);
         EXPECT_TRUE(log.waitFor("Watch dog Timeout"));
     });
+}
+
+TEST(GlobalWatchDogTest, AnotherOneOfItsClassEndsAsAnyWatchDogDoes) {
+    LogCapture log(kLogError);
+    const test::CountCalls joined(test::Call::PthreadJoin);
+    {
+        GLWatchDog dog;
+        dog.beginWatch(kLaunch, 0.0);
+        ASSERT_TRUE(log.waitFor("Watch dog Timeout"));
+    }
+    EXPECT_EQ(joined.seen(), 1);
 }
 
 }  // namespace

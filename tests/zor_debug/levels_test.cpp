@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "probe.h"
+#include "support/fault_injection.h"
 #include "support/scratch_folder.h"
 #include "zor_debug/zor_debug.h"
 #include "zor_debug/zor_debug_control.h"
@@ -95,6 +97,8 @@ TEST_F(LevelsTest, NumbersInTheEnvironmentSetTheThreshold) {
     EXPECT_EQ(levelsShown("2999"), "11000");
     EXPECT_EQ(levelsShown("3000"), "11100");
     EXPECT_EQ(levelsShown("0xbb8"), "11100");
+    EXPECT_EQ(levelsShown("0Xbb8"), "11100");
+    EXPECT_EQ(levelsShown("03000"), "11100");  // Not octal.
     EXPECT_EQ(levelsShown("65535"), "11111");
 }
 
@@ -121,9 +125,9 @@ TEST_F(LevelsTest, TheLastOfSeveralItemsForTheSameHolds) {
 }
 
 TEST_F(LevelsTest, ASettingThatMakesNoSenseIsReportedAndTheDefaultIsUsed) {
-    for (const std::string bad :
-         {"loud", "debugs", "-1", "65536", "0x", "0x10000", "12a", "wa rn", "95=", "95 =debug",
-          "95= debug", "warning-only", "=debug", "95=loud", "65536=debug", "5f=debug", "a=b"}) {
+    for (const std::string bad : {"loud", "debugs", "-1", "65536", "0x", "0X", "0b1", "0x10000",
+                                  "12a", "wa rn", "95=", "95 =debug", "95= debug", "warning-only",
+                                  "=debug", "95=loud", "65536=debug", "5f=debug", "a=b"}) {
         const ChildResult result =
             probe("levels", {"95:1000", "95:3000"}).variable("ZOR_DEBUG", bad).run();
         EXPECT_EQ(result.output, "10") << bad;
@@ -155,6 +159,7 @@ TEST_F(LevelsTest, LevelsCanBeChangedAtRunTime) {
     EXPECT_TRUE(isOn(3000, 95));
     EXPECT_FALSE(isOn(3001, 95));
     EXPECT_TRUE(isOn(5000, 7));
+    EXPECT_FALSE(isOn(0, 7));  // There is no such level.
     EXPECT_EQ(zorDebugGetLevel(7), 5000);
 
     EXPECT_EQ(zorDebugSetLevels("off"), 0);
@@ -300,6 +305,31 @@ TEST_F(LevelsFileTest, AnotherUsersFileIsIgnoredAndReported) {
 
     EXPECT_FALSE(isOn(5000, 95));
     EXPECT_EQ(reports(), complaint(m_path, ": it is another user's"));
+}
+
+TEST_F(LevelsFileTest, AnErrorThatStaysIsReportedOnce) {
+    time_t laterBy = 0;
+    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
+        test::Call::ClockGettime, [&](clockid_t id, timespec* p_now) {
+            const int result = clock_gettime(id, p_now);
+            p_now->tv_sec += laterBy;
+            return result;
+        });
+    const std::string link = m_folder.link("link", "nowhere");
+    ASSERT_EQ(zorDebugSetLevelsFile(link.c_str()), 0);
+
+    for (int i = 0; i < 3; ++i) {
+        laterBy += 2;
+        EXPECT_FALSE(isOn(5000, 95));
+    }
+    EXPECT_EQ(reports(), complaint(link, ": Too many levels of symbolic links"));
+
+    // It was looked at each time, and is once more.
+    (void)unlink(link.c_str());
+    (void)m_folder.file("link", "debug");
+    (void)chmod(link.c_str(), 0600);
+    laterBy += 2;
+    EXPECT_TRUE(isOn(5000, 95));
 }
 
 TEST_F(LevelsFileTest, ATextThatMakesNoSenseIsReportedOnceAndChangesNothing) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,6 +18,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "probe.h"
@@ -64,34 +66,68 @@ std::string lost(int lines, const std::string& why) {
     return "zor-debug: lines that could not be written: " + std::to_string(lines) + why;
 }
 
-// Runs the probe's "terminal" way with a terminal as its standard error.
-std::string onTerminal(const std::string& noColor, const char* p_way = "terminal",
-                       const char* p_terminal = "xterm") {
-    int controller = -1;
-    const pid_t child = forkpty(&controller, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        (void)setenv("ZOR_DEBUG", "debug", 1);
-        if (p_terminal != nullptr) {
-            (void)setenv("TERM", p_terminal, 1);
-        } else {
-            (void)unsetenv("TERM");
+/// A terminal. It stays open for longer than programs have it: with the last of them the system may
+/// drop what was not read yet.
+class Terminal {
+public:
+    Terminal() {
+        if (openpty(&m_controller, &m_end, m_name, nullptr, nullptr) != 0) {
+            throw std::runtime_error("no terminal");
         }
-        (void)setenv("NO_COLOR", noColor.c_str(), 1);
+        (void)fcntl(m_controller, F_SETFD, FD_CLOEXEC);
+        (void)fcntl(m_end, F_SETFD, FD_CLOEXEC);
+    }
+    ~Terminal() {
+        (void)close(m_end);
+        (void)close(m_controller);
+    }
+
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    const char* name() const { return m_name; }
+    /// In a forked child: makes it the child's terminal, and all of its standard descriptors.
+    void use() const { (void)login_tty(m_end); }
+    /// What programs that have ended have written to it, without the returns.
+    std::string text() const {
+        constexpr char kLast = '\0';
+        (void)!write(m_end, &kLast, 1);
+        std::string text;
+        char next = kLast;
+        while (read(m_controller, &next, 1) == 1 && next != kLast) text += next;
+        text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+        return text;
+    }
+
+private:
+    int m_controller = -1;
+    int m_end = -1;
+    char m_name[64] = "";
+};
+
+void setOrUnset(const char* p_variable, const char* p_value) {
+    (void)(p_value != nullptr ? setenv(p_variable, p_value, 1) : unsetenv(p_variable));
+}
+
+// Runs the probe in that way, with a terminal as its standard error. Null leaves a variable unset.
+std::string onTerminal(const char* p_noColor, const char* p_way = "terminal",
+                       const char* p_terminal = "xterm", const std::string& argument = "") {
+    const Terminal terminal;
+    const pid_t child = fork();
+    if (child == 0) {
+        terminal.use();
+        (void)setenv("ZOR_DEBUG", "debug", 1);
+        setOrUnset("TERM", p_terminal);
+        setOrUnset("NO_COLOR", p_noColor);
         char program[] = ZOR_DEBUG_PROBE;
         std::string way = p_way;
-        char* const arguments[] = {program, way.data(), nullptr};
+        std::string more = argument;
+        char* const arguments[] = {program, way.data(), more.data(), nullptr};
         (void)execv(program, arguments);
         _exit(127);
     }
-    std::string text;
-    char piece[256];
-    for (ssize_t got = 0; (got = read(controller, piece, sizeof(piece))) > 0;) {
-        text.append(piece, static_cast<std::size_t>(got));
-    }
-    (void)close(controller);
     (void)waitpid(child, nullptr, 0);
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    return text;
+    return terminal.text();
 }
 
 TEST(OutputTest, TextIsWrittenAsItStands) {
@@ -574,6 +610,15 @@ TEST(OutputTest, WhatIsWrittenAfterTheLibrarysOwnDestructorIsNotLost) {
     EXPECT_EQ(result.errors, "kept back, last words");
 }
 
+TEST(OutputTest, WhatIsWrittenAfterTheLibrarysOwnDestructorHasItsPrefix) {
+    const ChildResult result = probe("write", {"line\n"})
+                                   .variable("PROBE_LAST_WORDS", "1")
+                                   .variable("ZOR_DEBUG_PREFIX", "level")
+                                   .run();
+
+    EXPECT_EQ(result.errors, "[-] line\n[-] last words");
+}
+
 TEST(OutputTest, WritingBeforeMainWorks) {
     const ChildResult result = probe("write", {"main\n"}).variable("PROBE_BEFORE_MAIN", "1").run();
 
@@ -697,6 +742,18 @@ TEST(OutputTest, ATornLineIsEndedBeforeTheNext) {
 
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(contentsOf(path), "12345678\nabc\n" + lost(2, ", for: File too large\n") + "after\n");
+}
+
+// The part that was written ends with a line.
+TEST(OutputTest, NoLineIsTornWhereTheDiskTakesTheFirstOfSeveral) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
+
+    const ChildResult result =
+        probe("limit-file-size-between-lines").variable("ZOR_DEBUG_FILE", path).run();
+
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(contentsOf(path), "12345678\nab\n" + lost(1, ", for: File too large\n") + "after\n");
 }
 
 TEST(OutputTest, LostLinesAreToldAtTheEndOfTheProcess) {
@@ -870,10 +927,27 @@ TEST(OutputTest, ACancelledThreadHoldsNobodyUp) {
     EXPECT_EQ(linesOf(result.errors).back(), "<after>");
 }
 
+constexpr const char* kLevelsInColours =
+    "\033[1mlevel 1\033[0m\n\033[31mlevel 1000\033[0m\n\033[33mlevel 3000\033[0m\n"
+    "\033[36mlevel 4000\033[0m\n\033[2mlevel 5000\033[0m\n";
+
 TEST(OutputTest, ATerminalGetsColoursByLevel) {
-    EXPECT_EQ(onTerminal(""),
-              "\033[1mlevel 1\033[0m\n\033[31mlevel 1000\033[0m\n\033[33mlevel 3000\033[0m\n"
-              "\033[36mlevel 4000\033[0m\n\033[2mlevel 5000\033[0m\n");
+    EXPECT_EQ(onTerminal(""), kLevelsInColours);
+    EXPECT_EQ(onTerminal(nullptr), kLevelsInColours);
+}
+
+TEST(OutputTest, ATerminalThatIsTheFileGetsColoursByLevel) {
+    const Terminal terminal;
+
+    const ChildResult result = probe("write-at-levels")
+                                   .variable("ZOR_DEBUG", "debug")
+                                   .variable("ZOR_DEBUG_FILE", terminal.name())
+                                   .variable("TERM", "xterm")
+                                   .variable("NO_COLOR", "")
+                                   .run();
+
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(terminal.text(), kLevelsInColours);
 }
 
 // Ten modules in one log: each has its own colour, which are all of the palette's.
@@ -905,6 +979,9 @@ TEST(OutputTest, ATerminalThatIsDumbGetsNoColoursAndOneWithoutANameDoes) {
 
 TEST(OutputTest, WhatIsWrittenToATerminalWhileTheProcessExitsIsNotLost) {
     EXPECT_EQ(onTerminal("1", "late-exit"), "main without endatexit\nstatic destructor\n");
+    // Kept back until then, and more than a terminal takes at once for sure.
+    const std::string line(1000, 'x');
+    EXPECT_EQ(onTerminal("1", "write", "xterm", line), line);
 }
 
 TEST(OutputTest, NoColorTurnsColoursOff) {

@@ -105,6 +105,17 @@ int limitFileSize(const Arguments& arguments) {
     return 0;
 }
 
+// It takes a line, and then the first of two that come at once.
+int limitFileSizeBetweenLines(const Arguments&) {
+    (void)signal(SIGXFSZ, SIG_IGN);
+    limitFileSize(12);
+    write("12345678\n");
+    write("ab\ncdef\n");
+    limitFileSize(RLIM_INFINITY);
+    write("after\n");
+    return 0;
+}
+
 // One thread begins a line, another writes a whole one, the first ends its line.
 int interleave(const Arguments&) {
     write("begun ");
@@ -341,6 +352,7 @@ const std::map<std::string, int (*)(const Arguments&)> kWays = {
     {"write-as-modules", writeAsModules},
     {"write-across", writeAcross},
     {"limit-file-size", limitFileSize},
+    {"limit-file-size-between-lines", limitFileSizeBetweenLines},
     {"terminal-modules", terminalModules},
     {"interleave", interleave},
     {"abandon", abandon},
