@@ -513,32 +513,33 @@ void EventHubImpl::onUnregistered() {
     if (isFromParent(m_process)) abandonThread();
     if (HandlerThread::isThisThreadOf(this)) {
         // Without m_teardownMtx: whoever holds it may be waiting for this thread.
-        endThread(false);
+        endThread(nullptr);
         return;
     }
     const MutexGuard teardown(m_teardownMtx);
-    if (!claimJoin()) {
+    const std::shared_ptr<std::thread> thread = claimJoin();
+    if (thread == nullptr) {
         BLOG(kLogInfo, "Didn't create thread, so need not destroy thread.\n");
         BLOG(kLogAlways, "Exit onUnregistered.\n");
         return;
     }
-    endThread(true);
+    endThread(thread.get());
 }
 
-void EventHubImpl::endThread(bool isJoined) {
+void EventHubImpl::endThread(std::thread* p_joined) {
     BLOG_AS("onUnregistered", kLogAlways, "Will destroy thread in EventHubImpl.\n");
     requestExit();
-    if (isJoined) joinThread();
+    if (p_joined != nullptr) join(p_joined);
     BLOG_AS("onUnregistered", kLogAlways, "Exit onUnregistered from EventHubImpl.\n");
 }
 
-// False where there is no thread.
-bool EventHubImpl::claimJoin() {
+// Null where there is no thread. m_thread stays set, so that ensureThread() starts no second one;
+// our copy keeps the std::thread alive if the hub is destroyed meanwhile.
+std::shared_ptr<std::thread> EventHubImpl::claimJoin() {
     const MutexGuard lock(m_threadMtx);
-    if (m_thread == nullptr) return false;
-    m_isJoining =
-        true;  // Before the thread is told to leave, lest a registration tells it to stay.
-    return true;
+    // Before the thread is told to leave, lest a registration tells it to stay.
+    if (m_thread != nullptr) m_isJoining = true;
+    return m_thread;
 }
 
 void EventHubImpl::requestExit() {
@@ -550,24 +551,17 @@ void EventHubImpl::requestExit() {
     if (std::exchange(m_isWaiting, false)) wakeThread();
 }
 
-void EventHubImpl::joinThread() {
-    std::shared_ptr<std::thread> thread;
-    {
-        const MutexGuard lock(m_threadMtx);
-        thread = m_thread;
-    }
-    // Without m_threadMtx, which a handler in hand takes to register another. m_thread stays set,
-    // so that ensureThread() starts no second thread; our copy keeps the std::thread alive if the
-    // hub is destroyed meanwhile.
+// Without m_threadMtx, which a handler in hand takes to register another.
+void EventHubImpl::join(std::thread* p_thread) {
     const activity::Waiting wait(record::Wait::Unregister, this);
-    joinOrDetach(*thread);
+    joinOrDetach(*p_thread);
     const MutexGuard lock(m_threadMtx);
     m_isJoining = false;
     m_thread.reset();
 }
 
 // The hub is destroyed in one of its own handlers. The thread ends when that returns, and touches
-// nothing but its stack until then. If another thread is in joinThread(), the thread must stay
+// nothing but its stack until then. If another thread is in join(), the thread must stay
 // joinable. That is so only when a handler has called exit() and the hub is static: the join then
 // never returns, so nothing of the destroyed hub is touched.
 void EventHubImpl::detachOwnThread() {

@@ -116,10 +116,10 @@ private:
     void handle(std::shared_ptr<BrowserEvent>&& event, HubActivity* p_activity);
     void handleRecorded(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
     static void run(const InnerHandler_t& found, std::shared_ptr<BrowserEvent>&& event);
-    void endThread(bool isJoined);
+    void endThread(std::thread* p_joined);
     void requestExit() TEVALON_EXCLUDES(m_queueMtx);
-    bool claimJoin() TEVALON_EXCLUDES(m_threadMtx);
-    void joinThread() TEVALON_EXCLUDES(m_threadMtx);
+    std::shared_ptr<std::thread> claimJoin() TEVALON_EXCLUDES(m_threadMtx);
+    void join(std::thread* p_thread) TEVALON_EXCLUDES(m_threadMtx);
     void detachOwnThread() TEVALON_EXCLUDES(m_threadMtx);
 
     // What only the handler thread touches once it runs; in a block of its own, against false

@@ -8,9 +8,16 @@ from suite import fixed_addresses, run
 
 PATIENCE_SECONDS = 10
 PATIENCE_FACTOR = 5
-# The builds that survivors are tried under, how much slower they are, and which kinds they are for.
-SANITIZERS = {"tsan": ("thread", 10, KINDS_OF_LOCKS), "asan": ("address,undefined", 4, None)}
 FILTER_LENGTH = 150
+
+
+def is_of_a_lock(entry):
+    return entry.kind in KINDS_OF_LOCKS or "isLocked()" in entry.original
+
+
+# The builds that survivors are tried under, how much slower they are, and which mutants they are for.
+SANITIZERS = {"tsan": ("thread", 10, is_of_a_lock),
+              "asan": ("address,undefined", 4, lambda entry: True)}
 
 
 class Trial:
@@ -31,8 +38,8 @@ class Trial:
             found = self.by_scenarios(sorted((test for test in tests if test not in ordinary),
                                              key=lambda test: test.seconds))
         for name, folder in self.sanitized.items():
-            _, factor, kinds = SANITIZERS[name]
-            if found is None and (kinds is None or self.entry.kind in kinds):
+            _, factor, is_for = SANITIZERS[name]
+            if found is None and is_for(self.entry):
                 there = [test for test in ordinary if test.program and
                          pathlib.Path(self.moved(test, folder, [])[0]).exists()]
                 found = self.by_tests(there, folder, fixed_addresses(), factor)

@@ -161,6 +161,19 @@ TEST_F(TimerThreadLifetimeTest, DestructionWaitsForTheTaskInHand) {
     EXPECT_TRUE(hasFinished);
 }
 
+TEST_F(TimerThreadLifetimeTest, MayBeDestroyedWhileItsTaskHasItStopAndGoOn) {
+    std::atomic<bool> hasPosted{false};  // Relaxed, so that it orders nothing else.
+    TimerThread thread;
+    thread.postTask(makeTask([&] {
+                        thread.stop();
+                        thread.postTask(makeTask([] {}), 0);
+                        hasPosted.store(true, std::memory_order_relaxed);
+                    }),
+                    0);
+
+    while (!hasPosted.load(std::memory_order_relaxed)) std::this_thread::yield();
+}
+
 TEST_F(TimerThreadLifetimeTest, StartMakesTheThreadBeforeAnyPost) {
     TimerThread thread;
     test::CountCalls created(Call::PthreadCreate);
