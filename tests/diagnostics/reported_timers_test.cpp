@@ -54,6 +54,22 @@ private:
     test::Event m_mayGo;
 };
 
+/// What the clocks show on all threads while it lives.
+class WholeSeconds {
+public:
+    void advance(time_t seconds) { m_now += seconds; }
+
+private:
+    std::atomic<time_t> m_now{1'000'000'000};
+    const test::ReplaceCall<int(clockid_t, timespec*)> m_replacement{
+        test::Call::ClockGettime,
+        [this](clockid_t, timespec* p_time) {
+            *p_time = {m_now.load(), 0};
+            return 0;
+        },
+        test::When().anyThread().everyTime()};
+};
+
 std::string reportOfWaits() {
     std::string report = stateReport();
     while (listOf(report, "waits").empty()) report = stateReport();
@@ -141,20 +157,13 @@ TEST_F(ReportedTimersTest, SeveralRunsThatGoOn) {
 }
 
 TEST_F(ReportedTimersTest, HowLongARunGoesOn) {
-    std::atomic<time_t> now{1'000'000'000};
-    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
-        test::Call::ClockGettime,
-        [&](clockid_t, timespec* p_time) {
-            *p_time = {now.load(), 0};
-            return 0;
-        },
-        test::When().anyThread().everyTime());
+    WholeSeconds clock;
     Busy busy;
     Timer timer(
         "blink", {0, 0, 0}, [&](Timer*, void*) { busy(); }, nullptr, ONCE);
     ASSERT_EQ(timer.start(), 0);
     busy.waitUntilThere();
-    now += 5;
+    clock.advance(5);
 
     expectEntry(stateReport(), "timer runs", "'blink': " + kThread + ", for 5.000 s");
     busy.letGo();
@@ -461,14 +470,7 @@ TEST_F(ReportedTimersTest, ATaskInHandAndThoseThatAreQueued) {
 }
 
 TEST_F(ReportedTimersTest, OfAThreadThatHasTakenTheNextTaskMeanwhileNoTimeIsTold) {
-    std::atomic<time_t> now{1'000'000'000};
-    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
-        test::Call::ClockGettime,
-        [&](clockid_t, timespec* p_time) {
-            *p_time = {now.load(), 0};
-            return 0;
-        },
-        test::When().anyThread().everyTime());
+    WholeSeconds clock;
     const struct {
         std::int32_t nextId;
         bool isSameTask;
@@ -485,7 +487,7 @@ TEST_F(ReportedTimersTest, OfAThreadThatHasTakenTheNextTaskMeanwhileNoTimeIsTold
         thread.postTask(task, 0);
         first.waitUntilThere();
         const test::RunAtCall between(test::Call::ClockNanosleep, [&] {
-            now += difference.laterBy;
+            clock.advance(difference.laterBy);
             next->setTaskId(difference.nextId);
             thread.postTask(next, 0);
             first.letGo();
@@ -675,22 +677,15 @@ TEST_F(ReportedTimersTest, TheFirstOfAllWatchesAndTheLast) {
 }
 
 TEST_F(ReportedTimersTest, AWatchThatWasReportedIsOverdueSinceItsBeginning) {
-    std::atomic<time_t> now{1'000'000'000};
-    const test::ReplaceCall<int(clockid_t, timespec*)> clock(
-        test::Call::ClockGettime,
-        [&](clockid_t, timespec* p_time) {
-            *p_time = {now.load(), 0};
-            return 0;
-        },
-        test::When().anyThread().everyTime());
+    WholeSeconds clock;
     WatchDog dog;
     dog.setTimeoutCallback([](void*, WatchDog::WATCH_ID, double) {}, nullptr);
     dog.beginWatch(WatchDog::eWatchID_StartUp, 2);
     while (listOf(stateReport(), "watches").empty()) {
     }
-    now += 3;
+    clock.advance(3);
     (void)dog.checkTimers();
-    now += 1;
+    clock.advance(1);
 
     expectEntry(stateReport(), "watches", "1 'eWatchID_StartUp': overdue by 2.000 s of 2.000 s");
 }

@@ -479,12 +479,14 @@ TEST(WatchDogThreadTest, TheThreadEndsAfterItsSleepOnceStopped) {
     EXPECT_EQ(sleeps.seen(), 1);
 }
 
-TEST(WatchDogThreadTest, AnInterruptedSleepIsGoneOnWith) {
+/// How often a watch thread has read the clock before it sleeps again, where its first sleep has
+/// failed.
+long readsUntilSecondSleep(int error) {
     LogCapture log(kLogError);
     std::atomic<long> readsBySecondSleep{0};
     test::Event secondSleep;
     test::CountCalls reads(test::Call::ClockGettime, test::When().anyThread());
-    test::FailCall interruption(test::Call::Nanosleep, EINTR, test::When().anyThread());
+    test::FailCall failure(test::Call::Nanosleep, error, test::When().anyThread());
     test::RunAtCall second(
         test::Call::Nanosleep,
         [&] {
@@ -492,31 +494,17 @@ TEST(WatchDogThreadTest, AnInterruptedSleepIsGoneOnWith) {
             secondSleep.set();
         },
         test::When().anyThread().nth(2));
-    {
-        WatchDog dog;
-        ASSERT_TRUE(secondSleep.wait());
-    }
-    EXPECT_EQ(readsBySecondSleep, 54);  // One check, of each watch, before the sleep and its rest.
+    WatchDog dog;
+    EXPECT_TRUE(secondSleep.wait());
+    return readsBySecondSleep;
+}
+
+TEST(WatchDogThreadTest, AnInterruptedSleepIsGoneOnWith) {
+    EXPECT_EQ(readsUntilSecondSleep(EINTR), 54);  // One check, of each watch.
 }
 
 TEST(WatchDogThreadTest, ASleepThatFailsOtherwiseIsNotTriedAgainBeforeTheNextCheck) {
-    LogCapture log(kLogError);
-    std::atomic<long> readsBySecondSleep{0};
-    test::Event secondSleep;
-    test::CountCalls reads(test::Call::ClockGettime, test::When().anyThread());
-    test::FailCall failure(test::Call::Nanosleep, EINVAL, test::When().anyThread());
-    test::RunAtCall second(
-        test::Call::Nanosleep,
-        [&] {
-            readsBySecondSleep = reads.seen();
-            secondSleep.set();
-        },
-        test::When().anyThread().nth(2));
-    {
-        WatchDog dog;
-        ASSERT_TRUE(secondSleep.wait());
-    }
-    EXPECT_EQ(readsBySecondSleep, 108);  // Two checks, of each watch.
+    EXPECT_EQ(readsUntilSecondSleep(EINVAL), 108);  // Two checks, of each watch.
 }
 
 TEST(WatchDogThreadTest, AnInterruptedSleepGoesOnForWhatIsLeftOfItsTime) {
