@@ -394,7 +394,7 @@ class Timeline:
         """The thread that would have to reply; None where it waits for no reply."""
         if not thread.stack or thread.stack[-1].category != REPLY_WAIT:
             return None
-        life = self._lives[thread.stack[-1].key]
+        life = self._lives[thread.stack[-1].key]  # Noted when the wait began.
         if life.handling is not None:
             return life.handling
         return None if life.is_handled else self._handler_threads.get(life.target)
