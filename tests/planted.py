@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """Shows that tests find mistakes: plants each of a suite's in a copy of the tree.
 
-    planted.py ROOT FOLDER faults|ends|fuzz [NAME...]
+    planted.py ROOT FOLDER faults|ends|fuzz|soak [NAME...]
 
 Builds the copy in FOLDER with each patch in turn, and fails unless each is found: one of faults by
 faults.py, one of ends by the test that its first line names, one of fuzz by the target that its first
-line names, from the corpus in the tree and within a minute, or by readers.py.
+line names, from the corpus in the tree and within a minute, or by readers.py; one of soak by the step
+that its first line names, within a minute.
 """
 
 import os
@@ -14,6 +15,9 @@ import shutil
 import subprocess
 import sys
 import time
+
+# Of the half hour that a step of ./run soak takes.
+HOURS_OF_A_MINUTE = 4 / 30
 
 
 def run(*command, **options):
@@ -83,21 +87,46 @@ def find_by_test(_tree, build, patch):
     with open(patch, encoding="utf-8") as file:
         test = re.match(r"Found by (\w+\.\w+)", file.read())[1]
     must("cmake", "--build", build, "--target", "forked_child_test", "fork_at_locks_test",
-         "cancellation", "static_module_test")
+         "cancellation", "static_module_test", "exhaustion_test", "interruption_test")
     result = run("ctest", "--test-dir", build, "-R", f"^{re.escape(test)}$", "--timeout", "100")
     if "No tests were found" in result.stdout:
         sys.exit(f"planted: no test {test}")
     return test if result.returncode != 0 else None
 
 
+def find_by_soak(tree, build, patch):
+    """What the step says, or None."""
+    with open(patch, encoding="utf-8") as file:
+        step = re.match(r"Found by the step ([\w-]+)\.", file.read())[1]
+    program, _, preset = step.partition("-")
+    must("cmake", "--build", build, "--target", "endurance")
+    if program == "stress":
+        build = configured(tree, preset)
+        must("cmake", "--build", build, "--target", "stress")
+    result = run(sys.executable, "-B", os.path.join(tree, "tests/soak/soak.py"), f"--only={step}",
+                 f"--hours={HOURS_OF_A_MINUTE}", os.path.dirname(build))
+    if f"soak: {step} failed" not in result.stdout:
+        return None
+    told = re.search(r"^(endurance|stress): .*|^SUMMARY: .*|.* WRONG$", result.stdout, re.M)
+    said = " ".join(told[0].split()) if told else "died"
+    return f"{step}: {said}"
+
+
+def configured(tree, preset):
+    build = os.path.join(tree, "build", preset)
+    if not os.path.exists(os.path.join(build, "build.ninja")):
+        must("cmake", "--preset", preset, cwd=tree)
+    return build
+
+
 def main():
     root, folder, suite, *wanted = sys.argv[1:]
-    find = {"faults": find_by_faults, "ends": find_by_test, "fuzz": find_by_fuzzing}[suite]
+    find = {"faults": find_by_faults, "ends": find_by_test, "fuzz": find_by_fuzzing,
+            "soak": find_by_soak}[suite]
     preset = "fuzz" if suite == "fuzz" else "dev"
     patches = os.path.join(root, "fuzz" if suite == "fuzz" else f"tests/{suite}", "planted")
     names = sorted(name[:-6] for name in os.listdir(patches) if name.endswith(".patch"))
     tree = os.path.join(folder, "tree")
-    build = os.path.join(tree, "build", preset)
     missed = []
     for name in names:
         if wanted and name not in wanted:
@@ -105,8 +134,7 @@ def main():
         patch = os.path.join(patches, name + ".patch")
         copy_tree(root, tree)
         must("patch", "-p1", "--batch", "--input", patch, cwd=tree)
-        if not os.path.exists(os.path.join(build, "build.ninja")):
-            must("cmake", "--preset", preset, cwd=tree)
+        build = configured(tree, preset)
         begin = time.monotonic()
         found = find(tree, build, patch)
         if found is None:

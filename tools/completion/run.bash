@@ -73,10 +73,10 @@ _tevalon_run() {
             _tevalon_offer "--seconds= --long --merge --planted readers $(find "$root/fuzz" -maxdepth 1 \
                 -name '*.cpp' -exec basename -s .cpp {} +)"
             ;;
-        soak) _tevalon_offer --hours= --only= ;;
-        mutants) _tevalon_offer --count= --seed= --group=locks --group=rest ;;
+        soak) _tevalon_offer --hours= --only= --planted ;;
+        mutants) _tevalon_offer --count= --seed= --group=locks --group=rest --quick --note ;;
         ends) _tevalon_offer --planted ;;
-        bench) _tevalon_offer --quick ;;
+        bench | package) _tevalon_offer --quick ;;
         fresh) _tevalon_offer demo 'test' docs explore ;;
         test | armhf) _tevalon_offer -R -E -L -N -V -j --rerun-failed --repeat until-fail: ;;
     esac
