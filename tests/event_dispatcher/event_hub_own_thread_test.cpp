@@ -34,6 +34,25 @@ Event makeEvent(std::int32_t type) {
 
 class EventHubOwnThreadTest : public testing::Test {
 protected:
+    /// Has the hub's thread end in a handler, with an event behind that which the inbox is to take.
+    void loseThreadBefore(EventHub& hub, std::int32_t type) {
+        hub.registerHandler(kLeave, [&](const Event&) {
+            m_done.set();
+            pthread_exit(nullptr);
+        });
+        hub.registerHandler(type, m_inbox.handler());
+        hub.receiveEvent(makeEvent(kLeave));
+        ASSERT_TRUE(m_done.wait());
+        hub.receiveEvent(makeEvent(type));
+    }
+
+    /// Whether the thread has gone already shows in nothing but that a new one handles the event.
+    void registerUntilOneIsTaken(EventHub& hub) {
+        for (std::int32_t type = 100; m_inbox.events().empty() && type < 100000; ++type) {
+            (void)hub.registerHandler(type, [](const Event&) {});
+        }
+    }
+
     LogCapture m_log{kLogInfo};
     test::Event m_done;
     Inbox m_inbox;
@@ -388,20 +407,20 @@ TEST_F(EventHubOwnThreadTest, AHandlerMayUnregisterAHubThatIsBeingTornDown) {
 
 TEST_F(EventHubOwnThreadTest, PthreadExitLeavesTheHubWithoutAThreadUntilTheNextRegistration) {
     EventHub hub(kModule);
-    test::Event entered;
-    hub.registerHandler(kLeave, [&](const Event&) {
-        entered.set();
-        pthread_exit(nullptr);
-    });
-    hub.registerHandler(kLater, m_inbox.handler());
-    hub.receiveEvent(makeEvent(kLeave));
-    ASSERT_TRUE(entered.wait());
-    hub.receiveEvent(makeEvent(kLater));
+    loseThreadBefore(hub, kLater);
 
-    // Whether the thread has gone already shows in nothing but that it handles the event.
-    for (std::int32_t type = 100; m_inbox.events().empty() && type < 100000; ++type) {
-        (void)hub.registerHandler(type, [](const Event&) {});
-    }
+    registerUntilOneIsTaken(hub);
+
+    EXPECT_TRUE(m_inbox.waitFor(1));
+}
+
+// What had no thread to wait for is over: a registration does not take it for one that goes on.
+TEST_F(EventHubOwnThreadTest, ATeardownWithoutAThreadKeepsNoneFromStartingLater) {
+    EventHub hub(kModule);
+    hub.onHubUnregistered();
+    loseThreadBefore(hub, kLater);
+
+    registerUntilOneIsTaken(hub);
 
     EXPECT_TRUE(m_inbox.waitFor(1));
 }

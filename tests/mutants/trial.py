@@ -18,6 +18,8 @@ def is_of_a_lock(entry):
 # The builds that survivors are tried under, how much slower they are, and which mutants they are for.
 SANITIZERS = {"tsan": ("thread", 10, is_of_a_lock),
               "asan": ("address,undefined", 4, lambda entry: True)}
+# Lest a race be taken for the mistake of the test that runs last.
+AT_FIRST_REPORT = ["env", "TSAN_OPTIONS=halt_on_error=1"]
 
 
 class Trial:
@@ -42,7 +44,8 @@ class Trial:
             if found is None and is_for(self.entry):
                 there = [test for test in ordinary if test.program and
                          pathlib.Path(self.moved(test, folder, [])[0]).exists()]
-                found = self.by_tests(there, folder, fixed_addresses(), factor)
+                found = self.by_tests(there, folder, [*fixed_addresses(), *AT_FIRST_REPORT],
+                                      factor)
                 found = found and f"{found} ({name})"
         return found
 
