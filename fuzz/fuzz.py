@@ -8,7 +8,8 @@ BUILD/fuzz/corpora/ with the logs beside it. An input that a target does not sta
 BUILD/fuzz/found/.
 
 --seconds=N  for so long each; 60 if nothing is said.
---long       until twenty minutes bring no new coverage, or 10^8 executions, whichever is first.
+--long       until twenty minutes bring no new coverage, or 10^8 executions, whichever is first; goes on
+             where it was broken off, with the targets that were not finished.
 --merge      writes to fuzz/corpus/ what covers as much as all that was found, in as few and short
              inputs as the fuzzer can.
 """
@@ -26,6 +27,10 @@ import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "tests"))
+
+from kept import Kept, digest  # noqa: E402
+
 CORPUS = ROOT / "fuzz/corpus"
 LONGEST_INPUT = 4096
 MOST_MEMORY_MB = 1024
@@ -62,6 +67,11 @@ class Run:
         self.executions = self.coverage = 0
         self.why = f"{limits.seconds} s"
         self.result = None
+
+    def key(self):
+        """By which programs it is run: with others it begins anew."""
+        libraries = "libtevalon-base.so", "platform/zor_debug/libzor-debug.so"
+        return digest(self.command()[0], *(self.folder.parent / name for name in libraries))
 
     def command(self, *options):
         return [self.folder / f"fuzz_{self.target}", f"-max_len={LONGEST_INPUT}",
@@ -178,8 +188,15 @@ def main():
     for target in arguments.targets:
         if target not in known:
             sys.exit(f"fuzz: no target {target}; there are {' '.join(known)}")
-    runs = [Run(target, arguments.build.resolve(), Limits(arguments))
-            for target in arguments.targets or known]
+    build = arguments.build.resolve()
+    kept = Kept(build / "fuzz/long.json" if arguments.long else None)
+    runs = []
+    for run in (Run(target, build, Limits(arguments)) for target in arguments.targets or known):
+        said = kept.said(run.target, run.key())
+        if said is None:
+            runs.append(run)
+        else:
+            print(f"{said}  (before)", flush=True)
     if arguments.merge:
         for run in runs:
             merge(run)
@@ -189,7 +206,9 @@ def main():
         for future in concurrent.futures.as_completed([pool.submit(run.run) for run in runs]):
             run = future.result()
             print(run, flush=True)
-            if not run.is_good():
+            if run.is_good():
+                kept.add(run.target, run.key(), str(run))
+            else:
                 run.complain()
                 failed.append(run.target)
     if failed:

@@ -21,13 +21,16 @@ programs; a run that is broken off goes on from there. Status 1 at the first ste
 
 import argparse
 import contextlib
-import hashlib
 import json
 import os
 import pathlib
 import subprocess
 import sys
 import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
+
+from kept import Kept, digest  # noqa: E402
 
 FULL_HOURS = 4
 SUITES = 30
@@ -49,34 +52,6 @@ STEPS = {
 }
 LEAST_SECONDS = 2
 LAST_LINES = 40
-
-
-def digest(*paths):
-    total = hashlib.sha256()
-    for path in paths:
-        total.update(path.read_bytes())
-    return total.hexdigest()[:16]
-
-
-class State:
-    """What was done, and by which programs."""
-
-    def __init__(self, path):
-        self.path = path
-        self.done = {}
-        if path and path.exists():
-            self.done = json.loads(path.read_text(encoding="utf-8"))
-
-    def add(self, name, key, text):
-        self.done[name] = {"key": key, "said": text}
-        if self.path:
-            unfinished = self.path.with_suffix(".new")
-            unfinished.write_text(json.dumps(self.done, indent=1), encoding="utf-8")
-            os.replace(unfinished, self.path)
-
-    def said(self, name, key):
-        entry = self.done.get(name)
-        return entry["said"] if entry and entry["key"] == key else None
 
 
 @contextlib.contextmanager
@@ -151,7 +126,7 @@ def main():
         names = [name for name in names if name == arguments.only]
         if not names:
             sys.exit(f"soak: no step {arguments.only}")
-    state = State(arguments.state)
+    state = Kept(arguments.state)
     for name in names:
         key = key_of(name, arguments.builds, arguments.hours)
         said = state.said(name, key)
