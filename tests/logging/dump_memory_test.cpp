@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <numeric>
@@ -252,6 +253,15 @@ TEST(DumpMemoryIdTest, AClockThatCannotBeReadStillDumps) {
     EXPECT_EQ(texts[1].substr(0, 8), "DUMPMEM(");
     EXPECT_EQ(texts[1].substr(16), "d):, title");
     EXPECT_EQ(texts[4], texts[1].substr(0, 16) + "d):, 00 ");
+}
+
+TEST(DumpMemoryWithoutClockTest, HasTheNumberZero) {
+    const LogCapture log;
+    const test::FailCall noClock(Call::ClockGettime, EINVAL);
+
+    dump_memory("title", nullptr, 0);
+
+    EXPECT_EQ(log.entries().at(1).text, "DUMPMEM(00000000d):, title");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "record/writer.h"
 
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -24,6 +25,7 @@
 #include "record/wait_scope.h"
 #include "support/event.h"
 #include "support/fault_injection.h"
+#include "support/fresh_process.h"
 #include "support/threads.h"
 
 namespace {
@@ -170,6 +172,17 @@ TEST(WriterTest, AThreadsBlocksAreCountedAnewInEachRecording) {
             EXPECT_EQ(head.threadBlock, block);
         }
     }
+}
+
+TEST(WriterTest, TheFirstBlockIsNumberOneOfItsThread) {
+    const OwnRecording recording(4);
+
+    record::mark("m", 0);
+
+    record::BlockHead head = {};
+    std::memcpy(&head, recording.blocks(), sizeof(head));
+    EXPECT_EQ(head.sequence, 1U);
+    EXPECT_EQ(head.kernelId, static_cast<std::uint32_t>(syscall(SYS_gettid)));
 }
 
 TEST(WriterTest, AThreadsLastNameIsKept) {
@@ -433,6 +446,46 @@ TEST(WriterTest, IsNotClosedWhileAThreadStandsStillInARecord) {
     EXPECT_EQ(test::sentences(first.read()), std::vector<std::string>{"mark 'stuck' 0"});
 }
 
+// In the destructor of a key that is later than the recorder's own.
+TEST(WriterTest, AThreadThatNeverHadABlockMayRecordAtItsEnd) {
+    OwnRecording recording(1);
+    StuckWriter stuck(recording.blocks());
+    pthread_key_t key = 0;
+    ASSERT_EQ(pthread_key_create(&key, [](void*) { record::mark("at the end", 0); }), 0);
+
+    std::thread([&] {
+        record::mark("lost", 0);
+        (void)pthread_setspecific(key, &key);
+    }).join();
+    stuck.release();
+
+    const test::trace::Recording read = recording.read();
+    EXPECT_GE(read.head.recordsLost, 2U);  // And a sample of the memory, at times.
+    EXPECT_EQ(test::sentences(read), std::vector<std::string>{"mark 'stuck' 0"});
+    (void)pthread_key_delete(key);
+}
+
+TEST(WriterTest, WithoutAKeyOfItsOwnItLeavesThoseOfOthersAlone) {
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        std::vector<pthread_key_t> keys;
+        for (pthread_key_t key = 0; pthread_key_create(&key, nullptr) == 0;) keys.push_back(key);
+        const auto values = [] {
+            std::vector<void*> found;
+            for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
+                found.push_back(pthread_getspecific(key));
+            }
+            return found;
+        };
+        OwnRecording recording(4);
+        const std::vector<void*> before = values();
+
+        record::mark("m", 0);
+
+        EXPECT_EQ(values(), before);
+        EXPECT_EQ(test::sentences(recording.read()), std::vector<std::string>{"mark 'm' 0"});
+    });
+}
+
 /// One block over several pages, with the marks 0 to 9 of a thread that has ended: the next thread
 /// has to reuse it.
 class ReusedBlockTest : public testing::Test {
@@ -560,6 +613,17 @@ void waitForMutex(tevalon::base::AnnotatedMutex* p_mutex, std::uint64_t ns, bool
         const tevalon::base::MutexGuard guard(*p_mutex, isRecording);
         EXPECT_EQ(wait.hits(), 1);
     }
+}
+
+TEST(WaitScopeTest, ALockThatIsFreeAsksNoClock) {
+    const OwnRecording recording(8);
+    std::mutex mutex;
+    const test::CountCalls readings(test::Call::ClockGettime);
+
+    record::lockRecorded(mutex, &mutex);
+
+    EXPECT_EQ(readings.seen(), 0);
+    mutex.unlock();
 }
 
 TEST(WaitScopeTest, OfAMutexItIsRecordedWhereTheCallerSaysSo) {
