@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <string>
 #include <thread>
@@ -198,6 +199,25 @@ TEST_F(RecorderTest, TellsWhatCannotBeWritten) {
     EXPECT_EQ(errno, EBADF);
     (void)close(full);
     EXPECT_EQ(writeState(-1), Status::WriteFailed);
+}
+
+TEST_F(RecorderTest, GivesTheLastRecordingsMemoryBackAsTheNextOneStarts) {
+    constexpr std::size_t kBytes = 16 * kKiB * kKiB;
+    const auto mapped = [] {
+        std::size_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    };
+    const auto record = [] {
+        ASSERT_EQ(startRecording(optionsOf(kBytes)), Status::Ok);
+        ASSERT_EQ(stopRecording(), Status::Ok);
+    };
+    record();
+    const std::size_t before = mapped();
+
+    for (int i = 0; i < 4; ++i) record();
+
+    EXPECT_LT(mapped(), before + kBytes);
 }
 
 TEST_F(RecorderTest, IsWrittenBySignalHandlersThatInterruptARecord) {

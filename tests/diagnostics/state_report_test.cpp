@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -9,10 +12,14 @@
 
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/logging/boot_id.h"
+#include "base/simple_timer.h"
 #include "base/utils/monotonic_time.h"
 #include "recordings.h"
 #include "state_reports.h"
@@ -22,6 +29,8 @@ namespace {
 
 using namespace tevalon::base::diagnostics;
 using test::stateReport;
+using tevalon::base::simple_timer::TimeoutTime;
+using tevalon::base::simple_timer::Timer;
 
 std::string headPattern() {
     return "process " + std::to_string(getpid()) + " '" + program_invocation_short_name +
@@ -182,5 +191,48 @@ TEST(StateReportTest, SaysThatMemoryRanOut) {
     });
 }
 #endif
+
+// It interrupts the writer once the pipe is full, with part of the report in it.
+TEST(StateReportTest, AWriteThatASignalCutsShortGoesOnWhereItEnded) {
+    constexpr int kTimers = 400;
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int i = 0; i < kTimers; ++i) {
+        timers.push_back(std::make_unique<Timer>(("number " + std::to_string(i)).c_str(),
+                                                 TimeoutTime{3600, 0, 0}, [](Timer*, void*) {},
+                                                 nullptr, tevalon::base::simple_timer::ONCE));
+        ASSERT_EQ(timers.back()->start(), 0);
+    }
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int room = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    ASSERT_GT(room, 0);
+    struct sigaction before = {};
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR2, &action, &before), 0);
+    std::thread writer([&] {
+        StateOptions options;
+        options.isWhole = true;
+        EXPECT_EQ(writeState(ends[1], options), Status::Ok);
+        (void)close(ends[1]);
+    });
+
+    for (int waiting = 0; waiting < room; std::this_thread::yield()) {
+        ASSERT_EQ(ioctl(ends[0], FIONREAD, &waiting), 0);
+    }
+    ASSERT_EQ(pthread_kill(writer.native_handle(), SIGUSR2), 0);
+    std::string report;
+    char piece[4096];
+    for (ssize_t count = 0; (count = read(ends[0], piece, sizeof(piece))) > 0;) {
+        report.append(piece, static_cast<std::size_t>(count));
+    }
+
+    writer.join();
+    (void)close(ends[0]);
+    (void)sigaction(SIGUSR2, &before, nullptr);
+    for (int i = 0; i < kTimers; ++i) {
+        EXPECT_NE(report.find("'number " + std::to_string(i) + "'"), std::string::npos) << i;
+    }
+}
 
 }  // namespace

@@ -146,6 +146,18 @@ TEST(BlockCacheTest, TheBoundIsForAllSizesTogether) {
     emptyDepot(kOtherSize);
 }
 
+TEST(BlockCacheTest, TheLargestSizeIsKept) {
+    constexpr std::size_t kLargest = BlockCache::kMostWords * sizeof(void*);
+    emptyDepot(kLargest);
+    onNewThread([] {
+        const long allocations = allocationsDuring([] {
+            for (int i = 0; i < 10; ++i) BlockCache::free(BlockCache::allocate(kLargest), kLargest);
+        });
+
+        EXPECT_EQ(allocations, 1);
+    });
+}
+
 // What is no multiple of a word, too small for two links, or too large, is left to the global
 // operators: each is a call of them.
 TEST(BlockCacheTest, OtherSizesAreNotKept) {
@@ -272,6 +284,30 @@ TEST(BlockCacheTest, NeverHandsOutABlockTwice) {
 
     EXPECT_EQ(damaged, 0);
     emptyDepot();
+}
+
+// Who finds the depot busy frees what it has no room for.
+TEST(BlockCacheTest, ThreadsThatMeetAtTheDepotLoseNothing) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 5'000;
+    constexpr std::size_t kAllocatorsOwn = std::size_t{256} * 1024;
+    const auto hammer = [] {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([] {
+                for (int round = 0; round < kRounds; ++round)
+                    free(allocate(3 * BlockCache::kBatch));
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        emptyDepot();
+    };
+    hammer();  // Arenas and the like are there from then on.
+    const std::size_t before = mallinfo2().uordblks;
+
+    hammer();
+
+    EXPECT_LT(mallinfo2().uordblks, before + kAllocatorsOwn);
 }
 
 /// A module with a cache of its own, while it is loaded.

@@ -213,6 +213,44 @@ TEST(ExhaustionTest, WithoutAddressSpaceEachServiceSaysSoAndWorksOnceThereIsSome
     });
 }
 
+TEST(ExhaustionTest, AStateReportWithoutAddressSpaceForAllSaysSo) {
+#ifdef TEVALON_TEST_SANITIZED
+    GTEST_SKIP() << "the sanitizer needs more than any limit allows";
+#endif
+#ifdef TEVALON_TEST_EMULATED
+    GTEST_SKIP() << "the emulator's own address space is meant";
+#endif
+    EXPECT_HOLDS_IN_FRESH_PROCESS([] {
+        const test::ScratchFolder folder;
+        std::vector<std::unique_ptr<simple_timer::Timer>> timers;
+        for (int i = 0; i < 1000; ++i) {
+            timers.push_back(std::make_unique<simple_timer::Timer>(
+                "one of many", simple_timer::TimeoutTime{3600, 0, 0},
+                [](simple_timer::Timer*, void*) {}, nullptr, simple_timer::ONCE));
+            (void)timers.back()->start();
+        }
+        diagnostics::StateOptions options;
+        options.isWhole = true;
+        const std::string path = folder.path("state");
+        const rlim_t page = static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+        int said = 0;
+        auto status = diagnostics::Status::NoMemory;
+        for (rlim_t spare = 0; status == diagnostics::Status::NoMemory; spare += page) {
+            const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+            {
+                const Limit little(RLIMIT_AS, addressSpaceInUse() + spare);
+                status = diagnostics::writeState(file, options);
+            }
+            (void)close(file);
+            const bool isSaid = contentsOf(path).find("memory ran out") != std::string::npos;
+            EXPECT_FALSE(isSaid && status == diagnostics::Status::Ok);
+            said += isSaid;
+        }
+        EXPECT_EQ(status, diagnostics::Status::Ok);
+        EXPECT_GT(said, 0);
+    });
+}
+
 TEST(ExhaustionTest, WithoutDiskARecordingIsRefusedAndLostOutputIsTold) {
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         const test::ScratchFolder folder;

@@ -63,6 +63,17 @@ TEST(RecordTest, HalfWordsWithoutAMeaningAreZero) {
     for (const auto& each : test::withoutMemory(recording.read())) EXPECT_EQ(each.word(2), 7U);
 }
 
+TEST(RecordTest, BesideAModuleStandsNothing) {
+    test::OwnRecording recording(50);
+
+    record::hubRegistered(at(0x10), 7);
+    record::hubUnregistered(at(0x10), 7);
+    record::hubThreadStarted(at(0x10), 7);
+    record::hubThreadEnded(at(0x10), 7);
+
+    for (const auto& each : test::withoutMemory(recording.read())) EXPECT_EQ(each.word(1), 7U);
+}
+
 TEST(RecordTest, TasksTimersAndWatchesAreReadAsTheyWereWritten) {
     test::OwnRecording recording(50);
 
