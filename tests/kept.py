@@ -18,10 +18,14 @@ class Kept:
     def __init__(self, path):
         self.path = path
         self.done = {}
-        if path and path.exists():
-            self.done = json.loads(path.read_text(encoding="utf-8"))
+        self.read()
+
+    def read(self):
+        if self.path and self.path.exists():
+            self.done.update(json.loads(self.path.read_text(encoding="utf-8")))
 
     def add(self, name, key, text):
+        self.read()  # Another run may have added to it meanwhile.
         self.done[name] = {"key": key, "said": text}
         if self.path:
             unfinished = self.path.with_suffix(".new")
