@@ -61,6 +61,17 @@ rlim_t addressSpaceInUse() {
     return static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
+/// Null where one can be set.
+const char* whyNoLimitOfAddressSpace() {
+#if defined(TEVALON_TEST_SANITIZED)
+    return "the sanitizer needs more than any limit allows";
+#elif defined(TEVALON_TEST_EMULATED)
+    return "the emulator's own address space is meant";
+#else
+    return nullptr;
+#endif
+}
+
 // The limit does not count for the superuser.
 void becomeNobody() {
     constexpr uid_t kNobody = 65534;
@@ -185,12 +196,7 @@ TEST(ExhaustionTest, WithoutDescriptorsEachServiceSaysSoAndWorksOnceThereAreSome
 }
 
 TEST(ExhaustionTest, WithoutAddressSpaceEachServiceSaysSoAndWorksOnceThereIsSome) {
-#ifdef TEVALON_TEST_SANITIZED
-    GTEST_SKIP() << "the sanitizer needs more than any limit allows";
-#endif
-#ifdef TEVALON_TEST_EMULATED
-    GTEST_SKIP() << "the emulator's own address space is meant";
-#endif
+    if (const char* const p_reason = whyNoLimitOfAddressSpace()) GTEST_SKIP() << p_reason;
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         const LogCapture log(kLogError);
         event_dispatcher::EventHub hub(3);
@@ -214,12 +220,7 @@ TEST(ExhaustionTest, WithoutAddressSpaceEachServiceSaysSoAndWorksOnceThereIsSome
 }
 
 TEST(ExhaustionTest, AStateReportWithoutAddressSpaceForAllSaysSo) {
-#ifdef TEVALON_TEST_SANITIZED
-    GTEST_SKIP() << "the sanitizer needs more than any limit allows";
-#endif
-#ifdef TEVALON_TEST_EMULATED
-    GTEST_SKIP() << "the emulator's own address space is meant";
-#endif
+    if (const char* const p_reason = whyNoLimitOfAddressSpace()) GTEST_SKIP() << p_reason;
     EXPECT_HOLDS_IN_FRESH_PROCESS([] {
         const test::ScratchFolder folder;
         std::vector<std::unique_ptr<simple_timer::Timer>> timers;
