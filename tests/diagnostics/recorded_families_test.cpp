@@ -248,17 +248,22 @@ TEST_F(RecordedFamiliesTest, AWaitInsideAnUnregister) {
     EventHub sender(kSender);
     EventHub receiver(kReceiver);
     test::Event isThere;
+    test::Event isJoined;
     std::atomic<int> handlerThread{0};
     receiver.registerHandler(kType, [&](const SharedEvent&) {
         handlerThread = tevalon::base::currentThread();
         isThere.set();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        (void)isJoined.wait();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));  // Longer than what is short.
     });
     evtdispch_register_hub(&receiver);
     sender.sendEvent(sender.createEvent(kType), kReceiver);
     ASSERT_TRUE(isThere.wait());
 
-    evtdispch_unregister_hub(&receiver);
+    {
+        const test::RunAtCall atJoin(test::Call::PthreadJoin, [&] { isJoined.set(); });
+        evtdispch_unregister_hub(&receiver);
+    }
 
     EXPECT_EQ(waits("inside an unregister of", " for thread " + std::to_string(handlerThread)), 1);
 }
