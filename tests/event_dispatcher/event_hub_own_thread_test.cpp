@@ -112,12 +112,15 @@ TEST_F(EventHubOwnThreadTest, AHandlerMayDestroyItsHubAfterATeardownFromOutside)
     auto* const p_hub = new EventHub(kModule);
     p_hub->registerHandler(kLater, [](const Event&) {});
     p_hub->onHubUnregistered();
-    p_hub->registerHandler(kLeave, [p_hub, this](Event event) {
+    test::Event isSent;
+    p_hub->registerHandler(kLeave, [&isSent, p_hub, this](Event event) {
+        (void)isSent.wait();  // The hub outlives the call that sends to it.
         delete p_hub;
         m_inbox.take(std::move(event));
     });
 
     p_hub->receiveEvent(makeEvent(kLeave));
+    isSent.set();
 
     EXPECT_TRUE(m_inbox.waitFor(1));
 }
