@@ -143,8 +143,10 @@ def main():
             is_good, output, said = do_suite(arguments.builds)
         print(f"{name:12} {said}  ({time.monotonic() - begin:.0f} s)", flush=True)
         if not is_good:
+            log = arguments.builds / "soak.log"
+            log.write_text(output, encoding="utf-8")
             print("\n".join(output.splitlines()[-LAST_LINES:]))
-            sys.exit(f"soak: {name} failed")
+            sys.exit(f"soak: {name} failed; all that it said is in {log}")
         state.add(name, key, said)
 
 
