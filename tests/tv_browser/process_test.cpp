@@ -220,15 +220,16 @@ TEST(DeadlockSessionTest, TheStateReportNamesTheCircleAndTheSessionEndsByItself)
 
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.errors, "");
-    EXPECT_TRUE(tellsInOrder(storyOf(output),
-                             {
-                                 "op_app_host -> hbbtv_controller: call me back, then answer",
-                                 "hbbtv_controller -> op_app_host: are you there?",
-                                 "op_app_host !! hbbtv_controller: no answer within 1000 ms",
-                                 "hbbtv_controller <- op_app_host: ok",
-                                 "The set is turned off.",
-                                 "session <- browser_engine: ok",
-                             }));
+    const std::vector<std::string> story = storyOf(output);
+    EXPECT_TRUE(
+        tellsInOrder(story, {
+                                "op_app_host -> hbbtv_controller: call me back, then answer",
+                                "hbbtv_controller -> op_app_host: are you there?",
+                                "The set is turned off.",
+                                "session <- browser_engine: ok",
+                            }));
+    // Whose patience ends first, by 50 ms, frees the other one; a busy machine may find both ended.
+    EXPECT_GE(timesTold(story, "no answer within 1000 ms"), 1) << output;
     EXPECT_TRUE(std::regex_search(
         output, std::regex("\nwho waits for whom:\n"
                            "  circle: module 40 'op_app_host' -> module 20 'hbbtv_controller' -> "
