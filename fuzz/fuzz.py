@@ -33,7 +33,10 @@ from kept import Kept, digest  # noqa: E402
 
 CORPUS = ROOT / "fuzz/corpus"
 LONGEST_INPUT = 4096
-MOST_MEMORY_MB = 1024
+# Of one block; and in all, of which the sanitizer keeps some for each thread that there ever was: half a
+# KiB an input of timers.
+MOST_OF_A_BLOCK_MB = 1024
+MOST_MEMORY_MB = 4096
 SECONDS_AN_INPUT = 25
 QUIET_SECONDS = 20 * 60
 MOST_EXECUTIONS = 10 ** 8
@@ -75,7 +78,8 @@ class Run:
 
     def command(self, *options):
         return [self.folder / f"fuzz_{self.target}", f"-max_len={LONGEST_INPUT}",
-                f"-rss_limit_mb={MOST_MEMORY_MB}", f"-timeout={SECONDS_AN_INPUT}", *options]
+                f"-malloc_limit_mb={MOST_OF_A_BLOCK_MB}", f"-rss_limit_mb={MOST_MEMORY_MB}",
+                f"-timeout={SECONDS_AN_INPUT}", *options]
 
     def follow(self, process, log):
         """Reads the fuzzer's lines; ends it when it has learnt nothing for too long."""
