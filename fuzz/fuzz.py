@@ -69,6 +69,7 @@ class Run:
         self.found = self.folder / "found"
         self.executions = self.coverage = 0
         self.why = f"{limits.seconds} s"
+        self.has_been_quiet = False
         self.result = None
 
     def key(self):
@@ -90,6 +91,7 @@ class Run:
             while not ended.wait(1):
                 if time.monotonic() - last_news[0] > QUIET_SECONDS:
                     self.why = f"{QUIET_SECONDS // 60} minutes without new coverage"
+                    self.has_been_quiet = True
                     process.send_signal(signal.SIGINT)
                     return
         watcher = threading.Thread(target=watch)
@@ -128,7 +130,8 @@ class Run:
         return self
 
     def is_good(self):
-        return self.result == 0 or (self.limits.is_long and self.result in (72, -signal.SIGINT))
+        # Others may interrupt it, too: then it has not been run.
+        return self.result == 0 or (self.has_been_quiet and self.result in (72, -signal.SIGINT))
 
     def __str__(self):
         text = (f"{self.target:16} {self.executions:>11,} executions {self.coverage:>6} points "
