@@ -179,6 +179,18 @@ TEST(ManualTimeTest, TasksRunWhenTheyAreDueAndInThatOrder) {
     EXPECT_THAT(story, ElementsAre("first 10.000000", "second 20.000000", "third 30.000000"));
 }
 
+// A task thread reckons in floating-point seconds since the machine was started, and rounds up.
+TEST(ManualTimeTest, ATaskRunsAtItsTimeHoweverThatIsRounded) {
+    constexpr int kTasks = 200;
+    tevalon::base::timer::TimerThread thread;
+    int run = 0;
+    for (int task = 1; task <= kTasks; ++task) {
+        thread.post([&run] { ++run; }, std::chrono::milliseconds(task));
+        advance(std::chrono::milliseconds(task));
+        ASSERT_EQ(run, task);
+    }
+}
+
 TEST(ManualTimeTest, SimpleTimersExpireOnTheClock) {
     using tevalon::base::simple_timer::Timer;
     int onceExpired = 0;

@@ -44,7 +44,9 @@ void runUntilIdle();
 void advanceBy(std::chrono::nanoseconds duration);
 
 /// Turns the clock: runUntilIdle(), and then all that becomes due within @p duration, each at its
-/// own time and in the order of these, and what comes of it. From the test's thread.
+/// own time and in the order of these, and what comes of it. A time up to a microsecond later
+/// counts as within, for some are rounded up; the clock then is as much ahead. From the test's
+/// thread.
 ///
 ///     module.start();                       // Checks for a signal every 500 ms.
 ///     tevalon::testkit::advance(1600ms);
