@@ -337,7 +337,7 @@ void beginWatches(bool isOneOverdue) {
         GlobalWatchDog()->beginWatch(WatchDog::eWatchID_StartUp, 0.001);
         waitForReport("'eWatchID_StartUp': overdue by ");
     }
-    waitForReport("watches: ");
+    waitForReport("'eWatchID_oom_notify': ");  // Shown once the watchdog's thread is there.
 }
 
 void makeValues() {
